@@ -1,0 +1,43 @@
+#pragma once
+
+/// @file
+/// Listening to events inside the process: a program that hosts the library opens a sink, hands its provider handle to the
+/// library's `Init`, and gets every event that passes the sink's level and keywords.
+
+#include "Eventing.h"
+
+namespace Eventing
+{
+
+/// One event as a sink gets it. The pointers hold for the call only; the names are never null.
+struct Event
+{
+    const EventDescriptor* descriptor;
+    const char* sourceUnit;
+    std::int32_t line;
+    const char* function;
+    const char* message;           ///< UTF-8; null for a function's entry or exit.
+    std::uint32_t threadId;        ///< the system's number of the thread that writes.
+    std::int64_t unixMilliseconds; ///< when it was written: UTC, since 1970.
+};
+
+/// Takes one event. Called on the thread that writes it, by several threads at once; must not throw, write events, or close its
+/// own sink.
+using EventCallback = void (*)(void* context, const Event* event);
+
+/// Lets every keyword pass.
+inline constexpr std::uint64_t kAnyKeyword = ~std::uint64_t{0};
+
+} // namespace Eventing
+
+/// Opens a sink.
+/// @param level     the highest level that passes (1 critical to 4 informational).
+/// @param keywords  an event passes when it shares a bit with these.
+/// @param callback  takes the events; `context` is handed through to it.
+/// @return the provider handle that writes into this sink, or 0 where no more sinks can be opened (16 at a time).
+QUENDRA_EVENTING_API Eventing::ProviderHandle OpenEventSink(std::uint8_t level, std::uint64_t keywords, Eventing::EventCallback callback,
+                                                            void* context) noexcept;
+
+/// Closes a sink: when it returns, the callback does not run and will not run again. Its handle may still be written to, and
+/// never reaches another sink. A handle of no open sink does nothing.
+QUENDRA_EVENTING_API void CloseEventSink(Eventing::ProviderHandle provider) noexcept;

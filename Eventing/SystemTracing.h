@@ -1,0 +1,21 @@
+#pragma once
+
+/// @file
+/// The part of eventing that the operating system does. `SystemTracingWindows.cpp` and `SystemTracingPosix.cpp` implement it.
+
+#include "EventSink.h"
+
+namespace Eventing
+{
+
+/// Whether a session of the system's tracing listens to the provider at the descriptor's level and keyword.
+[[nodiscard]] bool IsSystemEventEnabled(ProviderHandle provider, const EventDescriptor& descriptor) noexcept;
+
+/// Writes one event of a registered provider, with the fields source unit, line, function and, for a message, its text: the
+/// texts are UTF-8 with a NUL, the line is a 32-bit number.
+void WriteSystemEvent(ProviderHandle provider, const Event& event) noexcept;
+
+/// The system's number of the calling thread, as debuggers and process viewers show it.
+[[nodiscard]] std::uint32_t CurrentThreadId() noexcept;
+
+} // namespace Eventing

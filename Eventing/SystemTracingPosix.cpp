@@ -1,0 +1,22 @@
+#include "SystemTracing.h"
+
+#include <unistd.h>
+
+namespace Eventing
+{
+
+bool IsSystemEventEnabled(ProviderHandle, const EventDescriptor&) noexcept
+{
+    return false;
+}
+
+void WriteSystemEvent(ProviderHandle, const Event&) noexcept
+{
+}
+
+std::uint32_t CurrentThreadId() noexcept
+{
+    return static_cast<std::uint32_t>(gettid());
+}
+
+} // namespace Eventing

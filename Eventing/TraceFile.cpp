@@ -1,0 +1,95 @@
+#include "TraceFile.h"
+
+#include "EventLine.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <iostream>
+#include <string_view>
+#include <system_error>
+
+namespace Eventing
+{
+namespace
+{
+
+constexpr std::string_view kExceptionExit = "[EXCEPTION EXIT]";
+
+std::ofstream OpenFile(const std::filesystem::path& path)
+{
+    std::error_code ignored;
+    const bool isNew = !std::filesystem::exists(path, ignored);
+    errno = 0;
+    std::ofstream file(path);
+    if (!file)
+        throw std::system_error(errno != 0 ? errno : EIO, std::generic_category(), "The trace file cannot be opened");
+    if (isNew)
+        std::filesystem::permissions(path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write, ignored);
+    return file;
+}
+
+bool LeavesFunction(const Event& event)
+{
+    return event.descriptor->id == kFunctionExitId || (event.message != nullptr && event.message == kExceptionExit);
+}
+
+} // namespace
+
+TraceFile::TraceFile(const std::filesystem::path& path, std::uint8_t level, std::uint64_t keywords)
+    : m_file(path == "-" ? std::ofstream() : OpenFile(path)), m_stream(path == "-" ? std::cerr : m_file)
+{
+    m_handle = OpenEventSink(level, keywords, TakeEvent, this);
+    if (m_handle == 0)
+        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again), "Too many traces are open");
+}
+
+TraceFile::~TraceFile()
+{
+    CloseEventSink(m_handle);
+}
+
+bool TraceFile::IsComplete() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_isComplete;
+}
+
+void TraceFile::TakeEvent(void* context, const Event* event) noexcept
+{
+    auto& self = *static_cast<TraceFile*>(context);
+    const std::lock_guard lock(self.m_mutex);
+    try
+    {
+        self.Write(*event);
+    }
+    catch (const std::exception&)
+    {
+        self.m_isComplete = false;
+    }
+}
+
+void TraceFile::Write(const Event& event)
+{
+    m_stream << FormatEventLine(event, DepthFor(event)) << '\n' << std::flush;
+    if (!m_stream)
+        m_isComplete = false;
+}
+
+// The depth at which to show an event; entry and exit of a function stand at the same one.
+unsigned TraceFile::DepthFor(const Event& event)
+{
+    if (event.descriptor->id == kFunctionEntryId)
+        return m_depths[event.threadId]++;
+    const auto found = m_depths.find(event.threadId);
+    if (found == m_depths.end())
+        return 0;
+    if (!LeavesFunction(event))
+        return found->second;
+    const unsigned depth = --found->second;
+    if (depth == 0)
+        m_depths.erase(found);
+    return depth;
+}
+
+} // namespace Eventing

@@ -1,0 +1,274 @@
+#pragma once
+
+/// @file
+/// The client itself, for the modules that are built with the library. Callers of the library use `IQuendraHttpAPI`.
+
+#include "QuendraHttp/QuendraHttp.h"
+
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace Json
+{
+class Value;
+}
+
+class Exchange;
+class FunctionTraceScope;
+class IWinHttpRequest;
+class IWinHttpSession;
+
+/// A version of the server's API.
+struct ApiVersion
+{
+    std::uint32_t major = 0;
+    std::uint32_t minor = 0;
+
+    auto operator<=>(const ApiVersion&) const = default;
+};
+
+/// What the client knows of its server. An operation works on a copy, so that it sees one consistent state while another
+/// thread changes it.
+struct ServerState
+{
+    std::wstring serverName;
+    std::int32_t port = 0;
+    bool secure = false;
+    std::wstring endpointPath; ///< prefix of the synchronisation API.
+    ApiVersion apiVersion;     ///< 0.0 before the handshake.
+    std::wstring loggingEndpointPath;
+    std::wstring deviceName;
+    std::uint32_t serverMode = 0; ///< 0 until a handshake succeeded.
+    std::uint32_t handshakeValue = 0;
+};
+
+/// Where a version of an API lives on the server.
+struct Endpoint
+{
+    std::wstring path;
+    std::int32_t tos = 0;
+};
+
+/// Endpoints by version text, such as "1.3".
+using EndpointTable = std::unordered_map<std::wstring, Endpoint>;
+
+/// The implementation of `IQuendraHttpAPI`. The interface documents the operations; here is what they are made of.
+class CNativeHttp final : public IQuendraHttpAPI
+{
+public:
+    using RequestHandleMap = std::map<std::wstring, std::shared_ptr<IWinHttpRequest>>;
+
+    /// Makes a request findable for `CloseRequestHandle` while it runs.
+    ///
+    /// A newer request under the same key replaces the older; a tracker that ends removes its own request only.
+    class RequestHandleTracker
+    {
+    public:
+        /// @param requests      the map; guarded by `lock`, and outliving the tracker like it.
+        /// @param request       shared while the tracker lives.
+        /// @param key           what the caller passes to `CloseRequestHandle`.
+        /// @param sessionToken  the token that the operation started with, kept for it.
+        RequestHandleTracker(RequestHandleMap& requests, std::mutex& lock, std::shared_ptr<IWinHttpRequest> request, std::wstring key,
+                             std::wstring sessionToken);
+        ~RequestHandleTracker();
+
+        RequestHandleTracker(const RequestHandleTracker&) = delete;
+        RequestHandleTracker& operator=(const RequestHandleTracker&) = delete;
+
+        [[nodiscard]] const std::wstring& SessionToken() const noexcept { return m_sessionToken; }
+
+    private:
+        RequestHandleMap& m_requests;
+        std::mutex& m_lock;
+        std::shared_ptr<IWinHttpRequest> m_request;
+        std::wstring m_key;
+        std::wstring m_sessionToken;
+    };
+
+    /// @param factory  makes the session, connections and requests.
+    /// @throws std::bad_alloc
+    CNativeHttp(std::shared_ptr<IWinHttpFactory> factory, const std::wstring& deviceName);
+    ~CNativeHttp() override;
+
+    CNativeHttp(const CNativeHttp&) = delete;
+    CNativeHttp& operator=(const CNativeHttp&) = delete;
+
+    ResultCode Init(std::uint32_t& serverMode, std::uint32_t& handshakeValue) override;
+    ResultCode Version(std::wstring& buildNumber) override;
+    bool IsApiVersionAtLeast13() override;
+    ResultCode SetServer(const char* server) override;
+    ResultCode SetPort(int port) override;
+    ResultCode SetClientTag(const char* text) override;
+    ResultCode SetDeviceName(const wchar_t* name) override;
+    ResultCode Login(const std::wstring& userId, const std::wstring& password, const std::wstring& deviceToken,
+                     const std::wstring& deviceId, std::wstring& policy, std::uint32_t& handshakeValue, const VersionNumber& clientVersion,
+                     const VersionNumber& clientPlatformVersion) override;
+    ResultCode Register(const std::wstring& userId, const std::wstring& deviceId) override;
+    ResultCode ReservedNoOp() override;
+    ResultCode GetSessionToken(std::wstring& token) override;
+    ResultCode SetSessionToken(const std::wstring& token) override;
+    ResultCode GetChanges(std::list<CNotificationAction*>& actions) override;
+    ResultCode GetRemoteFolderMap(std::vector<CMapping*>& mappings) override;
+    ResultCode GetPathAttributes(const std::wstring& path, std::shared_ptr<IServerAttributes>& attributes) override;
+    ResultCode SetPathAttributes(const std::wstring& path, const std::shared_ptr<IServerAttributes>& attributes,
+                                 std::shared_ptr<IServerAttributes>& newAttributes) override;
+    std::uint32_t GetMappingsFromResponse(const ResponseBuffer& response, std::vector<CMapping*>& mappings) override;
+    ResultCode GetPathListing(const std::wstring& path, ServerItemList& children, std::shared_ptr<IServerAttributes>& folder,
+                              const CancelEvent* cancelEvent) override;
+    ResultCode DeletePath(const std::wstring& path, const std::shared_ptr<IServerAttributes>& attributes) override;
+    ResultCode RenamePath(const std::wstring& source, const std::wstring& target, std::uint32_t overwrite,
+                          std::shared_ptr<IServerAttributes>& newAttributes) override;
+    ResultCode AcknowledgeRemoteWipe(const std::wstring& userName, const std::wstring& deviceId) override;
+    ResultCode CloseRequestHandle(const std::wstring& path) override;
+    ResultCode CreateFolder(const std::wstring& path, std::shared_ptr<IServerAttributes>& attributes) override;
+    ResultCode UploadFile(const std::wstring& localPath, const std::wstring& serverPath, std::shared_ptr<IServerAttributes>& attributes,
+                          const std::uint32_t* deltaFlag, const CancelEvent& cancelEvent,
+                          const std::shared_ptr<IProgressCallback>& progress) override;
+    ResultCode ResumableUpload(const std::wstring& localPath, const std::wstring& serverPath,
+                               std::shared_ptr<IServerAttributes>& attributes, const GUID& uploadId, const std::int64_t* offset,
+                               std::int64_t* length, std::int32_t beginFlag, const CancelEvent& cancelEvent,
+                               const std::shared_ptr<IProgressCallback>& progress) override;
+    ResultCode CancelUpload(const std::wstring& serverPath, const GUID& uploadId) override;
+    ResultCode CompleteUpload(const std::wstring& serverPath, const std::wstring& newServerPath, const GUID& uploadId,
+                              std::shared_ptr<IServerAttributes>& attributes) override;
+    ResultCode GetResumableUploadMetadata(const std::wstring& serverPath, const GUID& uploadId, std::int64_t* offset,
+                                          std::uint32_t* locked) override;
+    ResultCode DownloadFile(const std::wstring& serverPath, const std::wstring& localPath,
+                            const std::shared_ptr<IServerAttributes>& attributes, std::shared_ptr<IServerAttributes>& outAttributes,
+                            const std::wstring& signaturePath, const CancelEvent& cancelEvent,
+                            const std::shared_ptr<IProgressCallback>& progress) override;
+    ResultCode DownloadData(const std::wstring& serverPath, const std::wstring& localPath,
+                            const std::shared_ptr<IServerAttributes>& attributes, std::shared_ptr<IServerAttributes>& outAttributes,
+                            const std::uint64_t* skip, const std::int64_t* count, const CancelEvent& cancelEvent,
+                            const std::shared_ptr<IProgressCallback>& progress) override;
+    ResultCode PublishSyncStats(const std::string& data) override;
+    ResultCode GenerateLink(std::shared_ptr<ShareRequest> request) override;
+    void Release() override;
+
+    /// Reads the change-feed actions of a reply.
+    /// @param[in,out] actions  appended to; the caller deletes the records.
+    /// @return the number of actions appended.
+    static std::uint32_t GetNotificationsFromResponse(const ResponseBuffer& response, std::list<CNotificationAction*>& actions);
+
+    /// Reads what the server has of a chunked upload.
+    /// @param[out] offset  left alone where the reply does not tell, like `locked`.
+    /// @return 0.
+    static ResultCode GetMetaDataFromResponse(const ResponseBuffer& response, std::int64_t* offset, std::uint32_t* locked);
+
+    /// The text kept by `SetClientTag`.
+    [[nodiscard]] std::string GetClientTag();
+
+    /// The path prefix of API requests: the endpoint path, or for API 1.0, which carries the session in the path, "/api/" and
+    /// the session token.
+    [[nodiscard]] std::wstring GetApiBasePath();
+
+    /// Puts the session's timeouts back to their defaults; a failure is traced only.
+    void ResetTimeouts();
+
+    /// The code of a refused request: 20000 plus the reply's "errorId", or plus the status where it has none.
+    [[nodiscard]] static ResultCode MapHttpError(std::uint32_t status, const ResponseBuffer& response);
+
+    /// As `MapHttpError`, and `CheckForChangedSessionToken` where the server says that the session is not valid.
+    /// @param startToken  the session token that the operation started with.
+    [[nodiscard]] ResultCode MapHttpErrorWithTokenCheck(std::uint32_t status, const ResponseBuffer& response,
+                                                        const std::wstring& startToken);
+
+    /// `Result::Retry` for a status of 401 when the session token is not the start token any more, else `code`.
+    [[nodiscard]] ResultCode CheckForChangedSessionToken(std::uint32_t status, const std::wstring& startToken, ResultCode code);
+
+    /// Traces a reply, indented where it is JSON. Costs nothing when nobody listens.
+    static void LogResponse(const ResponseBuffer& response);
+
+    /// A member of the reply's top-level object; null where there is none.
+    [[nodiscard]] static Json::Value GetJSONValueFromResponse(const ResponseBuffer& response, const char* key);
+
+    /// A string member of the reply's top-level object.
+    /// @return false, leaving `text` alone, for a member of another type or none.
+    [[nodiscard]] static bool GetJSONStringFromResponse(const ResponseBuffer& response, const char* key, std::string& text);
+
+    /// A boolean member of the reply's top-level object; the strings "true" and "false" count as well.
+    /// @return false, leaving `value` alone, for anything else.
+    [[nodiscard]] static bool GetJSONBoolFromResponse(const ResponseBuffer& response, const char* key, bool& value);
+
+    /// The query that names an item's revision.
+    /// @param query     the separator before it, "?" or "&".
+    /// @param revision  empty for none.
+    /// @return "?revision=12", or empty.
+    [[nodiscard]] static std::string AddRevision(const std::string& query, const std::string& revision);
+
+    /// Reads the endpoint tables of a reply.
+    /// @return the number of synchronisation endpoints found.
+    static std::uint32_t GetEndpointsFromResponse(const ResponseBuffer& response, EndpointTable& synchronisation, EndpointTable& logging);
+
+    /// Appends the item, or at the top of a reply the items, that a JSON object describes.
+    /// @param topLevel  the value is a whole reply: the items are in its "contents" or "document_info".
+    /// @return the number of records appended.
+    /// @throws Json::Exception for values that the JSON library cannot convert.
+    static std::uint32_t ProcessJSONDictionary(const Json::Value& value, ServerItemList& list, bool topLevel);
+
+    /// As `ProcessJSONDictionary` for each element of an array; ends, without throwing, at one that cannot be converted.
+    static std::uint32_t ProcessJSONArray(const Json::Value& value, ServerItemList& list, bool topLevel);
+
+    /// Appends the change-feed action, or those in "contents", that a JSON object describes. The caller deletes the records.
+    static std::uint32_t ProcessNotificationJSONDictionary(const Json::Value& value, std::list<CNotificationAction*>& actions);
+    static std::uint32_t ProcessNotificationJSONArray(const Json::Value& value, std::list<CNotificationAction*>& actions);
+
+    /// Appends the mapping, or those in "contents", that a JSON object describes. The caller deletes the records.
+    static std::uint32_t ProcessMappingJSONDictionary(const Json::Value& value, std::vector<CMapping*>& mappings);
+    static std::uint32_t ProcessMappingJSONArray(const Json::Value& value, std::vector<CMapping*>& mappings);
+
+private:
+    friend class Exchange;
+
+    void Create(const std::wstring& deviceName);
+    ResultCode GetEndpoints(EndpointTable& synchronisation, EndpointTable& logging);
+    ResultCode SetHandshakeTimeouts(const FunctionTraceScope& trace);
+    ResultCode ChooseVersion(const FunctionTraceScope& trace, std::uint32_t& handshakeValue);
+    ResultCode AskServerMode(const FunctionTraceScope& trace, std::uint32_t& serverMode);
+
+    // The prefix is this client's mark for the steps behind an operation; the trace names them so.
+    // NOLINTBEGIN(bugprone-reserved-identifier)
+    ResultCode _Internal_UploadFile(const std::wstring& localPath, const std::wstring& serverPath,
+                                    std::shared_ptr<IServerAttributes>& attributes, const CancelEvent& cancelEvent,
+                                    const std::shared_ptr<IProgressCallback>& progress);
+    ResultCode _Internal_UploadDelta(const std::wstring& localPath, const std::wstring& serverPath,
+                                     std::shared_ptr<IServerAttributes>& attributes, const CancelEvent& cancelEvent,
+                                     const std::shared_ptr<IProgressCallback>& progress);
+    ResultCode _Internal_DownloadFile(const std::wstring& serverPath, const std::wstring& localPath,
+                                      const std::shared_ptr<IServerAttributes>& attributes,
+                                      std::shared_ptr<IServerAttributes>& outAttributes, const CancelEvent& cancelEvent,
+                                      const std::shared_ptr<IProgressCallback>& progress);
+    ResultCode _Internal_DownloadDelta(const std::wstring& serverPath, const std::wstring& localPath, const std::wstring& signaturePath,
+                                       const std::shared_ptr<IServerAttributes>& attributes,
+                                       std::shared_ptr<IServerAttributes>& outAttributes, const CancelEvent& cancelEvent,
+                                       const std::shared_ptr<IProgressCallback>& progress);
+    // NOLINTEND(bugprone-reserved-identifier)
+    ResultCode JudgeUpload(const FunctionTraceScope& trace, Exchange& exchange, const std::wstring& localPath,
+                           std::shared_ptr<IServerAttributes>& attributes);
+    ResultCode FinishDownload(const FunctionTraceScope& trace, const Exchange& exchange, const std::wstring& serverPath,
+                              const std::shared_ptr<IServerAttributes>& attributes, std::shared_ptr<IServerAttributes>& outAttributes);
+    ResultCode RefreshAttributes(const std::wstring& serverPath, const std::shared_ptr<IServerAttributes>& attributes,
+                                 std::shared_ptr<IServerAttributes>& outAttributes);
+
+    [[nodiscard]] ServerState Server();
+    template <typename Change> void ChangeServer(const Change& change)
+    {
+        const std::lock_guard guard(m_serverLock);
+        change(m_server);
+    }
+    [[nodiscard]] std::wstring SessionToken();
+
+    std::shared_ptr<IWinHttpFactory> m_factory;
+    std::shared_ptr<IWinHttpSession> m_session;
+    std::mutex m_serverLock;
+    ServerState m_server;
+    std::string m_clientTag;
+    RequestHandleMap m_requests;
+    std::mutex m_requestsLock;
+};

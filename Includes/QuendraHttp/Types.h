@@ -1,0 +1,80 @@
+#pragma once
+
+/// @file
+/// Types that callers and the transport share.
+
+#include "Platform/PlatformTypes.h"
+#include "QuendraHttp/ResultCodes.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <list>
+#include <string>
+
+/// A holder of the platform event through which a caller cancels an operation. The caller owns the event and keeps it until
+/// the operation returns; signalling it, from any thread, makes the operation end with `Result::Cancelled` at its next test.
+/// A null event never cancels.
+struct CancelEvent
+{
+    HANDLE event = nullptr;
+};
+
+/// Follows a transfer. Called on the thread that runs the operation; must not throw.
+class IProgressCallback
+{
+public:
+    virtual ~IProgressCallback() = default; // slot 0
+
+    /// Slot 1: a block was moved.
+    /// @param blockSize  its size in bytes.
+    /// @param position   bytes moved so far (download) or the position in the local file after the block (upload).
+    virtual void OnBlock(std::uint64_t blockSize, std::uint64_t position) = 0;
+
+    virtual void Reserved2() {} // slot 2
+    virtual void Reserved3() {} // slot 3
+    virtual void Reserved4() {} // slot 4
+
+    /// Slot 5: called once before a download's status is read.
+    /// @param size  size of the status text in bytes.
+    virtual void OnStatusSize(std::uint32_t size) { static_cast<void>(size); }
+};
+
+/// A reply's body in memory.
+///
+/// `data` comes from `malloc` and is the caller's to `free`; it is null for a body of no bytes, else followed by a 0 byte that
+/// `length` does not count.
+struct ResponseBuffer
+{
+    char* data = nullptr;
+    std::uint64_t length = 0;
+};
+
+/// A version of up to four components, the major one first.
+struct VersionNumber
+{
+    static constexpr std::size_t kMaximumComponents = 4;
+
+    VersionNumber() = default;
+
+    /// Takes the first four components at most.
+    VersionNumber(std::initializer_list<std::uint32_t> values)
+    {
+        for (const std::uint32_t value : values)
+            if (count < kMaximumComponents)
+                components[count++] = value;
+    }
+
+    std::array<std::uint32_t, kMaximumComponents> components{};
+    std::uint32_t count = 0; ///< how many components are set, 0 to 4.
+};
+
+/// What `GenerateLink` asks the server to share.
+struct ShareRequest
+{
+    std::wstring name;
+    std::wstring message;
+    std::list<std::wstring> paths;   ///< the items' server paths.
+    std::list<std::wstring> targets; ///< the recipients.
+};

@@ -1,0 +1,37 @@
+#pragma once
+
+/// @file
+/// The timestamp of an item's attributes.
+
+#include <cstdint>
+#include <string>
+
+/// A point in time: 100-nanosecond ticks since 1601-01-01 00:00:00 UTC, as a FILETIME counts them, or no time at all.
+class CAttributeTime
+{
+public:
+    /// The count that stands for no time.
+    static constexpr std::int64_t kUnset = 0x7FFFFFFFFFFFFFFF;
+
+    CAttributeTime() = default;
+    explicit CAttributeTime(std::int64_t ticks) : m_ticks(ticks) {}
+
+    /// Reads a server's text; see the assignment.
+    explicit CAttributeTime(const std::string& text) { *this = text; }
+
+    /// Reads a server's text, such as `2015-03-02T10:20:30.1234567Z`: UTC, with a fraction, of which seven digits count. A
+    /// text of another form is traced and leaves no time; a text of this form that names no possible date, or one outside the
+    /// years 1601 to 30827, counts as the start of the scale, plus its ticks below the millisecond. Never fails.
+    CAttributeTime& operator=(const std::string& text);
+
+    [[nodiscard]] std::int64_t GetTicks() const { return m_ticks; }
+    [[nodiscard]] bool IsSet() const { return m_ticks != kUnset; }
+
+    /// The time as `2015-03-02T10:20:30.123Z`, cut to milliseconds; `INVALID` where there is none.
+    [[nodiscard]] std::wstring ToString() const;
+
+    friend bool operator==(const CAttributeTime& left, const CAttributeTime& right) { return left.m_ticks == right.m_ticks; }
+
+private:
+    std::int64_t m_ticks = kUnset;
+};

@@ -1,0 +1,61 @@
+#pragma once
+
+/// @file
+/// A server folder that the client maps.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+/// How the client keeps a mapping's content.
+enum class MappingMode : std::uint32_t
+{
+    Other = 1,
+    Automatic = 2,
+    Offline = 3
+};
+
+/// Whether the server reaches what is behind a mapping.
+enum class MappingStatus : std::uint32_t
+{
+    NotReachable = 1,
+    Reachable = 2
+};
+
+/// What is behind a mapping.
+enum class MappingType : std::uint32_t
+{
+    Smb = 0,
+    WebDav = 1,
+    Other = 2
+};
+
+/// Reads a server's text, in any case; a text that is not known is `MappingMode::Other`.
+[[nodiscard]] MappingMode MappingModeFromString(std::wstring_view text);
+
+/// Reads a server's text, in any case; only the known kinds of failure make a mapping not reachable.
+[[nodiscard]] MappingStatus MappingStatusFromString(std::wstring_view text);
+
+/// Reads a server's text, in any case; a text that is not known is `MappingType::Other`.
+[[nodiscard]] MappingType MappingTypeFromString(std::wstring_view text);
+
+/// A folder mapping. The caller that receives one owns it.
+class CMapping
+{
+public:
+    CMapping(std::wstring serverPath, std::wstring description, std::wstring localPath, MappingMode mode, std::wstring permissions,
+             MappingStatus status, MappingType type, std::uint32_t allowSharing);
+    virtual ~CMapping() = default;
+
+    CMapping(const CMapping&) = default;
+    CMapping& operator=(const CMapping&) = default;
+
+    std::wstring ServerPath;  ///< "/" and the mapping's name.
+    std::wstring LocalPath;   ///< the client's own; the server does not know it.
+    std::wstring Description; ///< for people.
+    std::wstring Permissions; ///< the server's text, or "ROOT_READONLY".
+    MappingMode Mode;
+    MappingStatus Status;
+    std::uint32_t AllowSharing; ///< 1 or 0.
+    MappingType Type;
+};

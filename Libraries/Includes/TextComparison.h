@@ -1,0 +1,14 @@
+#pragma once
+
+/// @file
+/// Comparison of text without regard to case.
+
+#include <string_view>
+
+/// Whether two texts are equal when case is ignored: ordinal, the same for every user and language, and right for non-ASCII
+/// text (`L"ÄRGER"` equals `L"ärger"`). One character matches one character, so "ß" does not equal "SS".
+[[nodiscard]] bool EqualIgnoringCase(std::wstring_view left, std::wstring_view right);
+
+/// Whether a UTF-8 text equals an ASCII one when case is ignored: the same answer as `EqualIgnoringCase`, which takes no letter
+/// beyond ASCII for an ASCII one, without the way through wide text.
+[[nodiscard]] bool EqualIgnoringAsciiCase(std::string_view text, std::string_view ascii);

@@ -1,0 +1,22 @@
+#pragma once
+
+/// @file
+/// The one pair of functions through which text crosses between narrow and wide.
+
+#include <string>
+#include <string_view>
+
+/// How narrow text is encoded.
+enum class NarrowEncoding
+{
+    Utf8,      ///< what servers, JSON and this library's own narrow texts use.
+    ThreadAnsi ///< the calling thread's ANSI code page (UTF-8 where the platform has none): what callers pass as `const char*`.
+};
+
+/// Converts narrow text to wide text. Invalid bytes become the platform's replacement character; embedded NULs are kept.
+/// @throws std::bad_alloc where memory runs out.
+[[nodiscard]] std::wstring ToWide(std::string_view text, NarrowEncoding encoding = NarrowEncoding::Utf8);
+
+/// Converts wide text to narrow text. Lone surrogates become the platform's replacement character; embedded NULs are kept.
+/// @throws std::bad_alloc where memory runs out.
+[[nodiscard]] std::string ToNarrow(std::wstring_view text, NarrowEncoding encoding = NarrowEncoding::Utf8);

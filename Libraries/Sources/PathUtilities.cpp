@@ -1,0 +1,52 @@
+#include "PathUtilities.h"
+
+#include "Tracing.h"
+
+#include <optional>
+#include <string_view>
+
+namespace
+{
+
+constexpr std::wstring_view kExtendedPrefix = L"\\\\?\\";
+
+// The native form of a path differs from the extended one in its prefix only, but every "??" in the path is replaced: callers
+// hand in and compare paths that went through this, so it has to stay.
+std::wstring FromNativeForm(std::wstring path)
+{
+    constexpr std::wstring_view kMarks = L"??";
+    for (std::size_t at = path.find(kMarks); at != std::wstring::npos; at = path.find(kMarks, at + kMarks.size()))
+        path.replace(at, kMarks.size(), L"\\?");
+    return path;
+}
+
+std::optional<std::wstring> ToExtendedForm(const std::wstring& path)
+{
+    if (path.starts_with(kExtendedPrefix))
+        return path;
+    if (path.starts_with(L"\\??\\"))
+        return FromNativeForm(path);
+    if (path.starts_with(L"\\\\"))
+        return L"\\\\?\\UNC" + path.substr(1);
+    if (path[1] == L':')
+        return std::wstring(kExtendedPrefix) + path;
+    return std::nullopt;
+}
+
+} // namespace
+
+std::wstring PathUtilities::NormalizePath(const std::wstring& path)
+{
+    const FunctionTraceScope trace("PathUtilities::NormalizePath", Unit::PathUtilities);
+    if (path.size() < 2)
+        return path;
+    std::optional<std::wstring> extended = ToExtendedForm(path);
+    if (!extended)
+    {
+        trace.Error("Unknown path format [%S]", path);
+        return path;
+    }
+    if (extended->back() == L'\\')
+        extended->pop_back();
+    return *std::move(extended);
+}

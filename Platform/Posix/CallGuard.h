@@ -1,0 +1,36 @@
+#pragma once
+
+/// @file
+/// What every platform call has in common: its outcome is an error value, which becomes the last error, and no exception
+/// leaves it.
+
+#include "Win32.h"
+
+#include <new>
+#include <type_traits>
+
+/// Runs the call and returns its error value; an exception becomes 8 (no memory) or the fallback.
+template <class Call> DWORD ErrorOf(Call&& call, DWORD fallback = ERROR_GEN_FAILURE) noexcept
+{
+    static_assert(std::is_same_v<decltype(call()), DWORD>, "a call returns its error value");
+    try
+    {
+        return call();
+    }
+    catch (const std::bad_alloc&)
+    {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+    catch (...)
+    {
+        return fallback;
+    }
+}
+
+/// Runs the call, makes its error value the last error (0 on success) and returns whether it succeeded.
+template <class Call> BOOL SucceedsAsCall(Call&& call, DWORD fallback = ERROR_GEN_FAILURE) noexcept
+{
+    const DWORD error = ErrorOf(call, fallback);
+    SetLastError(error);
+    return error == ERROR_SUCCESS ? TRUE : FALSE;
+}

@@ -1,0 +1,236 @@
+/// @file
+/// Files over POSIX descriptors.
+
+#include "CallGuard.h"
+#include "KernelObject.h"
+#include "Utf8.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+class File final : public KernelObject
+{
+public:
+    explicit File(int descriptor) noexcept : m_descriptor(descriptor) {}
+    ~File() override { ::close(m_descriptor); }
+
+    int Descriptor() const noexcept { return m_descriptor; }
+
+private:
+    const int m_descriptor;
+};
+
+DWORD Win32Error(int error)
+{
+    switch (error)
+    {
+    case ENOENT:
+        return ERROR_FILE_NOT_FOUND;
+    case ENOTDIR:
+        return ERROR_PATH_NOT_FOUND;
+    case EMFILE:
+    case ENFILE:
+        return ERROR_TOO_MANY_OPEN_FILES;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case EISDIR:
+    case EBADF: // a read from a file opened for writing only, or the reverse: the descriptor itself is always good
+        return ERROR_ACCESS_DENIED;
+    case ENOMEM:
+        return ERROR_NOT_ENOUGH_MEMORY;
+    case ETXTBSY:
+        return ERROR_SHARING_VIOLATION;
+    case EEXIST:
+        return ERROR_FILE_EXISTS;
+    case EINVAL:
+    case EOVERFLOW:
+        return ERROR_INVALID_PARAMETER;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+        return ERROR_DISK_FULL;
+    case ENAMETOOLONG:
+        return ERROR_FILENAME_EXCED_RANGE;
+    case ELOOP:
+        return ERROR_INVALID_NAME;
+    default:
+        return ERROR_GEN_FAILURE;
+    }
+}
+
+DWORD LastSystemError()
+{
+    return Win32Error(errno);
+}
+
+/// A missing folder on the way has an error value of its own; POSIX makes no difference.
+DWORD OpenError(const std::string& path)
+{
+    const int error = errno;
+    const auto slash = path.find_last_of('/');
+    if (error == ENOENT && slash != std::string::npos && slash != 0 && ::access(path.substr(0, slash).c_str(), F_OK) != 0)
+    {
+        return ERROR_PATH_NOT_FOUND;
+    }
+    return Win32Error(error);
+}
+
+DWORD Open(const std::string& path, int flags, HANDLE& handle)
+{
+    constexpr mode_t kNewFileMode = 0666;
+    int descriptor = -1;
+    do
+    {
+        descriptor = ::open(path.c_str(), flags | O_CLOEXEC, kNewFileMode); // NOLINT(cppcoreguidelines-pro-type-vararg)
+    } while (descriptor < 0 && errno == EINTR);
+    if (descriptor < 0)
+    {
+        return OpenError(path);
+    }
+    auto file = std::make_shared<File>(descriptor);
+    struct stat status = {};
+    if (::fstat(descriptor, &status) != 0)
+    {
+        return LastSystemError();
+    }
+    if (S_ISDIR(status.st_mode))
+    {
+        return ERROR_ACCESS_DENIED;
+    }
+    handle = KernelHandles::Instance().Insert(std::move(file));
+    return ERROR_SUCCESS;
+}
+
+int OpenFlags(DWORD access, DWORD disposition)
+{
+    const bool reads = (access & GENERIC_READ) != 0;
+    const bool writes = (access & GENERIC_WRITE) != 0;
+    const int mode = writes ? (reads ? O_RDWR : O_WRONLY) : O_RDONLY;
+    return disposition == CREATE_ALWAYS ? mode | O_CREAT | O_TRUNC : mode;
+}
+
+template <class Action> BOOL WithFile(HANDLE handle, Action action) noexcept
+{
+    return SucceedsAsCall([&]() -> DWORD {
+        const auto file = FindKernelObject<File>(handle);
+        return file ? action(file->Descriptor()) : ERROR_INVALID_HANDLE;
+    });
+}
+
+/// Repeats a transfer until all bytes are moved, none is left or it fails; bytes moved before a failure are reported.
+template <class Step> DWORD Transfer(DWORD bytes, DWORD& moved, Step step)
+{
+    // The system moves less than 2 GiB at once.
+    constexpr DWORD kLargestStep = 0x40000000;
+    moved = 0;
+    while (moved < bytes)
+    {
+        const auto count = step(moved, std::min(bytes - moved, kLargestStep));
+        if (count < 0 && errno != EINTR)
+        {
+            return LastSystemError();
+        }
+        if (count == 0)
+        {
+            break;
+        }
+        moved += count > 0 ? static_cast<DWORD>(count) : 0;
+    }
+    return ERROR_SUCCESS;
+}
+} // namespace
+
+HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD /*sharing*/, void* security, DWORD disposition, DWORD /*attributes*/,
+                   HANDLE pattern) noexcept
+{
+    HANDLE handle = INVALID_HANDLE_VALUE;
+    SucceedsAsCall([&]() -> DWORD {
+        if (path == nullptr || *path == L'\0')
+        {
+            return ERROR_PATH_NOT_FOUND;
+        }
+        if (security != nullptr || pattern != nullptr || (disposition != CREATE_ALWAYS && disposition != OPEN_EXISTING))
+        {
+            return ERROR_INVALID_PARAMETER;
+        }
+        const auto utf8 = ToUtf8Strict(path);
+        return utf8 ? Open(*utf8, OpenFlags(access, disposition), handle) : ERROR_INVALID_NAME;
+    });
+    return handle;
+}
+
+BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept
+{
+    return WithFile(file, [&](int descriptor) -> DWORD {
+        struct stat status = {};
+        if (size == nullptr)
+        {
+            return ERROR_INVALID_PARAMETER;
+        }
+        if (::fstat(descriptor, &status) != 0)
+        {
+            return LastSystemError();
+        }
+        size->QuadPart = status.st_size;
+        return ERROR_SUCCESS;
+    });
+}
+
+BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method) noexcept
+{
+    return WithFile(file, [&](int descriptor) -> DWORD {
+        if (method != FILE_BEGIN)
+        {
+            return ERROR_INVALID_PARAMETER;
+        }
+        if (distance.QuadPart < 0)
+        {
+            return ERROR_NEGATIVE_SEEK;
+        }
+        const auto reached = ::lseek(descriptor, distance.QuadPart, SEEK_SET);
+        if (reached < 0)
+        {
+            return LastSystemError();
+        }
+        if (position != nullptr)
+        {
+            position->QuadPart = reached;
+        }
+        return ERROR_SUCCESS;
+    });
+}
+
+BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, DWORD* bytesRead, void* overlapped) noexcept
+{
+    return WithFile(file, [&](int descriptor) -> DWORD {
+        if (overlapped != nullptr || bytesRead == nullptr || (buffer == nullptr && bytes != 0))
+        {
+            return ERROR_INVALID_PARAMETER;
+        }
+        return Transfer(bytes, *bytesRead,
+                        [&](DWORD moved, DWORD count) { return ::read(descriptor, static_cast<char*>(buffer) + moved, count); });
+    });
+}
+
+BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten, void* overlapped) noexcept
+{
+    return WithFile(file, [&](int descriptor) -> DWORD {
+        if (overlapped != nullptr || bytesWritten == nullptr || (buffer == nullptr && bytes != 0))
+        {
+            return ERROR_INVALID_PARAMETER;
+        }
+        return Transfer(bytes, *bytesWritten,
+                        [&](DWORD moved, DWORD count) { return ::write(descriptor, static_cast<const char*>(buffer) + moved, count); });
+    });
+}
+
+void OutputDebugStringW(LPCWSTR /*text*/) noexcept
+{
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+/// @file
+/// Where a request goes: scheme, server, port and request target, in the form in which they may stand in a URL.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+struct Address
+{
+    bool secure = false;
+    std::string host; ///< an IPv6 address in brackets
+    std::uint16_t port = 0;
+    std::string target; ///< path and query, beginning with '/'
+
+    std::string Url() const;
+};
+
+/// The server's name as it stands in a URL: an IPv6 address, with or without brackets, in brackets. Nothing where the text
+/// cannot be a server's name, such as one with a port or a path.
+[[nodiscard]] std::optional<std::string> HostForUrl(std::string_view server);
+
+/// The request target for a path: what must not stand in one is percent-escaped, what is escaped already stays, a missing
+/// '/' in front is added.
+[[nodiscard]] std::string TargetForPath(std::string_view path);
+
+/// Where a `Location` leads from an address; nothing where that is no place that HTTP reaches.
+[[nodiscard]] std::optional<Address> ResolveLocation(const Address& from, const std::string& location);
+
+/// Whether two addresses name the same server, whatever the ports.
+[[nodiscard]] bool IsSameHost(const Address& left, const Address& right);

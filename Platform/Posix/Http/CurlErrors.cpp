@@ -1,0 +1,46 @@
+#include "CurlErrors.h"
+
+DWORD Win32ErrorOf(CURLcode result) noexcept
+{
+    switch (result)
+    {
+    case CURLE_OK:
+        return ERROR_SUCCESS;
+    case CURLE_OUT_OF_MEMORY:
+        return ERROR_NOT_ENOUGH_MEMORY;
+    case CURLE_OPERATION_TIMEDOUT:
+        return ERROR_WINHTTP_TIMEOUT;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_URL_MALFORMAT: // the path was made fit before, so this is the server's name
+        return ERROR_WINHTTP_NAME_NOT_RESOLVED;
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_PROXY:
+        return ERROR_WINHTTP_CANNOT_CONNECT;
+    case CURLE_UNSUPPORTED_PROTOCOL: // a reply of HTTP/0.9, which is to say no HTTP at all
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_BAD_CONTENT_ENCODING:
+        return ERROR_WINHTTP_INVALID_SERVER_RESPONSE;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_ENGINE_INITFAILED:
+    case CURLE_SSL_CRL_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+    case CURLE_SSL_CLIENTCERT:
+    case CURLE_USE_SSL_FAILED:
+        return ERROR_WINHTTP_SECURE_FAILURE;
+    case CURLE_GOT_NOTHING:
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_SEND_FAIL_REWIND:
+    case CURLE_HTTP2:
+        return ERROR_WINHTTP_CONNECTION_ERROR;
+    default:
+        return ERROR_WINHTTP_INTERNAL_ERROR;
+    }
+}

@@ -1,0 +1,237 @@
+/// @file
+/// The life of a request:
+///
+///     opened ---Send--> sent --Receive--> replied --Send--> sent ...
+///       ^                |
+///       +- Send failed --+
+///
+/// What fails after Send fails for good: the request stays in "sent" and repeats the error.
+///
+/// Redirects are followed inside Receive, each as an exchange of its own, since what may be sent on to another place is
+/// not curl's to decide.
+
+#include "Request.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace
+{
+constexpr int kMaxRedirects = 10;
+
+constexpr INTERNET_PORT kHttpPort = 80;
+constexpr INTERNET_PORT kHttpsPort = 443;
+
+/// Verbs whose meaning calls for a body state the length of an empty one, too.
+bool ExpectsBody(const std::string& verb)
+{
+    return verb == "POST" || verb == "PUT";
+}
+
+bool KeepsVerb(long status)
+{
+    return status == 307 || status == 308;
+}
+
+bool IsRedirect(const ReplyHead& head)
+{
+    const bool isRedirectStatus = head.status == 301 || head.status == 302 || head.status == 303 || KeepsVerb(head.status);
+    return isRedirectStatus && head.location.has_value();
+}
+
+/// How long the set-up of a connection may take: the name's resolution and the rest are one time to curl.
+int ConnectTimeout(const Timeouts& timeouts)
+{
+    constexpr int kLongest = 0x3FFFFFFF;
+    if (timeouts.connect <= 0)
+    {
+        return 0;
+    }
+    return std::min(timeouts.connect, kLongest) + std::min(std::max(timeouts.resolve, 0), kLongest);
+}
+} // namespace
+
+Request::Request(std::shared_ptr<Connection> connection, std::string verb, std::string_view path, bool secure)
+    : TimedObject(connection->GetSession().GetTimeouts()), m_connection(std::move(connection)), m_verb(std::move(verb))
+{
+    const auto host = HostForUrl(m_connection->Server());
+    const auto port = m_connection->Port();
+    m_knowsHost = host.has_value();
+    m_address = {secure, host.value_or(std::string()), port != 0 ? port : secure ? kHttpsPort : kHttpPort, TargetForPath(path)};
+}
+
+DWORD Request::AddHeaders(std::string_view lines, DWORD modifiers)
+{
+    return m_state == State::Sent ? ERROR_WINHTTP_INCORRECT_HANDLE_STATE : m_headers.AddLines(lines, modifiers);
+}
+
+DWORD Request::Send(std::string_view headerLines, std::string_view body, std::uint64_t totalLength)
+{
+    if (m_state == State::Sent)
+    {
+        return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
+    }
+    m_transfer.reset();
+    m_state = State::Opened;
+    constexpr DWORD kReplaceOrAdd = WINHTTP_ADDREQ_FLAG_REPLACE | WINHTTP_ADDREQ_FLAG_ADD;
+    if (const DWORD error = m_headers.AddLines(headerLines, kReplaceOrAdd); error != ERROR_SUCCESS)
+    {
+        return error;
+    }
+    if (const DWORD error = AnnounceBody(body, totalLength); error != ERROR_SUCCESS)
+    {
+        return error;
+    }
+    if (!m_knowsHost)
+    {
+        return ERROR_WINHTTP_NAME_NOT_RESOLVED;
+    }
+    const DWORD error = StartTransfer();
+    m_state = error == ERROR_SUCCESS ? State::Sent : State::Opened;
+    return error;
+}
+
+/// Settles the body's length: what a header says, else what the call says, else what the verb expects.
+DWORD Request::AnnounceBody(std::string_view body, std::uint64_t totalLength)
+{
+    m_bodyLength.reset();
+    if (const auto* const stated = m_headers.Find(kContentLength))
+    {
+        m_bodyLength = ParseContentLength(*stated);
+        if (!m_bodyLength)
+        {
+            return ERROR_INVALID_PARAMETER;
+        }
+    }
+    else if (totalLength != 0 || !body.empty() || ExpectsBody(m_verb))
+    {
+        m_bodyLength = totalLength;
+    }
+    m_body = body;
+    return m_body.size() > m_bodyLength.value_or(0) ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
+}
+
+DWORD Request::StartTransfer()
+{
+    auto& session = m_connection->GetSession();
+    const auto timeouts = GetTimeouts();
+    auto headerLines = m_headers.LinesForCurl();
+    if (!session.UserAgent().empty() && m_headers.Find("User-Agent") == nullptr)
+    {
+        headerLines.push_back("User-Agent: " + session.UserAgent());
+    }
+    const TransferRequest request{m_address.Url(),
+                                  m_verb,
+                                  std::move(headerLines),
+                                  m_bodyLength,
+                                  m_body,
+                                  ConnectTimeout(timeouts),
+                                  session.Certificates().file,
+                                  session.Certificates().folder};
+    m_transfer.reset(); // first, so that its lane is there to be borrowed
+    m_transfer = std::make_unique<Transfer>(session.Lanes().Borrow(), request, m_interruption);
+    return m_transfer->Start(timeouts.send);
+}
+
+DWORD Request::Write(std::string_view bytes)
+{
+    if (m_state != State::Sent || bytes.size() > m_transfer->BodyLeft())
+    {
+        return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
+    }
+    return m_transfer->Write(bytes, GetTimeouts().send);
+}
+
+DWORD Request::Receive()
+{
+    if (m_state != State::Sent)
+    {
+        return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
+    }
+    for (int redirects = 0;; ++redirects)
+    {
+        if (const DWORD error = m_transfer->AwaitHead(GetTimeouts().receive); error != ERROR_SUCCESS)
+        {
+            return error;
+        }
+        if (!IsRedirect(m_transfer->Head()))
+        {
+            m_state = State::Replied;
+            return ERROR_SUCCESS;
+        }
+        if (redirects == kMaxRedirects)
+        {
+            return ERROR_WINHTTP_REDIRECT_FAILED;
+        }
+        if (const DWORD error = FollowTo(*m_transfer->Head().location); error != ERROR_SUCCESS)
+        {
+            return error;
+        }
+    }
+}
+
+/// Sends the request to the place that a reply names, changed as its status demands.
+DWORD Request::FollowTo(const std::string& location)
+{
+    const auto next = ResolveLocation(m_address, location);
+    if (!next || (m_address.secure && !next->secure))
+    {
+        return ERROR_WINHTTP_REDIRECT_FAILED;
+    }
+    if (const DWORD error = m_transfer->Drain(GetTimeouts().receive); error != ERROR_SUCCESS)
+    {
+        return error;
+    }
+    if (KeepsVerb(m_transfer->Head().status))
+    {
+        // A body that was written piece by piece is gone.
+        if (m_body.size() != m_bodyLength.value_or(0))
+        {
+            return ERROR_WINHTTP_REDIRECT_FAILED;
+        }
+    }
+    else if (m_verb != "GET" && m_verb != "HEAD")
+    {
+        m_verb = "GET";
+        m_body.clear();
+        m_bodyLength.reset();
+        m_headers.Remove(kContentLength);
+        m_headers.Remove("Content-Type");
+    }
+    if (!IsSameHost(m_address, *next))
+    {
+        m_headers.Remove("Cookie");
+        m_headers.Remove("Authorization");
+    }
+    m_address = *next;
+    return StartTransfer();
+}
+
+const ReplyHead* Request::Reply() const noexcept
+{
+    return m_state == State::Replied ? &m_transfer->Head() : nullptr;
+}
+
+DWORD Request::DataAvailable(std::size_t& bytes)
+{
+    bytes = 0;
+    if (m_state != State::Replied)
+    {
+        return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
+    }
+    const DWORD error = m_transfer->AwaitBody(GetTimeouts().receive);
+    bytes = error == ERROR_SUCCESS ? m_transfer->Buffered() : 0;
+    return error;
+}
+
+DWORD Request::Read(char* target, std::size_t capacity, std::size_t& count)
+{
+    count = 0;
+    std::size_t available = 0;
+    if (const DWORD error = DataAvailable(available); error != ERROR_SUCCESS)
+    {
+        return error;
+    }
+    count = m_transfer->Take(target, capacity);
+    return ERROR_SUCCESS;
+}

@@ -1,0 +1,139 @@
+#include "RequestHeaders.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+#include <utility>
+
+namespace
+{
+bool EqualsIgnoringCase(std::string_view left, std::string_view right)
+{
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(), [&](char a, char b) { return lower(a) == lower(b); });
+}
+
+std::string_view Trim(std::string_view text)
+{
+    constexpr std::string_view kSpace = " \t";
+    const auto first = std::min(text.find_first_not_of(kSpace), text.size());
+    text.remove_prefix(first);
+    return text.substr(0, text.find_last_not_of(kSpace) + 1);
+}
+} // namespace
+
+DWORD RequestHeaders::AddLines(std::string_view lines, DWORD modifiers)
+{
+    if (lines.find('\0') != std::string_view::npos)
+    {
+        return ERROR_WINHTTP_INVALID_HEADER;
+    }
+    while (!lines.empty())
+    {
+        const auto end = std::min(lines.find_first_of("\r\n"), lines.size());
+        const auto line = Trim(lines.substr(0, end));
+        lines.remove_prefix(std::min(end + 1, lines.size()));
+        if (line.empty())
+        {
+            continue;
+        }
+        const auto colon = line.find(':');
+        if (colon == std::string_view::npos || colon == 0)
+        {
+            return ERROR_WINHTTP_INVALID_HEADER;
+        }
+        Header header{std::string(Trim(line.substr(0, colon))), std::string(Trim(line.substr(colon + 1)))};
+        if (const DWORD error = Add(std::move(header), modifiers); error != ERROR_SUCCESS)
+        {
+            return error;
+        }
+    }
+    return ERROR_SUCCESS;
+}
+
+DWORD RequestHeaders::Add(Header header, DWORD modifiers)
+{
+    const auto has = [modifiers](DWORD flag) { return (modifiers & flag) != 0; };
+    const auto existing = Locate(header.name);
+    if (existing == m_headers.end())
+    {
+        if (has(WINHTTP_ADDREQ_FLAG_REPLACE) && !has(WINHTTP_ADDREQ_FLAG_ADD))
+        {
+            return ERROR_WINHTTP_HEADER_NOT_FOUND;
+        }
+        m_headers.push_back(std::move(header));
+    }
+    else if (has(WINHTTP_ADDREQ_FLAG_ADD_IF_NEW))
+    {
+        return ERROR_WINHTTP_HEADER_ALREADY_EXISTS;
+    }
+    else if (has(WINHTTP_ADDREQ_FLAG_REPLACE))
+    {
+        if (header.value.empty())
+        {
+            m_headers.erase(existing);
+        }
+        else
+        {
+            *existing = std::move(header);
+        }
+    }
+    else if (has(WINHTTP_ADDREQ_FLAG_COALESCE_WITH_COMMA))
+    {
+        existing->value += ", " + header.value;
+    }
+    else
+    {
+        m_headers.push_back(std::move(header));
+    }
+    return ERROR_SUCCESS;
+}
+
+std::vector<RequestHeaders::Header>::iterator RequestHeaders::Locate(std::string_view name)
+{
+    return std::find_if(m_headers.begin(), m_headers.end(), [name](const Header& header) { return EqualsIgnoringCase(header.name, name); });
+}
+
+const std::string* RequestHeaders::Find(std::string_view name) const
+{
+    const auto found =
+        std::find_if(m_headers.begin(), m_headers.end(), [name](const Header& header) { return EqualsIgnoringCase(header.name, name); });
+    return found == m_headers.end() ? nullptr : &found->value;
+}
+
+void RequestHeaders::Remove(std::string_view name)
+{
+    std::erase_if(m_headers, [name](const Header& header) { return EqualsIgnoringCase(header.name, name); });
+}
+
+std::vector<std::string> RequestHeaders::LinesForCurl() const
+{
+    std::vector<std::string> lines;
+    lines.reserve(m_headers.size() + 3);
+    for (const auto& header : m_headers)
+    {
+        if (!EqualsIgnoringCase(header.name, kContentLength))
+        {
+            // To curl a name with an empty value means "not this header", one with a semicolon "this header, empty".
+            lines.push_back(header.value.empty() ? header.name + ";" : header.name + ": " + header.value);
+        }
+    }
+    for (const char* const name : {"Accept", "Expect", "Proxy-Connection"})
+    {
+        if (Find(name) == nullptr)
+        {
+            lines.push_back(std::string(name) + ":");
+        }
+    }
+    return lines;
+}
+
+std::optional<std::uint64_t> ParseContentLength(std::string_view value)
+{
+    std::uint64_t length = 0;
+    const auto* const end = value.data() + value.size();
+    const auto [stop, error] = std::from_chars(value.data(), end, length);
+    // curl counts with a sign.
+    const bool fits = length <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    return error == std::errc() && stop == end && fits ? std::optional(length) : std::nullopt;
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+/// @file
+/// A request's own header lines, and the rules by which callers add to them.
+
+#include "../WinHttp.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Names are compared without regard to case. Text is UTF-8.
+class RequestHeaders
+{
+public:
+    /// Adds header lines, separated by CR LF, LF or CR, in the way that `WINHTTP_ADDREQ_FLAG_*` modifiers say. Empty lines
+    /// are passed over. Lines before a failing one stay added.
+    /// @return 0, 12150 (nothing to replace), 12153 (no header line) or 12155 (there already).
+    DWORD AddLines(std::string_view lines, DWORD modifiers);
+
+    /// The first header's value, or null.
+    const std::string* Find(std::string_view name) const;
+
+    void Remove(std::string_view name);
+
+    /// The lines as curl takes them, with those that curl would add of its own switched off. The length of the body is not
+    /// among them: curl writes it.
+    std::vector<std::string> LinesForCurl() const;
+
+private:
+    struct Header
+    {
+        std::string name;
+        std::string value;
+    };
+
+    DWORD Add(Header header, DWORD modifiers);
+    std::vector<Header>::iterator Locate(std::string_view name);
+
+    std::vector<Header> m_headers;
+};
+
+inline constexpr const char* kContentLength = "Content-Length";
+
+/// The number that a length header states; nothing where it states none.
+[[nodiscard]] std::optional<std::uint64_t> ParseContentLength(std::string_view value);

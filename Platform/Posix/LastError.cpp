@@ -1,0 +1,16 @@
+#include "Win32.h"
+
+namespace
+{
+thread_local DWORD lastError = ERROR_SUCCESS;
+} // namespace
+
+DWORD GetLastError() noexcept
+{
+    return lastError;
+}
+
+void SetLastError(DWORD error) noexcept
+{
+    lastError = error;
+}

@@ -1,0 +1,25 @@
+#pragma once
+
+/// @file
+/// The paths of requests.
+
+#include "TextConversion.h"
+#include "UrlEncoding.h"
+
+#include "QuendraHttp/NativeHttp.h"
+
+/// API versions that the client treats in their own way.
+inline constexpr ApiVersion kApiVersion10{1, 0};
+inline constexpr ApiVersion kApiVersion13{1, 3};
+
+/// The path prefix of API requests. API 1.0 carries the session in the path, by intent of that old API.
+[[nodiscard]] inline std::wstring ApiBasePathOf(const ServerState& server, const std::wstring& sessionToken)
+{
+    return server.apiVersion == kApiVersion10 ? L"/api/" + sessionToken : server.endpointPath;
+}
+
+/// A server path as it goes into a request's path.
+[[nodiscard]] inline std::wstring EncodedPath(const std::wstring& path)
+{
+    return ToWide(EncodeUrl(path, UrlEncodingMode::Path));
+}

@@ -12,11 +12,12 @@ FunctionTraceScope::FunctionTraceScope(const char* function, const char* sourceU
 
 FunctionTraceScope::~FunctionTraceScope()
 {
+    // Asking for exceptions looks up thread-local storage, which on Windows clears the last error.
+    const LastErrorKeeper keeper;
     if (std::uncaught_exceptions() == 0)
         WriteFunction(EVT_FUNCTION_EXIT);
     else if (IsEnabled(EVT_FUNCTION_EXIT))
     {
-        const LastErrorKeeper keeper;
         WriteEventFormatted(*m_provider, &EVT_CRITICAL, m_sourceUnit, m_line, m_function, "[EXCEPTION EXIT]");
     }
 }

@@ -1,0 +1,103 @@
+#include "Client.h"
+
+#include "Failures.h"
+#include "ResultMeanings.h"
+#include "SessionFile.h"
+#include "Text.h"
+#include "TextConversion.h"
+
+#include "QuendraHttp/QuendraHttp.h"
+
+#include <ostream>
+
+namespace
+{
+
+std::string OneLineJson(const Json::Value& document)
+{
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return Json::writeString(builder, document);
+}
+
+} // namespace
+
+void Client::ApiDeleter::operator()(IQuendraHttpAPI* api) const
+{
+    ReleaseInstance(api);
+}
+
+void Client::Connect(bool withToken)
+{
+    std::optional<SavedSession> session;
+    if (!m_options.server || (withToken && !m_options.token))
+        session = LoadSession(SessionFilePath(m_surroundings));
+
+    if (m_options.server)
+        m_server = MakeAddress(*m_options.server, m_options.port);
+    else if (session)
+        m_server = {session->server.secure, session->server.host, m_options.port.value_or(session->server.port)};
+    else
+        throw UsageError("no server is named: use --server URL, or log in first: quendra --server URL login USER");
+
+    m_api.reset(m_surroundings.createInstance(m_options.device.value_or(m_surroundings.machineName)));
+    if (!m_api)
+        throw OperationFailed("CreateInstance", Result::NotEnoughMemory);
+    Check("SetServer", m_api->SetServer(ToNarrow(ToWide(m_server.Url()), NarrowEncoding::ThreadAnsi).c_str()));
+    Check("SetPort", m_api->SetPort(m_server.port));
+    if (!withToken)
+        return;
+    if (m_options.token)
+        Check("SetSessionToken", m_api->SetSessionToken(ToWide(*m_options.token)));
+    else if (session && session->server == m_server)
+        Check("SetSessionToken", m_api->SetSessionToken(ToWide(session->token)));
+}
+
+bool Client::ShowsProgress() const
+{
+    return m_surroundings.errorsAreTerminal && !m_options.quiet && !m_options.json;
+}
+
+void Client::Print(const Json::Value& document, const std::string& text) const
+{
+    if (m_options.json)
+        m_surroundings.output << OneLineJson(document) << '\n';
+    else
+        m_surroundings.output << text;
+    m_surroundings.output << std::flush;
+    if (!m_surroundings.output)
+        throw ProgramError("The result cannot be written to standard output");
+}
+
+void Client::Note(const std::string& line) const
+{
+    m_surroundings.errors << line << '\n' << std::flush;
+}
+
+void Client::ReportFailure(const std::string& operation, ResultCode code, const std::string& advice) const
+{
+    const std::string meaning = advice.empty() ? MeaningOf(code) : MeaningOf(code) + "; " + advice;
+    Note("quendra: " + operation + " failed: " + CodeText(code) + " (" + meaning + ")");
+    if (!m_options.json)
+        return;
+    Json::Value error;
+    error["operation"] = operation;
+    error["code"] = code;
+    error["meaning"] = meaning;
+    Json::Value document;
+    document["error"] = error;
+    m_surroundings.output << OneLineJson(document) << '\n' << std::flush;
+}
+
+Json::Value OkDocument()
+{
+    Json::Value document;
+    document["ok"] = true;
+    return document;
+}
+
+Json::Value JsonText(const std::wstring& text)
+{
+    return text.empty() ? Json::Value() : Json::Value(ToNarrow(text));
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+/// @file
+/// What a command works with: the library's interface, the options and the places to print to.
+
+#include "CommandLine.h"
+#include "ServerAddress.h"
+#include "Surroundings.h"
+
+#include <json/json.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+class IQuendraHttpAPI;
+
+class Client
+{
+public:
+    Client(const Options& options, const Surroundings& surroundings) : m_options(options), m_surroundings(surroundings) {}
+
+    /// Makes the library's instance and tells it server, device and, for `withToken`, the session.
+    /// @throws UsageError where no server is named, OperationFailed, ProgramError
+    void Connect(bool withToken);
+
+    /// The library; there once `Connect` returned.
+    [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
+    [[nodiscard]] const ServerAddress& Server() const { return m_server; }
+    [[nodiscard]] const Surroundings& Around() const { return m_surroundings; }
+
+    /// Whether a progress bar is wanted and can be seen.
+    [[nodiscard]] bool ShowsProgress() const;
+
+    [[nodiscard]] bool PrintsJson() const { return m_options.json; }
+
+    /// Prints a result: the document with `--json`, else the text, which has its line ends.
+    void Print(const Json::Value& document, const std::string& text) const;
+
+    /// Prints a line for people on standard error.
+    void Note(const std::string& line) const;
+
+    /// Reports a failed operation in both forms that there are.
+    void ReportFailure(const std::string& operation, ResultCode code, const std::string& advice) const;
+
+private:
+    struct ApiDeleter
+    {
+        void operator()(IQuendraHttpAPI* api) const;
+    };
+
+    const Options& m_options;
+    const Surroundings& m_surroundings;
+    ServerAddress m_server;
+    std::unique_ptr<IQuendraHttpAPI, ApiDeleter> m_api;
+};
+
+/// `{"ok":true}`
+[[nodiscard]] Json::Value OkDocument();
+
+/// A text of the library's as a JSON value; null for an empty one.
+[[nodiscard]] Json::Value JsonText(const std::wstring& text);

@@ -1,0 +1,43 @@
+#pragma once
+
+/// @file
+/// The program's arguments, read.
+
+#include "Commands.h"
+#include "ServerAddress.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What every command takes.
+struct Options
+{
+    std::optional<ServerText> server;
+    std::optional<int> port;
+    std::optional<std::wstring> device;
+    std::optional<std::string> token;
+    std::string trace; ///< empty for none.
+    bool json = false;
+    bool quiet = false;
+};
+
+struct CommandLine
+{
+    Options options;
+    Command::Any command;
+};
+
+/// The user asked for help instead of a command.
+struct HelpRequest
+{
+    std::string text;
+};
+
+/// Looks up an environment variable.
+using EnvironmentLookup = std::function<std::optional<std::string>(const std::string& name)>;
+
+/// @param arguments  UTF-8, without the program's name.
+/// @throws UsageError, HelpRequest
+[[nodiscard]] CommandLine ParseCommandLine(std::vector<std::string> arguments, const EnvironmentLookup& environment);

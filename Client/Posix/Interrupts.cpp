@@ -1,0 +1,71 @@
+#include "System.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <thread>
+#include <unistd.h>
+
+namespace System
+{
+namespace
+{
+
+// A signal handler is given nothing but the signal's number: this is the pipe's end that it wakes the watching thread through.
+std::atomic<int> wakeDescriptor{-1};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+constexpr char kInterrupted = 'i';
+constexpr char kStop = 's';
+
+extern "C" void OnInterrupt(int /*signal*/)
+{
+    const int savedError = errno;
+    [[maybe_unused]] const ssize_t written = write(wakeDescriptor.load(), &kInterrupted, 1);
+    errno = savedError;
+}
+
+class SignalWatch final : public InterruptWatch
+{
+public:
+    explicit SignalWatch(std::function<void()> interrupted)
+    {
+        if (pipe2(m_pipe, O_CLOEXEC) != 0)
+            throw std::system_error(errno, std::generic_category(), "Ctrl-C cannot be watched");
+        m_thread = std::thread([this, callback = std::move(interrupted)] {
+            char wake = 0;
+            if (read(m_pipe[0], &wake, 1) == 1 && wake == kInterrupted)
+                callback();
+        });
+        wakeDescriptor.store(m_pipe[1]);
+        struct sigaction action = {};
+        action.sa_handler = OnInterrupt;
+        action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND); // the second one ends the program
+        sigaction(SIGINT, &action, &m_previous);
+    }
+
+    ~SignalWatch() override
+    {
+        sigaction(SIGINT, &m_previous, nullptr);
+        wakeDescriptor.store(-1);
+        [[maybe_unused]] const ssize_t written = write(m_pipe[1], &kStop, 1);
+        m_thread.join();
+        close(m_pipe[0]);
+        close(m_pipe[1]);
+    }
+
+private:
+    int m_pipe[2] = {-1, -1};
+    std::thread m_thread;
+    struct sigaction m_previous = {};
+};
+
+} // namespace
+
+std::unique_ptr<InterruptWatch> WatchInterrupts(std::function<void()> interrupted)
+{
+    return std::make_unique<SignalWatch>(std::move(interrupted));
+}
+
+} // namespace System

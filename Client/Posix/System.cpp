@@ -1,0 +1,236 @@
+#include "System.h"
+
+#include "TextConversion.h"
+
+#include "Platform/Platform.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace System
+{
+namespace
+{
+
+constexpr std::int64_t kTicksPerSecond = 10'000'000;
+constexpr std::int64_t kUnixEpochSeconds = 11'644'473'600; // from 1601 to 1970
+
+std::error_code LastError()
+{
+    return {errno, std::generic_category()};
+}
+
+class Descriptor
+{
+public:
+    explicit Descriptor(int value) : m_value(value) {}
+    ~Descriptor()
+    {
+        if (m_value >= 0)
+            close(m_value);
+    }
+
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    [[nodiscard]] int Get() const { return m_value; }
+
+private:
+    int m_value;
+};
+
+// Switches echoing off. SIGINT interrupts the read instead of ending the program with the terminal left mute.
+class SilentTerminal
+{
+public:
+    SilentTerminal()
+    {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGINT, &action, &m_previousAction);
+        tcgetattr(STDIN_FILENO, &m_previous);
+        termios silent = m_previous;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        silent.c_lflag |= ECHONL;
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    }
+
+    ~SilentTerminal()
+    {
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &m_previous);
+        sigaction(SIGINT, &m_previousAction, nullptr);
+    }
+
+    SilentTerminal(const SilentTerminal&) = delete;
+    SilentTerminal& operator=(const SilentTerminal&) = delete;
+
+private:
+    termios m_previous = {};
+    struct sigaction m_previousAction = {};
+};
+
+std::int64_t ToTicks(std::int64_t seconds, std::int64_t nanoseconds)
+{
+    return (seconds + kUnixEpochSeconds) * kTicksPerSecond + nanoseconds / 100;
+}
+
+bool WriteAll(int file, std::string_view content)
+{
+    while (!content.empty())
+    {
+        const ssize_t written = write(file, content.data(), content.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        content.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+bool PrintToTerminal(std::string_view text)
+{
+    return WriteAll(STDERR_FILENO, text);
+}
+
+} // namespace
+
+std::vector<std::string> Arguments(int count, const char* const* values)
+{
+    std::vector<std::string> arguments;
+    for (int index = 1; index < count; ++index)
+        arguments.emplace_back(values[index]);
+    return arguments;
+}
+
+std::optional<std::string> Environment(const std::string& name)
+{
+    const char* value = std::getenv(name.c_str());
+    return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+}
+
+std::wstring MachineName()
+{
+    char name[256] = {};
+    if (gethostname(name, sizeof name - 1) != 0)
+        return {};
+    return ToWide(name);
+}
+
+std::filesystem::path ConfigurationFolder()
+{
+    // A relative path in the variable counts as none.
+    if (const auto folder = Environment("XDG_CONFIG_HOME"); folder && folder->starts_with('/'))
+        return *folder;
+    if (const auto home = Environment("HOME"); home && !home->empty())
+        return std::filesystem::path(*home) / ".config";
+    return {};
+}
+
+bool InputIsTerminal()
+{
+    return isatty(STDIN_FILENO) != 0;
+}
+
+bool ErrorsAreTerminal()
+{
+    return isatty(STDERR_FILENO) != 0;
+}
+
+unsigned TerminalColumns()
+{
+    winsize size = {};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+std::optional<std::string> AskSecretly(const std::string& prompt)
+{
+    std::string line;
+    ssize_t count = 0;
+    int error = 0;
+    {
+        const SilentTerminal silent;
+        PrintToTerminal(prompt);
+        char character = 0;
+        while ((count = read(STDIN_FILENO, &character, 1)) == 1 && character != '\n')
+            line.push_back(character);
+        error = errno;
+    }
+    if (count < 0 && error == EINTR)
+    {
+        PrintToTerminal("\n");
+        std::raise(SIGINT);
+    }
+    return count == 1 || !line.empty() ? std::optional(line) : std::nullopt;
+}
+
+std::optional<std::tm> LocalTime(std::int64_t unixSeconds)
+{
+    const auto moment = static_cast<std::time_t>(unixSeconds);
+    std::tm local = {};
+    return localtime_r(&moment, &local) != nullptr ? std::optional(local) : std::nullopt;
+}
+
+std::wstring LocalPath(const std::wstring& argument)
+{
+    return argument;
+}
+
+ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)
+{
+    struct statx found = {};
+    if (statx(AT_FDCWD, ToNarrow(path).c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &found) != 0)
+    {
+        switch (errno)
+        {
+        case ENOENT:
+            return ERROR_FILE_NOT_FOUND;
+        case ENOTDIR:
+            return ERROR_PATH_NOT_FOUND;
+        case EACCES:
+            return ERROR_ACCESS_DENIED;
+        case ENAMETOOLONG:
+            return ERROR_FILENAME_EXCED_RANGE;
+        default:
+            return ERROR_GEN_FAILURE;
+        }
+    }
+    facts.isFolder = S_ISDIR(found.stx_mode);
+    facts.size = static_cast<std::int64_t>(found.stx_size);
+    facts.modifiedTicks = ToTicks(found.stx_mtime.tv_sec, found.stx_mtime.tv_nsec);
+    // Not every file system remembers when a file was made.
+    const bool knowsBirth = (found.stx_mask & STATX_BTIME) != 0;
+    facts.createdTicks = knowsBirth ? ToTicks(found.stx_btime.tv_sec, found.stx_btime.tv_nsec) : facts.modifiedTicks;
+    facts.attributes = facts.isFolder ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
+    return Result::Success;
+}
+
+std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_view content)
+{
+    std::error_code error;
+    if (path.has_parent_path())
+        std::filesystem::create_directories(path.parent_path(), error);
+    if (error)
+        return error;
+
+    std::string temporary = path.native() + ".XXXXXX";
+    const Descriptor file(mkostemp(temporary.data(), O_CLOEXEC)); // readable by its user only
+    if (file.Get() < 0)
+        return LastError();
+    if (WriteAll(file.Get(), content) && fsync(file.Get()) == 0 && rename(temporary.c_str(), path.c_str()) == 0)
+        return {};
+    error = LastError();
+    unlink(temporary.c_str());
+    return error;
+}
+
+ConsoleEncoding::ConsoleEncoding() = default;
+ConsoleEncoding::~ConsoleEncoding() = default;
+
+} // namespace System

@@ -1,0 +1,131 @@
+#include "Program.h"
+
+#include "Client.h"
+#include "CommandLine.h"
+#include "Failures.h"
+#include "Surroundings.h"
+#include "Text.h"
+#include "TextConversion.h"
+
+#include "Eventing/TraceFile.h"
+#include "QuendraHttp/QuendraHttp.h"
+
+#include <concepts>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <ostream>
+#include <utility>
+
+namespace
+{
+
+// The library between its two exports, and the trace that it writes to.
+class Library
+{
+public:
+    Library(const Surroundings& surroundings, const std::string& traceFile) : m_surroundings(surroundings)
+    {
+        if (!traceFile.empty())
+            m_trace = OpenTrace(traceFile);
+        Check("Init", static_cast<ResultCode>(m_surroundings.initialiseLibrary(m_trace ? m_trace->Handle() : 0)));
+    }
+
+    ~Library() { m_surroundings.exitLibrary(); }
+
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    [[nodiscard]] bool IsTraceComplete() const { return !m_trace || m_trace->IsComplete(); }
+
+private:
+    static std::unique_ptr<Eventing::TraceFile> OpenTrace(const std::string& file)
+    {
+        try
+        {
+            const std::filesystem::path path = file == "-" ? L"-" : System::LocalPath(ToWide(file));
+            return std::make_unique<Eventing::TraceFile>(path);
+        }
+        catch (const std::exception& error)
+        {
+            throw ProgramError("--trace " + file + ": " + error.what());
+        }
+    }
+
+    const Surroundings& m_surroundings;
+    std::unique_ptr<Eventing::TraceFile> m_trace;
+};
+
+template <typename Type, typename... Types> constexpr bool IsOneOf = (std::same_as<Type, Types> || ...);
+
+template <typename Type> constexpr bool kWorksWithoutSession = IsOneOf<Type, Command::Handshake, Command::Login, Command::Register>;
+template <typename Type> constexpr bool kShakesHandsItself = IsOneOf<Type, Command::Handshake, Command::Login, Command::Logout>;
+
+template <typename Type> void Run(Client& client, const Type& command)
+{
+    if constexpr (!std::same_as<Type, Command::Logout>)
+        client.Connect(!kWorksWithoutSession<Type>);
+    // The other commands need the endpoints' paths.
+    if constexpr (!kShakesHandsItself<Type>)
+    {
+        std::uint32_t serverMode = 0;
+        std::uint32_t handshakeValue = 0;
+        Check("Init", client.Api().Init(serverMode, handshakeValue));
+    }
+    Execute(client, command);
+}
+
+int RunCommand(const CommandLine& line, const Surroundings& surroundings)
+{
+    try
+    {
+        const Library library(surroundings, line.options.trace);
+        Client client(line.options, surroundings);
+        try
+        {
+            std::visit([&client](const auto& command) { Run(client, command); }, line.command);
+        }
+        catch (const OperationFailed& failure)
+        {
+            client.ReportFailure(failure.Operation(), failure.Code(), failure.Advice());
+            return failure.Code() == Result::Cancelled ? ExitStatus::Interrupted : ExitStatus::Failed;
+        }
+        if (!library.IsTraceComplete())
+            client.Note("quendra: the trace has gaps: not every event could be written");
+        return ExitStatus::Done;
+    }
+    catch (const UsageError&)
+    {
+        throw;
+    }
+    catch (const Interrupted&)
+    {
+        return ExitStatus::Interrupted;
+    }
+    catch (const std::exception& error)
+    {
+        surroundings.errors << "quendra: " << Printable(std::string_view(error.what())) << std::endl;
+        return ExitStatus::Failed;
+    }
+}
+
+} // namespace
+
+int RunProgram(const std::vector<std::string>& arguments, const Surroundings& surroundings)
+{
+    try
+    {
+        return RunCommand(ParseCommandLine(arguments, surroundings.environment), surroundings);
+    }
+    catch (const HelpRequest& help)
+    {
+        surroundings.output << help.text << std::flush;
+        return ExitStatus::Done;
+    }
+    catch (const UsageError& error)
+    {
+        surroundings.errors << "quendra: " << Printable(std::string_view(error.what()))
+                            << "\nTry 'quendra --help' or 'quendra COMMAND --help'." << std::endl;
+        return ExitStatus::WrongUsage;
+    }
+}

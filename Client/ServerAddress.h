@@ -1,0 +1,43 @@
+#pragma once
+
+/// @file
+/// The server as the user names it.
+
+#include <compare>
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// One server: what tells two conversations apart.
+struct ServerAddress
+{
+    bool secure = false;
+    std::string host; ///< lower case; an IPv6 address in brackets.
+    int port = 0;
+
+    auto operator<=>(const ServerAddress&) const = default;
+
+    /// What the library's `SetServer` takes: `http://host` or `https://host`.
+    [[nodiscard]] std::string Url() const;
+
+    /// For people: the URL, with the port where it is not the scheme's own.
+    [[nodiscard]] std::string Text() const;
+};
+
+/// A server's text: a host, `http://host` or `https://host`, each with an optional `:port`.
+struct ServerText
+{
+    bool secure = false;
+    std::string host;
+    std::optional<int> port;
+};
+
+/// @throws UsageError, saying what is wrong with the text.
+[[nodiscard]] ServerText ParseServer(std::string_view text);
+
+/// @throws UsageError
+[[nodiscard]] int ParsePort(std::string_view text);
+
+/// The address that a server's text names, with a port that was named elsewhere or, failing that, the scheme's own.
+/// @throws UsageError where two different ports are named.
+[[nodiscard]] ServerAddress MakeAddress(const ServerText& text, std::optional<int> port);

@@ -1,0 +1,129 @@
+#include "Client.h"
+#include "Commands.h"
+#include "Failures.h"
+#include "SessionFile.h"
+#include "Text.h"
+#include "TextConversion.h"
+
+#include "QuendraHttp/QuendraHttp.h"
+
+#include <json/json.h>
+
+#include <cstdint>
+#include <istream>
+#include <memory>
+
+namespace
+{
+
+std::string ModeText(std::uint32_t serverMode)
+{
+    switch (serverMode)
+    {
+    case 1:
+        return "legacy";
+    case 2:
+        return "device-token authentication";
+    default:
+        return std::to_string(serverMode);
+    }
+}
+
+std::wstring AskForPassword(const Surroundings& around, const std::wstring& user)
+{
+    if (const auto password = around.environment("QUENDRA_PASSWORD"))
+        return ToWide(*password);
+    if (around.inputIsTerminal)
+    {
+        if (const auto password = around.askSecretly("Password for " + Printable(user) + ": "))
+            return ToWide(*password);
+        throw UsageError("no password was given");
+    }
+    std::string line;
+    if (!std::getline(around.input, line))
+        throw UsageError("no password: set QUENDRA_PASSWORD or write it to standard input");
+    if (line.ends_with('\r'))
+        line.pop_back();
+    return ToWide(line);
+}
+
+// The reply that holds the policy holds the session token too: that is left out.
+std::string PolicyText(const std::wstring& reply)
+{
+    const std::string text = ToNarrow(reply);
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    Json::Value root;
+    if (!reader->parse(text.data(), text.data() + text.size(), &root, nullptr) || !root.isObject())
+        return text;
+    root.removeMember("session_token");
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return Json::writeString(builder, root);
+}
+
+} // namespace
+
+namespace Command
+{
+
+void Execute(Client& client, const Handshake& /*command*/)
+{
+    std::uint32_t serverMode = 0;
+    std::uint32_t handshakeValue = 0;
+    Check("Init", client.Api().Init(serverMode, handshakeValue));
+    const bool apiAtLeast13 = client.Api().IsApiVersionAtLeast13();
+
+    Json::Value document;
+    document["serverMode"] = serverMode;
+    document["handshakeValue"] = handshakeValue;
+    document["apiAtLeast13"] = apiAtLeast13;
+    client.Print(document, "Server:          " + client.Server().Text() + "\nServer mode:     " + ModeText(serverMode) +
+                               "\nHandshake value: " + std::to_string(handshakeValue) +
+                               "\nAPI version:     " + (apiAtLeast13 ? "1.3 or later" : "before 1.3") + "\n");
+}
+
+void Execute(Client& client, const Version& /*command*/)
+{
+    std::wstring buildNumber;
+    Check("Version", client.Api().Version(buildNumber));
+    Json::Value document;
+    document["buildNumber"] = ToNarrow(buildNumber);
+    client.Print(document, Printable(buildNumber) + "\n");
+}
+
+void Execute(Client& client, const Register& command)
+{
+    Check("Register", client.Api().Register(command.user, client.Around().machineName));
+    client.Print(OkDocument(), "Registered. The server sends " + Printable(command.user) + " an e-mail.\n");
+}
+
+void Execute(Client& client, const Login& command)
+{
+    std::wstring policy;
+    std::uint32_t handshakeValue = 0;
+    Check("Login", client.Api().Login(command.user, AskForPassword(client.Around(), command.user), command.deviceToken,
+                                      client.Around().machineName, policy, handshakeValue, {}, {}));
+    std::wstring token;
+    Check("GetSessionToken", client.Api().GetSessionToken(token));
+    const auto file = SessionFilePath(client.Around());
+    SaveSession(file, {client.Server(), ToNarrow(token)});
+
+    Json::Value document = OkDocument();
+    document["handshakeValue"] = handshakeValue;
+    std::string text = "Logged in to " + client.Server().Text() + " as " + Printable(command.user) + ".\n";
+    if (!policy.empty())
+    {
+        document["policy"] = PolicyText(policy);
+        text += "The server sent a policy; --json shows it.\n";
+    }
+    client.Print(document, text);
+}
+
+void Execute(Client& client, const Logout& /*command*/)
+{
+    const bool wasLoggedIn = ForgetSession(SessionFilePath(client.Around()));
+    client.Print(OkDocument(), wasLoggedIn ? "Logged out: the saved session is forgotten.\n" : "There is no saved session.\n");
+}
+
+} // namespace Command

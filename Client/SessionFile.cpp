@@ -1,0 +1,92 @@
+#include "SessionFile.h"
+
+#include "Failures.h"
+#include "Surroundings.h"
+#include "TextConversion.h"
+
+#include <json/json.h>
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+namespace
+{
+
+std::string Named(const std::filesystem::path& file)
+{
+    return ToNarrow(file.wstring());
+}
+
+[[noreturn]] void NotASession(const std::filesystem::path& file)
+{
+    throw ProgramError(Named(file) + " does not hold a session: 'quendra logout' removes it, 'quendra login' makes a new one");
+}
+
+std::optional<Json::Value> ParseObject(const std::string& text)
+{
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    Json::Value root;
+    if (!reader->parse(text.data(), text.data() + text.size(), &root, nullptr) || !root.isObject())
+        return std::nullopt;
+    return root;
+}
+
+} // namespace
+
+std::filesystem::path SessionFilePath(const Surroundings& surroundings)
+{
+    if (const auto named = surroundings.environment("QUENDRA_SESSION"); named && !named->empty())
+        return {ToWide(*named)};
+    if (surroundings.configurationFolder.empty())
+        return {};
+    return surroundings.configurationFolder / "quendra" / "session.json";
+}
+
+std::optional<SavedSession> LoadSession(const std::filesystem::path& file)
+{
+    std::error_code ignored;
+    if (file.empty() || !std::filesystem::exists(file, ignored))
+        return std::nullopt;
+    std::ifstream stream(file, std::ios::binary);
+    const std::string text(std::istreambuf_iterator<char>(stream), {});
+    if (!stream.is_open() || stream.bad())
+        throw ProgramError("The saved session in " + Named(file) + " cannot be read");
+
+    try
+    {
+        const auto root = ParseObject(text);
+        if (!root || !(*root)["server"].isString() || !(*root)["port"].isInt() || !(*root)["token"].isString())
+            NotASession(file);
+        return SavedSession{MakeAddress(ParseServer((*root)["server"].asString()), (*root)["port"].asInt()), (*root)["token"].asString()};
+    }
+    catch (const Json::Exception&)
+    {
+        NotASession(file);
+    }
+    catch (const UsageError&)
+    {
+        NotASession(file);
+    }
+}
+
+void SaveSession(const std::filesystem::path& file, const SavedSession& session)
+{
+    if (file.empty())
+        throw ProgramError("There is no folder for the session: name a file in QUENDRA_SESSION");
+    Json::Value root;
+    root["server"] = session.server.Url();
+    root["port"] = session.server.port;
+    root["token"] = session.token;
+    if (const std::error_code error = System::WritePrivateFile(file, Json::writeString(Json::StreamWriterBuilder(), root) + "\n"))
+        throw ProgramError("The session cannot be saved in " + Named(file) + ": " + error.message());
+}
+
+bool ForgetSession(const std::filesystem::path& file)
+{
+    std::error_code error;
+    const bool existed = !file.empty() && std::filesystem::remove(file, error);
+    if (error)
+        throw ProgramError("The session in " + Named(file) + " cannot be removed: " + error.message());
+    return existed;
+}

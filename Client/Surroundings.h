@@ -1,0 +1,37 @@
+#pragma once
+
+/// @file
+/// What the program finds around itself. `Main.cpp` fills in the real things; tests bring their own.
+
+#include "System.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+
+class IQuendraHttpAPI;
+
+struct Surroundings
+{
+    std::istream& input;
+    std::ostream& output;
+    std::ostream& errors;
+    bool inputIsTerminal = false;
+    bool errorsAreTerminal = false;
+    std::wstring machineName;
+    std::filesystem::path configurationFolder;
+
+    std::function<std::optional<std::string>(const std::string& name)> environment;
+    std::function<std::optional<std::string>(const std::string& prompt)> askSecretly;
+    std::function<unsigned()> terminalColumns;
+    std::function<std::unique_ptr<System::InterruptWatch>(std::function<void()> interrupted)> watchInterrupts;
+
+    // The library's exports.
+    std::function<std::int32_t(std::uint64_t provider)> initialiseLibrary;
+    std::function<void()> exitLibrary;
+    std::function<IQuendraHttpAPI*(const std::wstring& deviceName)> createInstance;
+};

@@ -1,0 +1,92 @@
+#pragma once
+
+/// @file
+/// What the program asks of the operating system beyond the library's own platform calls. `Posix/` and `Windows/` each have their
+/// version; nothing else in the program knows which one it runs on. Narrow text is UTF-8.
+
+#include "QuendraHttp/ResultCodes.h"
+
+#include <cstdint>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace System
+{
+
+/// The program's arguments without its own name. Windows hands `main` a lossy copy; this reads the original.
+[[nodiscard]] std::vector<std::string> Arguments(int count, const char* const* values);
+
+[[nodiscard]] std::optional<std::string> Environment(const std::string& name);
+
+/// The machine's name; empty where the system does not tell.
+[[nodiscard]] std::wstring MachineName();
+
+/// Where the user's programs keep their settings; empty where the system does not tell.
+[[nodiscard]] std::filesystem::path ConfigurationFolder();
+
+[[nodiscard]] bool InputIsTerminal();
+[[nodiscard]] bool ErrorsAreTerminal();
+
+/// The width of the terminal behind standard error; 0 where there is none.
+[[nodiscard]] unsigned TerminalColumns();
+
+/// Asks on the terminal for a line that is not shown while it is typed. Needs standard input to be a terminal.
+/// @return nothing at the end of the input.
+[[nodiscard]] std::optional<std::string> AskSecretly(const std::string& prompt);
+
+/// The user's local time; nothing for a moment that the system cannot convert.
+[[nodiscard]] std::optional<std::tm> LocalTime(std::int64_t unixSeconds);
+
+/// A local path as the library's file operations take it: on Windows absolute, in the form that may be longer than 260 characters.
+[[nodiscard]] std::wstring LocalPath(const std::wstring& argument);
+
+/// What an upload tells of a local file.
+struct FileFacts
+{
+    bool isFolder = false;
+    std::int64_t size = 0;
+    std::int64_t createdTicks = 0; ///< like `CAttributeTime`.
+    std::int64_t modifiedTicks = 0;
+    std::uint32_t attributes = 0; ///< Windows file-attribute bits.
+};
+
+/// @return 0, or the platform's error.
+[[nodiscard]] ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts);
+
+/// Writes a file that only its user can read, from the moment it is there; replaces an older one as a whole. Makes the folder.
+[[nodiscard]] std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_view content);
+
+/// Makes standard streams carry plain UTF-8 while it lives.
+class ConsoleEncoding
+{
+public:
+    ConsoleEncoding();
+    ~ConsoleEncoding();
+
+    ConsoleEncoding(const ConsoleEncoding&) = delete;
+    ConsoleEncoding& operator=(const ConsoleEncoding&) = delete;
+
+private:
+    [[maybe_unused]] unsigned m_previous = 0; // not every system has one to go back to
+};
+
+/// Takes the user's Ctrl-C while it lives.
+class InterruptWatch
+{
+public:
+    virtual ~InterruptWatch() = default;
+};
+
+/// @param interrupted  called once, on a thread of its own, at the first Ctrl-C; a second one ends the program. The watch's end
+///                     waits for it.
+/// @throws std::system_error
+[[nodiscard]] std::unique_ptr<InterruptWatch> WatchInterrupts(std::function<void()> interrupted);
+
+} // namespace System

@@ -1,0 +1,18 @@
+#pragma once
+
+/// @file
+/// Times as people write and read them.
+
+#include "AttributeTime.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// Reads a time that the user typed: `now`, `2026-03-01`, `2026-03-01T12:30`, `2026-03-01T12:30:15.250`, with a space instead of
+/// the `T`, in local time, or with a `Z` behind in UTC.
+/// @return nothing for another form, an impossible date or one outside the years 1601 to 9999.
+[[nodiscard]] std::optional<CAttributeTime> ParseTime(std::string_view text);
+
+/// `2026-03-01 12:30`, in local time; `-` for no time.
+[[nodiscard]] std::string TimeForPeople(const CAttributeTime& time);

@@ -1,0 +1,251 @@
+#include "System.h"
+
+#include "PathUtilities.h"
+#include "TextConversion.h"
+
+#include "Platform/Platform.h"
+
+#include <cstddef>
+#include <fcntl.h>
+#include <io.h>
+#include <sddl.h>
+#include <shellapi.h>
+
+namespace System
+{
+namespace
+{
+
+struct LocalMemoryDeleter
+{
+    void operator()(void* memory) const { LocalFree(memory); }
+};
+template <typename Type> using LocalMemory = std::unique_ptr<Type, LocalMemoryDeleter>;
+
+struct HandleCloser
+{
+    void operator()(HANDLE handle) const { CloseHandle(handle); }
+};
+using Handle = std::unique_ptr<void, HandleCloser>;
+
+std::error_code LastError()
+{
+    return {static_cast<int>(GetLastError()), std::system_category()};
+}
+
+bool IsConsole(DWORD stream)
+{
+    DWORD mode = 0;
+    return GetConsoleMode(GetStdHandle(stream), &mode) != 0;
+}
+
+class SilentConsole
+{
+public:
+    explicit SilentConsole(HANDLE input) : m_input(input)
+    {
+        GetConsoleMode(m_input, &m_previous);
+        SetConsoleMode(m_input, (m_previous | ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT) & ~static_cast<DWORD>(ENABLE_ECHO_INPUT));
+    }
+    ~SilentConsole() { SetConsoleMode(m_input, m_previous); }
+
+    SilentConsole(const SilentConsole&) = delete;
+    SilentConsole& operator=(const SilentConsole&) = delete;
+
+private:
+    HANDLE m_input;
+    DWORD m_previous = 0;
+};
+
+std::int64_t ToTicks(const FILETIME& time)
+{
+    return static_cast<std::int64_t>((static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime);
+}
+
+// A security descriptor that lets the program's user in and nobody else; null where the system does not say who that is.
+LocalMemory<void> OwnUserOnly()
+{
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+        return nullptr;
+    const Handle tokenOwner(token);
+    DWORD size = 0;
+    GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+    std::vector<std::max_align_t> buffer(size / sizeof(std::max_align_t) + 1);
+    if (!GetTokenInformation(token, TokenUser, buffer.data(), size, &size))
+        return nullptr;
+    const auto* user = reinterpret_cast<const TOKEN_USER*>(buffer.data());
+
+    LPWSTR sid = nullptr;
+    if (!ConvertSidToStringSidW(user->User.Sid, &sid))
+        return nullptr;
+    const LocalMemory<wchar_t> sidOwner(sid);
+    const std::wstring rights = std::wstring(L"D:P(A;;FA;;;") + sid + L")";
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(rights.c_str(), SDDL_REVISION_1, &descriptor, nullptr))
+        return nullptr;
+    return LocalMemory<void>(descriptor);
+}
+
+std::error_code WriteNewFile(const std::wstring& path, std::string_view content)
+{
+    const LocalMemory<void> descriptor = OwnUserOnly();
+    if (!descriptor)
+        return LastError();
+    SECURITY_ATTRIBUTES security = {sizeof(SECURITY_ATTRIBUTES), descriptor.get(), FALSE};
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, &security, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return LastError();
+    const Handle fileOwner(file);
+    DWORD written = 0;
+    if (!WriteFile(file, content.data(), static_cast<DWORD>(content.size()), &written, nullptr) || written != content.size())
+        return LastError();
+    return {};
+}
+
+} // namespace
+
+std::vector<std::string> Arguments(int /*count*/, const char* const* /*values*/)
+{
+    std::vector<std::string> arguments;
+    int count = 0;
+    const LocalMemory<LPWSTR> values(CommandLineToArgvW(GetCommandLineW(), &count));
+    for (int index = 1; values != nullptr && index < count; ++index)
+        arguments.push_back(ToNarrow(values.get()[index]));
+    return arguments;
+}
+
+std::optional<std::string> Environment(const std::string& name)
+{
+    const std::wstring wideName = ToWide(name);
+    std::wstring value;
+    DWORD size = GetEnvironmentVariableW(wideName.c_str(), nullptr, 0);
+    if (size == 0)
+        return std::nullopt;
+    value.resize(size);
+    size = GetEnvironmentVariableW(wideName.c_str(), value.data(), size);
+    value.resize(size < value.size() ? size : 0);
+    return ToNarrow(value);
+}
+
+std::wstring MachineName()
+{
+    wchar_t name[256] = {};
+    DWORD size = 256;
+    if (!GetComputerNameExW(ComputerNameDnsHostname, name, &size))
+        return {};
+    return {name, size};
+}
+
+std::filesystem::path ConfigurationFolder()
+{
+    const auto folder = Environment("APPDATA");
+    return folder ? std::filesystem::path(ToWide(*folder)) : std::filesystem::path();
+}
+
+bool InputIsTerminal()
+{
+    return IsConsole(STD_INPUT_HANDLE);
+}
+
+bool ErrorsAreTerminal()
+{
+    return IsConsole(STD_ERROR_HANDLE);
+}
+
+unsigned TerminalColumns()
+{
+    CONSOLE_SCREEN_BUFFER_INFO info = {};
+    if (!GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &info))
+        return 0;
+    return static_cast<unsigned>(info.srWindow.Right - info.srWindow.Left + 1);
+}
+
+std::optional<std::string> AskSecretly(const std::string& prompt)
+{
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    const HANDLE errors = GetStdHandle(STD_ERROR_HANDLE);
+    const SilentConsole silent(input);
+    DWORD count = 0;
+    WriteFile(errors, prompt.data(), static_cast<DWORD>(prompt.size()), &count, nullptr);
+    std::wstring line;
+    wchar_t character = 0;
+    while (ReadConsoleW(input, &character, 1, &count, nullptr) && count == 1 && character != L'\n')
+        line.push_back(character);
+    const bool ended = count == 1;
+    WriteFile(errors, "\r\n", 2, &count, nullptr);
+    if (!ended && line.empty())
+        return std::nullopt;
+    if (line.ends_with(L'\r'))
+        line.pop_back();
+    return ToNarrow(line);
+}
+
+std::optional<std::tm> LocalTime(std::int64_t unixSeconds)
+{
+    const auto moment = static_cast<std::time_t>(unixSeconds);
+    std::tm local = {};
+    return localtime_s(&local, &moment) == 0 ? std::optional(local) : std::nullopt;
+}
+
+std::wstring LocalPath(const std::wstring& argument)
+{
+    const DWORD size = GetFullPathNameW(argument.c_str(), 0, nullptr, nullptr);
+    if (size == 0)
+        return argument;
+    std::wstring path(size, L'\0');
+    const DWORD length = GetFullPathNameW(argument.c_str(), size, path.data(), nullptr);
+    if (length == 0 || length >= size)
+        return argument;
+    path.resize(length);
+    return PathUtilities::NormalizePath(path);
+}
+
+ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)
+{
+    WIN32_FILE_ATTRIBUTE_DATA data = {};
+    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
+        return GetLastError();
+    facts.isFolder = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    facts.size = static_cast<std::int64_t>((static_cast<std::uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow);
+    facts.createdTicks = ToTicks(data.ftCreationTime);
+    facts.modifiedTicks = ToTicks(data.ftLastWriteTime);
+    facts.attributes = data.dwFileAttributes;
+    return Result::Success;
+}
+
+std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_view content)
+{
+    std::error_code error;
+    if (path.has_parent_path())
+        std::filesystem::create_directories(path.parent_path(), error);
+    if (error)
+        return error;
+
+    const std::wstring target = LocalPath(path.wstring());
+    const std::wstring temporary = target + L"." + std::to_wstring(GetCurrentProcessId()) + L".new";
+    DeleteFileW(temporary.c_str()); // left by a program of the same number that was cut off
+    error = WriteNewFile(temporary, content);
+    if (!error && !MoveFileExW(temporary.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        error = LastError();
+    if (error)
+        DeleteFileW(temporary.c_str());
+    return error;
+}
+
+ConsoleEncoding::ConsoleEncoding() : m_previous(GetConsoleOutputCP())
+{
+    SetConsoleOutputCP(CP_UTF8);
+    // Pipes and files get the same bytes as on every other platform.
+    _setmode(_fileno(stdin), _O_BINARY);
+    _setmode(_fileno(stdout), _O_BINARY);
+    _setmode(_fileno(stderr), _O_BINARY);
+}
+
+ConsoleEncoding::~ConsoleEncoding()
+{
+    if (m_previous != 0)
+        SetConsoleOutputCP(m_previous);
+}
+
+} // namespace System

@@ -1,0 +1,184 @@
+#include "ItemJournal.h"
+
+#include "Exchange.h"
+
+#include <json/reader.h>
+
+#include <charconv>
+#include <memory>
+#include <system_error>
+
+namespace ApplianceParts
+{
+
+namespace
+{
+
+// The entries: {"set":PATH,...}, {"remove":PATH}, {"move":PATH,"to":PATH}, {"revision":N}.
+constexpr const char* kSet = "set";
+constexpr const char* kRemove = "remove";
+constexpr const char* kMove = "move";
+constexpr const char* kTo = "to";
+constexpr const char* kRevision = "revision";
+
+Json::Value Entry(const std::string& path, const ItemRecord& record)
+{
+    Json::Value entry(Json::objectValue);
+    entry[kSet] = path;
+    entry["created"] = FormatTime(record.created);
+    entry["modified"] = FormatTime(record.modified);
+    entry["attributes"] = record.attributes;
+    entry[kRevision] = record.revision;
+    entry["stamp"] = Json::Int64(record.stamp);
+    entry["size"] = Json::UInt64(record.size);
+    return entry;
+}
+
+std::uint64_t NumberOf(const std::string& revision)
+{
+    std::uint64_t number = 0;
+    std::from_chars(revision.data(), revision.data() + revision.size(), number);
+    return number;
+}
+
+} // namespace
+
+ItemJournal::ItemJournal(std::filesystem::path file) : m_file(std::move(file))
+{
+    Replay();
+    WriteAnew();
+}
+
+const ItemRecord* ItemJournal::Find(const std::string& path) const
+{
+    const auto found = m_records.find(path);
+    return found == m_records.end() ? nullptr : &found->second;
+}
+
+void ItemJournal::Set(const std::string& path, const ItemRecord& record)
+{
+    m_records[path] = record;
+    Append(Entry(path, record));
+}
+
+void ItemJournal::Remove(const std::string& path)
+{
+    EraseTree(path);
+    Json::Value entry(Json::objectValue);
+    entry[kRemove] = path;
+    Append(entry);
+}
+
+void ItemJournal::Move(const std::string& from, const std::string& to)
+{
+    MoveTree(from, to);
+    Json::Value entry(Json::objectValue);
+    entry[kMove] = from;
+    entry[kTo] = to;
+    Append(entry);
+}
+
+std::string ItemJournal::NewRevision()
+{
+    return std::to_string(++m_lastRevision);
+}
+
+void ItemJournal::Replay()
+{
+    std::ifstream input(m_file, std::ios::binary);
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    std::string line;
+    while (std::getline(input, line))
+    {
+        Json::Value entry;
+        if (reader->parse(line.data(), line.data() + line.size(), &entry, nullptr) && entry.isObject())
+            Apply(entry);
+    }
+}
+
+void ItemJournal::Apply(const Json::Value& entry)
+{
+    if (entry.isMember(kSet))
+    {
+        ItemRecord record;
+        record.created = ParseTime(entry["created"].asString()).value_or(ItemTime());
+        record.modified = ParseTime(entry["modified"].asString()).value_or(ItemTime());
+        record.attributes = entry["attributes"].asUInt();
+        record.revision = entry[kRevision].asString();
+        record.stamp = entry["stamp"].asInt64();
+        record.size = entry["size"].asUInt64();
+        m_lastRevision = std::max(m_lastRevision, NumberOf(record.revision));
+        m_records[entry[kSet].asString()] = record;
+    }
+    else if (entry.isMember(kRemove))
+    {
+        EraseTree(entry[kRemove].asString());
+    }
+    else if (entry.isMember(kMove))
+    {
+        MoveTree(entry[kMove].asString(), entry[kTo].asString());
+    }
+    else if (entry.isMember(kRevision))
+    {
+        m_lastRevision = std::max<std::uint64_t>(m_lastRevision, entry[kRevision].asUInt64());
+    }
+}
+
+void ItemJournal::WriteAnew()
+{
+    auto fresh = m_file;
+    fresh += ".new";
+    m_output.open(fresh, std::ios::binary | std::ios::trunc);
+    Json::Value revision(Json::objectValue);
+    revision[kRevision] = Json::UInt64(m_lastRevision);
+    m_output << ToText(revision) << '\n';
+    for (const auto& [path, record] : m_records)
+        m_output << ToText(Entry(path, record)) << '\n';
+    m_output.close();
+    if (!m_output)
+        throw std::system_error(std::make_error_code(std::errc::io_error), "cannot write " + fresh.string());
+    std::filesystem::rename(fresh, m_file);
+    m_output.open(m_file, std::ios::binary | std::ios::app);
+}
+
+void ItemJournal::Append(const Json::Value& entry)
+{
+    m_output << ToText(entry) << '\n' << std::flush;
+    if (!m_output)
+    {
+        // A later entry is worth trying again; a torn line is skipped, and must not take the next one along.
+        m_output.clear();
+        m_output << '\n';
+        throw std::system_error(std::make_error_code(std::errc::no_space_on_device), "cannot record the item");
+    }
+}
+
+void ItemJournal::EraseTree(const std::string& path)
+{
+    m_records.erase(path);
+    const auto first = m_records.lower_bound(path + "/");
+    auto last = first;
+    while (last != m_records.end() && last->first.starts_with(path + "/"))
+        ++last;
+    m_records.erase(first, last);
+}
+
+void ItemJournal::MoveTree(const std::string& from, const std::string& to)
+{
+    EraseTree(to);
+    Records moved;
+    if (auto own = m_records.extract(from))
+    {
+        own.key() = to;
+        moved.insert(std::move(own));
+    }
+    for (auto next = m_records.lower_bound(from + "/"); next != m_records.end() && next->first.starts_with(from + "/");)
+    {
+        auto node = m_records.extract(next++);
+        node.key() = to + node.key().substr(from.size());
+        moved.insert(std::move(node));
+    }
+    m_records.merge(moved);
+}
+
+} // namespace ApplianceParts

@@ -1,0 +1,328 @@
+#include "ItemStore.h"
+
+#include "System.h"
+
+#include <algorithm>
+#include <mutex>
+#include <sstream>
+
+namespace ApplianceParts
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+std::int64_t StampOf(fs::file_time_type time)
+{
+    return static_cast<std::int64_t>(time.time_since_epoch().count());
+}
+
+// The revision of a file that the appliance did not write.
+std::string RevisionOf(std::int64_t stamp, std::uint64_t size)
+{
+    std::ostringstream text;
+    text << 'f' << std::hex << static_cast<std::uint64_t>(stamp) << '-' << size;
+    return text.str();
+}
+
+ApiError NotFound(const ItemPath& path)
+{
+    return {404, ErrorId::NotFound, "there is no item " + path.Text()};
+}
+
+ApiError AlreadyExists(const ItemPath& path)
+{
+    return {409, ErrorId::AlreadyExists, "the item " + path.Text() + " exists already"};
+}
+
+void CheckRevision(const Item& item, const std::string& revision)
+{
+    if (!revision.empty() && revision != item.revision)
+        throw ApiError(409, ErrorId::RevisionConflict, "the item has another revision", ToJson(item));
+}
+
+Item Describe(const ItemPath& path, const fs::path& file, bool isFolder, const ItemRecord* record)
+{
+    const auto fileTime = fs::last_write_time(file);
+    const auto stamp = StampOf(fileTime);
+    Item item;
+    item.path = path.Text();
+    item.name = path.Name();
+    item.isFolder = isFolder;
+    item.size = isFolder ? 0 : fs::file_size(file);
+    // A folder's own time changes with what it holds; a file's only with the file.
+    const bool isCurrent = record != nullptr && (isFolder || (record->stamp == stamp && record->size == item.size));
+    item.created = record != nullptr ? record->created : FromFileTime(fileTime);
+    item.modified = isCurrent ? record->modified : FromFileTime(fileTime);
+    item.attributes = record != nullptr ? record->attributes : isFolder ? kDirectoryAttribute : kNormalAttribute;
+    item.revision = isCurrent ? record->revision : isFolder ? "0" : RevisionOf(stamp, item.size);
+    return item;
+}
+
+void Apply(const ItemChanges& changes, Item& item)
+{
+    item.created = changes.created.value_or(item.created);
+    item.modified = changes.modified.value_or(item.modified);
+    item.attributes = changes.attributes.value_or(item.attributes);
+    item.attributes = item.isFolder ? item.attributes | kDirectoryAttribute : item.attributes & ~kDirectoryAttribute;
+}
+
+void SetFileTime(const fs::path& file, ItemTime time)
+{
+    std::error_code ignored;
+    if (const auto fileTime = ToFileTime(time))
+        fs::last_write_time(file, *fileTime, ignored);
+}
+
+} // namespace
+
+ItemStore::ItemStore(fs::path root, const StateFolder& state, Feed& feed)
+    : m_root(std::move(root)), m_state(state), m_feed(feed), m_journal(state.Path("items.jsonl"))
+{
+}
+
+void ItemStore::EnsureHome()
+{
+    const std::unique_lock lock(m_mutex);
+    fs::create_directory(Locate(ItemPath::FromText(kHomePath)));
+}
+
+Item ItemStore::Get(const ItemPath& path) const
+{
+    const std::shared_lock lock(m_mutex);
+    return Require(path);
+}
+
+FolderListing ItemStore::List(const ItemPath& path) const
+{
+    const std::shared_lock lock(m_mutex);
+    FolderListing listing{Require(path), {}};
+    RequireFolder(path);
+    for (const auto& entry : fs::directory_iterator(Locate(path)))
+    {
+        const auto name = ToUtf8(entry.path().filename());
+        if (!ItemPath::IsName(name, path.IsRoot()))
+            continue;
+        if (auto child = Look(path.Child(name)))
+            listing.children.push_back(std::move(*child));
+    }
+    std::sort(listing.children.begin(), listing.children.end(), [](const Item& left, const Item& right) { return left.name < right.name; });
+    return listing;
+}
+
+OpenedFile ItemStore::Open(const ItemPath& path, const std::string& revision) const
+{
+    const std::shared_lock lock(m_mutex);
+    OpenedFile opened{RequireFile(path, revision), {}};
+    opened.content.file = System::OpenFile(Locate(path));
+    opened.content.length = opened.item.size;
+    return opened;
+}
+
+Item ItemStore::Snapshot(const ItemPath& path, const std::string& revision, const fs::path& target) const
+{
+    const std::shared_lock lock(m_mutex);
+    auto item = RequireFile(path, revision);
+    // Content is replaced, never written over, so a second name keeps it; where there are no second names, a copy does.
+    std::error_code failed;
+    fs::create_hard_link(Locate(path), target, failed);
+    if (failed)
+        fs::copy_file(Locate(path), target);
+    return item;
+}
+
+Item ItemStore::CreateFolder(const ItemPath& path)
+{
+    const std::unique_lock lock(m_mutex);
+    RequireFolder(path.Parent());
+    if (path.IsRoot() || !fs::create_directory(Locate(path)))
+        throw AlreadyExists(path);
+    auto item = Require(path);
+    item.revision = m_journal.NewRevision();
+    Record(path, item);
+    m_feed.Publish("create", item.path);
+    return item;
+}
+
+Item ItemStore::SetAttributes(const ItemPath& path, const ItemChanges& changes)
+{
+    const std::unique_lock lock(m_mutex);
+    auto item = Require(path);
+    Apply(changes, item);
+    item.revision = m_journal.NewRevision();
+    if (!item.isFolder)
+        SetFileTime(Locate(path), item.modified);
+    Record(path, item);
+    m_feed.Publish("update", item.path, item.path);
+    return item;
+}
+
+Item ItemStore::Move(const ItemPath& from, const ItemPath& to, bool mayOverwrite)
+{
+    const std::unique_lock lock(m_mutex);
+    const auto source = Require(from);
+    if (from.IsRoot() || to.IsRoot() || to.IsBelow(from))
+        throw ApiError(400, ErrorId::NameNotAllowed, "the item cannot be moved there");
+    if (from == to)
+        return source;
+    RequireFolder(to.Parent());
+    const auto target = Look(to);
+    // Where the file system folds case, a name's new case finds the item itself.
+    if (target && !fs::equivalent(Locate(from), Locate(to)))
+    {
+        if (!mayOverwrite)
+            throw AlreadyExists(to);
+        if (source.isFolder || target->isFolder)
+            throw ApiError(409, ErrorId::WrongKind, "a folder is not overwritten, and overwrites nothing");
+    }
+    else if (!target && fs::exists(fs::symlink_status(Locate(to))))
+    {
+        throw AlreadyExists(to);
+    }
+    System::Replace(Locate(from), Locate(to), m_state.NewTemporary());
+    m_journal.Move(from.Text(), to.Text());
+    m_feed.Publish(from.Parent() == to.Parent() ? "update" : "move", from.Text(), to.Text());
+    return Require(to);
+}
+
+void ItemStore::Remove(const ItemPath& path, const std::string& revision)
+{
+    const auto grave = m_state.NewTemporary();
+    {
+        const std::unique_lock lock(m_mutex);
+        const auto item = Require(path);
+        if (path.IsRoot())
+            throw ApiError(403, ErrorId::NameNotAllowed, "the root stays");
+        CheckRevision(item, revision);
+        fs::rename(Locate(path), grave);
+        m_journal.Remove(path.Text());
+        m_feed.Publish("delete", path.Text());
+    }
+    // A large folder takes its time, in which nobody has to wait.
+    fs::remove_all(grave);
+}
+
+Item ItemStore::PutFile(const ItemPath& path, const fs::path& content, const ItemChanges& changes, const PutCondition& condition)
+{
+    const std::unique_lock lock(m_mutex);
+    RequireFolder(path.Parent());
+    const auto existing = Look(path);
+    if (path.IsRoot() || (existing && existing->isFolder))
+        throw ApiError(409, ErrorId::WrongKind, "the item is a folder");
+    if (existing)
+    {
+        if (condition.mustBeNew)
+            throw AlreadyExists(path);
+        CheckRevision(*existing, condition.revision);
+    }
+    else if (fs::exists(fs::symlink_status(Locate(path))))
+    {
+        throw AlreadyExists(path);
+    }
+
+    Item item = Describe(path, content, false, nullptr);
+    item.created = existing ? existing->created : item.created;
+    item.attributes = existing ? existing->attributes : item.attributes;
+    Apply(changes, item);
+    item.revision = m_journal.NewRevision();
+    SetFileTime(content, item.modified);
+    System::Replace(content, Locate(path), m_state.NewTemporary());
+    Record(path, item);
+    m_feed.Publish("upload", item.path);
+    return item;
+}
+
+// Links are not followed: to clients, nothing is there.
+std::optional<Item> ItemStore::Look(const ItemPath& path) const
+{
+    auto file = m_root;
+    for (std::size_t depth = 0; depth < path.Names().size(); ++depth)
+    {
+        if (depth > 0 && !fs::is_directory(fs::symlink_status(file)))
+            return std::nullopt;
+        file /= ToFilePath(path.Names()[depth]);
+    }
+    const auto status = path.IsRoot() ? fs::status(file) : fs::symlink_status(file);
+    if (!fs::is_directory(status) && !fs::is_regular_file(status))
+        return std::nullopt;
+    return Describe(path, file, fs::is_directory(status), m_journal.Find(path.Text()));
+}
+
+Item ItemStore::Require(const ItemPath& path) const
+{
+    auto item = Look(path);
+    if (!item)
+        throw NotFound(path);
+    return std::move(*item);
+}
+
+Item ItemStore::RequireFile(const ItemPath& path, const std::string& revision) const
+{
+    auto item = Require(path);
+    if (item.isFolder)
+        throw ApiError(409, ErrorId::WrongKind, "the item is a folder");
+    CheckRevision(item, revision);
+    return item;
+}
+
+void ItemStore::RequireFolder(const ItemPath& path) const
+{
+    if (!Require(path).isFolder)
+        throw ApiError(409, ErrorId::WrongKind, "the item " + path.Text() + " is no folder");
+}
+
+fs::path ItemStore::Locate(const ItemPath& path) const
+{
+    auto file = m_root;
+    for (const auto& name : path.Names())
+        file /= ToFilePath(name);
+    return file;
+}
+
+void ItemStore::Record(const ItemPath& path, const Item& item)
+{
+    const auto stamp = StampOf(fs::last_write_time(Locate(path)));
+    m_journal.Set(item.path, {item.created, item.modified, item.attributes, item.revision, stamp, item.size});
+}
+
+Json::Value ToJson(const Item& item)
+{
+    Json::Value value(Json::objectValue);
+    value["name"] = item.name;
+    value["orca_path"] = item.path;
+    value["directory"] = item.isFolder;
+    value["size"] = Json::UInt64(item.size);
+    value["creation_time"] = FormatTime(item.created);
+    value["modification_time"] = FormatTime(item.modified);
+    value["attributes"] = item.attributes;
+    value["revision"] = item.revision;
+    value["permissions"] = "WRITE";
+    value["folder_permissions"] = "WRITE";
+    return value;
+}
+
+Reply ItemReply(const Item& item)
+{
+    Json::Value reply(Json::objectValue);
+    reply["document_info"] = ToJson(item);
+    return JsonReply(reply);
+}
+
+ApiError ToApiError(const std::error_code& error)
+{
+    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
+        return {404, ErrorId::NotFound, "there is no such item"};
+    if (error == std::errc::filename_too_long || error == std::errc::illegal_byte_sequence || error == std::errc::invalid_argument)
+        return {400, ErrorId::NameNotAllowed, "the name is not allowed: " + error.message()};
+    if (error == std::errc::permission_denied || error == std::errc::operation_not_permitted || error == std::errc::read_only_file_system)
+        return {403, ErrorId::StorageFailed, "the item cannot be used: " + error.message()};
+    if (error == std::errc::file_exists || error == std::errc::directory_not_empty || error == std::errc::is_a_directory)
+        return {409, ErrorId::AlreadyExists, error.message()};
+    if (error == std::errc::no_space_on_device || error == std::errc::file_too_large)
+        return {507, ErrorId::StorageFailed, error.message()};
+    return {500, ErrorId::StorageFailed, error.message()};
+}
+
+} // namespace ApplianceParts

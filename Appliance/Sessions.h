@@ -1,0 +1,70 @@
+#pragma once
+
+/// @file
+/// Who may use the appliance: the user, the devices, and the sessions that are open.
+
+#include "Options.h"
+#include "StateFolder.h"
+
+#include <json/value.h>
+
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ApplianceParts
+{
+
+struct Session
+{
+    std::string token;
+    std::string user;
+    std::string deviceId;
+};
+
+/// Sessions and devices outlive the process. Safe to use from several threads.
+class Sessions
+{
+public:
+    Sessions(const Options& options, const StateFolder& state);
+
+    [[nodiscard]] bool NeedsDeviceToken() const { return m_mode == ServerMode::DeviceToken; }
+
+    /// Opens a session.
+    /// @throws ApiError where user, password or device token are not right.
+    [[nodiscard]] Session LogIn(const std::string& user, const std::string& password, const std::string& deviceId,
+                                const std::string& deviceToken);
+
+    [[nodiscard]] std::optional<Session> Find(const std::string& token) const;
+    [[nodiscard]] std::vector<Session> All() const;
+
+    /// Registers a device: makes its device token, once.
+    /// @returns nothing where the device is registered already.
+    /// @throws ApiError where the user is unknown.
+    [[nodiscard]] std::optional<std::string> Register(const std::string& user, const std::string& deviceId);
+
+    /// The token of a device that is registered.
+    /// @throws ApiError where it is not.
+    [[nodiscard]] std::string DeviceToken(const std::string& user, const std::string& deviceId) const;
+
+    /// Forgets a device: its registration, and its sessions but the one that asks.
+    void Forget(const std::string& deviceId, const std::string& exceptToken);
+
+private:
+    void CheckUser(const std::string& user) const;
+    void Load();
+    void Save() const;
+
+    std::string m_user;
+    std::string m_password;
+    ServerMode m_mode;
+    const StateFolder& m_state;
+    mutable std::mutex m_mutex;
+    std::deque<Session> m_sessions; ///< the oldest first.
+    std::map<std::string, std::string> m_deviceTokens;
+};
+
+} // namespace ApplianceParts

@@ -1,0 +1,77 @@
+#include "StateFolder.h"
+
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <system_error>
+
+namespace ApplianceParts
+{
+
+namespace
+{
+
+constexpr const char* kTemporary = "temporary";
+
+} // namespace
+
+StateFolder::StateFolder(const std::filesystem::path& root) : m_folder(root / std::filesystem::path(kName))
+{
+    std::filesystem::create_directories(m_folder);
+    std::filesystem::permissions(m_folder, std::filesystem::perms::owner_all);
+    // What an earlier process left half done.
+    std::filesystem::remove_all(m_folder / kTemporary);
+}
+
+std::filesystem::path StateFolder::Folder(std::string_view name) const
+{
+    auto folder = m_folder / name;
+    std::filesystem::create_directories(folder);
+    return folder;
+}
+
+std::filesystem::path StateFolder::NewTemporary() const
+{
+    return Folder(kTemporary) / RandomHex(32);
+}
+
+std::optional<std::string> StateFolder::Read(std::string_view name) const
+{
+    std::ifstream file(Path(name), std::ios::binary);
+    if (!file)
+        return std::nullopt;
+    std::ostringstream content;
+    content << file.rdbuf();
+    return std::move(content).str();
+}
+
+void StateFolder::Write(std::string_view name, std::string_view content) const
+{
+    const TemporaryFile temporary(NewTemporary());
+    std::ofstream file(temporary.Path(), std::ios::binary);
+    file.write(content.data(), static_cast<std::streamsize>(content.size()));
+    file.close();
+    if (!file)
+        throw std::system_error(std::make_error_code(std::errc::io_error), "cannot write " + std::string(name));
+    std::filesystem::permissions(temporary.Path(), std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    std::filesystem::rename(temporary.Path(), Path(name));
+}
+
+TemporaryFile::~TemporaryFile()
+{
+    std::error_code ignored;
+    std::filesystem::remove(m_path, ignored);
+}
+
+std::string RandomHex(std::size_t digits)
+{
+    static constexpr std::string_view kDigits = "0123456789abcdef";
+    std::random_device source;
+    std::uniform_int_distribution<std::size_t> digit(0, kDigits.size() - 1);
+    std::string text(digits, '0');
+    for (char& character : text)
+        character = kDigits[digit(source)];
+    return text;
+}
+
+} // namespace ApplianceParts

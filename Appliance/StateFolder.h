@@ -1,0 +1,59 @@
+#pragma once
+
+/// @file
+/// The folder, inside the root and never shown as an item, in which the appliance keeps what files cannot hold.
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ApplianceParts
+{
+
+class StateFolder
+{
+public:
+    static constexpr std::u8string_view kName = u8".quendra-appliance";
+
+    /// Makes the root and the state folder where they do not exist.
+    explicit StateFolder(const std::filesystem::path& root);
+
+    /// A file or folder of the state.
+    [[nodiscard]] std::filesystem::path Path(std::string_view name) const { return m_folder / name; }
+
+    /// A folder of the state, made where it does not exist.
+    [[nodiscard]] std::filesystem::path Folder(std::string_view name) const;
+
+    /// A path that no file has yet, in a folder whose contents last no longer than the process.
+    [[nodiscard]] std::filesystem::path NewTemporary() const;
+
+    [[nodiscard]] std::optional<std::string> Read(std::string_view name) const;
+
+    /// Replaces a file's content at once and wholly, or not at all. Only the appliance's own user can read it.
+    void Write(std::string_view name, std::string_view content) const;
+
+private:
+    std::filesystem::path m_folder;
+};
+
+/// A file that goes when nobody uses it any more.
+class TemporaryFile
+{
+public:
+    explicit TemporaryFile(std::filesystem::path path) : m_path(std::move(path)) {}
+    ~TemporaryFile();
+
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    [[nodiscard]] const std::filesystem::path& Path() const { return m_path; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+/// As many hexadecimal digits from the system's random source.
+[[nodiscard]] std::string RandomHex(std::size_t digits);
+
+} // namespace ApplianceParts

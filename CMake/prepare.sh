@@ -1,0 +1,128 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that the project is built and tested with, the missing ones only, and builds what the cross
+# build needs beside them.
+#
+#     CMake/prepare.sh [linux] [tests] [tools] [windows]        (default: all four)
+#
+#     linux     the compiler and the libraries of the Linux build
+#     tests     GoogleTest, Clang with its sanitizers
+#     tools     clang-tidy and clang-format
+#     windows   mingw-w64, Wine, and the libraries that Debian has no mingw packages of, in build/windows-deps
+#
+# Without root rights the packages are installed through sudo. Where nothing is missing nothing is asked of the network.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+deps=$root/build/windows-deps
+prefix=$deps/x86_64-w64-mingw32
+
+linux=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libjsoncpp-dev libutfcpp-dev libcpp-httplib-dev libssl-dev libcli11-dev librsync-dev
+       openssl ca-certificates)
+tests=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev llvm binutils)
+tools=(clang clang-tidy clang-format git)
+windows=(g++-mingw-w64-x86-64-posix wine64 googletest libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring)
+
+say() { printf '%s\n' "$*" >&2; }
+
+as_root() {
+    if [ "$(id -u)" = 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        say "prepare: '$*' has to run as root, and there is no sudo"
+        return 1
+    fi
+}
+
+install_missing() {
+    local missing=() package
+    for package in "$@"; do
+        if [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" != installed ]; then
+            missing+=("$package")
+        fi
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+    say "prepare: installing ${missing[*]}"
+    as_root apt-get -q update >&2
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y --no-install-recommends install "${missing[@]}" >&2
+}
+
+# The sources of the Debian packages named, below $deps/sources. apt gets a package list of its own there, with this machine's
+# Debian archives as deb-src, so that the system's lists stay as they are.
+fetch_sources() {
+    local apt=$deps/apt keyring=/usr/share/keyrings/debian-archive-keyring.gpg
+    mkdir -p "$apt/lists/partial" "$apt/archives/partial" "$deps/sources"
+    # shellcheck source=/dev/null
+    local codename; codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
+    apt-get indextargets --format "deb-src [signed-by=$keyring] \$(REPO_URI) \$(RELEASE) \$(COMPONENT)" 'Identifier: Packages' |
+        grep -E "^deb-src [^ ]+ [^ ]+ $codename[^ ]* main\$" | sort -u >"$apt/sources.list"
+    local options=(-q -o Dir::Etc::SourceList="$apt/sources.list" -o Dir::Etc::SourceParts=/dev/null -o Dir::State::Lists="$apt/lists"
+                   -o Dir::Cache="$apt" -o APT::Sandbox::User="$(id -un)")
+    apt-get "${options[@]}" update >&2
+    (cd "$deps/sources" && apt-get "${options[@]}" source "$@" >&2)
+}
+
+# Runs `build_NAME` once: a stamp tells a finished step from an interrupted one.
+once() {
+    [ -e "$deps/stamps/$1" ] && return 0
+    say "prepare: building $1 for Windows"
+    if ! "build_$1" >"$deps/$1.log" 2>&1; then
+        tail -n 30 "$deps/$1.log" >&2
+        say "prepare: building $1 failed; the whole log is $deps/$1.log"
+        return 1
+    fi
+    touch "$deps/stamps/$1"
+}
+
+cross_cmake() {
+    local name=$1 source=$2
+    shift 2
+    rm -rf "${deps:?}/build-$name"
+    cmake -S "$source" -B "$deps/build-$name" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$root/CMake/mingw-w64-x86_64.cmake" \
+        -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" -DBUILD_SHARED_LIBS=OFF "$@" &&
+        cmake --build "$deps/build-$name" &&
+        cmake --install "$deps/build-$name"
+}
+
+build_sources() { rm -rf "$deps/sources" && fetch_sources libjsoncpp cpp-httplib; }
+
+build_jsoncpp() {
+    cross_cmake jsoncpp "$(echo "$deps"/sources/libjsoncpp-*/)" -DJSONCPP_WITH_TESTS=OFF -DJSONCPP_WITH_POST_BUILD_UNITTEST=OFF \
+        -DBUILD_STATIC_LIBS=ON -DBUILD_OBJECT_LIBS=OFF
+}
+
+build_googletest() { cross_cmake googletest /usr/src/googletest; }
+
+# The two libraries that are headers only. Debian's own <httplib.h> is split for its shared library; the source has it whole.
+build_headers() {
+    mkdir -p "$prefix/include" &&
+        cp "$deps"/sources/cpp-httplib-*/httplib.h "$prefix/include/" &&
+        rm -rf "$prefix/include/CLI" &&
+        cp -r /usr/include/CLI "$prefix/include/"
+}
+
+build_windows_libraries() {
+    mkdir -p "$deps/stamps"
+    exec 9>"$deps/lock"
+    flock 9
+    once sources && once jsoncpp && once googletest && once headers
+    exec 9>&-
+}
+
+[ $# -gt 0 ] || set -- linux tests tools windows
+packages=()
+for set_name in "$@"; do
+    case $set_name in
+    linux) packages+=("${linux[@]}") ;;
+    tests) packages+=("${tests[@]}") ;;
+    tools) packages+=("${tools[@]}") ;;
+    windows) packages+=("${windows[@]}") ;;
+    *)
+        say "prepare: unknown set '$set_name'"
+        exit 2
+        ;;
+    esac
+done
+
+install_missing "${packages[@]}"
+case " $* " in *" windows "*) build_windows_libraries ;; esac

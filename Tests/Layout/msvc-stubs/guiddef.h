@@ -1,0 +1,6 @@
+#pragma once
+
+struct GUID
+{
+    unsigned char bytes[16];
+};

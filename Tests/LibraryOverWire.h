@@ -1,0 +1,46 @@
+#pragma once
+
+/// @file
+/// The library over its own transport, against a loopback server of the test.
+
+#include "RawServer.h"
+
+#include "QuendraHttp/QuendraHttp.h"
+
+#include <string>
+
+// A server with one API version; tests say what else it answers.
+inline std::string AnswerHandshake(const std::string& request, const std::string& version = "1.3")
+{
+    if (request.starts_with("GET /endpoints "))
+        return HttpReply(200, R"({"sync":{")" + version + R"(":{"path":"/sync"}},"audit":{"1":{"path":"/audit"}}})");
+    if (request.starts_with("GET /sync/init "))
+        return HttpReply(200, R"({"device_token_auth":true})");
+    return {};
+}
+
+class Library
+{
+public:
+    explicit Library(const RawServer& server, const char* host = "127.0.0.1") : m_api(CreateInstance(L"my device"))
+    {
+        m_api->SetServer(host);
+        m_api->SetPort(server.Port());
+    }
+    ~Library() { m_api->Release(); }
+
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+    IQuendraHttpAPI* operator->() const { return m_api; }
+
+    ResultCode LogIn() const
+    {
+        std::wstring policy;
+        std::uint32_t value = 0;
+        return m_api->Login(L"\x43f\xe9 &", L"p=1", L"", L"host", policy, value, {1, 2}, {});
+    }
+
+private:
+    IQuendraHttpAPI* m_api;
+};

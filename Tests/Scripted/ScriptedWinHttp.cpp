@@ -1,0 +1,151 @@
+#include "ScriptedWinHttp.h"
+
+#include <cstring>
+
+WinHttpScript g_script;
+
+namespace
+{
+
+// The declarations that these definitions must match say noexcept on one platform and not on the other.
+constexpr bool kNoexcept = noexcept(WinHttpCloseHandle(nullptr));
+
+bool Succeeds(const char* function)
+{
+    const int call = ++g_script.counts[function];
+    const auto failure = g_script.failures.find({function, call});
+    if (failure == g_script.failures.end())
+        return true;
+    SetLastError(failure->second);
+    return false;
+}
+
+HINTERNET Open(const char* function)
+{
+    return Succeeds(function) ? reinterpret_cast<HINTERNET>(g_script.nextHandle++) : nullptr; // NOLINT(performance-no-int-to-ptr)
+}
+
+BOOL Answer(const std::wstring& text, void* buffer, DWORD* length)
+{
+    const auto needed = static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t));
+    if (buffer == nullptr || *length < needed)
+    {
+        *length = needed;
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    std::memcpy(buffer, text.c_str(), needed);
+    *length = needed - static_cast<DWORD>(sizeof(wchar_t));
+    return TRUE;
+}
+
+} // namespace
+
+HINTERNET WinHttpOpen(LPCWSTR, DWORD, LPCWSTR, LPCWSTR, DWORD) noexcept(kNoexcept)
+{
+    return Open("WinHttpOpen");
+}
+
+HINTERNET WinHttpConnect(HINTERNET, LPCWSTR, INTERNET_PORT, DWORD) noexcept(kNoexcept)
+{
+    return Open("WinHttpConnect");
+}
+
+HINTERNET WinHttpOpenRequest(HINTERNET, LPCWSTR verb, LPCWSTR path, LPCWSTR, LPCWSTR, LPCWSTR* acceptTypes, DWORD flags) noexcept(kNoexcept)
+{
+    g_script.requests.push_back(std::wstring(verb) + L" " + path + L" " + std::to_wstring(flags) + L" " +
+                                (acceptTypes != nullptr && *acceptTypes != nullptr ? *acceptTypes : L"none"));
+    return Open("WinHttpOpenRequest");
+}
+
+BOOL WinHttpSetTimeouts(HINTERNET, int resolve, int connect, int send, int receive) noexcept(kNoexcept)
+{
+    g_script.timeouts.push_back({resolve, connect, send, receive});
+    return Succeeds("WinHttpSetTimeouts") ? TRUE : FALSE;
+}
+
+BOOL WinHttpSetOption(HINTERNET, DWORD, LPVOID, DWORD) noexcept(kNoexcept)
+{
+    return Succeeds("WinHttpSetOption") ? TRUE : FALSE;
+}
+
+BOOL WinHttpQueryOption(HINTERNET, DWORD, LPVOID, DWORD*) noexcept(kNoexcept)
+{
+    return Succeeds("WinHttpQueryOption") ? TRUE : FALSE;
+}
+
+BOOL WinHttpAddRequestHeaders(HINTERNET, LPCWSTR headers, DWORD, DWORD modifiers) noexcept(kNoexcept)
+{
+    if (!Succeeds("WinHttpAddRequestHeaders"))
+        return FALSE;
+    g_script.headers.push_back({headers, modifiers});
+    return TRUE;
+}
+
+BOOL WinHttpSendRequest(HINTERNET, LPCWSTR headers, DWORD, LPVOID optional, DWORD optionalLength, DWORD, DWORD_PTR) noexcept(kNoexcept)
+{
+    if (!Succeeds("WinHttpSendRequest"))
+        return FALSE;
+    g_script.sendHeaders.emplace_back(headers == nullptr ? L"" : headers);
+    g_script.body.append(static_cast<const char*>(optional), optionalLength);
+    return TRUE;
+}
+
+BOOL WinHttpWriteData(HINTERNET, LPCVOID buffer, DWORD bytes, DWORD* written) noexcept(kNoexcept)
+{
+    if (!Succeeds("WinHttpWriteData"))
+        return FALSE;
+    g_script.body.append(static_cast<const char*>(buffer), bytes);
+    *written = bytes;
+    return TRUE;
+}
+
+BOOL WinHttpReceiveResponse(HINTERNET, LPVOID) noexcept(kNoexcept)
+{
+    return Succeeds("WinHttpReceiveResponse") ? TRUE : FALSE;
+}
+
+BOOL WinHttpQueryHeaders(HINTERNET, DWORD level, LPCWSTR, LPVOID buffer, DWORD* length, DWORD*) noexcept(kNoexcept)
+{
+    if (level == WINHTTP_QUERY_CONTENT_LENGTH)
+    {
+        if (!g_script.contentLength.empty())
+            return Answer(g_script.contentLength, buffer, length);
+        SetLastError(ERROR_WINHTTP_HEADER_NOT_FOUND);
+        return FALSE;
+    }
+    return Succeeds("WinHttpQueryHeaders") ? Answer(g_script.status, buffer, length) : FALSE;
+}
+
+BOOL WinHttpQueryDataAvailable(HINTERNET, DWORD* bytes) noexcept(kNoexcept)
+{
+    if (!g_script.pieces.empty() && g_script.pieces.front().availableError != 0)
+    {
+        SetLastError(g_script.pieces.front().availableError);
+        return FALSE;
+    }
+    *bytes = g_script.pieces.empty() ? 0 : g_script.pieces.front().announced;
+    return TRUE;
+}
+
+BOOL WinHttpReadData(HINTERNET, LPVOID buffer, DWORD bytes, DWORD* read) noexcept(kNoexcept)
+{
+    const WinHttpScript::Piece piece = g_script.pieces.front();
+    g_script.pieces.pop_front();
+    if (piece.readError != 0)
+    {
+        SetLastError(piece.readError);
+        return FALSE;
+    }
+    *read = static_cast<DWORD>(std::min<std::size_t>(bytes, piece.bytes.size()));
+    std::memcpy(buffer, piece.bytes.data(), *read);
+    return TRUE;
+}
+
+BOOL WinHttpCloseHandle(HINTERNET handle) noexcept(kNoexcept)
+{
+    g_script.closed.push_back(handle);
+    // A library must not let the cleaning up hide why a step failed.
+    SetLastError(0xDEAD);
+    return TRUE;
+}

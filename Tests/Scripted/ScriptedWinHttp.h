@@ -1,0 +1,62 @@
+#pragma once
+
+/// @file
+/// WinHTTP as a script: every call succeeds, is recorded, and fails where a test says so. The program that links this has no
+/// other WinHTTP.
+
+#include "Platform/Platform.h"
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+#include <vector>
+
+struct WinHttpScript
+{
+    /// One answer to `WinHttpQueryDataAvailable` and the read that follows.
+    struct Piece
+    {
+        DWORD announced = 0;
+        std::string bytes;        ///< what the read delivers.
+        DWORD availableError = 0; ///< fails the query.
+        DWORD readError = 0;      ///< fails the read.
+    };
+
+    /// A header as it was added.
+    struct Header
+    {
+        std::wstring text;
+        DWORD modifiers;
+    };
+
+    /// Makes the n-th call (from 1) of a function fail.
+    void Fail(const std::string& function, DWORD error, int call = 1) { failures[{function, call}] = error; }
+
+    /// How often a function was called.
+    [[nodiscard]] int Count(const std::string& function) const
+    {
+        const auto entry = counts.find(function);
+        return entry == counts.end() ? 0 : entry->second;
+    }
+
+    // What the server says.
+    std::wstring status = L"200";
+    std::wstring contentLength; ///< empty: not announced.
+    std::deque<Piece> pieces;   ///< the body; over when empty.
+
+    // What was asked.
+    std::vector<std::vector<int>> timeouts; ///< resolve, connect, send, receive of each call.
+    std::vector<Header> headers;
+    std::vector<std::wstring> requests; ///< "VERB path flags accept", of each request opened.
+    std::vector<std::wstring> sendHeaders;
+    std::string body; ///< bytes sent with and after the requests.
+    std::vector<HINTERNET> closed;
+
+    std::map<std::pair<std::string, int>, DWORD> failures;
+    std::map<std::string, int> counts;
+    std::uintptr_t nextHandle = 0x1000;
+};
+
+/// The script that the calls follow; set anew by each test.
+extern WinHttpScript g_script;

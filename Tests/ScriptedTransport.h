@@ -1,0 +1,81 @@
+#pragma once
+
+/// @file
+/// A transport behind `IWinHttpFactory` that plays a script: what an operation makes of each answer, without a network.
+
+#include "QuendraHttp/QuendraHttp.h"
+#include "QuendraHttp/Transport.h"
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What the server answers to one request.
+struct ScriptedReply
+{
+    std::uint32_t status = 200;
+    std::optional<std::string> body; ///< none: there is no reply in memory.
+    ResultCode result = 0;           ///< of the step that receives the reply.
+    std::function<void()> meanwhile; ///< runs while the request is under way.
+};
+
+/// The script and the record of one transport. Text is kept narrow (UTF-8), for readable failures.
+struct Script
+{
+    /// One request as the operation made it, step by step: "GET /path flags=0", "header a: b", "field name=value",
+    /// "last field name=value", "send", ...
+    using Steps = std::vector<std::string>;
+
+    std::deque<ScriptedReply> replies; ///< one a request; without one it is answered 200 without a body.
+
+    // The n-th (from 1) connection or request fails to initialise with this result and last error.
+    struct Failure
+    {
+        int call = 0;
+        ResultCode result = 0;
+        std::uint32_t lastError = 0;
+    };
+    Failure connectionFailure;
+    Failure requestFailure;
+    /// The n-th call of `SetTimeouts` fails with this last error.
+    Failure timeoutsFailure;
+    ResultCode sessionResult = 0;
+    /// The first step of a request that begins with this text returns the result.
+    std::string failingStep;
+    ResultCode failingStepResult = 0;
+    bool throwOnSend = false;
+
+    std::vector<Steps> requests;
+    std::vector<std::string> connections;   ///< "server:port send=0 receive=0"
+    std::vector<std::vector<int>> timeouts; ///< of each `SetTimeouts`
+    int requestsMade = 0;
+};
+
+/// Makes a transport that follows a script; the script outlives it.
+std::shared_ptr<IWinHttpFactory> MakeScriptedTransport(Script& script);
+
+/// An instance over a scripted transport, with a server set.
+class ScriptedClient
+{
+public:
+    ScriptedClient();
+    ~ScriptedClient();
+
+    ScriptedClient(const ScriptedClient&) = delete;
+    ScriptedClient& operator=(const ScriptedClient&) = delete;
+
+    IQuendraHttpAPI* operator->() const { return m_api; }
+    [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
+
+    /// Shakes hands over a scripted server with the one API version, and forgets what was recorded.
+    /// @param mode  the reply to "/init".
+    void Negotiate(const std::string& version = "1.3", const std::string& mode = R"({"device_token_auth":false})");
+
+    Script script;
+
+private:
+    IQuendraHttpAPI* m_api;
+};

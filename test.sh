@@ -1,0 +1,126 @@
+#!/usr/bin/env bash
+# Builds and tests everything, on a machine that has nothing yet.
+#
+#     ./test.sh [step...]      default: all, in this order
+#
+#     format      clang-format finds nothing to change
+#     linux       GCC: build and all tests, the layout of the interfaces, the exports
+#     asan        Clang with AddressSanitizer and UndefinedBehaviorSanitizer: build and all tests
+#     tidy        clang-tidy finds nothing
+#     tsan        Clang with ThreadSanitizer: build and all tests
+#     windows     mingw-w64: build, all tests under Wine, the exports and imports of the DLL
+#
+# What is missing is installed first (CMake/prepare.sh). Where the cross tools cannot be installed, `windows` is left out with a
+# message, except in CI (CI=true), where that is a failure. Logs: build/logs.
+set -uo pipefail
+cd "$(dirname "$0")" || exit 1
+
+jobs=$(nproc)
+logs=build/logs
+passed=0
+failed=0
+skipped=0
+summary=()
+mkdir -p "$logs"
+
+say() { printf '\n== %s\n' "$*"; }
+
+# quiet LOG COMMAND...: the output goes to the log, and to the screen where the command fails.
+quiet() {
+    local log=$1
+    shift
+    "$@" >"$log" 2>&1 && return
+    tail -n 200 "$log"
+    echo "-- the whole output is in $log"
+    return 1
+}
+
+# Runs the tests of a preset: prints the cases that fail and ctest's closing lines, and counts.
+run_ctest() {
+    local log=$logs/$1-tests.log result
+    ctest --preset "$1" --parallel "$jobs" >"$log" 2>&1
+    result=$?
+    grep -vE '^ *[0-9]+/[0-9]+ Test .* Passed |^ *Start +[0-9]+: |^Test project ' "$log" | tail -n 400
+    local counts
+    counts=$(sed -nE 's/^[0-9]+% tests passed, ([0-9]+) tests failed out of ([0-9]+)$/\1 \2/p' "$log")
+    failed=$((failed + ${counts% *}))
+    passed=$((passed + ${counts#* } - ${counts% *}))
+    return $result
+}
+
+build() {
+    quiet "$logs/$1-configure.log" cmake --preset "$1" && quiet "$logs/$1-build.log" cmake --build --preset "$1" --parallel "$jobs"
+}
+
+build_and_test() { build "$1" && echo "built after $((SECONDS - started)) s" && run_ctest "$1"; }
+
+our_sources() { git ls-files -co --exclude-standard -- '*.cpp' '*.h'; }
+
+step_format() { our_sources | xargs clang-format --dry-run --Werror; }
+step_linux() { build_and_test linux; }
+step_asan() { build_and_test linux-asan; }
+step_tsan() { build_and_test linux-tsan; }
+step_tidy() {
+    # The compile commands, and the precompiled headers that they name, are those of the sanitized build.
+    build linux-asan && quiet "$logs/tidy.log" run-clang-tidy -quiet -j "$jobs" -p build/linux-asan "$PWD/(Appliance|Client|Eventing|Libraries|Platform|QuendraHttp)/.*\\.cpp\$"
+}
+step_windows() {
+    build_and_test windows
+    local result=$?
+    CMake/wine.sh "$PWD/build/windows/wineprefix" --stop
+    return $result
+}
+
+prepare() {
+    case $1 in
+    format) CMake/prepare.sh tools ;;
+    linux | asan | tsan) CMake/prepare.sh linux tests ;;
+    tidy) CMake/prepare.sh linux tests tools ;;
+    windows) CMake/prepare.sh windows ;;
+    esac
+}
+
+run_step() {
+    local step=$1 result failed_before=$failed
+    started=$SECONDS
+    say "$step"
+    if ! prepare "$step"; then
+        if [ "$step" = windows ] && [ "${CI:-}" != true ]; then
+            echo "SKIPPED: the tools of the Windows build cannot be installed here"
+            skipped=$((skipped + 1))
+            summary+=("$(printf '%-8s skipped' "$step")")
+            return
+        fi
+        echo 'Its tools cannot be installed here.'
+        result=FAILED
+    elif "step_$step"; then
+        result=passed
+    else
+        result=FAILED
+    fi
+    if [ "$result" != passed ]; then
+        exit_status=1
+        # A step that fails without a failing test counts as one.
+        [ "$failed" -gt "$failed_before" ] || failed=$((failed + 1))
+    fi
+    summary+=("$(printf '%-8s %-8s %4d s' "$step" "$result" $((SECONDS - started)))")
+}
+
+steps=("$@")
+[ ${#steps[@]} -gt 0 ] || steps=(format linux asan tidy tsan windows)
+for step in "${steps[@]}"; do
+    if ! declare -F "step_$step" >/dev/null; then
+        echo "test.sh: there is no step '$step'; the first lines of $0 list them" >&2
+        exit 2
+    fi
+done
+
+exit_status=0
+for step in "${steps[@]}"; do
+    run_step "$step"
+done
+
+say "all steps, $SECONDS s"
+printf '%s\n' "${summary[@]}"
+printf 'tests: %d passed, %d failed, %d skipped\n' "$passed" "$failed" "$skipped"
+exit $exit_status

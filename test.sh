@@ -45,7 +45,7 @@ run_ctest() {
     counts=$(sed -nE 's/^[0-9]+% tests passed, ([0-9]+) tests failed out of ([0-9]+)$/\1 \2/p' "$log")
     failed=$((failed + ${counts% *}))
     passed=$((passed + ${counts#* } - ${counts% *}))
-    return $result
+    return "$result"
 }
 
 build() {
@@ -68,7 +68,7 @@ step_windows() {
     build_and_test windows
     local result=$?
     CMake/wine.sh "$PWD/build/windows/wineprefix" --stop
-    return $result
+    return "$result"
 }
 
 prepare() {

@@ -55,7 +55,7 @@ fetch_sources() {
     # shellcheck source=/dev/null
     local codename; codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
     apt-get indextargets --format "deb-src [signed-by=$keyring] \$(REPO_URI) \$(RELEASE) \$(COMPONENT)" 'Identifier: Packages' |
-        grep -E "^deb-src [^ ]+ [^ ]+ $codename[^ ]* main\$" | sort -u >"$apt/sources.list"
+        grep -E "^deb-src [^ ]+ [^ ]+ ${codename}[^ ]* main\$" | sort -u >"$apt/sources.list"
     local options=(-q -o Dir::Etc::SourceList="$apt/sources.list" -o Dir::Etc::SourceParts=/dev/null -o Dir::State::Lists="$apt/lists"
                    -o Dir::Cache="$apt" -o APT::Sandbox::User="$(id -un)")
     apt-get "${options[@]}" update >&2

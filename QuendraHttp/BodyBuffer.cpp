@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <utility>
 
 void WipeMemory(void* memory, std::size_t bytes) noexcept
 {
@@ -41,6 +42,14 @@ void BodyBuffer::Append(std::string_view bytes)
     }
     std::memcpy(m_block.get() + m_length, bytes.data(), bytes.size());
     m_length += static_cast<DWORD>(bytes.size());
+}
+
+void BodyBuffer::MoveTo(BodyBuffer& other) noexcept
+{
+    other.Clear();
+    std::swap(m_capacity, other.m_capacity);
+    std::swap(m_block, other.m_block);
+    std::swap(m_length, other.m_length);
 }
 
 void BodyBuffer::Clear() noexcept

@@ -46,6 +46,9 @@ public:
     /// Forgets the collected bytes; the capacity stays.
     void Clear() noexcept;
 
+    /// Hands the collected bytes over to another buffer, without a copy, and takes what it has, wiped.
+    void MoveTo(BodyBuffer& other) noexcept;
+
     [[nodiscard]] char* Data() noexcept { return m_block.get(); }
     [[nodiscard]] DWORD Length() const noexcept { return m_length; }
 

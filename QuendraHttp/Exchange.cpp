@@ -18,8 +18,12 @@ void OwnedResponse::Reset() noexcept
     length = 0;
 }
 
-Exchange::Exchange(CNativeHttp& client, const FunctionTraceScope& trace)
-    : m_client(client), m_trace(trace), m_server(client.Server()), m_startToken(client.SessionToken())
+Exchange::Exchange(CNativeHttp& client, const FunctionTraceScope& trace) : Exchange(client, trace, client.Server())
+{
+}
+
+Exchange::Exchange(CNativeHttp& client, const FunctionTraceScope& trace, ServerState server)
+    : m_client(client), m_trace(trace), m_server(std::move(server)), m_startToken(client.SessionToken())
 {
 }
 
@@ -28,11 +32,17 @@ std::wstring Exchange::ApiBasePath() const
     return ApiBasePathOf(m_server, m_startToken);
 }
 
-ResultCode Exchange::Report(const InitialiseRule& rule, ResultCode result, DWORD lastError)
+template <typename Object, typename Call>
+ResultCode Exchange::Initialise(const InitialiseRule& rule, const std::shared_ptr<Object>& object, const Call& call)
 {
-    const bool failed = rule.onlyNegative ? static_cast<std::int32_t>(result) < 0 : result != Result::Success;
+    SetLastError(ERROR_SUCCESS);
+    const ResultCode result = object ? call(*object) : Result::InvalidHandle;
+    const DWORD lastError = GetLastError();
+    // What was never made has failed, whatever the rule says of results.
+    const bool failed = !object || (rule.onlyNegative ? static_cast<std::int32_t>(result) < 0 : result != Result::Success);
     if (!failed)
         return Result::Success;
+
     if (rule.namingMessage != nullptr)
         m_trace.Error(*rule.namingMessage, m_server.serverName, m_server.port, result);
     else
@@ -43,13 +53,11 @@ ResultCode Exchange::Report(const InitialiseRule& rule, ResultCode result, DWORD
 
 ResultCode Exchange::Connect(const InitialiseRule& rule, std::uint64_t sendTimeout, std::uint64_t receiveTimeout)
 {
-    m_connection = m_client.m_factory->CreateConnection();
-    SetLastError(ERROR_SUCCESS);
-    const ResultCode result = m_connection && m_client.m_session
-                                  ? m_connection->Initialise(m_server.serverName, static_cast<std::uint16_t>(m_server.port),
-                                                             m_client.m_session, sendTimeout, receiveTimeout)
-                                  : Result::InvalidHandle;
-    return Report(rule, result, GetLastError());
+    const auto& session = m_client.m_session;
+    m_connection = session ? m_client.m_factory->CreateConnection() : nullptr;
+    return Initialise(rule, m_connection, [&](IWinHttpConnection& connection) {
+        return connection.Initialise(m_server.serverName, static_cast<std::uint16_t>(m_server.port), session, sendTimeout, receiveTimeout);
+    });
 }
 
 ResultCode Exchange::OpenRequest(const wchar_t* verb, const std::wstring& path, const InitialiseRule& rule)
@@ -57,11 +65,9 @@ ResultCode Exchange::OpenRequest(const wchar_t* verb, const std::wstring& path, 
     m_tracker.reset();
     m_response.Reset();
     m_request = m_client.m_factory->CreateRequest(m_client.m_session);
-    SetLastError(ERROR_SUCCESS);
-    const ResultCode result = m_request
-                                  ? m_request->Initialise(path, verb, m_connection, nullptr, m_server.secure ? WINHTTP_FLAG_SECURE : 0)
-                                  : Result::InvalidHandle;
-    return Report(rule, result, GetLastError());
+    return Initialise(rule, m_request, [&](IWinHttpRequest& request) {
+        return request.Initialise(path, verb, m_connection, nullptr, m_server.secure ? WINHTTP_FLAG_SECURE : 0);
+    });
 }
 
 ResultCode Exchange::Open(const wchar_t* verb, const std::wstring& path)

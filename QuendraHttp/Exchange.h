@@ -58,6 +58,9 @@ public:
     /// @param client, trace  outlive the exchange.
     Exchange(CNativeHttp& client, const FunctionTraceScope& trace);
 
+    /// Works with a copy of the server's state that the operation has already.
+    Exchange(CNativeHttp& client, const FunctionTraceScope& trace, ServerState server);
+
     Exchange(const Exchange&) = delete;
     Exchange& operator=(const Exchange&) = delete;
 
@@ -115,7 +118,8 @@ public:
 
 private:
     Exchange& AppendField(const char* name, const std::wstring& value, bool isLast);
-    ResultCode Report(const InitialiseRule& rule, ResultCode result, DWORD lastError);
+    template <typename Object, typename Call>
+    ResultCode Initialise(const InitialiseRule& rule, const std::shared_ptr<Object>& object, const Call& call);
 
     CNativeHttp& m_client;
     const FunctionTraceScope& m_trace;

@@ -68,7 +68,7 @@ void CNativeHttp::Create(const std::wstring& deviceName)
 
 void CNativeHttp::Release()
 {
-    delete this;
+    ReleaseInstance(this);
 }
 
 ResultCode CNativeHttp::ReservedNoOp()

@@ -83,6 +83,8 @@ void ReadEndpoints(const Json::Value& versions, EndpointTable& table, std::uint3
         return;
     for (auto version = versions.begin(); version != versions.end(); ++version)
     {
+        if (!version->isObject())
+            continue;
         const std::wstring path = ToWide((*version)["path"].asString());
         table[ToWide(version.name())] = {path, (*version)["tos"].asInt()};
         ++count;
@@ -93,22 +95,28 @@ void ReadEndpoints(const Json::Value& versions, EndpointTable& table, std::uint3
 
 ResultCode CNativeHttp::Init(std::uint32_t& serverMode, std::uint32_t& handshakeValue)
 {
-    return RunOperation("CNativeHttp::Init", [&](const FunctionTraceScope& trace) -> ResultCode {
-        const ServerState server = Server();
-        if (server.serverMode != 0)
-        {
-            serverMode = server.serverMode;
-            handshakeValue = server.handshakeValue;
-            trace.Info("Returning cached server mode %d", serverMode);
-            return Result::Success;
-        }
-        trace.Info("Server: %S, Port: %d", server.serverName, server.port);
-        if (const ResultCode failed = SetHandshakeTimeouts(trace))
-            return failed;
-        if (const ResultCode failed = ChooseVersion(trace, handshakeValue))
-            return failed;
-        return AskServerMode(trace, serverMode);
-    });
+    return RunGuarded([&] { return ShakeHands(serverMode, handshakeValue); });
+}
+
+ResultCode CNativeHttp::ShakeHands(std::uint32_t& serverMode, std::uint32_t& handshakeValue)
+{
+    const FunctionTraceScope trace("CNativeHttp::Init", Unit::NativeHttp);
+    // One server for the whole handshake, whatever another thread sets meanwhile.
+    ServerState server = Server();
+    if (server.serverMode != 0)
+    {
+        serverMode = server.serverMode;
+        handshakeValue = server.handshakeValue;
+        trace.Info("Returning cached server mode %d", serverMode);
+        return Result::Success;
+    }
+    trace.Info("Server: %S, Port: %d", server.serverName, server.port);
+    if (const ResultCode failed = SetHandshakeTimeouts(trace))
+        return failed;
+    if (const ResultCode failed = ChooseVersion(trace, server))
+        return failed;
+    handshakeValue = server.handshakeValue;
+    return AskServerMode(trace, server, serverMode);
 }
 
 ResultCode CNativeHttp::SetHandshakeTimeouts(const FunctionTraceScope& trace)
@@ -120,12 +128,12 @@ ResultCode CNativeHttp::SetHandshakeTimeouts(const FunctionTraceScope& trace)
     return FoldIntoHResult(error);
 }
 
-ResultCode CNativeHttp::ChooseVersion(const FunctionTraceScope& trace, std::uint32_t& handshakeValue)
+ResultCode CNativeHttp::ChooseVersion(const FunctionTraceScope& trace, ServerState& server)
 {
     EndpointTable synchronisation;
     EndpointTable logging;
     // A failure leaves the tables empty, and empty tables are an incompatible server.
-    static_cast<void>(GetEndpoints(synchronisation, logging));
+    static_cast<void>(GetEndpoints(server, synchronisation, logging));
 
     const std::optional<ChosenEndpoint> chosen = ChooseEndpoint(synchronisation);
     if (!chosen)
@@ -137,15 +145,16 @@ ResultCode CNativeHttp::ChooseVersion(const FunctionTraceScope& trace, std::uint
     }
     // The message names 1.1 whatever was chosen: supporters' filters know it so.
     trace.Info("Found endpoint %S compatible with %d.%d, path=%S, TOS=%d", chosen->key, 1, 1, chosen->endpoint.path, chosen->endpoint.tos);
-    handshakeValue = static_cast<std::uint32_t>(chosen->endpoint.tos >> 2);
+    server.apiVersion = chosen->version;
+    server.endpointPath = chosen->endpoint.path;
+    server.handshakeValue = static_cast<std::uint32_t>(chosen->endpoint.tos >> 2);
 
-    std::optional<std::wstring> loggingPath;
     if (!logging.empty())
     {
         if (const auto entry = logging.find(L"1"); entry != logging.end())
         {
             trace.Info("Found logging API version %d.%d", 1, 0);
-            loggingPath = entry->second.path;
+            server.loggingEndpointPath = entry->second.path;
         }
         else
         {
@@ -153,16 +162,15 @@ ResultCode CNativeHttp::ChooseVersion(const FunctionTraceScope& trace, std::uint
         }
     }
     ChangeServer([&](ServerState& state) {
-        state.apiVersion = chosen->version;
-        state.endpointPath = chosen->endpoint.path;
-        state.handshakeValue = handshakeValue;
-        if (loggingPath)
-            state.loggingEndpointPath = *loggingPath;
+        state.apiVersion = server.apiVersion;
+        state.endpointPath = server.endpointPath;
+        state.handshakeValue = server.handshakeValue;
+        state.loggingEndpointPath = server.loggingEndpointPath;
     });
     return Result::Success;
 }
 
-ResultCode CNativeHttp::AskServerMode(const FunctionTraceScope& trace, std::uint32_t& serverMode)
+ResultCode CNativeHttp::AskServerMode(const FunctionTraceScope& trace, const ServerState& server, std::uint32_t& serverMode)
 {
     struct TimeoutsReset
     {
@@ -170,8 +178,8 @@ ResultCode CNativeHttp::AskServerMode(const FunctionTraceScope& trace, std::uint
         ~TimeoutsReset() { client.ResetTimeouts(); }
     } const reset{*this};
 
-    Exchange exchange(*this, trace);
-    if (const ResultCode failed = exchange.Open(L"GET", exchange.Server().endpointPath + L"/init"))
+    Exchange exchange(*this, trace, server);
+    if (const ResultCode failed = exchange.Open(L"GET", server.endpointPath + L"/init"))
         return failed;
     if (const ResultCode failed = exchange.Send())
         return failed;
@@ -200,25 +208,24 @@ void CNativeHttp::ResetTimeouts()
         trace.Error("WinHttpSetTimeouts failed, error code: %d", GetLastError());
 }
 
-ResultCode CNativeHttp::GetEndpoints(EndpointTable& synchronisation, EndpointTable& logging)
+ResultCode CNativeHttp::GetEndpoints(const ServerState& server, EndpointTable& synchronisation, EndpointTable& logging)
 {
-    return RunOperation({"CNativeHttp::GetEndpoints", kGetEndpointsLine}, [&](const FunctionTraceScope& trace) -> ResultCode {
-        Exchange exchange(*this, trace);
-        if (const ResultCode failed = exchange.Open(L"GET", L"/endpoints"))
-            return failed;
-        if (const ResultCode failed = exchange.Receive())
-            return failed;
-        if (const ResultCode refused = exchange.Judge())
-            return refused;
-        if (GetEndpointsFromResponse(exchange.Response(), synchronisation, logging) < 1)
-        {
-            trace.Error("Failed to extract endpoints from response");
-            return Result::IncompatibleServer;
-        }
-        trace.Info("Extracted %d QD endpoints from response and %d logging endpoints", static_cast<int>(synchronisation.size()),
-                   static_cast<int>(logging.size()));
-        return Result::Success;
-    });
+    const FunctionTraceScope trace("CNativeHttp::GetEndpoints", Unit::NativeHttp, kGetEndpointsLine);
+    Exchange exchange(*this, trace, server);
+    if (const ResultCode failed = exchange.Open(L"GET", L"/endpoints"))
+        return failed;
+    if (const ResultCode failed = exchange.Receive())
+        return failed;
+    if (const ResultCode refused = exchange.Judge())
+        return refused;
+    if (GetEndpointsFromResponse(exchange.Response(), synchronisation, logging) < 1)
+    {
+        trace.Error("Failed to extract endpoints from response");
+        return Result::IncompatibleServer;
+    }
+    trace.Info("Extracted %d QD endpoints from response and %d logging endpoints", static_cast<int>(synchronisation.size()),
+               static_cast<int>(logging.size()));
+    return Result::Success;
 }
 
 std::uint32_t CNativeHttp::GetEndpointsFromResponse(const ResponseBuffer& response, EndpointTable& synchronisation, EndpointTable& logging)

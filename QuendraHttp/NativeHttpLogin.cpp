@@ -53,7 +53,7 @@ ResultCode CNativeHttp::Login(const std::wstring& userId, const std::wstring& pa
         trace.Info("Server: %S, Port: %d, User: %S, Hostname: %S", server.serverName, server.port, userId, deviceId);
         std::uint32_t serverMode = 0;
         // A handshake that fails leaves the mode unknown; the login shows what is wrong with the server.
-        static_cast<void>(Init(serverMode, handshakeValue));
+        static_cast<void>(ShakeHands(serverMode, handshakeValue));
 
         Exchange exchange(*this, trace);
         if (const ResultCode failed = exchange.Open(L"POST", exchange.Server().endpointPath + L"/sessions"))

@@ -30,9 +30,10 @@ std::int32_t LeadingNumber(std::string_view text)
 }
 
 // Calls back with the member of the reply's top-level object, or null; the reply's other values need not be copied for it.
-template <typename Use> void WithMember(const char* function, const ResponseBuffer& response, const char* key, const Use& use)
+template <typename Use>
+void WithMember(const char* function, const ResponseBuffer& response, const char* key, const Use& use, int line = __builtin_LINE())
 {
-    const FunctionTraceScope trace(function, Unit::NativeHttp);
+    const FunctionTraceScope trace(function, Unit::NativeHttp, line);
     CatchJsonExceptions(trace, [&] {
         Json::Value root;
         if (ParseJson(response, Comments::Skip, root))
@@ -90,6 +91,7 @@ ResultCode CNativeHttp::MapHttpError(std::uint32_t status, const ResponseBuffer&
 
 ResultCode CNativeHttp::MapHttpErrorWithTokenCheck(std::uint32_t status, const ResponseBuffer& response, const std::wstring& startToken)
 {
+    const FunctionTraceScope trace("CNativeHttp::MapHttpErrorWithTokenCheck", Unit::NativeHttp);
     const ResultCode code = MapHttpError(status, response);
     return code == Result::SessionInvalid ? CheckForChangedSessionToken(status, startToken, code) : code;
 }

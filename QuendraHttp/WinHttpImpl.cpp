@@ -136,10 +136,15 @@ ResultCode WinHttpConnection::Initialise(const std::wstring& server, std::uint16
         return FoldIntoHResult(error);
     }
 
+    // All four are read on the first connection, those too that it overrides.
     const std::int32_t connect = g_connectTimeout.Get();
     const std::int32_t resolve = g_resolveTimeout.Get();
-    const std::int32_t send = sendTimeoutOverride != 0 ? static_cast<std::int32_t>(sendTimeoutOverride) : g_sendTimeout.Get();
-    const std::int32_t receive = receiveTimeoutOverride != 0 ? static_cast<std::int32_t>(receiveTimeoutOverride) : g_receiveTimeout.Get();
+    std::int32_t send = g_sendTimeout.Get();
+    std::int32_t receive = g_receiveTimeout.Get();
+    if (sendTimeoutOverride != 0)
+        send = static_cast<std::int32_t>(sendTimeoutOverride);
+    if (receiveTimeoutOverride != 0)
+        receive = static_cast<std::int32_t>(receiveTimeoutOverride);
 
     // The session takes the timeouts, not the connection: they hold until the next connection sets them.
     trace.Info("Calling WinHttpSetTimeouts. CONN:%d, RES:%d, SEND:%d, RECV:%d", connect, resolve, send, receive);

@@ -22,9 +22,12 @@ ResultCode WinHttpRequest::ReceiveStatusText(const FunctionTraceScope& trace, To
             OutputDebugStringW((std::wstring(L"ERROR: ") + step + L"() failed, error code: " + std::to_wstring(error) + L"\n").c_str());
     };
 
-    if (!WinHttpReceiveResponse(Handle(), nullptr))
+    const BOOL received = WinHttpReceiveResponse(Handle(), nullptr);
+    const DWORD receiveError = GetLastError();
+    m_sentBody.Clear();
+    if (!received)
     {
-        const DWORD error = GetLastError();
+        const DWORD error = receiveError;
         tell(L"WinHttpReceiveResponse", error);
         trace.Error("WinHttpReceiveResponse failed, error code: %d", error);
         return error;

@@ -127,7 +127,7 @@ ResultCode WinHttpRequest::SendRequest()
         trace.Error("WinHttpSendRequest failed, error code: %d", error);
         return error;
     }
-    m_body.Clear();
+    m_body.MoveTo(m_sentBody);
     trace.Info("Request successfully sent");
     return Result::Success;
 }

@@ -85,6 +85,7 @@ private:
 
     const std::shared_ptr<IWinHttpSession> m_session;
     BodyBuffer m_body;
+    BodyBuffer m_sentBody; // what WinHTTP may send again, to where it is redirected, until the reply comes
     std::uint32_t m_httpStatus = 0;
     const std::wstring m_boundary;
 };

@@ -112,7 +112,16 @@ TEST(ClientSettings, ATransportThatMakesNothingEndsInAnError)
     EXPECT_EQ(client.Version(text), 6U);
     EXPECT_EQ(client.SetSessionToken(L"x"), 6U);
     EXPECT_EQ(client.GetSessionToken(text), 0U);
+    EXPECT_EQ(client.Register(L"ann", L"id"), 6U);
     EXPECT_EQ(CreateInstanceWithFactory(nullptr, L"device"), nullptr);
+
+    struct NoMemory final : IWinHttpFactory
+    {
+        std::shared_ptr<IWinHttpSession> CreateSession() override { throw std::bad_alloc(); }
+        std::shared_ptr<IWinHttpConnection> CreateConnection() override { return nullptr; }
+        std::shared_ptr<IWinHttpRequest> CreateRequest(const std::shared_ptr<IWinHttpSession>&) override { return nullptr; }
+    };
+    EXPECT_EQ(CreateInstanceWithFactory(std::make_shared<NoMemory>(), L"device"), nullptr);
 }
 
 TEST(ClientSettings, TheBasePathHoldsTheTokenForApi10Only)

@@ -85,6 +85,7 @@ TEST(Handshake, TakesTheTopOfTheFirstRunOfVersions)
         {R"({"sync":{"1.0":{"path":"/0","tos":"x"},"1.1":{"path":"/1"}}})", "19006"},
         {R"({"sync":{"1.0":{"path":"/0"},"1.1":{"path":["/1"]}}})", "GET /0/init flags=0"},
         {R"({"sync":{"1.0":null}})", "19006"},
+        {R"({"sync":{"0.9":5,"1.0":{"path":"/0"},"1.1":null}})", "GET /0/init flags=0"},
         {R"({"sync":[{"path":"/0"}]})", "19006"},
         {R"([{"sync":{"1.0":{"path":"/0"}}}])", "19006"},
         {R"(5)", "19006"},
@@ -244,6 +245,44 @@ TEST(Handshake, EndpointsThatCannotBeAskedForAreAnIncompatibleServer)
         TraceCapture trace;
         EXPECT_EQ(ShakeHands(client).code, 19006U);
         EXPECT_TRUE(trace.Has(EVT_ERROR, step.message)) << trace;
+    }
+}
+
+TEST(Handshake, TalksToOneServerWhateverIsSetMeanwhile)
+{
+    ScriptedClient client;
+    client.script.replies = {{200, R"({"sync":{"1.0":{"path":"/p"}}})", 0, [&] { client->SetPort(9); }}, {200, kLegacy, 0, {}}};
+    EXPECT_EQ(ShakeHands(client).code, 0U);
+    EXPECT_EQ(client.script.connections.at(1), "server:8080 send=0 receive=0");
+}
+
+TEST(Handshake, RunningOutOfMemoryEndsTheOperationThatAsked)
+{
+    ScriptedClient client;
+    client.script.throwOnSend = true;
+    EXPECT_EQ(ShakeHands(client).code, 0x80004005U);
+    std::wstring policy;
+    std::uint32_t value = 0;
+    EXPECT_EQ(client->Login(L"ann", L"p", L"", L"", policy, value, {}, {}), 0x80004005U);
+    EXPECT_EQ(client.script.requests.size(), 2U) << "no password goes out behind a handshake that was cut off";
+}
+
+TEST(Handshake, IdentifiesItsFunctionsByTheirLines)
+{
+    ScriptedClient client;
+    TraceCapture trace;
+    client.Negotiate();
+    std::wstring build;
+    client->Version(build);
+    client->Register(L"ann", L"id");
+    for (const auto& [function, line] : std::vector<std::pair<const char*, int>>{
+             {"GetEndpoints", 534}, {"GetEndpointsFromResponse", 602}, {"Version", 456}, {"Register", 782}})
+    {
+        const std::vector<TracedEvent> events = trace.EventsOf(std::string("CNativeHttp::") + function);
+        ASSERT_FALSE(events.empty());
+        EXPECT_TRUE(events.front().isEntry && events.back().isExit) << function;
+        EXPECT_EQ(events.front().line, line);
+        EXPECT_EQ(events.back().line, line);
     }
 }
 

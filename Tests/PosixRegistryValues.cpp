@@ -19,7 +19,9 @@ public:
 
     void Set(Root root, const std::wstring& name, const Json::Value& value)
     {
-        m_values[root == Root::User ? "HKEY_CURRENT_USER" : "HKEY_LOCAL_MACHINE"]["Software\\Ostvalen\\Quendra"][ToNarrow(name)] = value;
+        const char* const roots[] = {"HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE", "HKEY_USERS"};
+        const std::string user = root == Root::OtherUser ? "S-1-5-21-7\\" : "";
+        m_values[roots[static_cast<int>(root)]][user + "Software\\Ostvalen\\Quendra"][ToNarrow(name)] = value;
         std::ofstream(m_path) << m_values;
     }
 

@@ -1,8 +1,7 @@
 #pragma once
 
 /// @file
-/// Values under the library's registry key for the life of a test: in the registry itself on Windows, which a test must have for
-/// itself (Wine's prefix), and in a file of the test's own on Linux.
+/// Values under the library's registry key for the life of a test, and for its process only: nobody's own settings are touched.
 
 #include <cstdint>
 #include <memory>
@@ -15,11 +14,12 @@ public:
     enum class Root
     {
         User,
-        Machine
+        Machine,
+        OtherUser ///< HKEY_USERS\S-1-5-21-7
     };
 
     RegistryValues();
-    ~RegistryValues(); ///< Removes the library's key with everything in it.
+    ~RegistryValues();
 
     RegistryValues(const RegistryValues&) = delete;
     RegistryValues& operator=(const RegistryValues&) = delete;

@@ -2,19 +2,40 @@
 
 #include "Platform/Platform.h"
 
+// While it lives, the process has keys of the test's own for the roots that the library reads.
 class RegistryValues::Store
 {
 public:
+    Store()
+    {
+        for (const HKEY root : kRoots)
+        {
+            HKEY own = nullptr;
+            const std::wstring path = m_path + L"\\" + std::to_wstring(reinterpret_cast<std::uintptr_t>(root));
+            RegCreateKeyExW(m_user, path.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, &own, nullptr);
+            m_own.push_back(own);
+        }
+        for (std::size_t i = 0; i < m_own.size(); ++i)
+            RegOverridePredefKey(kRoots[i], m_own[i]);
+    }
     ~Store()
     {
-        for (const HKEY root : {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE})
-            RegDeleteTreeW(root, kKey);
+        for (std::size_t i = 0; i < m_own.size(); ++i)
+        {
+            RegOverridePredefKey(kRoots[i], nullptr);
+            RegCloseKey(m_own[i]);
+        }
+        RegDeleteTreeW(m_user, m_path.c_str());
+        RegCloseKey(m_user);
     }
+
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
 
     static void Set(Root root, const std::wstring& name, DWORD type, const void* data, std::size_t bytes)
     {
-        RegSetKeyValueW(root == Root::User ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE, kKey, name.c_str(), type, data,
-                        static_cast<DWORD>(bytes));
+        const std::wstring path = std::wstring(root == Root::OtherUser ? L"S-1-5-21-7\\" : L"") + L"Software\\Ostvalen\\Quendra";
+        RegSetKeyValueW(kRoots[static_cast<int>(root)], path.c_str(), name.c_str(), type, data, static_cast<DWORD>(bytes));
     }
 
     static void Set(Root root, const std::wstring& name, DWORD type, const std::wstring& text)
@@ -23,7 +44,18 @@ public:
     }
 
 private:
-    static constexpr const wchar_t* kKey = L"Software\\Ostvalen\\Quendra";
+    static HKEY OpenUser()
+    {
+        HKEY user = nullptr;
+        RegOpenCurrentUser(KEY_ALL_ACCESS, &user);
+        return user;
+    }
+
+    static inline const HKEY kRoots[] = {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE, HKEY_USERS};
+
+    const HKEY m_user = OpenUser();
+    const std::wstring m_path = L"Software\\QuendraTests-" + std::to_wstring(GetCurrentProcessId());
+    std::vector<HKEY> m_own;
 };
 
 RegistryValues::RegistryValues() : m_store(std::make_unique<Store>())

@@ -227,10 +227,12 @@ private:
     friend class Exchange;
 
     void Create(const std::wstring& deviceName);
-    ResultCode GetEndpoints(EndpointTable& synchronisation, EndpointTable& logging);
+    // The handshake's steps; they may throw, and belong to the operation that takes them. What they learn goes into `server`.
+    ResultCode ShakeHands(std::uint32_t& serverMode, std::uint32_t& handshakeValue);
+    ResultCode GetEndpoints(const ServerState& server, EndpointTable& synchronisation, EndpointTable& logging);
     ResultCode SetHandshakeTimeouts(const FunctionTraceScope& trace);
-    ResultCode ChooseVersion(const FunctionTraceScope& trace, std::uint32_t& handshakeValue);
-    ResultCode AskServerMode(const FunctionTraceScope& trace, std::uint32_t& serverMode);
+    ResultCode ChooseVersion(const FunctionTraceScope& trace, ServerState& server);
+    ResultCode AskServerMode(const FunctionTraceScope& trace, const ServerState& server, std::uint32_t& serverMode);
 
     // The prefix is this client's mark for the steps behind an operation; the trace names them so.
     // NOLINTBEGIN(bugprone-reserved-identifier)

@@ -50,7 +50,8 @@ public:
     /// Slot 1. Shakes hands with the server: chooses the newest API version that both speak, learns the endpoint paths and the
     /// server mode. Once it succeeded, later calls return the same values without asking the server.
     /// @param[out] serverMode      1 legacy, 2 device-token authentication.
-    /// @param[out] handshakeValue  the server's "tos" value divided by 4, rounded down.
+    /// @param[out] handshakeValue  the server's "tos" value divided by 4, rounded down; set as soon as a version is chosen, also
+    ///                             where the mode is not learnt then.
     /// @return 19006 for a server without a compatible API version, 12004 for a reply without a readable mode, 8 for none;
     ///         a refusal (20000 + n); a platform error, as an HRESULT where the timeouts cannot be set.
     virtual ResultCode Init(std::uint32_t& serverMode, std::uint32_t& handshakeValue) = 0;

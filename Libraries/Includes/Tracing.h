@@ -36,7 +36,7 @@ inline constexpr const char* Interface = "Interface";
 inline constexpr const char* NativeHttp = "NativeHttp";
 inline constexpr const char* WinHttpImpl = "WinHttpImpl";
 inline constexpr const char* AttributeTime = "AttributeTime";
-inline constexpr const char* PathUtilities = "PathUtilities";
+inline constexpr const char* PathUtilities = "Libraries/Includes/PathUtilities";
 } // namespace Unit
 
 namespace TraceDetail

@@ -117,8 +117,8 @@ TEST_F(Commands, SetUpTheInstanceAndShakeHandsFirst)
     EXPECT_EQ(
         run({"--device", "box", "--server", "https://other", "version"}).calls,
         (std::vector<std::string>{"CreateInstance box", "SetServer https://other", "SetPort 443", "SetSessionToken t", "Init", "Version"}));
-    EXPECT_EQ(run({"register", "ann"}).calls,
-              (std::vector<std::string>{"CreateInstance machine", "SetServer http://server", "SetPort 80", "Init", "Register ann machine"}));
+    EXPECT_EQ(run({"register", "ann"}).calls, (std::vector<std::string>{"CreateInstance machine", "SetServer http://server", "SetPort 80",
+                                                                        "Init", "Register ann machine"}));
     EXPECT_EQ(run({"handshake", "--json"}).output, "{\"apiAtLeast13\":true,\"handshakeValue\":7,\"serverMode\":2}\n");
     run.environment.clear();
     EXPECT_EQ(run({"version"}).status, 2);

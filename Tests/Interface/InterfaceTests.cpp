@@ -70,10 +70,14 @@ TEST(Interface, InitIsTracedWithItsLinesAndExitDoesNothing)
 
 TEST(Interface, InstancesEndInEachWay)
 {
-    CreateInstance(L"one")->Release();
-    delete CreateInstance(L"two");
-    ReleaseInstance(CreateInstance(L"three"));
+    const auto factory = std::make_shared<OwnFactory>();
+    const auto create = [&] { return CreateInstanceWithFactory(factory, L"device"); };
+    create()->Release();
+    delete create();
+    ReleaseInstance(create());
     ReleaseInstance(nullptr);
+    EXPECT_EQ(factory->sessions, 3);
+    EXPECT_EQ(factory.use_count(), 1);
 }
 
 TEST(Interface, AnInstanceSharesItsCallersFactory)

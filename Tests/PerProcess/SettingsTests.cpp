@@ -1,5 +1,6 @@
 // Settings as an administrator stores them, and the values that a process reads once.
 
+#include "LibraryOverWire.h"
 #include "RegistryValues.h"
 #include "Settings.h"
 #include "TraceCapture.h"
@@ -22,7 +23,10 @@ TEST(Settings, AreTakenFromTheFirstPlaceThatHasThem)
     values.SetNumber(Root::User, L"Number", 2);
     EXPECT_EQ(Settings::ReadNumber(L"Number", 5), 2);
     EXPECT_TRUE(Settings::ReadRaw(L"Number", REG_DWORD).place.Text() == L"HKEY_CURRENT_USER\\Software\\Ostvalen\\Quendra");
-    EXPECT_EQ(Settings::ReadNumber(L"Number", 5, L"S-1-5-21-nobody"), 2) << "a user without the value is passed over";
+    EXPECT_EQ(Settings::ReadNumber(L"Number", 5, L"S-1-5-21-7"), 2) << "a user without the value is passed over";
+    values.SetNumber(Root::OtherUser, L"Number", 3);
+    EXPECT_EQ(Settings::ReadNumber(L"Number", 5, L"S-1-5-21-7"), 3);
+    EXPECT_EQ(Settings::ReadNumber(L"Number", 5), 2);
 
     const auto places = Settings::SearchList(L"S-1-5-21-7");
     ASSERT_EQ(places.size(), 3U);
@@ -72,6 +76,19 @@ TEST(Settings, AreReadOncePerProcessForConnections)
     values.SetNumber(Root::User, L"HTTPReceiveResponseTimeout", 3333);
     ASSERT_EQ(connection.Initialise(L"127.0.0.1", 1, session, 0, 0), 0U);
     EXPECT_EQ(trace.CountOf(EVT_INFO, "Calling WinHttpSetTimeouts. CONN:2222, RES:0, SEND:60000, RECV:1111"), 2U) << trace;
+}
+
+TEST(Settings, BoundHowLongAServerMayTakeToAnswer)
+{
+    RegistryValues values;
+    values.SetNumber(Root::User, L"HTTPReceiveResponseTimeout", 200);
+    RawServer server([](RawConnection& connection) {
+        connection.ReadRequest();
+        connection.Hold();
+    });
+    const Library library(server);
+    std::wstring build;
+    EXPECT_EQ(library->Version(build), 12002U);
 }
 
 } // namespace

@@ -18,7 +18,8 @@ stop() {
     local status=$?
     trap - EXIT INT TERM
     if [ -n "$server" ]; then
-        kill "$server" 2>/dev/null && wait "$server" 2>/dev/null || :
+        kill "$server" 2>/dev/null || :
+        wait "$server" 2>/dev/null || :
     fi
     [ -z "$work" ] || rm -rf "$work"
     exit $status
@@ -84,7 +85,9 @@ else
 fi
 
 title 'Starting the sample server'
-build/linux/bin/quendra-appliance --root "$work/items" --user demo:demo >"$work/server.log" 2>&1 &
+# In this mode a device registers first, and logs in with the token that the server mails to the user.
+: >"$work/server.log"
+build/linux/bin/quendra-appliance --root "$work/items" --user demo:demo --mode device-token >"$work/server.log" 2>&1 &
 server=$!
 for ((wait = 0; wait < 100; ++wait)); do
     grep -q '^listening on ' "$work/server.log" && break
@@ -104,7 +107,9 @@ title 'Talking to it'
 quendra handshake
 quendra version
 quendra register demo
-quendra login demo
+mail=$(grep '^mail to demo: ' "$work/server.log" | tail -n 1)
+echo "The server sends a $mail"
+quendra login demo --device-token "${mail##* }"
 quendra logout
 
 title 'Done'

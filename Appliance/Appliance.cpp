@@ -40,7 +40,7 @@ struct Appliance::Parts
         AddNoticeRoutes(router, items, state);
     }
 
-    Reply Serve(const Request& request)
+    Reply Serve(const Request& request) const
     {
         try
         {

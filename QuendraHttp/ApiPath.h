@@ -3,6 +3,7 @@
 /// @file
 /// The paths of requests.
 
+#include "Attributes.h"
 #include "TextConversion.h"
 #include "UrlEncoding.h"
 
@@ -22,4 +23,11 @@ inline constexpr ApiVersion kApiVersion13{1, 3};
 [[nodiscard]] inline std::wstring EncodedPath(const std::wstring& path)
 {
     return ToWide(EncodeUrl(path, UrlEncodingMode::Path));
+}
+
+/// The query that names an item's revision; empty for an item without one, or no item.
+/// @param separator  "?" or "&".
+[[nodiscard]] inline std::wstring RevisionSuffix(const char* separator, const IServerAttributes* item)
+{
+    return ToWide(CNativeHttp::AddRevision(separator, item != nullptr ? item->GetRevision() : std::string()));
 }

@@ -29,6 +29,9 @@ public:
     OwnedResponse(const OwnedResponse&) = delete;
     OwnedResponse& operator=(const OwnedResponse&) = delete;
 
+    /// Whether there is no body, or one of no bytes.
+    [[nodiscard]] bool IsEmpty() const noexcept { return data == nullptr || length == 0; }
+
     /// Frees the body.
     void Reset() noexcept;
 };

@@ -21,11 +21,6 @@ constexpr InitialiseRule kRangeRequestRule{"WinHttpRequest failed to initialise,
 
 constexpr ResultCode kLastRefusal = 27775;
 
-std::wstring RevisionSuffix(const char* separator, const std::shared_ptr<IServerAttributes>& attributes)
-{
-    return ToWide(CNativeHttp::AddRevision(separator, attributes ? attributes->GetRevision() : std::string()));
-}
-
 std::wstring WithoutLongPathPrefix(const std::wstring& path)
 {
     constexpr std::wstring_view prefix = L"\\\\?\\";
@@ -68,7 +63,7 @@ ResultCode CNativeHttp::_Internal_DownloadFile(const std::wstring& serverPath, c
         Exchange exchange(*this, trace);
         if (const ResultCode failed = exchange.Connect())
             return failed;
-        const std::wstring url = exchange.ApiBasePath() + L"/folders" + EncodedPath(serverPath) + RevisionSuffix("?", attributes);
+        const std::wstring url = exchange.ApiBasePath() + L"/folders" + EncodedPath(serverPath) + RevisionSuffix("?", attributes.get());
         trace.Info("Complete download request: %S", url);
         if (const ResultCode failed = exchange.OpenRequest(L"GET", url))
             return failed;
@@ -123,7 +118,7 @@ ResultCode CNativeHttp::_Internal_DownloadDelta(const std::wstring& serverPath, 
         Exchange exchange(*this, trace);
         if (const ResultCode failed = exchange.Connect())
             return failed;
-        const std::wstring url = exchange.ApiBasePath() + L"/delta" + EncodedPath(serverPath) + RevisionSuffix("?", attributes);
+        const std::wstring url = exchange.ApiBasePath() + L"/delta" + EncodedPath(serverPath) + RevisionSuffix("?", attributes.get());
         trace.Info("Endpoint: '%S'", url);
         if (const ResultCode failed = exchange.OpenRequest(L"POST", url, kDeltaRequestRule))
             return failed;
@@ -179,7 +174,7 @@ ResultCode CNativeHttp::DownloadData(const std::wstring& serverPath, const std::
             return failed;
         }
         const std::wstring url = exchange.ApiBasePath() + L"/folders" + EncodedPath(serverPath) + L"?skip=" + std::to_wstring(*skip) +
-                                 L"&count=" + std::to_wstring(*count) + RevisionSuffix("&", attributes);
+                                 L"&count=" + std::to_wstring(*count) + RevisionSuffix("&", attributes.get());
         trace.Info("DownloadData request [%S]", url);
         if (const ResultCode failed = exchange.OpenRequest(L"GET", url, kRangeRequestRule))
             return failed;

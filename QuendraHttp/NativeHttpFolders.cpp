@@ -141,8 +141,11 @@ ResultCode CNativeHttp::DeletePath(const std::wstring& path, const std::shared_p
     return RunOperation("CNativeHttp::DeletePath", [&](const FunctionTraceScope& trace) -> ResultCode {
         trace.Info("Request to delete server path: %S", path);
         Exchange exchange(*this, trace);
-        const std::string revision = AddRevision("?", attributes ? attributes->GetRevision() : std::string());
-        if (const ResultCode failed = exchange.Open(L"DELETE", exchange.ApiBasePath() + L"/folders" + EncodedPath(path) + ToWide(revision)))
+        if (const ResultCode failed = exchange.Connect())
+            return failed;
+        const std::wstring url = exchange.ApiBasePath() + L"/folders" + EncodedPath(path) + RevisionSuffix("?", attributes.get());
+        trace.Info("Request Path: %S", url);
+        if (const ResultCode failed = exchange.OpenRequest(L"DELETE", url))
             return failed;
         // A transfer that fails is reported like a refusal without a status: callers rely on it.
         if (exchange.Send() != Result::Success)

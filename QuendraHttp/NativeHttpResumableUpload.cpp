@@ -16,8 +16,9 @@
 
 #include "Platform/Platform.h"
 
+#include <algorithm>
 #include <array>
-#include <charconv>
+#include <cstdlib>
 
 namespace
 {
@@ -43,12 +44,14 @@ std::wstring ResumePath(const Exchange& exchange, const std::wstring& serverPath
     return exchange.ApiBasePath() + L"/resume/upload" + EncodedPath(serverPath) + L"?resume_id=" + identifier;
 }
 
-CAttributeTime Expiry(std::int32_t hours)
+CAttributeTime Expiry(std::uint32_t hours)
 {
     FILETIME now{};
     GetSystemTimeAsFileTime(&now);
     const std::uint64_t ticks = (std::uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime;
-    return CAttributeTime(static_cast<std::int64_t>(ticks) + hours * kTicksPerHour);
+    // An expiry beyond the scale ends with the scale; its last value is the one that means no time.
+    const std::int64_t room = (CAttributeTime::kUnset - 1 - static_cast<std::int64_t>(ticks)) / kTicksPerHour;
+    return CAttributeTime(static_cast<std::int64_t>(ticks) + std::min<std::int64_t>(hours, room) * kTicksPerHour);
 }
 
 struct Chunk
@@ -86,7 +89,7 @@ ResultCode AddChunkHeaders(const FunctionTraceScope& trace, const Exchange& exch
         trace.Info("Sending end marker");
         add(L"qd_finish", L"true");
     }
-    if (const std::int32_t hours = g_uploadExpiry.Get(); hours != 0)
+    if (const auto hours = static_cast<std::uint32_t>(g_uploadExpiry.Get()); hours != 0)
     {
         const std::wstring expiry = Expiry(hours).ToString();
         trace.Info("Sending expiry: %S", expiry);
@@ -132,10 +135,10 @@ ResultCode SendChunk(Exchange& exchange, const std::wstring& localPath, const st
     return FinishBody(exchange);
 }
 
-// Whether a chunk passes the end of the file; no sum is made that could overflow.
+// Whether a chunk passes the end of the file. None of them is negative, and no sum is made that could overflow.
 bool PassesEnd(std::int64_t offset, std::int64_t length, std::int64_t size)
 {
-    return length > 0 && offset > size - length;
+    return offset > size || length > size - offset;
 }
 
 } // namespace
@@ -146,14 +149,15 @@ ResultCode CNativeHttp::ResumableUpload(const std::wstring& localPath, const std
                                         const std::shared_ptr<IProgressCallback>& progress)
 {
     return RunOperation("CNativeHttp::ResumableUpload", [&](const FunctionTraceScope& trace) -> ResultCode {
-        if (!attributes || offset == nullptr || length == nullptr)
+        // A size below zero can come from a server; there is no chunk of such a file.
+        if (!attributes || offset == nullptr || length == nullptr || *offset < 0 || *length < 0 || attributes->GetSize() < 0)
             return Result::InvalidParameter;
         const std::wstring identifier = TextOf(uploadId);
         trace.Info("Uploading %lld-byte chunk of [%S] from %lld with GUID [%S]", *length, localPath, *offset, identifier);
         if (const std::int64_t size = attributes->GetSize(); PassesEnd(*offset, *length, size))
         {
             trace.Error("Past end of file: %lld + %lld > %lld", *offset, *length, size);
-            *length = size - *offset;
+            *length = std::max<std::int64_t>(size - *offset, 0);
             trace.Info("New length: %lld", *length);
         }
         const Chunk chunk{*offset, *length, beginFlag != 0};
@@ -177,7 +181,7 @@ ResultCode CNativeHttp::ResumableUpload(const std::wstring& localPath, const std
 
         if (exchange.Status() != 200)
         {
-            if (exchange.Response().data != nullptr)
+            if (!exchange.Response().IsEmpty())
                 return JudgeRefusedUpload(*this, trace, exchange, attributes);
             trace.Error(kRefused, exchange.Status());
             return Result::InvalidServerResponse;
@@ -275,10 +279,13 @@ ResultCode CNativeHttp::GetResumableUploadMetadata(const std::wstring& serverPat
 ResultCode CNativeHttp::GetMetaDataFromResponse(const ResponseBuffer& response, std::int64_t* offset, std::uint32_t* locked)
 {
     const FunctionTraceScope trace("CNativeHttp::GetMetaDataFromResponse", Unit::NativeHttp);
+    // A reply that was cut off must not pass for one that has nothing to tell: its caller would resume at a stale offset.
+    ResultCode result = Result::InvalidData;
     CatchJsonExceptions(trace, [&] {
         Json::Value root;
-        if (!ParseJson(response, Comments::Skip, root))
+        if (!ParseJson(response, Comments::Skip, root) || !root.isObject())
             return;
+        result = Result::Success;
         const Json::Value* const received = FindMember(root, "bytes_received");
         const bool isText = received != nullptr && received->isString();
         if (isText || (received != nullptr && received->isInt64()))
@@ -293,5 +300,5 @@ ResultCode CNativeHttp::GetMetaDataFromResponse(const ResponseBuffer& response, 
             trace.Info("Got locked %d", *locked);
         }
     });
-    return Result::Success;
+    return result;
 }

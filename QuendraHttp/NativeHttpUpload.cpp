@@ -76,7 +76,7 @@ struct UploadKind
     TraceFormat<std::wstring> endpointMessage;
     TraceFormat<std::wstring> timeMessage;
     void (*appendFields)(UploadForm& form);
-    bool judgesEverySend; ///< a delta goes on after a headers, fields or boundary step that failed: the reply shows it.
+    bool judgesEverySend; ///< a delta goes on after a step of headers, fields' sending or boundary that failed: the reply shows it.
 };
 
 void AppendFileFields(UploadForm& form)
@@ -214,7 +214,7 @@ ResultCode CNativeHttp::JudgeUpload(const FunctionTraceScope& trace, Exchange& e
 {
     if (exchange.Status() != 200)
         return JudgeRefusedUpload(*this, trace, exchange, attributes);
-    if (exchange.Response().data == nullptr)
+    if (exchange.Response().IsEmpty())
         return Result::InvalidServerResponse;
     exchange.LogReply();
     trace.Info("File uploaded successfully: %S", localPath);

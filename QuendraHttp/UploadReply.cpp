@@ -7,7 +7,7 @@ ResultCode JudgeRefusedUpload(CNativeHttp& client, const FunctionTraceScope& tra
 {
     const std::uint32_t status = exchange.Status();
     trace.Error(kRefused, status);
-    const bool hasBody = exchange.Response().data != nullptr;
+    const bool hasBody = !exchange.Response().IsEmpty();
     if (hasBody)
         exchange.LogReply();
     const ResultCode code = client.MapHttpErrorWithTokenCheck(status, exchange.Response(), exchange.StartToken());

@@ -8,6 +8,7 @@
 
 #include "CancelTest.h"
 #include "FileHandle.h"
+#include "OpenablePath.h"
 #include "TextConversion.h"
 #include "UrlEncoding.h"
 #include "WinHttpImplRequest.h"
@@ -40,7 +41,7 @@ void WriteUnjudged(HINTERNET request, std::string_view bytes)
 FileHandle OpenShared(const std::wstring& path)
 {
     // The file stays free for its owner to change or delete while it is sent.
-    return FileHandle(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+    return FileHandle(CreateFileW(OpenablePath(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
@@ -80,6 +81,7 @@ std::wstring WinHttpRequest::GenerateRandomValue()
 
 std::wstring WinHttpRequest::GetMarker()
 {
+    const FunctionTraceScope trace("WinHttpRequest::GetMarker", Unit::WinHttpImpl);
     static const std::wstring marker = L"QD_MARK--" + GenerateRandomValue() + L"--QD_MARK";
     return marker;
 }
@@ -96,6 +98,7 @@ ResultCode WinHttpRequest::AddMultipartHeaders(bool acceptJson)
 
 ResultCode WinHttpRequest::AddMultipartFormData(const wchar_t* name, const wchar_t* value)
 {
+    const FunctionTraceScope trace("WinHttpRequest::AddMultipartFormData", Unit::WinHttpImpl);
     return AddMultipartFormData(ToNarrow(name, NarrowEncoding::ThreadAnsi).c_str(), ToNarrow(value, NarrowEncoding::ThreadAnsi).c_str());
 }
 
@@ -128,6 +131,7 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
                                              const CancelEvent* cancelEvent, const std::shared_ptr<IProgressCallback>& progress,
                                              std::uint64_t* sizeOut)
 {
+    const FunctionTraceScope trace("WinHttpRequest::SendMultipartFile", Unit::WinHttpImpl);
     // A file that cannot be opened counts as empty here; the ranged form reports it.
     const std::int64_t offset = 0;
     const std::int64_t length = SizeOf(OpenShared(path));
@@ -166,42 +170,59 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
         return error;
     }
 
-    std::int64_t position = *offset;
-    std::int64_t remaining = LengthInFile(SizeOf(file), position, *length);
+    const std::int64_t rangeLength = LengthInFile(SizeOf(file), *offset, *length);
     if (sizeOut != nullptr)
     {
-        *sizeOut += static_cast<std::uint64_t>(remaining) + kLineEnd.size();
+        m_measuredLength = rangeLength;
+        *sizeOut += static_cast<std::uint64_t>(rangeLength) + kLineEnd.size();
         trace.Info("Size request for [%S], returned: %I64u bytes", path, *sizeOut);
         return Result::Success;
     }
 
-    ResultCode result = Result::Success;
-    if (!file.MoveTo(position))
-        remaining = 0;
-    std::array<char, kBlockBytes> block; // NOLINT(cppcoreguidelines-pro-type-member-init): each read fills what is used of it
-    while (remaining > 0)
-    {
-        DWORD read = 0;
-        DWORD written = 0;
-        const auto wanted = static_cast<DWORD>(std::min<std::int64_t>(remaining, kBlockBytes));
-        if (ReadFile(file.Get(), block.data(), wanted, &read, nullptr) && read != 0)
-        {
-            if (!Write(Handle(), {block.data(), read}, written))
-            {
-                result = GetLastError();
-                trace.Error("WinHttpWriteData failed, error=%d", result);
-                break;
-            }
-            remaining -= written;
-            position += written;
-            if (progress)
-                progress->OnBlock(written, static_cast<std::uint64_t>(position));
-        }
-        if (IsSignalled(cancelEvent) || read == 0 || written == 0)
-            break;
-    }
-
+    // What was announced is what is sent: a file that has grown since goes out as it was, one that has shrunk is a failure.
+    const std::int64_t announced = m_measuredLength.value_or(rangeLength);
+    bool cancelled = false;
+    const ResultCode result = SendFileRange(trace, file, *offset, announced, cancelEvent, progress.get(), cancelled);
     WriteUnjudged(Handle(), kLineEnd);
     trace.Info("Data request for '%S'", path);
-    return IsSignalled(cancelEvent) ? Result::Cancelled : result;
+    return cancelled || IsSignalled(cancelEvent) ? Result::Cancelled : result;
+}
+
+ResultCode WinHttpRequest::SendFileRange(const FunctionTraceScope& trace, const FileHandle& file, std::int64_t offset, std::int64_t length,
+                                         const CancelEvent* cancelEvent, IProgressCallback* progress, bool& cancelled)
+{
+    if (!file.MoveTo(offset))
+    {
+        const DWORD error = GetLastError();
+        trace.Error("SetFilePointerEx failed, error code: %d", error);
+        return error;
+    }
+    std::array<char, kBlockBytes> block; // NOLINT(cppcoreguidelines-pro-type-member-init): each read fills what is used of it
+    for (std::int64_t remaining = length; remaining > 0 && !cancelled;)
+    {
+        DWORD read = 0;
+        SetLastError(ERROR_SUCCESS);
+        const auto wanted = static_cast<DWORD>(std::min<std::int64_t>(remaining, kBlockBytes));
+        if (!ReadFile(file.Get(), block.data(), wanted, &read, nullptr) || read == 0)
+        {
+            const DWORD lastError = GetLastError();
+            const DWORD error = read == 0 && lastError != ERROR_SUCCESS ? lastError : static_cast<DWORD>(ERROR_HANDLE_EOF);
+            trace.Error("ReadFile failed with %lld of %lld bytes left, error code: %d", remaining, length, error);
+            return error;
+        }
+        DWORD written = 0;
+        if (!Write(Handle(), {block.data(), read}, written))
+        {
+            const DWORD error = GetLastError();
+            trace.Error("WinHttpWriteData failed, error=%d", error);
+            return error;
+        }
+        remaining -= written;
+        if (progress != nullptr)
+            progress->OnBlock(written, static_cast<std::uint64_t>(offset + length - remaining));
+        cancelled = IsSignalled(cancelEvent);
+        if (written == 0)
+            break;
+    }
+    return Result::Success;
 }

@@ -1,5 +1,6 @@
 #include "CancelTest.h"
 #include "FileHandle.h"
+#include "OpenablePath.h"
 #include "WinHttpImplRequest.h"
 
 #include <cstdlib>
@@ -141,8 +142,8 @@ ResultCode WinHttpRequest::GetResponse(const std::wstring& path, const CancelEve
     {
         // Only the low half decides: an offset of a multiple of 4 GiB truncates the file, and callers know it so.
         const bool resumes = offsetLow != 0;
-        const FileHandle file(
-            CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, resumes ? OPEN_EXISTING : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        const FileHandle file(CreateFileW(OpenablePath(path).c_str(), GENERIC_WRITE, 0, nullptr, resumes ? OPEN_EXISTING : CREATE_ALWAYS,
+                                          FILE_ATTRIBUTE_NORMAL, nullptr));
         const std::uint64_t offset = (std::uint64_t{offsetHigh} << 32) | offsetLow;
         if (!file.IsOpen())
         {
@@ -156,9 +157,10 @@ ResultCode WinHttpRequest::GetResponse(const std::wstring& path, const CancelEve
         }
         else
         {
-            result = StreamIntoFile(trace, file, cancelEvent, progress.get());
+            bool cancelled = false;
+            result = StreamIntoFile(trace, file, cancelEvent, progress.get(), cancelled);
             trace.Info("Finished reading data");
-            if (IsSignalled(cancelEvent))
+            if (cancelled || IsSignalled(cancelEvent))
                 result = Result::Cancelled;
         }
         trace.Info("Returning [%d]", result);
@@ -167,7 +169,7 @@ ResultCode WinHttpRequest::GetResponse(const std::wstring& path, const CancelEve
 }
 
 ResultCode WinHttpRequest::StreamIntoFile(const FunctionTraceScope& trace, const FileHandle& file, const CancelEvent* cancelEvent,
-                                          IProgressCallback* progress)
+                                          IProgressCallback* progress, bool& cancelled)
 {
     std::uint64_t announced = 0;
     const bool isAnnounced = AnnouncedLength(announced);
@@ -214,9 +216,11 @@ ResultCode WinHttpRequest::StreamIntoFile(const FunctionTraceScope& trace, const
         total += written;
         if (progress != nullptr)
             progress->OnBlock(written, total);
-    } while (read != 0 && !IsSignalled(cancelEvent));
+        // Asked once a block: an event that resets itself tells it once only.
+        cancelled = IsSignalled(cancelEvent);
+    } while (read != 0 && !cancelled);
 
-    if (isAnnounced && total < announced && !IsSignalled(cancelEvent))
+    if (isAnnounced && total < announced && !cancelled)
     {
         trace.Error("The body ended after %lld of %lld bytes, error code: %d", total, announced, Result::ConnectionBroken);
         return Result::ConnectionBroken;

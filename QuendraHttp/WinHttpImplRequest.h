@@ -15,6 +15,7 @@
 #include "WinHttpImpl.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 class FileHandle;
@@ -80,7 +81,9 @@ private:
     ResultCode AddSessionCookie(const FunctionTraceScope& trace);
     ResultCode ReceiveStatusText(const FunctionTraceScope& trace, ToDebugger toDebugger, std::wstring& status, DWORD& statusBytes);
     ResultCode StreamIntoFile(const FunctionTraceScope& trace, const FileHandle& file, const CancelEvent* cancelEvent,
-                              IProgressCallback* progress);
+                              IProgressCallback* progress, bool& cancelled);
+    ResultCode SendFileRange(const FunctionTraceScope& trace, const FileHandle& file, std::int64_t offset, std::int64_t length,
+                             const CancelEvent* cancelEvent, IProgressCallback* progress, bool& cancelled);
     [[nodiscard]] bool AnnouncedLength(std::uint64_t& length) const;
 
     const std::shared_ptr<IWinHttpSession> m_session;
@@ -88,4 +91,5 @@ private:
     BodyBuffer m_sentBody; // what WinHTTP may send again, to where it is redirected, until the reply comes
     std::uint32_t m_httpStatus = 0;
     const std::wstring m_boundary;
+    std::optional<std::int64_t> m_measuredLength; // of the file part, in bytes
 };

@@ -427,8 +427,9 @@ TEST(ChunkedUpload, ReadsWhatTheServerHas)
     for (const Case& metadata : {Case{{200, R"({"bytes_received":5000000000,"is_locked":"true"})", 0, {}}, 0, 5000000000, 1},
                                  Case{{200, R"({"bytes_received":"5000000000","is_locked":"yes"})", 0, {}}, 0, 5000000000, 0},
                                  Case{{200, R"({"bytes_received":true,"is_locked":true})", 0, {}}, 0, 77, 7},
-                                 Case{{200, R"({"bytes_received":1.5})", 0, {}}, 0, 77, 7}, Case{{200, "[]", 0, {}}, 0, 77, 7},
-                                 Case{{200, std::nullopt, 0, {}}, 8, 77, 7}, Case{{404, std::nullopt, 0, {}}, 20404, 77, 7}})
+                                 Case{{200, R"({"bytes_received":1.5})", 0, {}}, 0, 77, 7}, Case{{200, "[]", 0, {}}, 13, 77, 7},
+                                 Case{{200, "{\"bytes_rec", 0, {}}, 13, 77, 7}, Case{{200, std::nullopt, 0, {}}, 8, 77, 7},
+                                 Case{{404, std::nullopt, 0, {}}, 20404, 77, 7}})
     {
         ScriptedClient client;
         client.Negotiate();

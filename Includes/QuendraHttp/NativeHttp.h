@@ -158,7 +158,7 @@ public:
 
     /// Reads what the server has of a chunked upload.
     /// @param[out] offset  left alone where the reply does not tell, like `locked`.
-    /// @return 0.
+    /// @return 13 for a reply that is no JSON object.
     static ResultCode GetMetaDataFromResponse(const ResponseBuffer& response, std::int64_t* offset, std::uint32_t* locked);
 
     /// The text kept by `SetClientTag`.

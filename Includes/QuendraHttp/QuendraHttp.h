@@ -176,10 +176,10 @@ public:
     /// @param[in,out] attributes  the item's times, attribute bits, size and revision; then what the server reports.
     /// @param uploadId            the caller's identifier of the whole upload.
     /// @param offset              the chunk's first byte.
-    /// @param[in,out] length      the chunk's bytes; cut at the size that the attributes tell.
+    /// @param[in,out] length      the chunk's bytes; cut at the size that the attributes tell, to 0 beyond it.
     /// @param beginFlag           non-zero for an upload's first chunk.
     /// @param progress            may be empty.
-    /// @return like `UploadFile`, 12152 for a refusal without a body.
+    /// @return like `UploadFile`, 12152 for a refusal without a body, 87 for a negative offset, length or size.
     virtual ResultCode ResumableUpload(const std::wstring& localPath, const std::wstring& serverPath,
                                        std::shared_ptr<IServerAttributes>& attributes, const GUID& uploadId, const std::int64_t* offset,
                                        std::int64_t* length, std::int32_t beginFlag, const CancelEvent& cancelEvent,
@@ -196,6 +196,7 @@ public:
     /// Slot 28. What the server has of a chunked upload.
     /// @param[out] offset  bytes received.
     /// @param[out] locked  1 or 0; left alone where the server does not tell.
+    /// @return 8 for a reply without a body, 13 for one that cannot be read; a refusal; a platform error.
     virtual ResultCode GetResumableUploadMetadata(const std::wstring& serverPath, const GUID& uploadId, std::int64_t* offset,
                                                   std::uint32_t* locked) = 0;
 

@@ -53,6 +53,15 @@ quendra() {
     printf '\033[2m(%d ms)\033[0m\n' $(((ended - began) / 1000000))
 }
 
+# A local path as the client takes it: Wine shows this machine's files on a drive of its own.
+as_client_path() {
+    if [ "$platform" = windows ]; then
+        echo "Z:${1//\//\\}"
+    else
+        echo "$1"
+    fi
+}
+
 case $platform in
 windows | linux) ;;
 *)
@@ -75,14 +84,15 @@ if [ "$platform" = windows ]; then
     build linux quendra-appliance
     build windows quendra
     client=(CMake/wine.sh "$PWD/build/windows/wineprefix" build/windows/bin/quendra.exe)
-    export QUENDRA_SESSION="Z:${work//\//\\}\\session"
     # The first run makes Wine's prefix.
     "${client[@]}" --help >/dev/null
 else
     build linux quendra-appliance quendra
     client=(build/linux/bin/quendra)
-    export QUENDRA_SESSION=$work/session
 fi
+
+QUENDRA_SESSION=$(as_client_path "$work/session")
+export QUENDRA_SESSION
 
 title 'Starting the sample server'
 # In this mode a device registers first, and logs in with the token that the server mails to the user.
@@ -110,6 +120,33 @@ quendra register demo
 mail=$(grep '^mail to demo: ' "$work/server.log" | tail -n 1)
 echo "The server sends a $mail"
 quendra login demo --device-token "${mail##* }"
+
+title 'Folders and items'
+quendra mkdir /home/Reports
+quendra ls /home
+quendra touch /home/Reports --modified 2024-02-29T12:00:00Z
+quendra mv /home/Reports /home/Archive
+quendra stat /home/Archive
+
+title 'Files'
+head -c 3000000 /dev/urandom >"$work/local"
+local_file=$(as_client_path "$work/local")
+quendra put "$local_file" /home/Archive/whole
+quendra put "$local_file" /home/Archive/chunked --chunk-size 1000000
+for item in whole chunked; do
+    quendra get "/home/Archive/$item" "$(as_client_path "$work/$item")"
+    cmp "$work/local" "$work/$item" && echo "The bytes of $item are those that were sent."
+done
+quendra ls /home/Archive
+
+title 'The rest'
+quendra changes
+quendra mappings
+quendra share /home/Archive --to bob@example.com --name Archive
+printf '{"uploads":2}' >"$work/audit"
+quendra audit "$(as_client_path "$work/audit")"
+quendra wipe-ack demo old-laptop
+quendra rm /home/Archive
 quendra logout
 
 title 'Done'

@@ -1,7 +1,8 @@
 #pragma once
 
 /// @file
-/// Values under the library's registry key for the life of a test, and for its process only: nobody's own settings are touched.
+/// Values under the library's registry key for the life of a test: in the registry on Windows (one such test at a time, with
+/// rights to write to all three places), in a file of the test's own on Linux. Nobody's own values are touched.
 
 #include <cstdint>
 #include <memory>

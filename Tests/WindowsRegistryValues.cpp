@@ -2,60 +2,59 @@
 
 #include "Platform/Platform.h"
 
-// While it lives, the process has keys of the test's own for the roots that the library reads.
+#include <stdexcept>
+
+// The keys are made for the test and volatile; where somebody has values there already, they are not touched.
 class RegistryValues::Store
 {
 public:
     Store()
     {
-        for (const HKEY root : kRoots)
+        for (const Place& place : kPlaces)
         {
-            HKEY own = nullptr;
-            const std::wstring path = m_path + L"\\" + std::to_wstring(reinterpret_cast<std::uintptr_t>(root));
-            RegCreateKeyExW(m_user, path.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, &own, nullptr);
-            m_own.push_back(own);
+            HKEY key = nullptr;
+            DWORD disposition = 0;
+            const LSTATUS result = RegCreateKeyExW(place.root, place.key.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr,
+                                                   &key, &disposition);
+            if (result != ERROR_SUCCESS || disposition != REG_CREATED_NEW_KEY)
+                throw std::runtime_error("The registry has values of its own for the library, or does not take any");
+            m_keys.push_back(key);
         }
-        for (std::size_t i = 0; i < m_own.size(); ++i)
-            RegOverridePredefKey(kRoots[i], m_own[i]);
     }
     ~Store()
     {
-        for (std::size_t i = 0; i < m_own.size(); ++i)
+        for (std::size_t i = 0; i < m_keys.size(); ++i)
         {
-            RegOverridePredefKey(kRoots[i], nullptr);
-            RegCloseKey(m_own[i]);
+            RegCloseKey(m_keys[i]);
+            RegDeleteTreeW(kPlaces[i].root, kPlaces[i].key.c_str());
         }
-        RegDeleteTreeW(m_user, m_path.c_str());
-        RegCloseKey(m_user);
     }
 
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
 
-    static void Set(Root root, const std::wstring& name, DWORD type, const void* data, std::size_t bytes)
+    void Set(Root root, const std::wstring& name, DWORD type, const void* data, std::size_t bytes) const
     {
-        const std::wstring path = std::wstring(root == Root::OtherUser ? L"S-1-5-21-7\\" : L"") + L"Software\\Ostvalen\\Quendra";
-        RegSetKeyValueW(kRoots[static_cast<int>(root)], path.c_str(), name.c_str(), type, data, static_cast<DWORD>(bytes));
+        RegSetValueExW(m_keys[static_cast<std::size_t>(root)], name.c_str(), 0, type, static_cast<const BYTE*>(data),
+                       static_cast<DWORD>(bytes));
     }
 
-    static void Set(Root root, const std::wstring& name, DWORD type, const std::wstring& text)
+    void Set(Root root, const std::wstring& name, DWORD type, const std::wstring& text) const
     {
         Set(root, name, type, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
     }
 
 private:
-    static HKEY OpenUser()
+    struct Place
     {
-        HKEY user = nullptr;
-        RegOpenCurrentUser(KEY_ALL_ACCESS, &user);
-        return user;
-    }
+        HKEY root;
+        std::wstring key;
+    };
+    static inline const std::vector<Place> kPlaces = {{HKEY_CURRENT_USER, L"Software\\Ostvalen\\Quendra"},
+                                                      {HKEY_LOCAL_MACHINE, L"Software\\Ostvalen\\Quendra"},
+                                                      {HKEY_USERS, L"S-1-5-21-7\\Software\\Ostvalen\\Quendra"}};
 
-    static inline const HKEY kRoots[] = {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE, HKEY_USERS};
-
-    const HKEY m_user = OpenUser();
-    const std::wstring m_path = L"Software\\QuendraTests-" + std::to_wstring(GetCurrentProcessId());
-    std::vector<HKEY> m_own;
+    std::vector<HKEY> m_keys;
 };
 
 RegistryValues::RegistryValues() : m_store(std::make_unique<Store>())
@@ -66,17 +65,17 @@ RegistryValues::~RegistryValues() = default;
 
 void RegistryValues::SetNumber(Root root, const std::wstring& name, std::uint32_t value)
 {
-    Store::Set(root, name, REG_DWORD, &value, sizeof value);
+    m_store->Set(root, name, REG_DWORD, &value, sizeof value);
 }
 
 void RegistryValues::SetText(Root root, const std::wstring& name, const std::wstring& value)
 {
-    Store::Set(root, name, REG_SZ, value);
+    m_store->Set(root, name, REG_SZ, value);
 }
 
 void RegistryValues::SetExpandableText(Root root, const std::wstring& name, const std::wstring& value)
 {
-    Store::Set(root, name, REG_EXPAND_SZ, value);
+    m_store->Set(root, name, REG_EXPAND_SZ, value);
 }
 
 void RegistryValues::SetTextList(Root root, const std::wstring& name, const std::vector<std::wstring>& values)
@@ -84,5 +83,5 @@ void RegistryValues::SetTextList(Root root, const std::wstring& name, const std:
     std::wstring all;
     for (const std::wstring& value : values)
         all += value + L'\0';
-    Store::Set(root, name, REG_MULTI_SZ, all);
+    m_store->Set(root, name, REG_MULTI_SZ, all);
 }

@@ -3,8 +3,8 @@
 #include "Platform/Platform.h"
 
 #include <climits>
-#include <algorithm>
 
+#include <algorithm>
 #include <new>
 
 namespace

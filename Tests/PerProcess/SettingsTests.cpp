@@ -1,6 +1,5 @@
 // Settings as an administrator stores them, and the values that a process reads once.
 
-#include "LibraryOverWire.h"
 #include "RegistryValues.h"
 #include "Settings.h"
 #include "TraceCapture.h"
@@ -76,19 +75,6 @@ TEST(Settings, AreReadOncePerProcessForConnections)
     values.SetNumber(Root::User, L"HTTPReceiveResponseTimeout", 3333);
     ASSERT_EQ(connection.Initialise(L"127.0.0.1", 1, session, 0, 0), 0U);
     EXPECT_EQ(trace.CountOf(EVT_INFO, "Calling WinHttpSetTimeouts. CONN:2222, RES:0, SEND:60000, RECV:1111"), 2U) << trace;
-}
-
-TEST(Settings, BoundHowLongAServerMayTakeToAnswer)
-{
-    RegistryValues values;
-    values.SetNumber(Root::User, L"HTTPReceiveResponseTimeout", 200);
-    RawServer server([](RawConnection& connection) {
-        connection.ReadRequest();
-        connection.Hold();
-    });
-    const Library library(server);
-    std::wstring build;
-    EXPECT_EQ(library->Version(build), 12002U);
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <random>
 
 namespace
 {
@@ -65,7 +66,7 @@ protected:
     void TearDown() override { std::filesystem::remove(target); }
 
     const std::filesystem::path target =
-        std::filesystem::temp_directory_path() / ("quendra-steps-" + std::to_string(reinterpret_cast<std::uintptr_t>(this)));
+        std::filesystem::temp_directory_path() / ("quendra-steps-" + std::to_string(std::random_device()()));
     TraceCapture trace;
     std::shared_ptr<WinHttpSession> session;
     std::shared_ptr<WinHttpConnection> connection;

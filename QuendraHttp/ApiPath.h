@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// The paths of requests.
+/// What of the server's state shapes requests: its API version and mode, and the paths that are built on them.
 
 #include "Attributes.h"
 #include "TextConversion.h"
@@ -12,6 +12,10 @@
 /// API versions that the client treats in their own way.
 inline constexpr ApiVersion kApiVersion10{1, 0};
 inline constexpr ApiVersion kApiVersion13{1, 3};
+
+/// How the server authenticates, as the handshake learns it; 0 is not known yet.
+inline constexpr std::uint32_t kModeLegacy = 1;
+inline constexpr std::uint32_t kModeDeviceToken = 2;
 
 /// The path prefix of API requests. API 1.0 carries the session in the path, by intent of that old API.
 [[nodiscard]] inline std::wstring ApiBasePathOf(const ServerState& server, const std::wstring& sessionToken)

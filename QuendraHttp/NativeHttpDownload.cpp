@@ -46,7 +46,7 @@ ResultCode CNativeHttp::RefreshAttributes(const std::wstring& serverPath, const 
 {
     constexpr ApiVersion version12{1, 2};
     const ServerState server = Server();
-    if (server.serverMode == 0 || (server.serverMode == 1 && server.apiVersion < version12))
+    if (server.serverMode == 0 || (server.serverMode == kModeLegacy && server.apiVersion < version12))
         return GetPathAttributes(serverPath, outAttributes);
     outAttributes = attributes;
     return Result::Success;

@@ -8,6 +8,7 @@
 #include "PathSplit.h"
 #include "TextComparison.h"
 #include "TextConversion.h"
+#include "UploadReply.h"
 
 #include "Platform/Platform.h"
 
@@ -188,14 +189,9 @@ ResultCode CNativeHttp::RenamePath(const std::wstring& source, const std::wstrin
         if (const ResultCode refused = exchange.Judge())
             return refused;
 
-        auto item = ExtractSingleItem(exchange.Response());
-        if (!item)
-        {
-            trace.Error("Failed to extract attributes from response");
-            return Result::InvalidData;
-        }
+        if (const ResultCode failed = TakeUploadedItem(trace, exchange, newAttributes))
+            return failed;
         trace.Info("Extracted attributes from upload reply");
-        newAttributes = std::move(item);
         trace.Info("Successfully renamed path: %S to path: %S", source, target);
         return Result::Success;
     });

@@ -1,5 +1,6 @@
 // The handshake: which API versions the server offers, where they live, and how it authenticates.
 
+#include "ApiPath.h"
 #include "Exchange.h"
 #include "JsonLibrary.h"
 #include "Operation.h"
@@ -17,9 +18,6 @@ namespace
 constexpr int kVersionLine = 456;
 constexpr int kGetEndpointsLine = 534;
 constexpr int kGetEndpointsFromResponseLine = 602;
-
-constexpr std::uint32_t kModeLegacy = 1;
-constexpr std::uint32_t kModeDeviceToken = 2;
 
 constexpr std::uint32_t kMajorVersion = 1;
 constexpr std::uint32_t kHighestMinorVersion = 50;

@@ -1,5 +1,6 @@
 // Opening a session for a user, and registering the device.
 
+#include "ApiPath.h"
 #include "Exchange.h"
 #include "Operation.h"
 #include "TextConversion.h"
@@ -14,8 +15,6 @@ namespace
 // The lines that identify these functions to people who filter events on them.
 constexpr int kLoginLine = 652;
 constexpr int kRegisterLine = 782;
-
-constexpr std::uint32_t kModeLegacy = 1;
 
 constexpr InitialiseRule kResendRule{"Failed to initialise WinHttpRequest. Error 0x%08x", true, false};
 

@@ -76,7 +76,7 @@ struct UploadKind
     TraceFormat<std::wstring> endpointMessage;
     TraceFormat<std::wstring> timeMessage;
     void (*appendFields)(UploadForm& form);
-    bool judgesEverySend; ///< a delta goes on after a step of headers, fields' sending or boundary that failed: the reply shows it.
+    bool judgesEverySend; ///< a delta does not end where its headers, its first write or its boundary fail: the reply shows it.
 };
 
 void AppendFileFields(UploadForm& form)

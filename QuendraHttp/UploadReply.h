@@ -10,7 +10,7 @@
 [[nodiscard]] ResultCode JudgeRefusedUpload(CNativeHttp& client, const FunctionTraceScope& trace, Exchange& exchange,
                                             std::shared_ptr<IServerAttributes>& attributes);
 
-/// Takes the item of an upload's reply.
+/// Takes the item of the reply to an upload, or to a renaming, which is answered alike.
 /// @param[in,out] attributes  replaced on success.
 /// @return 13 where the reply does not describe exactly one item.
 [[nodiscard]] ResultCode TakeUploadedItem(const FunctionTraceScope& trace, const Exchange& exchange,

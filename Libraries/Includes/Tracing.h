@@ -169,8 +169,18 @@ public:
     /// @param function    "Class::Operation"; must outlive the scope, like the unit.
     /// @param sourceUnit  one of `Unit`.
     /// @param line        the line that identifies the function's entry and exit.
-    FunctionTraceScope(const char* function, const char* sourceUnit, int line = __builtin_LINE()) noexcept;
-    ~FunctionTraceScope();
+    FunctionTraceScope(const char* function, const char* sourceUnit, int line = __builtin_LINE()) noexcept
+        : m_function(function), m_sourceUnit(sourceUnit), m_line(line), m_provider(&EventProviderHandle)
+    {
+        if (HasProvider())
+            WriteFunction(EVT_FUNCTION_ENTRY);
+    }
+
+    ~FunctionTraceScope()
+    {
+        if (HasProvider())
+            WriteExit();
+    }
 
     FunctionTraceScope(const FunctionTraceScope&) = delete;
     FunctionTraceScope& operator=(const FunctionTraceScope&) = delete;
@@ -192,7 +202,10 @@ public:
     }
 
     /// Whether somebody listens at a descriptor: for messages that cost something to prepare.
-    [[nodiscard]] bool IsEnabled(const Eventing::EventDescriptor& descriptor) const noexcept;
+    [[nodiscard]] bool IsEnabled(const Eventing::EventDescriptor& descriptor) const noexcept
+    {
+        return HasProvider() && IsListenedTo(descriptor);
+    }
 
 private:
     template <typename... Arguments>
@@ -205,7 +218,13 @@ private:
         WriteEventFormatted(*m_provider, &descriptor, m_sourceUnit, format.line, m_function, format.text, TraceDetail::Pass(arguments)...);
     }
 
+    // Nothing listens to the handle zero. Seen here, a scope in a process without a provider costs no call; listings open five of
+    // them for each of their items.
+    [[nodiscard]] bool HasProvider() const noexcept { return *m_provider != 0; }
+
+    [[nodiscard]] bool IsListenedTo(const Eventing::EventDescriptor& descriptor) const noexcept;
     void WriteFunction(const Eventing::EventDescriptor& descriptor) const noexcept;
+    void WriteExit() const noexcept;
 
     const char* m_function;
     const char* m_sourceUnit;

@@ -118,19 +118,21 @@ bool ReadUsualForm(std::string_view text, TimeFields& fields)
     constexpr std::string_view kForm = "0000-00-00T00:00:00.0000000Z";
     if (text.size() != kForm.size())
         return false;
-    for (std::size_t index = 0; index < kForm.size(); ++index)
-        if (kForm[index] == '0' ? !IsDigit(text[index]) : text[index] != kForm[index])
-            return false;
-    const auto number = [text](std::size_t index, std::size_t digits) {
+    bool isUsual =
+        text[4] == '-' && text[7] == '-' && text[10] == 'T' && text[13] == ':' && text[16] == ':' && text[19] == '.' && text[27] == 'Z';
+    const auto number = [text, &isUsual](std::size_t index, std::size_t digits) {
         std::uint32_t value = 0;
-        for (const std::size_t end = index + digits; index < end; ++index)
-            value = value * 10 + static_cast<std::uint32_t>(text[index] - '0');
+        for (const char digit : text.substr(index, digits))
+        {
+            isUsual &= IsDigit(digit);
+            value = value * 10 + static_cast<std::uint32_t>(digit - '0');
+        }
         return value;
     };
     const auto field = [&number](std::size_t index) { return static_cast<WORD>(number(index, 2)); };
     fields.calendar = {static_cast<WORD>(number(0, 4)), field(5), 0, field(8), field(11), field(14), field(17), 0};
     fields.fraction = number(20, 7);
-    return true;
+    return isUsual;
 }
 
 bool ReadAnyForm(std::string_view text, TimeFields& fields)

@@ -4,25 +4,7 @@
 
 std::uint64_t EventProviderHandle = 0;
 
-FunctionTraceScope::FunctionTraceScope(const char* function, const char* sourceUnit, int line) noexcept
-    : m_function(function), m_sourceUnit(sourceUnit), m_line(line), m_provider(&EventProviderHandle)
-{
-    WriteFunction(EVT_FUNCTION_ENTRY);
-}
-
-FunctionTraceScope::~FunctionTraceScope()
-{
-    // Asking for exceptions looks up thread-local storage, which on Windows clears the last error.
-    const LastErrorKeeper keeper;
-    if (std::uncaught_exceptions() == 0)
-        WriteFunction(EVT_FUNCTION_EXIT);
-    else if (IsEnabled(EVT_FUNCTION_EXIT))
-    {
-        WriteEventFormatted(*m_provider, &EVT_CRITICAL, m_sourceUnit, m_line, m_function, "[EXCEPTION EXIT]");
-    }
-}
-
-bool FunctionTraceScope::IsEnabled(const Eventing::EventDescriptor& descriptor) const noexcept
+bool FunctionTraceScope::IsListenedTo(const Eventing::EventDescriptor& descriptor) const noexcept
 {
     const LastErrorKeeper keeper;
     return IsEventEnabled(*m_provider, &descriptor) != 0;
@@ -33,4 +15,14 @@ void FunctionTraceScope::WriteFunction(const Eventing::EventDescriptor& descript
     const LastErrorKeeper keeper;
     if (IsEventEnabled(*m_provider, &descriptor) != 0)
         WriteEventFunction(*m_provider, &descriptor, m_sourceUnit, m_line, m_function);
+}
+
+void FunctionTraceScope::WriteExit() const noexcept
+{
+    // Asking for exceptions looks up thread-local storage, which on Windows clears the last error.
+    const LastErrorKeeper keeper;
+    if (std::uncaught_exceptions() == 0)
+        WriteFunction(EVT_FUNCTION_EXIT);
+    else if (IsListenedTo(EVT_FUNCTION_EXIT))
+        WriteEventFormatted(*m_provider, &EVT_CRITICAL, m_sourceUnit, m_line, m_function, "[EXCEPTION EXIT]");
 }

@@ -133,10 +133,9 @@ TEST(AttributeTimeTests, WritesTimes)
         {kMarch2015 + 1239999, L"2015-03-02T10:20:30.123Z"},
         {116444735999999999, L"1969-12-31T23:59:59.999Z"},
         {125962992000000000, L"2000-02-29T12:00:00.000Z"},
+        {-1, L"0000-00-00T00:00:00.000Z"}, // below the scale there is no date
         {9223149887999999999, L"30827-12-31T23:59:59.999Z"},
     };
     for (const Case& each : cases)
         EXPECT_EQ(CAttributeTime(each.ticks).ToString(), each.text);
-    // Below the scale there is no date to write; what the platform makes of it may differ, but it must be a text.
-    EXPECT_FALSE(CAttributeTime(-1).ToString().empty());
 }

@@ -181,49 +181,28 @@ TEST(FolderReplies, EachFailingStepEndsInItsCode)
     struct Case
     {
         const char* what;
-        std::function<void(Script&)> arrange;
+        Script::Failure connection;
+        Script::Failure request;
+        std::vector<ScriptedReply> replies;
         ResultCode expected;
         ResultCode whenDeleting;
         const char* message;
     };
-    const Case cases[] =
-        {
-            {"connection",
-             [](Script& script) {
-        script.connectionFailure = {1, 0x80070006, 6};
-             },
-             6, 6, "WinHttpConnection failed to initialise, error code: -2147024890"},
-            {"request",
-             [](Script& script) {
-        script.requestFailure = {1, 0x80072EF2, 12018};
-             },
-             12018, 12018, "WinHttpRequest failed to initialise, error code: -2147012878"},
-               {"receive",
-                [](Script& script) {
-        script.replies = {{0, std::nullopt, 12030, {}}};
-                },
-                12030, 20000, "GetResponse failed, error code: 12030"},
+    const Case cases[] = {
+        {"connection", {1, 0x80070006, 6}, {}, {}, 6, 6, "WinHttpConnection failed to initialise, error code: -2147024890"},
+        {"request", {}, {1, 0x80072EF2, 12018}, {}, 12018, 12018, "WinHttpRequest failed to initialise, error code: -2147012878"},
+        {"receive", {}, {}, {{0, std::nullopt, 12030, {}}}, 12030, 20000, "GetResponse failed, error code: 12030"},
         {"receive, a refusal in memory",
-         [](Script& script) {
-        script.replies = {{0, R"({"errorId":"9"})", 12030, {}}};
-         },
-         12030, 20009, "GetResponse failed, error code: 12030"},
-        {"no body",
-         [](Script& script) {
-        script.replies = {{200, std::nullopt, 0, {}}};
-         },
-         8, 8, "Response memory is NULL!"},
-        {"refusal",
-         [](Script& script) {
-        script.replies = {{404, R"({"errorId":"5"})", 0, {}}};
-         },
-         20005, 20005, "GetHTTPStatus shows failure, code: 404"},
-        {"created is no success",
-         [](Script& script) {
-        script.replies = {{201, kOne, 0, {}}};
-         },
-         20201, 20201, "GetHTTPStatus shows failure, code: 201"},
-        };
+         {},
+         {},
+         {{0, R"({"errorId":"9"})", 12030, {}}},
+         12030,
+         20009,
+         "GetResponse failed, error code: 12030"},
+        {"no body", {}, {}, {{200, std::nullopt, 0, {}}}, 8, 8, "Response memory is NULL!"},
+        {"refusal", {}, {}, {{404, R"({"errorId":"5"})", 0, {}}}, 20005, 20005, "GetHTTPStatus shows failure, code: 404"},
+        {"created is no success", {}, {}, {{201, kOne, 0, {}}}, 20201, 20201, "GetHTTPStatus shows failure, code: 201"},
+    };
     for (const Case& step : cases)
     {
         const Operation operations[] = {Create(L"/a/b"), Get(L"/a"), Set(L"/a"), Rename(L"/a", L"/b"), List(L"/a"), Delete(L"/a")};
@@ -232,7 +211,9 @@ TEST(FolderReplies, EachFailingStepEndsInItsCode)
             SCOPED_TRACE(step.what + std::string(" of operation ") + std::to_string(i));
             ScriptedClient client;
             client.Negotiate();
-            step.arrange(client.script);
+            client.script.connectionFailure = step.connection;
+            client.script.requestFailure = step.request;
+            client.script.replies = {step.replies.begin(), step.replies.end()};
             TraceCapture trace;
             Item out;
             EXPECT_EQ(operations[i](client.Api(), out), i + 1 == std::size(operations) ? step.whenDeleting : step.expected);

@@ -276,11 +276,11 @@ TEST(PosixWinHttpReply, TellsSizesBeforeTexts)
 TEST(PosixWinHttpReply, HoldsBackAServerThatNobodyReads)
 {
     const auto body = Pattern(8'000'000);
-    std::atomic<bool> sentAll = false;
+    Gate sentAll;
     RawServer server([&](RawConnection& connection) {
         connection.ReadRequest();
         connection.Send(HttpReply(200, body));
-        sentAll = true;
+        sentAll.Open();
         connection.AwaitEnd();
     });
     const HttpClient client(server.Port());
@@ -296,7 +296,7 @@ TEST(PosixWinHttpReply, HoldsBackAServerThatNobodyReads)
         ASSERT_NE(FALSE, WinHttpQueryDataAvailable(request.Get(), &available));
         ASSERT_LE(available, 600'000U);
     }
-    EXPECT_TRUE(sentAll);
+    EXPECT_TRUE(sentAll.Wait());
     EXPECT_EQ(body, read);
 }
 

@@ -31,6 +31,10 @@ constexpr long kReceiveBytes = 128 * 1024;
 /// Bytes of a reply's body that wait for the caller; beyond this the server has to wait.
 constexpr std::size_t kMaxBuffered = 256 * 1024;
 
+/// Bytes of a request's body that are collected before they go out. Callers write in small blocks, and each send costs the same
+/// system calls and wakes the server up, however short it is.
+constexpr std::size_t kCollectedBytes = 256 * 1024;
+
 /// A body that nobody wants is read up to here for the sake of its connection.
 constexpr std::uint64_t kMaxDrained = 1024 * 1024;
 
@@ -126,6 +130,7 @@ void Transfer::SetRequest(const TransferRequest& request)
     {
         // For every verb: this way curl adds nothing but the length.
         Set(CURLOPT_UPLOAD, 1L);
+        Set(CURLOPT_UPLOAD_BUFFERSIZE, static_cast<long>(kCollectedBytes));
         Set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(*request.bodyLength));
     }
     else if (request.verb == "HEAD")
@@ -156,20 +161,29 @@ DWORD Transfer::Start(int timeout)
 
 DWORD Transfer::Write(std::string_view bytes, int timeout)
 {
-    m_bodyLeft -= bytes.size();
-    m_pending = bytes;
-    if (m_sendPaused && !m_over)
+    const bool isDue = m_collected.size() + bytes.size() >= kCollectedBytes || bytes.size() == m_bodyLeft;
+    if (isDue)
     {
-        m_sendPaused = false;
-        Resume();
+        m_outgoing = {m_collected, bytes};
+        ResumeSending();
     }
-    const DWORD error = RunUntil([this] { return m_pending.empty() || RefusesBody(); }, timeout);
-    m_pending = {};
+    else
+    {
+        m_collected.append(bytes);
+    }
+    m_bodyLeft -= bytes.size();
+    const DWORD error = RunUntil([this] { return (IsHandedOver() && !m_over) || RefusesBody(); }, timeout);
+    m_outgoing = {};
+    if (isDue)
+        m_collected.clear();
     return error;
 }
 
 DWORD Transfer::AwaitHead(int timeout)
 {
+    // Collected bytes of a body whose sender has given up; there are none otherwise.
+    m_outgoing = {m_collected, {}};
+    ResumeSending();
     return RunUntil([this] { return m_hasHead; }, timeout);
 }
 
@@ -306,6 +320,15 @@ void Transfer::CollectResult()
     }
 }
 
+void Transfer::ResumeSending()
+{
+    if (m_sendPaused && !m_over)
+    {
+        m_sendPaused = false;
+        Resume();
+    }
+}
+
 /// Lets curl go on in the directions that are not paused. Bytes that curl kept back come out of this call.
 void Transfer::Resume()
 {
@@ -325,6 +348,12 @@ void Transfer::Finish(DWORD error) noexcept
     curl_multi_remove_handle(m_lane->Multi(), m_lane->Easy());
     curl_easy_reset(m_lane->Easy());
     m_lane.reset();
+}
+
+/// Whether curl has taken all that `Write` gave out.
+bool Transfer::IsHandedOver() const noexcept
+{
+    return m_outgoing[0].empty() && m_outgoing[1].empty();
 }
 
 /// Whether a final reply came that makes the rest of the body pointless; curl sends no more of it then.
@@ -358,24 +387,30 @@ int Transfer::OnConnected(void* self, char*, char*, int, int) noexcept
 std::size_t Transfer::OnSend(char* target, std::size_t size, std::size_t count, void* self) noexcept
 {
     auto& transfer = *static_cast<Transfer*>(self);
-    const std::size_t capacity = size * count;
-    const auto kept = transfer.m_body.substr(transfer.m_bodySent);
-    const auto source = kept.empty() ? transfer.m_pending : kept;
-    const auto sent = std::min(capacity, source.size());
+    std::size_t sent = 0;
+    const auto send = [&](std::string_view& source) {
+        const auto moved = std::min(size * count - sent, source.size());
+        if (moved == 0)
+            return;
+        std::memcpy(target + sent, source.data(), moved);
+        source.remove_prefix(moved);
+        sent += moved;
+    };
+    if (auto kept = transfer.m_body.substr(transfer.m_bodySent); !kept.empty())
+    {
+        send(kept);
+        transfer.m_bodySent += sent;
+    }
+    else
+    {
+        for (auto& source : transfer.m_outgoing)
+            send(source);
+        transfer.m_streamed = transfer.m_streamed || sent != 0;
+    }
     if (sent == 0)
     {
         transfer.m_sendPaused = true;
         return CURL_READFUNC_PAUSE;
-    }
-    std::memcpy(target, source.data(), sent);
-    if (kept.empty())
-    {
-        transfer.m_pending.remove_prefix(sent);
-        transfer.m_streamed = true;
-    }
-    else
-    {
-        transfer.m_bodySent += sent;
     }
     transfer.m_moved = true;
     return sent;

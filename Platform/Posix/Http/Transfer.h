@@ -8,6 +8,7 @@
 #include "Interruption.h"
 #include "Lane.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -53,8 +54,8 @@ public:
     /// Connects and hands over the headers and the body that the request came with.
     DWORD Start(int timeout);
 
-    /// Hands over bytes of the body. Bytes that the server no longer waits for, because it has refused already, count as
-    /// handed over: its reply tells the rest.
+    /// Hands over bytes of the body; short writes go out together, the last one with all that is left. Bytes that the server no longer
+    /// waits for, because it has refused already, count as handed over: its reply tells the rest.
     DWORD Write(std::string_view bytes, int timeout);
 
     /// Waits for the headers of the final reply.
@@ -97,9 +98,11 @@ private:
     template <class Condition> DWORD RunUntil(Condition condition, int timeout);
     bool MovedBytes();
     void CollectResult();
+    void ResumeSending();
     void Resume();
     void Finish(DWORD error) noexcept;
 
+    bool IsHandedOver() const noexcept;
     bool RefusesBody() const noexcept;
     bool IsReplyComplete() const noexcept;
     void ReadHead();
@@ -115,7 +118,8 @@ private:
     // The way there. What the request came with is kept for a connection that turns out to be dead.
     std::string_view m_body;
     std::size_t m_bodySent = 0;
-    std::string_view m_pending;
+    std::string m_collected;                    // written, not given out yet
+    std::array<std::string_view, 2> m_outgoing; // given out, not taken by curl yet: what was collected, and the last write
     bool m_streamed = false;
     bool m_sendPaused = false;
     std::uint64_t m_bodyLeft = 0;

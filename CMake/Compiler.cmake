@@ -32,8 +32,9 @@ else()
 endif()
 
 if(QUENDRA_SANITIZE)
-    # Light optimisation: the sanitized programs compile and run faster than unoptimised ones, and their stacks stay readable.
-    string(REPLACE "-O2" "-O1" CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
+    # Light optimisation: the sanitized programs compile and run faster than unoptimised ones, and their stacks stay readable. Of
+    # debug information the stacks need lines only.
+    string(REPLACE "-O2 -g" "-O1 -g1" CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
     add_compile_options(-fsanitize=${QUENDRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${QUENDRA_SANITIZE})
 endif()

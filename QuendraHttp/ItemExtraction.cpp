@@ -4,6 +4,8 @@
 
 #include "QuendraHttp/NativeHttp.h"
 
+#include <utility>
+
 std::uint32_t ExtractAttributes(const ResponseBuffer& response, ServerItemList& children, ServerItemList& self)
 {
     const FunctionTraceScope trace("CNativeHttp::ExtractAttributes", Unit::NativeHttp);
@@ -24,4 +26,18 @@ std::shared_ptr<IServerAttributes> ExtractSingleItem(const ResponseBuffer& respo
 {
     ServerItemList items;
     return ExtractAttributes(response, items, items) == 1 ? items.front() : nullptr;
+}
+
+ResultCode TakeSingleItem(const FunctionTraceScope& trace, const ResponseBuffer& response, const ItemTaking& taking,
+                          std::shared_ptr<IServerAttributes>& attributes)
+{
+    auto item = ExtractSingleItem(response);
+    if (!item)
+    {
+        trace.Error(taking.missing);
+        return taking.whenMissing;
+    }
+    trace.Info(taking.taken);
+    attributes = std::move(item);
+    return Result::Success;
 }

@@ -3,6 +3,8 @@
 /// @file
 /// From a reply's body to attributes records, for every operation whose reply describes items.
 
+#include "Tracing.h"
+
 #include "QuendraHttp/QuendraHttp.h"
 
 #include <cstdint>
@@ -17,3 +19,16 @@ std::uint32_t ExtractAttributes(const ResponseBuffer& response, ServerItemList& 
 
 /// The item of a reply that describes exactly one; null for a reply that describes none or several.
 [[nodiscard]] std::shared_ptr<IServerAttributes> ExtractSingleItem(const ResponseBuffer& response);
+
+/// What an operation tells and returns of the one item that its reply should describe.
+struct ItemTaking
+{
+    TraceFormat<> taken;
+    TraceFormat<> missing;
+    ResultCode whenMissing;
+};
+
+/// Takes the item of a reply that describes exactly one.
+/// @param[out] attributes  replaced on success only.
+[[nodiscard]] ResultCode TakeSingleItem(const FunctionTraceScope& trace, const ResponseBuffer& response, const ItemTaking& taking,
+                                        std::shared_ptr<IServerAttributes>& attributes);

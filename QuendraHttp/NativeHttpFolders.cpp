@@ -73,15 +73,9 @@ ResultCode CNativeHttp::CreateFolder(const std::wstring& path, std::shared_ptr<I
             return refused;
 
         trace.Info("Created folder: %S", path);
-        auto created = ExtractSingleItem(exchange.Response());
-        if (!created)
-        {
-            trace.Error("Failed to extract attributes from response.");
-            return Result::AccessDenied;
-        }
-        trace.Info("Extracted created folder attributes from reply");
-        attributes = std::move(created);
-        return Result::Success;
+        constexpr ItemTaking taking{"Extracted created folder attributes from reply", "Failed to extract attributes from response.",
+                                    Result::AccessDenied};
+        return TakeSingleItem(trace, exchange.Response(), taking, attributes);
     });
 }
 
@@ -97,15 +91,9 @@ ResultCode CNativeHttp::GetPathAttributes(const std::wstring& path, std::shared_
         if (const ResultCode refused = exchange.Judge())
             return refused;
 
-        auto item = ExtractSingleItem(exchange.Response());
-        if (!item)
-        {
-            trace.Error("Failed to extract attributes from reply buffer");
-            return Result::InvalidData;
-        }
-        trace.Info("Extracted attributes from reply buffer");
-        attributes = std::move(item);
-        return Result::Success;
+        constexpr ItemTaking taking{"Extracted attributes from reply buffer", "Failed to extract attributes from reply buffer",
+                                    Result::InvalidData};
+        return TakeSingleItem(trace, exchange.Response(), taking, attributes);
     });
 }
 

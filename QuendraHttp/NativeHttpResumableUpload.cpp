@@ -39,9 +39,16 @@ std::wstring TextOf(const GUID& uploadId)
     return identifier.substr(1, identifier.size() - 2); // without the braces
 }
 
-std::wstring ResumePath(const Exchange& exchange, const std::wstring& serverPath, const std::wstring& identifier)
+// Connects and opens a request for a partial upload; tells its endpoint as the operation words it.
+ResultCode OpenUpload(const FunctionTraceScope& trace, Exchange& exchange, const wchar_t* verb, const std::wstring& serverPath,
+                      const std::wstring& identifier, const TraceFormat<std::wstring>& endpoint,
+                      const InitialiseRule& connectionRule = kConnectionRule)
 {
-    return exchange.ApiBasePath() + L"/resume/upload" + EncodedPath(serverPath) + L"?resume_id=" + identifier;
+    if (const ResultCode failed = exchange.Connect(connectionRule))
+        return failed;
+    const std::wstring url = exchange.ApiBasePath() + L"/resume/upload" + EncodedPath(serverPath) + L"?resume_id=" + identifier;
+    trace.Info(endpoint, url);
+    return exchange.OpenRequest(verb, url);
 }
 
 CAttributeTime Expiry(std::uint32_t hours)
@@ -163,11 +170,7 @@ ResultCode CNativeHttp::ResumableUpload(const std::wstring& localPath, const std
         const Chunk chunk{*offset, *length, beginFlag != 0};
 
         Exchange exchange(*this, trace);
-        if (const ResultCode failed = exchange.Connect(kChunkConnectionRule))
-            return failed;
-        const std::wstring url = ResumePath(exchange, serverPath, identifier);
-        trace.Info("Endpoint: [%S]", url);
-        if (const ResultCode failed = exchange.OpenRequest(L"POST", url))
+        if (const ResultCode failed = OpenUpload(trace, exchange, L"POST", serverPath, identifier, "Endpoint: [%S]", kChunkConnectionRule))
             return failed;
         exchange.Track(serverPath);
         if (const ResultCode cancelled = exchange.CheckCancelled(cancelEvent, "Upload cancelled"))
@@ -201,11 +204,7 @@ ResultCode CNativeHttp::CancelUpload(const std::wstring& serverPath, const GUID&
         const std::wstring identifier = TextOf(uploadId);
         trace.Info("Cancelling upload to [%S], guid:%S", serverPath, identifier);
         Exchange exchange(*this, trace);
-        if (const ResultCode failed = exchange.Connect())
-            return failed;
-        const std::wstring url = ResumePath(exchange, serverPath, identifier);
-        trace.Info("Endpoint [%S]", url);
-        if (const ResultCode failed = exchange.OpenRequest(L"DELETE", url))
+        if (const ResultCode failed = OpenUpload(trace, exchange, L"DELETE", serverPath, identifier, "Endpoint [%S]"))
             return failed;
         if (const ResultCode failed = exchange.Send())
             return failed;
@@ -224,11 +223,7 @@ ResultCode CNativeHttp::CompleteUpload(const std::wstring& serverPath, const std
         const std::wstring identifier = TextOf(uploadId);
         trace.Info("Completing upload of [%S] to [%S] with GUID [%S]", serverPath, newServerPath, identifier);
         Exchange exchange(*this, trace);
-        if (const ResultCode failed = exchange.Connect())
-            return failed;
-        const std::wstring url = ResumePath(exchange, serverPath, identifier);
-        trace.Info("Endpoint: [%S]", url);
-        if (const ResultCode failed = exchange.OpenRequest(L"POST", url))
+        if (const ResultCode failed = OpenUpload(trace, exchange, L"POST", serverPath, identifier, "Endpoint: [%S]"))
             return failed;
         constexpr TraceFormat<ResultCode> headerFailed{"AddHeader failed, error code: %d"};
         if (const ResultCode failed = exchange.Check(headerFailed, exchange.Request().AddHeader(L"qd_finish", L"true")))
@@ -259,11 +254,7 @@ ResultCode CNativeHttp::GetResumableUploadMetadata(const std::wstring& serverPat
         const std::wstring identifier = TextOf(uploadId);
         trace.Info("Metadata request for [%S] Guid:[%S]", serverPath, identifier);
         Exchange exchange(*this, trace);
-        if (const ResultCode failed = exchange.Connect(kMetadataConnectionRule))
-            return failed;
-        const std::wstring url = ResumePath(exchange, serverPath, identifier);
-        trace.Info("Endpoint: %S", url);
-        if (const ResultCode failed = exchange.OpenRequest(L"GET", url))
+        if (const ResultCode failed = OpenUpload(trace, exchange, L"GET", serverPath, identifier, "Endpoint: %S", kMetadataConnectionRule))
             return failed;
         if (const ResultCode failed = exchange.Send("GetResponse failed, error code: 0x%x"))
             return failed;

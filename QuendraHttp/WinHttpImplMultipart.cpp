@@ -191,7 +191,8 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
 ResultCode WinHttpRequest::SendFileRange(const FunctionTraceScope& trace, const FileHandle& file, std::int64_t offset, std::int64_t length,
                                          const CancelEvent* cancelEvent, IProgressCallback* progress, bool& cancelled)
 {
-    if (!file.MoveTo(offset))
+    // An empty range may lie where no file reaches.
+    if (length > 0 && !file.MoveTo(offset))
     {
         const DWORD error = GetLastError();
         trace.Error("SetFilePointerEx failed, error code: %d", error);

@@ -95,8 +95,9 @@ BOOL WinHttpWriteData(HINTERNET, LPCVOID buffer, DWORD bytes, DWORD* written) no
 {
     if (!Succeeds("WinHttpWriteData"))
         return FALSE;
-    g_script.body.append(static_cast<const char*>(buffer), bytes);
     *written = bytes;
+    g_script.writes.emplace_back(static_cast<const char*>(buffer), bytes);
+    g_script.body += g_script.writes.back();
     return TRUE;
 }
 

@@ -50,7 +50,8 @@ struct WinHttpScript
     std::vector<Header> headers;
     std::vector<std::wstring> requests; ///< "VERB path flags accept", of each request opened.
     std::vector<std::wstring> sendHeaders;
-    std::string body; ///< bytes sent with and after the requests.
+    std::string body;                ///< bytes sent with and after the requests.
+    std::vector<std::string> writes; ///< those of each `WinHttpWriteData`.
     std::vector<HINTERNET> closed;
 
     std::map<std::pair<std::string, int>, DWORD> failures;

@@ -1,0 +1,265 @@
+// Multipart bodies byte by byte: what is announced is what is sent, whatever the range, and what becomes of a file or a connection
+// that fails on the way.
+
+#include "ScriptedWinHttp.h"
+#include "TraceCapture.h"
+#include "Tracing.h"
+#include "TransferSupport.h"
+#include "WinHttpImpl.h"
+#include "WinHttpImplRequest.h"
+
+#include <algorithm>
+#include <limits>
+#include <optional>
+#include <set>
+
+namespace
+{
+
+constexpr std::int64_t kHuge = std::numeric_limits<std::int64_t>::max();
+constexpr std::size_t kHead = 3; // writes before a file's bytes: boundary, part header, content type
+
+struct Range
+{
+    std::int64_t offset;
+    std::int64_t length;
+};
+
+class Multipart : public testing::Test
+{
+protected:
+    Multipart() { Restart(); }
+
+    // A request of its own, with nothing recorded.
+    void Restart()
+    {
+        g_script = {};
+        trace.Clear();
+        request = std::make_shared<WinHttpRequest>(session);
+        EXPECT_EQ(request->AddMultipartHeaders(true), 0U);
+        const std::wstring& type = g_script.headers.back().text;
+        boundary.assign(type.begin() + static_cast<std::ptrdiff_t>(type.find(L'"')) + 1, type.end() - 2);
+    }
+
+    ResultCode Send(const std::optional<Range>& range = {}, std::uint64_t* size = nullptr, const wchar_t* name = L"n",
+                    const CancelEvent* cancel = nullptr)
+    {
+        return range ? request->SendMultipartFile("file", path, name, cancel, &range->offset, &range->length, progress, size)
+                     : request->SendMultipartFile("file", path, name, cancel, progress, size);
+    }
+
+    [[nodiscard]] std::string FilePart(const std::string& bytes, const std::string& name = "n") const
+    {
+        return "--" + boundary + "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"" + name +
+               "\"\r\nContent-Type: application/octet-stream\r\n\r\n" + bytes + "\r\n";
+    }
+
+    const TemporaryFolder folder;
+    std::wstring path = folder.Write("file", Pattern(100));
+    TraceCapture trace;
+    const std::shared_ptr<WinHttpSession> session = std::make_shared<WinHttpSession>();
+    std::shared_ptr<WinHttpRequest> request;
+    std::shared_ptr<IProgressCallback> progress;
+    std::string boundary;
+};
+
+TEST_F(Multipart, AWholeBodyHasItsLayoutAndHeaders)
+{
+    EXPECT_EQ(request->AddMultipartFormData("operation", "create"), 0U);
+    EXPECT_EQ(request->AddMultipartFormData(L"creation_time", L"2020"), 0U);
+    const std::string fields = "--" + boundary + "\r\nContent-Disposition: form-data; name=\"operation\"\r\n\r\ncreate\r\n--" + boundary +
+                               "\r\nContent-Disposition: form-data; name=\"creation_time\"\r\n\r\n2020\r\n";
+    EXPECT_EQ(request->GetPostDataLength(), fields.size());
+    EXPECT_EQ(request->SendPostData(), 0U);
+    EXPECT_EQ(Send({}, nullptr, L"a b&c/\u00e9.txt"), 0U);
+    EXPECT_EQ(request->EndMultipart(), 0U);
+    EXPECT_EQ(request->GetEndMultipartLength(), 44U);
+    EXPECT_EQ(request->GetPostDataLength(), 44U);
+    EXPECT_EQ(request->SendPostData(), 0U);
+    EXPECT_EQ(g_script.body, fields + FilePart(Pattern(100), "a+b%26c%2F%C3%A9.txt") + "--" + boundary + "--\r\n");
+    EXPECT_TRUE(trace.Has(EVT_INFO, "Data request for '" + (folder / "file").string() + "'"));
+
+    EXPECT_EQ(request->AddMultipartHeaders(false), 0U);
+    const std::wstring type = L"Content-Type: multipart/form-data; boundary=\"" + std::wstring(boundary.begin(), boundary.end()) + L"\"\n";
+    const WinHttpScript::Header expected[] = {{L"Accept: application/json", 0x60000000},
+                                              {type, 0xA0000000},
+                                              {L"Accept: application/octet-stream", 0x60000000},
+                                              {type, 0xA0000000}};
+    ASSERT_EQ(g_script.headers.size(), std::size(expected));
+    for (std::size_t i = 0; i < std::size(expected); ++i)
+    {
+        EXPECT_TRUE(g_script.headers[i].text == expected[i].text) << i;
+        EXPECT_EQ(g_script.headers[i].modifiers, expected[i].modifiers) << i;
+    }
+    for (const int failing : {5, 6})
+    {
+        g_script.Fail("WinHttpAddRequestHeaders", 8, failing);
+        EXPECT_EQ(request->AddMultipartHeaders(true), 8U);
+        g_script.failures.clear();
+        g_script.counts["WinHttpAddRequestHeaders"] = 4;
+    }
+    EXPECT_TRUE(trace.Messages(EVT_ERROR).empty());
+}
+
+TEST_F(Multipart, SizeModeTellsWhatDataModeSends)
+{
+    constexpr std::int64_t block = 16384;
+    for (const std::int64_t size :
+         {std::int64_t{0}, std::int64_t{1}, block - 1, block, block + 1, 2 * block - 1, 2 * block, 2 * block + 1, 5 * block, 5 * block + 7})
+    {
+        const std::string content = Pattern(static_cast<std::size_t>(size));
+        path = folder.Write("file", content);
+        for (const std::optional<Range>& range :
+             {std::optional<Range>(), std::optional<Range>({0, size}), std::optional<Range>({0, kHuge}), std::optional<Range>({1, size}),
+              std::optional<Range>({size / 2, 1}), std::optional<Range>({size / 2, block}),
+              std::optional<Range>({std::max<std::int64_t>(size - 1, 0), 2}), std::optional<Range>({size, 1}),
+              std::optional<Range>({size + 1, kHuge}), std::optional<Range>({kHuge, kHuge}), std::optional<Range>({0, 0}),
+              std::optional<Range>({0, -1})})
+        {
+            SCOPED_TRACE(std::to_string(size) + ": " +
+                         (range ? std::to_string(range->offset) + "+" + std::to_string(range->length) : "whole"));
+            // What lies in the file of the range, written down apart from how the transport finds it.
+            std::string expected = content;
+            if (range)
+                expected = range->offset > size || range->length <= 0
+                               ? ""
+                               : content.substr(static_cast<std::size_t>(range->offset), static_cast<std::size_t>(range->length));
+            Restart();
+            const auto record = std::make_shared<ProgressRecord>();
+            progress = record;
+            std::uint64_t measured = 1;
+            EXPECT_EQ(Send(range, &measured), 0U);
+            EXPECT_TRUE(g_script.body.empty());
+            EXPECT_TRUE(record->calls.empty());
+            EXPECT_EQ(Send(range), 0U);
+            EXPECT_EQ(g_script.body, FilePart(expected));
+            EXPECT_EQ(measured, g_script.body.size());
+            EXPECT_TRUE(trace.Has(EVT_INFO, "Size request for [" + (folder / "file").string() + "], returned: " + std::to_string(measured) +
+                                                " bytes"));
+            // One block a time, told with the position in the file that it ends at.
+            EXPECT_EQ(g_script.writes.size(), kHead + (expected.size() + block - 1) / block + 1);
+            EXPECT_TRUE(record->inOrder);
+            EXPECT_EQ(record->moved, expected.size());
+            EXPECT_EQ(record->last, expected.empty() ? 0 : static_cast<std::uint64_t>(range ? range->offset : 0) + expected.size());
+        }
+    }
+}
+
+TEST_F(Multipart, HeadsBeyondTheirLimitAreRefusedBeforeAnythingIsSent)
+{
+    const std::string around = R"(Content-Disposition: form-data; name="file"; filename=""__)";
+    const std::size_t room = 8192 - around.size();
+    std::uint64_t size = 0;
+    EXPECT_EQ(Send({}, &size, std::wstring(room, L'x').c_str()), 0U);
+    EXPECT_EQ(Send({}, nullptr, std::wstring(room, L'x').c_str()), 0U);
+    EXPECT_EQ(g_script.writes.at(1).size(), 8192U);
+    const std::string field(8192 - std::string(R"(Content-Disposition: form-data; name=""____)").size(), 'x');
+    EXPECT_EQ(request->AddMultipartFormData(field.c_str(), "v"), 0U);
+    EXPECT_TRUE(trace.Messages(EVT_ERROR).empty());
+
+    Restart();
+    for (std::uint64_t* const measured : {&size, static_cast<std::uint64_t*>(nullptr)})
+    {
+        EXPECT_EQ(Send({}, measured, std::wstring(room + 1, L'x').c_str()), 122U);
+        EXPECT_EQ(Send(Range{0, 1}, measured, std::wstring(room / 3 + 1, L'&').c_str()), 122U) << "the encoded name counts";
+    }
+    EXPECT_EQ(request->AddMultipartFormData((field + "x").c_str(), "v"), 122U);
+    EXPECT_EQ(request->AddMultipartFormData(std::wstring(8192, L'x').c_str(), L"v"), 122U);
+    EXPECT_EQ(request->GetPostDataLength(), 0U);
+    EXPECT_TRUE(g_script.writes.empty());
+    EXPECT_EQ(trace.CountOf(EVT_ERROR, "The part header of [file] does not fit 8192 bytes"), 4U);
+}
+
+TEST_F(Multipart, AFileThatCannotBeOpenedIsReportedUnlessCancelled)
+{
+    const Event event;
+    const std::string name = (folder / "missing").string();
+    path = (folder / "missing").wstring();
+    std::uint64_t size = 0;
+    for (std::uint64_t* const measured : {&size, static_cast<std::uint64_t*>(nullptr)})
+    {
+        EXPECT_EQ(Send({}, measured, L"n", &event.Cancel()), 2U);
+        EXPECT_EQ(Send(Range{0, 1}, measured, L"n", &event.Cancel()), 2U);
+    }
+    EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>(4, "CreateFile for path: " + name + " failed, error code: 2"));
+    event.Signal();
+    trace.Clear();
+    EXPECT_EQ(Send({}, &size, L"n", &event.Cancel()), 1223U);
+    EXPECT_EQ(Send({}, nullptr, L"n", &event.Cancel()), 1223U);
+    EXPECT_TRUE(trace.Messages(EVT_ERROR).empty());
+}
+
+TEST_F(Multipart, ACancelStopsAfterItsBlock)
+{
+    path = folder.Write("file", Pattern(40000));
+    for (const std::size_t stopAt : {1U, 2U, 3U})
+    {
+        const Event event;
+        Restart();
+        std::size_t blocks = 0;
+        const auto record = std::make_shared<ProgressRecord>([&] {
+            if (++blocks == stopAt)
+                event.Signal();
+        });
+        progress = record;
+        EXPECT_EQ(Send({}, nullptr, L"n", &event.Cancel()), 1223U);
+        EXPECT_EQ(record->last, std::min<std::uint64_t>(stopAt * 16384, 40000));
+        EXPECT_EQ(g_script.body, FilePart(Pattern(40000).substr(0, record->last)));
+        EXPECT_TRUE(trace.Messages(EVT_ERROR).empty());
+    }
+    // An event that resets itself tells it once.
+    Restart();
+    const CancelEvent once{CreateEventW(nullptr, FALSE, TRUE, nullptr)};
+    EXPECT_EQ(Send({}, nullptr, L"n", &once), 1223U);
+    EXPECT_EQ(g_script.writes.size(), kHead + 2);
+    CloseHandle(once.event);
+}
+
+TEST_F(Multipart, AFailingWriteEndsTheFileAndOnlyTheFilesWritesAreJudged)
+{
+    path = folder.Write("file", Pattern(40000));
+    for (int call = 1; call <= 7; ++call)
+    {
+        Restart();
+        const auto record = std::make_shared<ProgressRecord>();
+        progress = record;
+        g_script.Fail("WinHttpWriteData", 12030, call);
+        const bool isJudged = call > 3 && call < 7;
+        EXPECT_EQ(Send(), isJudged ? 12030U : 0U) << call;
+        EXPECT_EQ(trace.CountOf(EVT_ERROR, "WinHttpWriteData failed, error=12030"), isJudged ? 1U : 0U);
+        EXPECT_EQ(g_script.Count("WinHttpWriteData"), isJudged ? call + 1 : 7) << "the line end goes out all the same";
+        EXPECT_EQ(record->last, isJudged ? static_cast<std::uint64_t>(call - 4) * 16384 : 40000);
+    }
+}
+
+TEST_F(Multipart, AFileThatChangesBetweenMeasuringAndSendingKeepsTheAnnouncedLength)
+{
+    std::uint64_t size = 0;
+    ASSERT_EQ(Send({}, &size), 0U);
+    path = folder.Write("file", Pattern(150));
+    EXPECT_EQ(Send(), 0U);
+    EXPECT_EQ(g_script.body, FilePart(Pattern(100)));
+    path = folder.Write("file", Pattern(60));
+    EXPECT_EQ(Send(), 38U);
+    EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>{"ReadFile failed with 40 of 100 bytes left, error code: 38"});
+}
+
+TEST(Boundary, IsFreshForEachRequestAndTheMarkerOneForAll)
+{
+    std::set<std::wstring> values;
+    for (int count = 0; count < 20; ++count)
+    {
+        const std::wstring value = WinHttpRequest::GenerateRandomValue();
+        ASSERT_EQ(value.size(), 38U);
+        EXPECT_TRUE(value.front() == L'{' && value.back() == L'}');
+        EXPECT_EQ(value.find_first_not_of(L"0123456789ABCDEF-", 1), 37U);
+        values.insert(value);
+    }
+    EXPECT_EQ(values.size(), 20U);
+    const std::wstring marker = WinHttpRequest::GetMarker();
+    EXPECT_EQ(marker.size(), 38U + 18);
+    EXPECT_TRUE(marker.starts_with(L"QD_MARK--{") && marker.ends_with(L"}--QD_MARK"));
+    EXPECT_TRUE(WinHttpRequest::GetMarker() == marker);
+}
+
+} // namespace

@@ -1,0 +1,120 @@
+#pragma once
+
+/// @file
+/// What the tests of transfers share: a folder of their own, a cancel event, a progress sink that remembers, an item.
+
+#include "Attributes.h"
+
+#include "Platform/Platform.h"
+#include "QuendraHttp/Types.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+
+using Item = std::shared_ptr<IServerAttributes>;
+
+inline Item MakeItem(std::int64_t size = 100, const std::string& revision = "7")
+{
+    auto item = std::make_shared<CAttributes<CServerItemAttributesBase>>();
+    item->SetCreationTime(CAttributeTime("2020-01-02T03:04:05.6Z"));
+    item->SetLastWriteTime(CAttributeTime("2021-01-02T03:04:05.6Z"));
+    item->SetAttributes(32);
+    item->SetSize(size);
+    item->SetRevision(revision);
+    return item;
+}
+
+/// Bytes in which every place can be told from its neighbours.
+inline std::string Pattern(std::size_t size)
+{
+    std::string text(size, '\0');
+    for (std::size_t at = 0; at < size; ++at)
+        text[at] = static_cast<char>((at * 31 + at / 251) & 0xFF);
+    return text;
+}
+
+/// A folder that is gone with the test; a file in it that somebody still holds open is a failure where the platform tells.
+class TemporaryFolder
+{
+public:
+    TemporaryFolder() : m_path(std::filesystem::temp_directory_path() / ("quendra-test-" + std::to_string(std::random_device()())))
+    {
+        std::filesystem::create_directory(m_path);
+    }
+    ~TemporaryFolder()
+    {
+        std::error_code failure;
+        std::filesystem::remove_all(m_path, failure);
+        EXPECT_FALSE(failure) << failure.message();
+    }
+
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    [[nodiscard]] std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
+
+    [[nodiscard]] std::wstring Write(const std::string& name, const std::string& content) const
+    {
+        std::ofstream(m_path / name, std::ios::binary) << content;
+        return (m_path / name).wstring();
+    }
+
+    [[nodiscard]] std::string Read(const std::string& name) const
+    {
+        std::ifstream file(m_path / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+private:
+    const std::filesystem::path m_path;
+};
+
+/// A cancel event.
+class Event
+{
+public:
+    Event() = default;
+    ~Event() { CloseHandle(m_cancel.event); }
+
+    Event(const Event&) = delete;
+    Event& operator=(const Event&) = delete;
+
+    [[nodiscard]] const CancelEvent& Cancel() const { return m_cancel; }
+    void Signal() const { SetEvent(m_cancel.event); }
+
+private:
+    CancelEvent m_cancel{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+};
+
+/// Remembers every call as text, "status:4 3@3 2@5 " (sizes of status texts in characters), and the ends of what it was told.
+struct ProgressRecord final : IProgressCallback
+{
+    explicit ProgressRecord(std::function<void()> atBlock = {}) : onBlock(std::move(atBlock)) {}
+
+    void OnBlock(std::uint64_t blockSize, std::uint64_t position) override
+    {
+        calls += std::to_string(blockSize) + "@" + std::to_string(position) + " ";
+        inOrder = inOrder && position >= last;
+        moved += blockSize;
+        last = position;
+        if (onBlock)
+            onBlock();
+    }
+    void OnStatusSize(std::uint32_t size) override
+    {
+        inOrder = inOrder && calls.empty();
+        calls += "status:" + std::to_string(size / sizeof(wchar_t)) + " ";
+    }
+
+    std::function<void()> onBlock;
+    std::string calls;
+    bool inOrder = true; ///< the status first, no position below an earlier one.
+    std::uint64_t moved = 0;
+    std::uint64_t last = 0;
+};

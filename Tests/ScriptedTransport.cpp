@@ -46,6 +46,11 @@ private:
     std::wstring m_token;
 };
 
+std::string Watched(const CancelEvent* cancel, const std::shared_ptr<IProgressCallback>& progress)
+{
+    return std::string(cancel != nullptr && cancel->event != nullptr ? " +cancel" : "") + (progress ? " +progress" : "");
+}
+
 ResultCode Initialised(const Script::Failure& failure, std::size_t call)
 {
     if (static_cast<int>(call) != failure.call)
@@ -102,16 +107,17 @@ public:
     }
     ResultCode SendPostData() override { return Step("post data"); }
     ResultCode AddMultipartHeaders(bool acceptJson) override { return Step(acceptJson ? "multipart json" : "multipart bytes"); }
-    ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName, const CancelEvent*,
-                                 const std::int64_t* offset, const std::int64_t* length, const std::shared_ptr<IProgressCallback>&,
+    ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName, const CancelEvent* cancel,
+                                 const std::int64_t* offset, const std::int64_t* length, const std::shared_ptr<IProgressCallback>& progress,
                                  std::uint64_t* sizeOut) override
     {
-        return File(fieldName, path, fileName, " range=" + std::to_string(*offset) + "+" + std::to_string(*length), sizeOut);
+        return File(fieldName, path, fileName,
+                    " range=" + std::to_string(*offset) + "+" + std::to_string(*length) + Watched(cancel, progress), sizeOut);
     }
-    ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName, const CancelEvent*,
-                                 const std::shared_ptr<IProgressCallback>&, std::uint64_t* sizeOut) override
+    ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName, const CancelEvent* cancel,
+                                 const std::shared_ptr<IProgressCallback>& progress, std::uint64_t* sizeOut) override
     {
-        return File(fieldName, path, fileName, "", sizeOut);
+        return File(fieldName, path, fileName, Watched(cancel, progress), sizeOut);
     }
     ResultCode AddMultipartFormData(const wchar_t* name, const wchar_t* value) override
     {
@@ -123,19 +129,20 @@ public:
     }
     ResultCode EndMultipart() override { return Step("end multipart"); }
     std::uint32_t GetEndMultipartLength() override { return 44; }
-    ResultCode GetResponse(const std::wstring& path, const CancelEvent*, const std::shared_ptr<IProgressCallback>&, std::uint32_t offsetLow,
-                           std::uint32_t offsetHigh) override
+    ResultCode GetResponse(const std::wstring& path, const CancelEvent* cancel, const std::shared_ptr<IProgressCallback>& progress,
+                           std::uint32_t offsetLow, std::uint32_t offsetHigh) override
     {
-        const ResultCode result =
-            Step("receive into " + ToNarrow(path) + " at " + std::to_string(offsetHigh) + ":" + std::to_string(offsetLow));
+        const ResultCode result = Step("receive into " + ToNarrow(path) + " at " + std::to_string(offsetHigh) + ":" +
+                                       std::to_string(offsetLow) + Watched(cancel, progress));
         return result != 0 ? result : Answer();
     }
     ResultCode GetResponse(ResponseBuffer& response) override { return Receive("send", response); }
-    ResultCode SendRequestGetResponse(const std::wstring& path, const CancelEvent*, const std::shared_ptr<IProgressCallback>&,
-                                      bool acceptOctetStream, std::uint32_t offsetLow, std::uint32_t offsetHigh) override
+    ResultCode SendRequestGetResponse(const std::wstring& path, const CancelEvent* cancel,
+                                      const std::shared_ptr<IProgressCallback>& progress, bool acceptOctetStream, std::uint32_t offsetLow,
+                                      std::uint32_t offsetHigh) override
     {
         const ResultCode result = Step(std::string("send") + (acceptOctetStream ? " for bytes" : "") + " into " + ToNarrow(path) + " at " +
-                                       std::to_string(offsetHigh) + ":" + std::to_string(offsetLow));
+                                       std::to_string(offsetHigh) + ":" + std::to_string(offsetLow) + Watched(cancel, progress));
         return result != 0 ? result : Answer();
     }
     std::uint32_t GetHTTPStatus() override { return m_reply.status; }
@@ -153,7 +160,8 @@ private:
     ResultCode Step(const std::string& step)
     {
         m_script.requests.at(m_index).push_back(step);
-        if (m_script.failingStep.empty() || !step.starts_with(m_script.failingStep))
+        if (m_script.failingStep.empty() || !step.starts_with(m_script.failingStep) ||
+            (++m_script.failingStepCalls != m_script.failingStepCall && m_script.failingStepCall != 0))
             return Result::Success;
         SetLastError(m_script.failingStepResult);
         return m_script.failingStepResult;

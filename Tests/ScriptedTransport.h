@@ -26,7 +26,7 @@ struct ScriptedReply
 struct Script
 {
     /// One request as the operation made it, step by step: "GET /path flags=0", "header a: b", "field name=value",
-    /// "last field name=value", "send", ...
+    /// "last field name=value", "send", ... A step that takes a file says "+cancel" and "+progress" where it got the caller's.
     using Steps = std::vector<std::string>;
 
     std::deque<ScriptedReply> replies; ///< one a request; without one it is answered 200 without a body.
@@ -43,8 +43,9 @@ struct Script
     /// The n-th call of `SetTimeouts` fails with this last error.
     Failure timeoutsFailure;
     ResultCode sessionResult = 0;
-    /// The first step of a request that begins with this text returns the result.
+    /// The steps that begin with this text return the result; with a number, the n-th of them (from 1) alone.
     std::string failingStep;
+    int failingStepCall = 0;
     ResultCode failingStepResult = 0;
     bool throwOnSend = false;
 
@@ -52,6 +53,7 @@ struct Script
     std::vector<std::string> connections;   ///< "server:port send=0 receive=0"
     std::vector<std::vector<int>> timeouts; ///< of each `SetTimeouts`
     int requestsMade = 0;
+    int failingStepCalls = 0;
 };
 
 /// Makes a transport that follows a script; the script outlives it.

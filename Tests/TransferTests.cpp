@@ -1,142 +1,180 @@
 // Uploads and downloads, over a scripted transport: the steps of each, what becomes of a failing step, and of each answer.
 
-#include "Attributes.h"
 #include "ScriptedTransport.h"
-#include "TextConversion.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
+#include "TransferSupport.h"
 
-#include "Platform/Platform.h"
 #include "QuendraHttp/NativeHttp.h"
 
-#include <gtest/gtest.h>
+#include <map>
 
 namespace
 {
 
-using Item = std::shared_ptr<IServerAttributes>;
+using Texts = std::vector<std::string>;
 
 constexpr GUID kUpload{0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
-const std::string kResume = "/sync/resume/upload/d/a.txt?resume_id=0F8FAD5B-D9CB-469F-A165-70867728950E flags=0";
+const std::string kGuid = "0F8FAD5B-D9CB-469F-A165-70867728950E";
+const std::string kResume = "/sync/resume/upload/d/a.txt?resume_id=" + kGuid;
 const std::string kReply = R"({"name":"new.txt","revision":"8","creation_time":"2020-01-02T03:04:05.6Z",)"
                            R"("modification_time":"2020-01-02T03:04:05.6Z","size":1,"attributes":32})";
 const std::string kConflict = R"({"errorId":"1077",)" + kReply.substr(1);
+const std::string kInvalidSession = R"({"errorId":"6"})";
 
-Item MakeItem(std::int64_t size = 100, const std::string& revision = "7")
+// What a caller has at hand, and where the operation leaves what it gives.
+struct Caller
 {
-    auto item = std::make_shared<CAttributes<CServerItemAttributesBase>>();
-    item->SetCreationTime(CAttributeTime("2020-01-02T03:04:05.6Z"));
-    item->SetLastWriteTime(CAttributeTime("2021-01-02T03:04:05.6Z"));
-    item->SetAttributes(32);
-    item->SetSize(size);
-    item->SetRevision(revision);
-    return item;
-}
-
-class Event
-{
-public:
-    ~Event() { CloseHandle(m_cancel.event); }
-    Event() = default;
-    Event(const Event&) = delete;
-    Event& operator=(const Event&) = delete;
-    [[nodiscard]] const CancelEvent& Cancel() const { return m_cancel; }
-    void Signal() const { SetEvent(m_cancel.event); }
-
-private:
-    CancelEvent m_cancel{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    const Item item = MakeItem();
+    CancelEvent cancel;
+    std::shared_ptr<IProgressCallback> progress;
+    Item given; ///< null: the caller's variable is as it was.
 };
+using Transfer = std::function<ResultCode(IQuendraHttpAPI&, Caller&)>;
 
-// One operation of a case; the item is what it takes and gives.
-using Transfer = std::function<ResultCode(IQuendraHttpAPI&, Item&, const CancelEvent&)>;
-
+// An operation that replaces the item that it takes.
+template <typename Call> Transfer Replacing(Call call)
+{
+    return [call](IQuendraHttpAPI& api, Caller& caller) {
+        Item item = caller.item;
+        const ResultCode result = call(api, caller, item);
+        caller.given = item == caller.item ? nullptr : item;
+        return result;
+    };
+}
 Transfer Upload(std::uint32_t delta)
 {
-    return [delta](IQuendraHttpAPI& api, Item& item, const CancelEvent& cancel) {
-        return api.UploadFile(L"local", L"/d/a.txt", item, &delta, cancel, nullptr);
-    };
+    return Replacing([delta](IQuendraHttpAPI& api, Caller& caller, Item& item) {
+        return api.UploadFile(L"local", L"/d/a.txt", item, &delta, caller.cancel, caller.progress);
+    });
 }
 Transfer Chunk(std::int64_t offset, std::int64_t length, std::int32_t begin = 0)
 {
-    return [=](IQuendraHttpAPI& api, Item& item, const CancelEvent& cancel) {
+    return Replacing([=](IQuendraHttpAPI& api, Caller& caller, Item& item) {
         std::int64_t chunk = length;
-        return api.ResumableUpload(L"local", L"/d/a.txt", item, kUpload, &offset, &chunk, begin, cancel, nullptr);
-    };
+        return api.ResumableUpload(L"local", L"/d/a.txt", item, kUpload, &offset, &chunk, begin, caller.cancel, caller.progress);
+    });
 }
 Transfer Download(const wchar_t* signature)
 {
-    return [signature](IQuendraHttpAPI& api, Item& item, const CancelEvent& cancel) {
-        return api.DownloadFile(L"/d/a.txt", L"local", item, item, signature, cancel, nullptr);
+    return [signature](IQuendraHttpAPI& api, Caller& caller) {
+        return api.DownloadFile(L"/d/a.txt", L"local", caller.item, caller.given, signature, caller.cancel, caller.progress);
     };
 }
 Transfer Range(std::uint64_t skip, std::int64_t count)
 {
-    return [=](IQuendraHttpAPI& api, Item& item, const CancelEvent& cancel) {
-        return api.DownloadData(L"/d/a.txt", L"local", item, item, &skip, &count, cancel, nullptr);
+    return [=](IQuendraHttpAPI& api, Caller& caller) {
+        return api.DownloadData(L"/d/a.txt", L"local", caller.item, caller.given, &skip, &count, caller.cancel, caller.progress);
     };
 }
-const Transfer kComplete = [](IQuendraHttpAPI& api, Item& item, const CancelEvent&) {
-    return api.CompleteUpload(L"/d/a.txt", L"/d/b c.txt", kUpload, item);
+const Transfer kComplete = [](IQuendraHttpAPI& api, Caller& caller) {
+    return api.CompleteUpload(L"/d/a.txt", L"/d/b c.txt", kUpload, caller.given);
 };
-const Transfer kCancel = [](IQuendraHttpAPI& api, Item&, const CancelEvent&) { return api.CancelUpload(L"/d/a.txt", kUpload); };
+const Transfer kCancel = [](IQuendraHttpAPI& api, Caller&) { return api.CancelUpload(L"/d/a.txt", kUpload); };
+const Transfer kMetadata = [](IQuendraHttpAPI& api, Caller&) {
+    std::int64_t offset = 0;
+    std::uint32_t locked = 0;
+    return api.GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked);
+};
 
-Script::Steps ChunkSteps(const std::string& offset, const std::string& length, const std::vector<std::string>& markers)
+// Every kind of transfer that moves a file.
+const std::map<std::string, Transfer> kFileTransfers = {{"upload", Upload(0)},       {"delta upload", Upload(1)}, {"chunk", Chunk(0, 9)},
+                                                        {"download", Download(L"")}, {"delta", Download(L"sig")}, {"range", Range(0, 1)}};
+
+Texts Join(std::initializer_list<Texts> parts)
 {
-    Script::Steps steps = {"POST " + kResume,
-                           "header qd_file_size: 100",
-                           "header qd_file_creation_time: 2020-01-02T03:04:05.600Z",
-                           "header qd_file_modification_time: 2021-01-02T03:04:05.600Z",
-                           "header qd_attributes: 32",
-                           "header qd_revision: 7",
-                           "header qd_offset: " + offset,
-                           "header qd_block_size: " + length};
-    steps.insert(steps.end(), markers.begin(), markers.end());
-    const std::string file = " file local as a.txt range=" + offset + "+" + length;
-    for (const std::string& step : {"measure" + file, std::string("multipart json"), std::string("start 244"), "write" + file,
-                                    std::string("end multipart"), std::string("post data"), std::string("receive")})
-        steps.push_back(step);
-    return steps;
+    Texts all;
+    for (const Texts& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
 }
 
-TEST(Transfers, TakeTheirStepsInOrder)
+Texts ChunkSteps(const std::string& offset, const std::string& length, const Texts& markers)
+{
+    const std::string file = " file local as a.txt range=" + offset + "+" + length + " +cancel +progress";
+    return Join({{"POST " + kResume + " flags=0", "header qd_file_size: 100", "header qd_file_creation_time: 2020-01-02T03:04:05.600Z",
+                  "header qd_file_modification_time: 2021-01-02T03:04:05.600Z", "header qd_attributes: 32", "header qd_revision: 7",
+                  "header qd_offset: " + offset, "header qd_block_size: " + length},
+                 markers,
+                 {"measure" + file, "multipart json", "start 244", "write" + file, "end multipart", "post data", "receive"}});
+}
+
+Texts ChunkTexts(const std::string& offset, const std::string& length, const Texts& clamped, const Texts& markers)
+{
+    return Join({{"Uploading " + length + "-byte chunk of [local] from " + offset + " with GUID [" + kGuid + "]"},
+                 clamped,
+                 {"Endpoint: [" + kResume + "]"},
+                 markers,
+                 {"Chunk uploaded successfully: local", "Extracted attributes from upload reply"}});
+}
+
+TEST(Transfers, TakeTheirStepsInOrderAndTellThem)
 {
     struct Case
     {
         const char* what;
         Transfer run;
-        Script::Steps steps;
+        Texts steps;
+        Texts told;
     };
-    const std::string times[] = {"wide part creation_time=2020-01-02T03:04:05.600Z",
-                                 "wide part modification_time=2021-01-02T03:04:05.600Z"};
+    const std::string created = "wide part creation_time=2020-01-02T03:04:05.600Z";
+    const std::string modified = "wide part modification_time=2021-01-02T03:04:05.600Z";
+    const std::string file = " file local as a.txt +cancel +progress";
+    const std::string signature = " file C:\\sig as a.txt +cancel +progress";
+    const Texts fields = {"part attributes=32", "part size=100", "part revision=7", "start 1244", "post data",
+                          "write" + file,       "end multipart", "post data",       "receive"};
+    const std::string start = "header qd_start: true", finish = "header qd_finish: true";
+    const std::string begin = "Sending begin marker", end = "Sending end marker", taken = "Extracted attributes from upload reply";
     const Case cases[] = {
         {"whole file",
          Upload(0),
-         {"POST /sync/folders/d/a.txt flags=0", "measure file local as a.txt", "multipart json", "part operation=create", times[0],
-          times[1], "part attributes=32", "part size=100", "part revision=7", "start 1244", "post data", "write file local as a.txt",
-          "end multipart", "post data", "receive"}},
+         Join({{"POST /sync/folders/d/a.txt flags=0", "measure" + file, "multipart json", "part operation=create", created, modified},
+               fields}),
+         {"Uploading [local] with API tag [7]", "Upload local path: [local] for server path: [/d/a.txt]",
+          "Endpoint: [/sync/folders/d/a.txt]", "Mod time: [2021-01-02T03:04:05.600Z]", "Revision: 7", "File uploaded successfully: local",
+          taken}},
         {"delta",
          Upload(1),
-         {"POST /sync/delta/d/a.txt flags=0", "measure file local as a.txt", "multipart json", times[1], times[0], "part attributes=32",
-          "part size=100", "part revision=7", "start 1244", "post data", "write file local as a.txt", "end multipart", "post data",
-          "receive"}},
-        {"first chunk", Chunk(0, 40, 1), ChunkSteps("0", "40", {"header qd_start: true"})},
-        {"chunk between", Chunk(40, 40), ChunkSteps("40", "40", {})},
-        {"last chunk", Chunk(60, 40), ChunkSteps("60", "40", {"header qd_finish: true"})},
-        {"chunk beyond the end", Chunk(60, 50), ChunkSteps("60", "40", {"header qd_finish: true"})},
-        {"only chunk", Chunk(0, 100, 1), ChunkSteps("0", "100", {"header qd_start: true", "header qd_finish: true"})},
+         Join({{"POST /sync/delta/d/a.txt flags=0", "measure" + file, "multipart json", modified, created}, fields}),
+         {"Uploading [local] with API tag [7]", "Upload local path: 'local' for server path: '/d/a.txt'", "Endpoint: '/sync/delta/d/a.txt'",
+          "Mod time: '2021-01-02T03:04:05.600Z'", "Revision: 7", "File uploaded successfully: local", taken + ", Rev: 8"}},
+        {"first chunk", Chunk(0, 40, 1), ChunkSteps("0", "40", {start}), ChunkTexts("0", "40", {}, {begin})},
+        {"chunk between", Chunk(40, 40), ChunkSteps("40", "40", {}), ChunkTexts("40", "40", {}, {})},
+        {"last chunk", Chunk(60, 40), ChunkSteps("60", "40", {finish}), ChunkTexts("60", "40", {}, {end})},
+        {"chunk that passes the end", Chunk(60, 50), ChunkSteps("60", "40", {finish}), ChunkTexts("60", "50", {"New length: 40"}, {end})},
+        {"chunk beyond the end", Chunk(160, 50), ChunkSteps("160", "0", {}), ChunkTexts("160", "50", {"New length: 0"}, {})},
+        {"only chunk", Chunk(0, 100, 1), ChunkSteps("0", "100", {start, finish}), ChunkTexts("0", "100", {}, {begin, end})},
         {"complete",
          kComplete,
-         {"POST " + kResume, "header qd_finish: true", "header qd_new_path: /d/b c.txt", "multipart json", "start 44", "end multipart",
-          "post data", "receive"}},
-        {"cancel", kCancel, {"DELETE " + kResume, "send"}},
-        {"download", Download(L""), {"GET /sync/folders/d/a.txt?revision=7 flags=0", "send for bytes into local at 0:0"}},
+         {"POST " + kResume + " flags=0", finish, "header qd_new_path: /d/b c.txt", "multipart json", "start 44", "end multipart",
+          "post data", "receive"},
+         {"Completing upload of [/d/a.txt] to [/d/b c.txt] with GUID [" + kGuid + "]", "Endpoint: [" + kResume + "]",
+          "Chunk completed successfully", taken}},
+        {"cancel",
+         kCancel,
+         {"DELETE " + kResume + " flags=0", "send"},
+         {"Cancelling upload to [/d/a.txt], guid:" + kGuid, "Endpoint [" + kResume + "]", "Successfully cancelled upload to [/d/a.txt]"}},
+        {"metadata",
+         kMetadata,
+         {"GET " + kResume + " flags=0", "send"},
+         {"Metadata request for [/d/a.txt] Guid:[" + kGuid + "]", "Endpoint: " + kResume}},
+        {"download",
+         Download(L""),
+         {"GET /sync/folders/d/a.txt?revision=7 flags=0", "send for bytes into local at 0:0 +cancel +progress"},
+         {"Download request for LocalPath: local, ServerPath: /d/a.txt", "Scrubbed LocalPath: local", "Revision: 7",
+          "Complete download request: /sync/folders/d/a.txt?revision=7", "Successfully downloaded file: local"}},
         {"delta download",
          Download(L"\\\\?\\C:\\sig"),
-         {"POST /sync/delta/d/a.txt?revision=7 flags=0", "measure file C:\\sig as a.txt", "multipart bytes", "start 1244",
-          "write file C:\\sig as a.txt", "end multipart", "post data", "receive into local at 0:0"}},
+         {"POST /sync/delta/d/a.txt?revision=7 flags=0", "measure" + signature, "multipart bytes", "start 1244", "write" + signature,
+          "end multipart", "post data", "receive into local at 0:0 +cancel +progress"},
+         {"Download Delta request for LocalPath: local, ServerPath: /d/a.txt", "Scrubbed LocalPath: local", "Revision: 7",
+          "Endpoint: '/sync/delta/d/a.txt?revision=7'", "Successfully downloaded file: local"}},
         {"range",
          Range(0x5'0000'0007, 100),
-         {"GET /sync/folders/d/a.txt?skip=21474836487&count=100&revision=7 flags=0", "send for bytes into local at 5:7"}},
+         {"GET /sync/folders/d/a.txt?skip=21474836487&count=100&revision=7 flags=0", "send for bytes into local at 5:7 +cancel +progress"},
+         {"Download data request for LocalPath: local, ServerPath: /d/a.txt", "Revision: 7",
+          "DownloadData request [/sync/folders/d/a.txt?skip=21474836487&count=100&revision=7]",
+          "Successfully downloaded data into file: local"}},
     };
     for (const Case& transfer : cases)
     {
@@ -144,10 +182,16 @@ TEST(Transfers, TakeTheirStepsInOrder)
         ScriptedClient client;
         client.Negotiate("1.2"); // legacy mode from 1.2 on: downloads do not ask for the item again
         client.script.replies = {{200, kReply, 0, {}}};
-        Item item = MakeItem();
         const Event event;
-        EXPECT_EQ(transfer.run(client.Api(), item, event.Cancel()), 0U);
-        EXPECT_EQ(client.script.requests, std::vector<Script::Steps>{transfer.steps});
+        Caller caller{.cancel = event.Cancel(), .progress = std::make_shared<ProgressRecord>(), .given = {}};
+        const TraceCapture trace;
+        EXPECT_EQ(transfer.run(client.Api(), caller), 0U);
+        EXPECT_EQ(client.script.requests, std::vector<Texts>{transfer.steps});
+        Texts told;
+        for (const TracedEvent& traced : trace.Events())
+            if (traced.IsMessage() && traced.level == EVT_INFO.level && traced.function != "CNativeHttp::LogResponse")
+                told.push_back(traced.message);
+        EXPECT_EQ(told, transfer.told);
     }
 }
 
@@ -158,9 +202,9 @@ TEST(Transfers, UploadsGiveTheServersItemAndDownloadsTheCallers)
         ScriptedClient client;
         client.Negotiate();
         client.script.replies = {{200, kReply, 0, {}}};
-        Item item = MakeItem();
-        EXPECT_EQ(upload(client.Api(), item, {}), 0U);
-        EXPECT_TRUE(item->GetName() == L"new.txt");
+        Caller caller;
+        EXPECT_EQ(upload(client.Api(), caller), 0U);
+        EXPECT_TRUE(caller.given && caller.given->GetName() == L"new.txt" && caller.given->GetRevision() == "8");
     }
     struct Case
     {
@@ -176,24 +220,26 @@ TEST(Transfers, UploadsGiveTheServersItemAndDownloadsTheCallers)
             ScriptedClient client;
             client.Negotiate(server.version, server.mode);
             client.script.replies = {{200, std::nullopt, 0, {}}, {200, kReply, 0, {}}};
-            Item item = MakeItem();
-            EXPECT_EQ(download(client.Api(), item, {}), 0U);
-            EXPECT_EQ(item->GetName() == L"new.txt", server.asksAgain);
+            Caller caller;
+            EXPECT_EQ(download(client.Api(), caller), 0U);
             EXPECT_EQ(client.script.requests.size(), server.asksAgain ? 2U : 1U);
+            EXPECT_EQ(caller.given == caller.item, !server.asksAgain);
+            EXPECT_TRUE(!server.asksAgain || caller.given->GetName() == L"new.txt");
         }
     }
 }
 
 TEST(Transfers, OmitWhatIsNotThere)
 {
-    for (const Transfer& transfer : {Upload(0), Upload(1), Chunk(0, 10), Download(L""), Download(L"sig"), Range(0, 1)})
+    for (const auto& [name, transfer] : kFileTransfers)
     {
+        SCOPED_TRACE(name);
         ScriptedClient client;
-        client.Negotiate();
+        client.Negotiate("1.2");
         client.script.replies = {{200, kReply, 0, {}}};
-        Item item = MakeItem(100, "");
-        TraceCapture trace;
-        transfer(client.Api(), item, {});
+        Caller caller{.item = MakeItem(100, ""), .cancel = {}, .progress = {}, .given = {}};
+        const TraceCapture trace;
+        EXPECT_EQ(transfer(client.Api(), caller), 0U);
         for (const std::string& step : client.script.requests.at(0))
             EXPECT_EQ(step.find("revision"), std::string::npos) << step;
         EXPECT_FALSE(trace.Mentions("Revision: "));
@@ -206,62 +252,82 @@ TEST(Transfers, AFailingStepEndsWithItsMessageAndCode)
     {
         Transfer run;
         const char* step;
-        ResultCode expected;
-        const char* message;
+        const char* message; ///< null: the step is not judged.
+        int call = 0;
     };
+    const char* const file = "SendMultipartFile failed, error code: 77";
+    const char* const headers = "AddMultipartHeaders failed, error code: 77";
+    const char* const field = "AddMultipartFormData failed, error code: 77";
+    const char* const start = "StartRequest failed, error code: 77";
+    const char* const post = "SendPostData failed, error code: 77";
+    const char* const end = "EndMultipart failed, error code: 77";
+    const char* const receive = "ReceiveResponse failed, error code: 77";
+    const char* const header = "AddHeader failed, error code: 77";
+    const char* const chunkPost = "httpRequest->SendPostData, error code: 77";
     const Case cases[] = {
-        {Upload(0), "measure", 77, "SendMultipartFile failed, error code: 77"},
-        {Upload(0), "multipart json", 77, "AddMultipartHeaders failed, error code: 77"},
-        {Upload(0), "part size", 77, "AddMultipartFormData failed, error code: 77"},
-        {Upload(0), "start", 77, "StartRequest failed, error code: 77"},
-        {Upload(0), "post data", 77, "SendPostData failed, error code: 77"},
-        {Upload(0), "write", 77, "SendMultipartFile failed, error code: 77"},
-        {Upload(0), "end multipart", 77, "EndMultipart failed, error code: 77"},
-        {Upload(0), "receive", 77, "ReceiveResponse failed, error code: 77"},
-        {Upload(1), "measure", 77, "SendMultipartFile failed, error code: 77"},
-        {Upload(1), "multipart json", 0, nullptr},
-        {Upload(1), "start", 77, "StartRequest failed, error code: 77"},
-        {Upload(1), "end multipart", 0, nullptr},
-        {Upload(1), "post data", 77, "SendPostData failed, error code: 77"},
-        {Upload(1), "receive", 77, "ReceiveResponse failed, error code: 77"},
-        {Chunk(0, 9), "header qd_offset", 77, "AddHeader failed, error code: 77"},
-        {Chunk(0, 9), "measure", 77, "SendMultipartFile failed, error code: 77"},
-        {Chunk(0, 9), "multipart json", 77, "AddMultipartHeaders failed, error code: 77"},
-        {Chunk(0, 9), "start", 77, "StartRequest failed, error code: 77"},
-        {Chunk(0, 9), "write", 77, "SendMultipartFile failed, error code: 77"},
-        {Chunk(0, 9), "end multipart", 77, "EndMultipart failed, error code: 77"},
-        {Chunk(0, 9), "post data", 77, "httpRequest->SendPostData, error code: 77"},
-        {Chunk(0, 9), "receive", 77, "ReceiveResponse failed, error code: 77"},
-        {kComplete, "header qd_new_path", 77, "AddHeader failed, error code: 77"},
-        {kComplete, "start", 77, "StartRequest failed, error code: 77"},
-        {kComplete, "receive", 77, "ReceiveResponse failed, error code: 77"},
-        {kCancel, "send", 77, "GetResponse failed, error code: 77"},
-        {Download(L""), "send for bytes", 77, "SendRequestGetResponse failed, error code: 77"},
-        {Download(L"sig"), "POST", 77, "httpRequest->Initialise, error code: 0x4d"},
-        {Download(L"sig"), "measure", 77, "httpRequest->SendMultipartFile, error code: 0x0"},
-        {Download(L"sig"), "multipart bytes", 0, nullptr},
-        {Download(L"sig"), "start", 77, "httpRequest->StartRequest, error code: 77"},
-        {Download(L"sig"), "write", 77, "httpRequest->SendMultipartFile, error code: 77"},
-        {Download(L"sig"), "post data", 77, "httpRequest->SendPostData, error code: 77"},
-        {Download(L"sig"), "receive into", 77, "httpRequest->GetResponse, error code: 77"},
-        {Range(0, 1), "GET", 77, "WinHttpRequest failed to initialise, error code: 0x4d"},
-        {Range(0, 1), "send for bytes", 77, "GetResponse failed, error code: 0x4d"},
+        {Upload(0), "measure", file},
+        {Upload(0), "multipart json", headers},
+        {Upload(0), "wide part creation", field},
+        {Upload(0), "part size", field},
+        {Upload(0), "start", start},
+        {Upload(0), "post data", post, 1},
+        {Upload(0), "write", file},
+        {Upload(0), "end multipart", end},
+        {Upload(0), "post data", post, 2},
+        {Upload(0), "receive", receive},
+        {Upload(1), "measure", file},
+        {Upload(1), "multipart json", nullptr},
+        {Upload(1), "part revision", field},
+        {Upload(1), "start", start},
+        {Upload(1), "post data", nullptr, 1},
+        {Upload(1), "write", file},
+        {Upload(1), "end multipart", nullptr},
+        {Upload(1), "post data", post, 2},
+        {Upload(1), "receive", receive},
+        {Chunk(0, 9), "header qd_offset", header},
+        {Chunk(0, 9), "measure", file},
+        {Chunk(0, 9), "multipart json", headers},
+        {Chunk(0, 9), "start", start},
+        {Chunk(0, 9), "write", file},
+        {Chunk(0, 9), "end multipart", end},
+        {Chunk(0, 9), "post data", chunkPost},
+        {Chunk(0, 9), "receive", receive},
+        {kComplete, "header qd_finish", header},
+        {kComplete, "header qd_new_path", header},
+        {kComplete, "multipart json", headers},
+        {kComplete, "start", start},
+        {kComplete, "end multipart", end},
+        {kComplete, "post data", chunkPost},
+        {kComplete, "receive", receive},
+        {kCancel, "send", "GetResponse failed, error code: 77"},
+        {kMetadata, "send", "GetResponse failed, error code: 0x4d"},
+        {kMetadata, "GET", "WinHttpRequest failed to initialise, error code: 77"},
+        {Download(L""), "send for bytes", "SendRequestGetResponse failed, error code: 77"},
+        {Download(L"sig"), "POST", "httpRequest->Initialise, error code: 0x4d"},
+        {Download(L"sig"), "measure", "httpRequest->SendMultipartFile, error code: 0x0"},
+        {Download(L"sig"), "multipart bytes", nullptr},
+        {Download(L"sig"), "start", "httpRequest->StartRequest, error code: 77"},
+        {Download(L"sig"), "write", "httpRequest->SendMultipartFile, error code: 77"},
+        {Download(L"sig"), "end multipart", nullptr},
+        {Download(L"sig"), "post data", "httpRequest->SendPostData, error code: 77"},
+        {Download(L"sig"), "receive into", "httpRequest->GetResponse, error code: 77"},
+        {Range(0, 1), "GET", "WinHttpRequest failed to initialise, error code: 0x4d"},
+        {Range(0, 1), "send for bytes", "GetResponse failed, error code: 0x4d"},
     };
     for (const Case& transfer : cases)
     {
         SCOPED_TRACE(std::string(transfer.step) + ": " + (transfer.message == nullptr ? "not judged" : transfer.message));
         ScriptedClient client;
-        client.Negotiate();
+        client.Negotiate("1.2");
         client.script.replies = {{200, kReply, 0, {}}};
         client.script.failingStep = transfer.step;
+        client.script.failingStepCall = transfer.call;
         client.script.failingStepResult = 77;
-        const Item before = MakeItem();
-        Item item = before;
-        TraceCapture trace;
-        EXPECT_EQ(transfer.run(client.Api(), item, {}), transfer.expected);
-        EXPECT_EQ(trace.Messages(EVT_ERROR),
-                  transfer.message == nullptr ? std::vector<std::string>{} : std::vector<std::string>{transfer.message});
-        EXPECT_TRUE(transfer.expected == 0 || item == before);
+        Caller caller;
+        const TraceCapture trace;
+        EXPECT_EQ(transfer.run(client.Api(), caller), transfer.message == nullptr ? 0U : 77U);
+        EXPECT_EQ(trace.Messages(EVT_ERROR), transfer.message == nullptr ? Texts{} : Texts{transfer.message});
+        EXPECT_EQ(caller.given == nullptr, transfer.message != nullptr);
     }
 }
 
@@ -273,32 +339,32 @@ TEST(Transfers, EndEachAnswerInItsCode)
         Transfer run;
         ScriptedReply reply;
         ResultCode expected;
-        bool takesItem;
+        bool takesItem = false;
     };
-    const std::string invalid = R"({"errorId":"6"})";
     const Case cases[] = {
-        {"upload, no body", Upload(0), {200, std::nullopt, 0, {}}, 12152, false},
-        {"upload, unreadable", Upload(1), {200, "{}", 0, {}}, 13, false},
-        {"upload, refused", Upload(0), {403, R"({"errorId":"9"})", 0, {}}, 20009, false},
-        {"upload, refused without a body", Upload(0), {503, std::nullopt, 0, {}}, 20503, false},
+        {"upload, no body", Upload(0), {200, std::nullopt, 0, {}}, 12152},
+        {"upload, unreadable", Upload(1), {200, "{}", 0, {}}, 13},
+        {"upload, refused", Upload(0), {403, R"({"errorId":"9"})", 0, {}}, 20009},
+        {"upload, refused without a body", Upload(0), {503, std::nullopt, 0, {}}, 20503},
         {"upload, conflict", Upload(0), {409, kConflict, 0, {}}, 21077, true},
-        {"delta, conflict without an item", Upload(1), {409, R"({"errorId":"1077"})", 0, {}}, 21077, false},
-        {"upload, session invalid", Upload(0), {401, invalid, 0, {}}, 20006, false},
-        {"chunk, unreadable", Chunk(0, 9), {200, "[]", 0, {}}, 13, false},
-        {"chunk, refused without a body", Chunk(0, 9), {503, std::nullopt, 0, {}}, 12152, false},
+        {"delta, conflict", Upload(1), {409, kConflict, 0, {}}, 21077, true},
+        {"delta, conflict without an item", Upload(1), {409, R"({"errorId":"1077"})", 0, {}}, 21077},
+        {"upload, session invalid", Upload(0), {401, kInvalidSession, 0, {}}, 20006},
+        {"chunk, unreadable", Chunk(0, 9), {200, "[]", 0, {}}, 13},
+        {"chunk, refused without a body", Chunk(0, 9), {503, std::nullopt, 0, {}}, 12152},
         {"chunk, conflict", Chunk(0, 9), {409, kConflict, 0, {}}, 21077, true},
-        {"chunk, session invalid", Chunk(0, 9), {401, invalid, 0, {}}, 20006, false},
-        {"complete, unreadable", kComplete, {200, "{}", 0, {}}, 13, false},
-        {"complete, refused", kComplete, {404, invalid, 0, {}}, 20006, false},
-        {"cancel, refused", kCancel, {404, R"({"errorId":"5"})", 0, {}}, 20005, false},
-        {"download, refused by the transport", Download(L""), {404, R"({"errorId":"5"})", 20404, {}}, 20005, false},
-        {"download, refused without an id", Download(L""), {404, "gone", 20404, {}}, 20000, false},
-        {"download, beyond the refusals", Download(L""), {0, "x", 27776, {}}, 27776, false},
-        {"download, another success", Download(L""), {204, std::nullopt, 0, {}}, 0, false},
-        {"download, denied", Download(L""), {401, std::nullopt, 0, {}}, 0, false},
-        {"delta download, refused", Download(L"sig"), {404, std::nullopt, 0, {}}, 404, false},
-        {"range, refused", Range(0, 1), {416, std::nullopt, 0, {}}, 416, false},
-        {"range, refused by the transport", Range(0, 1), {416, std::nullopt, 20416, {}}, 20416, false},
+        {"chunk, session invalid", Chunk(0, 9), {401, kInvalidSession, 0, {}}, 20006},
+        {"complete, unreadable", kComplete, {200, "{}", 0, {}}, 13},
+        {"complete, refused", kComplete, {404, kInvalidSession, 0, {}}, 20006},
+        {"cancel, refused", kCancel, {404, R"({"errorId":"5"})", 0, {}}, 20005},
+        {"download, refused by the transport", Download(L""), {404, R"({"errorId":"5"})", 20404, {}}, 20005},
+        {"download, refused without an id", Download(L""), {404, "gone", 20404, {}}, 20000},
+        {"download, beyond the refusals", Download(L""), {0, "x", 27776, {}}, 27776},
+        {"download, another success", Download(L""), {204, std::nullopt, 0, {}}, 0},
+        {"download, denied", Download(L""), {401, std::nullopt, 0, {}}, 0},
+        {"delta download, refused", Download(L"sig"), {404, std::nullopt, 0, {}}, 404},
+        {"range, refused", Range(0, 1), {416, std::nullopt, 0, {}}, 416},
+        {"range, refused by the transport", Range(0, 1), {416, std::nullopt, 20416, {}}, 20416},
     };
     for (const Case& answer : cases)
     {
@@ -306,50 +372,54 @@ TEST(Transfers, EndEachAnswerInItsCode)
         ScriptedClient client;
         client.Negotiate();
         client.script.replies = {answer.reply};
-        const Item before = MakeItem();
-        Item item = before;
-        EXPECT_EQ(answer.run(client.Api(), item, {}), answer.expected);
-        EXPECT_EQ(item != before, answer.takesItem);
+        Caller caller;
+        const TraceCapture trace;
+        EXPECT_EQ(answer.run(client.Api(), caller), answer.expected);
+        EXPECT_EQ(caller.given != nullptr, answer.takesItem);
+        EXPECT_TRUE(!answer.takesItem || caller.given->GetName() == L"new.txt");
+        EXPECT_EQ(trace.Has(EVT_INFO, "Extracted attributes from upload reply"), answer.takesItem);
+        EXPECT_EQ(trace.Has(EVT_ERROR, "GetHTTPStatus shows failure, code: " + std::to_string(answer.reply.status)),
+                  answer.reply.status != 200 && answer.reply.result == 0);
+        EXPECT_EQ(trace.Has(EVT_ERROR, "Failed to extract attributes from response"), answer.expected == 13);
     }
 }
 
 TEST(Transfers, AskForARepetitionWhenAnotherLoginChangedTheToken)
 {
-    for (const Transfer& transfer : {Upload(0), Upload(1), Chunk(0, 9), kComplete, kCancel, Download(L""), Download(L"sig"), Range(0, 1)})
+    std::map<std::string, Transfer> transfers = kFileTransfers;
+    transfers.insert({{"complete", kComplete}, {"cancel", kCancel}, {"metadata", kMetadata}});
+    for (const auto& [name, transfer] : transfers)
     {
+        SCOPED_TRACE(name);
         ScriptedClient client;
         client.Negotiate();
-        client.script.replies = {{401, R"({"errorId":"6"})", 0, [&] { client->SetSessionToken(L"new"); }}};
-        Item item = MakeItem();
-        EXPECT_EQ(transfer(client.Api(), item, {}), 1237U);
+        client.script.replies = {{401, kInvalidSession, 0, [&] { client->SetSessionToken(L"new"); }}};
+        Caller caller;
+        EXPECT_EQ(transfer(client.Api(), caller), 1237U);
+        EXPECT_EQ(caller.given, nullptr);
     }
 }
 
 TEST(Transfers, AreCancelledBeforeTheyAreSentAndUploadsAlsoAfterTheAnswer)
 {
-    struct Case
+    for (const auto& [name, transfer] : kFileTransfers)
     {
-        Transfer run;
-        const char* message;
-        bool afterAnswer;
-    };
-    for (const Case& transfer : {Case{Upload(0), "Upload cancelled", true}, Case{Upload(1), "Upload cancelled", true},
-                                 Case{Chunk(0, 9), "Upload cancelled", true}, Case{Download(L""), "Download cancelled", false},
-                                 Case{Download(L"sig"), "Download cancelled", false}, Case{Range(0, 1), "DownloadData cancelled", false}})
-    {
+        SCOPED_TRACE(name);
+        const bool isUpload = name.ends_with("upload") || name == "chunk";
         ScriptedClient client;
-        client.Negotiate();
+        client.Negotiate("1.2");
         const Event event;
-        const Item before = MakeItem();
-        Item item = before;
+        Caller caller{.cancel = event.Cancel(), .progress = {}, .given = {}};
         client.script.replies = {{200, kReply, 0, [&] { event.Signal(); }}};
-        EXPECT_EQ(transfer.run(client.Api(), item, event.Cancel()), transfer.afterAnswer ? 1223U : 0U);
-        EXPECT_EQ(item, before);
+        EXPECT_EQ(transfer(client.Api(), caller), isUpload ? 1223U : 0U);
+        EXPECT_EQ(caller.given == nullptr, isUpload);
 
         client.script = {};
-        TraceCapture trace;
-        EXPECT_EQ(transfer.run(client.Api(), item, event.Cancel()), 1223U);
-        EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>{transfer.message});
+        const TraceCapture trace;
+        EXPECT_EQ(transfer(client.Api(), caller), 1223U);
+        EXPECT_EQ(trace.Messages(EVT_ERROR), Texts{isUpload          ? "Upload cancelled"
+                                                   : name == "range" ? "DownloadData cancelled"
+                                                                     : "Download cancelled"});
         EXPECT_EQ(client.script.requests.at(0).size(), 1U) << "opened, nothing sent";
     }
 }
@@ -361,57 +431,59 @@ TEST(Transfers, DifferInWhenAConnectionCountsAsFailed)
         Transfer run;
         ResultCode result;
         ResultCode expected;
+        const char* message;
+        bool putsTimeoutsBack = false;
     };
-    for (const Case& transfer :
-         {Case{Chunk(0, 9), 5, 0}, Case{Chunk(0, 9), 0x80070005, 12}, Case{Upload(0), 5, 12}, Case{Range(0, 1), 5, 12}})
+    for (const Case& transfer : {Case{Chunk(0, 9), 5, 0, nullptr},
+                                 Case{Chunk(0, 9), 0x80070005, 12, "WinHttpConnection failed to initialise, error code: -2147024891"},
+                                 Case{Upload(0), 5, 12, "WinHttpConnection failed to initialise, error code: 5"},
+                                 Case{kMetadata, 5, 12, "WinHttpConnection failed to initialise, error code: 0x00000005"},
+                                 Case{Range(0, 1), 5, 12, "WinHttpConnection failed to initialise, error code: 5", true}})
     {
         ScriptedClient client;
         client.Negotiate();
         client.script.connectionFailure = {1, transfer.result, 12};
         client.script.replies = {{200, kReply, 0, {}}};
-        Item item = MakeItem();
-        EXPECT_EQ(transfer.run(client.Api(), item, {}), transfer.expected);
+        Caller caller;
+        const TraceCapture trace;
+        EXPECT_EQ(transfer.run(client.Api(), caller), transfer.expected);
+        EXPECT_EQ(trace.Messages(EVT_ERROR), transfer.message == nullptr ? Texts{} : Texts{transfer.message});
+        EXPECT_EQ(client.script.timeouts, transfer.putsTimeoutsBack ? (std::vector<std::vector<int>>{{60000, 60000, 300000, 300000}})
+                                                                    : std::vector<std::vector<int>>{});
     }
-    ScriptedClient client;
-    client.Negotiate();
-    client.script.connectionFailure = {1, 5, 12};
-    Item item = MakeItem();
-    Range(0, 1)(client.Api(), item, {});
-    EXPECT_EQ(client.script.timeouts, (std::vector<std::vector<int>>{{60000, 60000, 300000, 300000}})) << "a range alone puts them back";
 }
 
 TEST(Transfers, DeltasHaveTimeoutsOfTheirOwn)
 {
     ScriptedClient client;
     client.Negotiate();
-    Item item = MakeItem();
-    Upload(1)(client.Api(), item, {});
-    Upload(0)(client.Api(), item, {});
+    Caller caller;
+    for (const auto& transfer : {Upload(1), Upload(0), Download(L"sig")})
+        transfer(client.Api(), caller);
     EXPECT_EQ(client.script.connections,
-              (std::vector<std::string>{"server:8080 send=300000 receive=600000", "server:8080 send=0 receive=0"}));
+              (Texts{"server:8080 send=300000 receive=600000", "server:8080 send=0 receive=0", "server:8080 send=0 receive=0"}));
 }
 
 TEST(ChunkedUpload, TellsItsCallerTheCorrectedLength)
 {
     struct Case
     {
-        std::int64_t size, offset, length, expected;
+        std::int64_t offset, length, expected;
         const char* message;
     };
-    constexpr std::int64_t huge = 0x7FFFFFFFFFFFFFFF;
-    for (const Case& chunk : {Case{100, 60, 50, 40, "Past end of file: 60 + 50 > 100"}, Case{100, 60, 40, 40, nullptr},
-                              Case{100, 60, 30, 30, nullptr}, Case{100, 60, huge, 40, "Past end of file: 60 + 9223372036854775807 > 100"}})
+    for (const Case& chunk : {Case{60, 50, 40, "Past end of file: 60 + 50 > 100"}, Case{60, 40, 40, nullptr}, Case{60, 30, 30, nullptr},
+                              Case{60, 0x7FFFFFFFFFFFFFFF, 40, "Past end of file: 60 + 9223372036854775807 > 100"},
+                              Case{100, 0, 0, nullptr}, Case{101, 1, 0, "Past end of file: 101 + 1 > 100"}})
     {
         ScriptedClient client;
         client.Negotiate();
         client.script.replies = {{200, kReply, 0, {}}};
-        Item item = MakeItem(chunk.size);
+        Item item = MakeItem();
         std::int64_t length = chunk.length;
-        TraceCapture trace;
-        client->ResumableUpload(L"local", L"/d/a.txt", item, kUpload, &chunk.offset, &length, 0, {}, nullptr);
+        const TraceCapture trace;
+        EXPECT_EQ(client->ResumableUpload(L"local", L"/d/a.txt", item, kUpload, &chunk.offset, &length, 0, {}, nullptr), 0U);
         EXPECT_EQ(length, chunk.expected);
-        EXPECT_EQ(trace.Messages(EVT_ERROR),
-                  chunk.message == nullptr ? std::vector<std::string>{} : std::vector<std::string>{chunk.message});
+        EXPECT_EQ(trace.Messages(EVT_ERROR), chunk.message == nullptr ? Texts{} : Texts{chunk.message});
     }
 }
 
@@ -436,10 +508,12 @@ TEST(ChunkedUpload, ReadsWhatTheServerHas)
         client.script.replies = {metadata.reply};
         std::int64_t offset = 77;
         std::uint32_t locked = 7;
+        const TraceCapture trace;
         EXPECT_EQ(client->GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked), metadata.expected);
         EXPECT_EQ(offset, metadata.offset);
         EXPECT_EQ(locked, metadata.locked);
-        EXPECT_EQ(client.script.requests, std::vector<Script::Steps>({{"GET " + kResume, "send"}}));
+        EXPECT_EQ(trace.Has(EVT_INFO, "Got offset 5000000000"), offset != 77);
+        EXPECT_EQ(trace.Has(EVT_INFO, "Got locked " + std::to_string(locked)), locked != 7);
     }
 }
 

@@ -355,3 +355,15 @@ std::string HeaderValue(const std::string& request, std::string_view name)
     }
     return {};
 }
+
+std::vector<std::string> HeaderLines(const std::string& request)
+{
+    std::vector<std::string> lines;
+    std::size_t start = request.find("\r\n") + 2;
+    for (std::size_t end = request.find("\r\n", start); end != start && end != std::string::npos; end = request.find("\r\n", start))
+    {
+        lines.push_back(request.substr(start, end - start));
+        start = end + 2;
+    }
+    return lines;
+}

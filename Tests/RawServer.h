@@ -102,3 +102,6 @@ RawServer::Script AnswerEach(std::function<std::string(const std::string& reques
 
 /// The header's value in a recorded request; empty where there is none.
 std::string HeaderValue(const std::string& request, std::string_view name);
+
+/// The header lines of a recorded request, in order.
+std::vector<std::string> HeaderLines(const std::string& request);

@@ -6,13 +6,14 @@
 #include "Attributes.h"
 
 #include "Platform/Platform.h"
-#include "QuendraHttp/Types.h"
+#include "QuendraHttp/QuendraHttp.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -118,3 +119,70 @@ struct ProgressRecord final : IProgressCallback
     std::uint64_t moved = 0;
     std::uint64_t last = 0;
 };
+
+/// What a caller has at hand, and where an operation leaves what it gives.
+struct Caller
+{
+    Item item = MakeItem();
+    CancelEvent cancel;
+    std::shared_ptr<IProgressCallback> progress;
+    std::wstring local = L"local";
+    std::wstring signature = L"sig";
+    Item given; ///< null: the caller's variable is as it was.
+};
+
+/// An operation on "/d/a.txt".
+using Transfer = std::function<ResultCode(IQuendraHttpAPI&, Caller&)>;
+
+inline constexpr GUID kUpload{0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
+
+inline Transfer Upload(std::uint32_t delta)
+{
+    return [delta](IQuendraHttpAPI& api, Caller& caller) {
+        Item item = caller.item;
+        const ResultCode result = api.UploadFile(caller.local, L"/d/a.txt", item, &delta, caller.cancel, caller.progress);
+        caller.given = item == caller.item ? nullptr : item;
+        return result;
+    };
+}
+
+inline Transfer Chunk(std::int64_t offset, std::int64_t length, std::int32_t begin = 0)
+{
+    return [=](IQuendraHttpAPI& api, Caller& caller) {
+        Item item = caller.item;
+        std::int64_t chunk = length;
+        const ResultCode result =
+            api.ResumableUpload(caller.local, L"/d/a.txt", item, kUpload, &offset, &chunk, begin, caller.cancel, caller.progress);
+        caller.given = item == caller.item ? nullptr : item;
+        return result;
+    };
+}
+
+inline Transfer Download()
+{
+    return [](IQuendraHttpAPI& api, Caller& caller) {
+        return api.DownloadFile(L"/d/a.txt", caller.local, caller.item, caller.given, L"", caller.cancel, caller.progress);
+    };
+}
+
+inline Transfer DeltaDownload()
+{
+    return [](IQuendraHttpAPI& api, Caller& caller) {
+        return api.DownloadFile(L"/d/a.txt", caller.local, caller.item, caller.given, caller.signature, caller.cancel, caller.progress);
+    };
+}
+
+inline Transfer Range(std::uint64_t skip, std::int64_t count)
+{
+    return [=](IQuendraHttpAPI& api, Caller& caller) {
+        return api.DownloadData(L"/d/a.txt", caller.local, caller.item, caller.given, &skip, &count, caller.cancel, caller.progress);
+    };
+}
+
+/// Every kind of transfer that moves a file; names of those that give the server's item end in "upload".
+/// @param size  of the chunk and of the range.
+inline std::map<std::string, Transfer> FileTransfers(std::int64_t size = 9)
+{
+    return {{"upload", Upload(0)},    {"delta upload", Upload(1)}, {"chunk upload", Chunk(0, size)},
+            {"download", Download()}, {"delta", DeltaDownload()},  {"range", Range(1, size)}};
+}

@@ -7,14 +7,11 @@
 
 #include "QuendraHttp/NativeHttp.h"
 
-#include <map>
-
 namespace
 {
 
 using Texts = std::vector<std::string>;
 
-constexpr GUID kUpload{0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
 const std::string kGuid = "0F8FAD5B-D9CB-469F-A165-70867728950E";
 const std::string kResume = "/sync/resume/upload/d/a.txt?resume_id=" + kGuid;
 const std::string kReply = R"({"name":"new.txt","revision":"8","creation_time":"2020-01-02T03:04:05.6Z",)"
@@ -22,51 +19,6 @@ const std::string kReply = R"({"name":"new.txt","revision":"8","creation_time":"
 const std::string kConflict = R"({"errorId":"1077",)" + kReply.substr(1);
 const std::string kInvalidSession = R"({"errorId":"6"})";
 
-// What a caller has at hand, and where the operation leaves what it gives.
-struct Caller
-{
-    const Item item = MakeItem();
-    CancelEvent cancel;
-    std::shared_ptr<IProgressCallback> progress;
-    Item given; ///< null: the caller's variable is as it was.
-};
-using Transfer = std::function<ResultCode(IQuendraHttpAPI&, Caller&)>;
-
-// An operation that replaces the item that it takes.
-template <typename Call> Transfer Replacing(Call call)
-{
-    return [call](IQuendraHttpAPI& api, Caller& caller) {
-        Item item = caller.item;
-        const ResultCode result = call(api, caller, item);
-        caller.given = item == caller.item ? nullptr : item;
-        return result;
-    };
-}
-Transfer Upload(std::uint32_t delta)
-{
-    return Replacing([delta](IQuendraHttpAPI& api, Caller& caller, Item& item) {
-        return api.UploadFile(L"local", L"/d/a.txt", item, &delta, caller.cancel, caller.progress);
-    });
-}
-Transfer Chunk(std::int64_t offset, std::int64_t length, std::int32_t begin = 0)
-{
-    return Replacing([=](IQuendraHttpAPI& api, Caller& caller, Item& item) {
-        std::int64_t chunk = length;
-        return api.ResumableUpload(L"local", L"/d/a.txt", item, kUpload, &offset, &chunk, begin, caller.cancel, caller.progress);
-    });
-}
-Transfer Download(const wchar_t* signature)
-{
-    return [signature](IQuendraHttpAPI& api, Caller& caller) {
-        return api.DownloadFile(L"/d/a.txt", L"local", caller.item, caller.given, signature, caller.cancel, caller.progress);
-    };
-}
-Transfer Range(std::uint64_t skip, std::int64_t count)
-{
-    return [=](IQuendraHttpAPI& api, Caller& caller) {
-        return api.DownloadData(L"/d/a.txt", L"local", caller.item, caller.given, &skip, &count, caller.cancel, caller.progress);
-    };
-}
 const Transfer kComplete = [](IQuendraHttpAPI& api, Caller& caller) {
     return api.CompleteUpload(L"/d/a.txt", L"/d/b c.txt", kUpload, caller.given);
 };
@@ -76,10 +28,6 @@ const Transfer kMetadata = [](IQuendraHttpAPI& api, Caller&) {
     std::uint32_t locked = 0;
     return api.GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked);
 };
-
-// Every kind of transfer that moves a file.
-const std::map<std::string, Transfer> kFileTransfers = {{"upload", Upload(0)},       {"delta upload", Upload(1)}, {"chunk", Chunk(0, 9)},
-                                                        {"download", Download(L"")}, {"delta", Download(L"sig")}, {"range", Range(0, 1)}};
 
 Texts Join(std::initializer_list<Texts> parts)
 {
@@ -159,12 +107,12 @@ TEST(Transfers, TakeTheirStepsInOrderAndTellThem)
          {"GET " + kResume + " flags=0", "send"},
          {"Metadata request for [/d/a.txt] Guid:[" + kGuid + "]", "Endpoint: " + kResume}},
         {"download",
-         Download(L""),
+         Download(),
          {"GET /sync/folders/d/a.txt?revision=7 flags=0", "send for bytes into local at 0:0 +cancel +progress"},
          {"Download request for LocalPath: local, ServerPath: /d/a.txt", "Scrubbed LocalPath: local", "Revision: 7",
           "Complete download request: /sync/folders/d/a.txt?revision=7", "Successfully downloaded file: local"}},
         {"delta download",
-         Download(L"\\\\?\\C:\\sig"),
+         DeltaDownload(),
          {"POST /sync/delta/d/a.txt?revision=7 flags=0", "measure" + signature, "multipart bytes", "start 1244", "write" + signature,
           "end multipart", "post data", "receive into local at 0:0 +cancel +progress"},
          {"Download Delta request for LocalPath: local, ServerPath: /d/a.txt", "Scrubbed LocalPath: local", "Revision: 7",
@@ -183,7 +131,10 @@ TEST(Transfers, TakeTheirStepsInOrderAndTellThem)
         client.Negotiate("1.2"); // legacy mode from 1.2 on: downloads do not ask for the item again
         client.script.replies = {{200, kReply, 0, {}}};
         const Event event;
-        Caller caller{.cancel = event.Cancel(), .progress = std::make_shared<ProgressRecord>(), .given = {}};
+        Caller caller;
+        caller.cancel = event.Cancel();
+        caller.progress = std::make_shared<ProgressRecord>();
+        caller.signature = L"\\\\?\\C:\\sig";
         const TraceCapture trace;
         EXPECT_EQ(transfer.run(client.Api(), caller), 0U);
         EXPECT_EQ(client.script.requests, std::vector<Texts>{transfer.steps});
@@ -215,7 +166,7 @@ TEST(Transfers, UploadsGiveTheServersItemAndDownloadsTheCallers)
     for (const Case& server : {Case{"1.1", R"({"device_token_auth":false})", true}, Case{"1.2", R"({"device_token_auth":false})", false},
                                Case{"1.1", R"({"device_token_auth":true})", false}})
     {
-        for (const Transfer& download : {Download(L""), Download(L"sig"), Range(1, 2)})
+        for (const Transfer& download : {Download(), DeltaDownload(), Range(1, 2)})
         {
             ScriptedClient client;
             client.Negotiate(server.version, server.mode);
@@ -231,13 +182,14 @@ TEST(Transfers, UploadsGiveTheServersItemAndDownloadsTheCallers)
 
 TEST(Transfers, OmitWhatIsNotThere)
 {
-    for (const auto& [name, transfer] : kFileTransfers)
+    for (const auto& [name, transfer] : FileTransfers())
     {
         SCOPED_TRACE(name);
         ScriptedClient client;
         client.Negotiate("1.2");
         client.script.replies = {{200, kReply, 0, {}}};
-        Caller caller{.item = MakeItem(100, ""), .cancel = {}, .progress = {}, .given = {}};
+        Caller caller;
+        caller.item = MakeItem(100, "");
         const TraceCapture trace;
         EXPECT_EQ(transfer(client.Api(), caller), 0U);
         for (const std::string& step : client.script.requests.at(0))
@@ -302,15 +254,15 @@ TEST(Transfers, AFailingStepEndsWithItsMessageAndCode)
         {kCancel, "send", "GetResponse failed, error code: 77"},
         {kMetadata, "send", "GetResponse failed, error code: 0x4d"},
         {kMetadata, "GET", "WinHttpRequest failed to initialise, error code: 77"},
-        {Download(L""), "send for bytes", "SendRequestGetResponse failed, error code: 77"},
-        {Download(L"sig"), "POST", "httpRequest->Initialise, error code: 0x4d"},
-        {Download(L"sig"), "measure", "httpRequest->SendMultipartFile, error code: 0x0"},
-        {Download(L"sig"), "multipart bytes", nullptr},
-        {Download(L"sig"), "start", "httpRequest->StartRequest, error code: 77"},
-        {Download(L"sig"), "write", "httpRequest->SendMultipartFile, error code: 77"},
-        {Download(L"sig"), "end multipart", nullptr},
-        {Download(L"sig"), "post data", "httpRequest->SendPostData, error code: 77"},
-        {Download(L"sig"), "receive into", "httpRequest->GetResponse, error code: 77"},
+        {Download(), "send for bytes", "SendRequestGetResponse failed, error code: 77"},
+        {DeltaDownload(), "POST", "httpRequest->Initialise, error code: 0x4d"},
+        {DeltaDownload(), "measure", "httpRequest->SendMultipartFile, error code: 0x0"},
+        {DeltaDownload(), "multipart bytes", nullptr},
+        {DeltaDownload(), "start", "httpRequest->StartRequest, error code: 77"},
+        {DeltaDownload(), "write", "httpRequest->SendMultipartFile, error code: 77"},
+        {DeltaDownload(), "end multipart", nullptr},
+        {DeltaDownload(), "post data", "httpRequest->SendPostData, error code: 77"},
+        {DeltaDownload(), "receive into", "httpRequest->GetResponse, error code: 77"},
         {Range(0, 1), "GET", "WinHttpRequest failed to initialise, error code: 0x4d"},
         {Range(0, 1), "send for bytes", "GetResponse failed, error code: 0x4d"},
     };
@@ -357,12 +309,12 @@ TEST(Transfers, EndEachAnswerInItsCode)
         {"complete, unreadable", kComplete, {200, "{}", 0, {}}, 13},
         {"complete, refused", kComplete, {404, kInvalidSession, 0, {}}, 20006},
         {"cancel, refused", kCancel, {404, R"({"errorId":"5"})", 0, {}}, 20005},
-        {"download, refused by the transport", Download(L""), {404, R"({"errorId":"5"})", 20404, {}}, 20005},
-        {"download, refused without an id", Download(L""), {404, "gone", 20404, {}}, 20000},
-        {"download, beyond the refusals", Download(L""), {0, "x", 27776, {}}, 27776},
-        {"download, another success", Download(L""), {204, std::nullopt, 0, {}}, 0},
-        {"download, denied", Download(L""), {401, std::nullopt, 0, {}}, 0},
-        {"delta download, refused", Download(L"sig"), {404, std::nullopt, 0, {}}, 404},
+        {"download, refused by the transport", Download(), {404, R"({"errorId":"5"})", 20404, {}}, 20005},
+        {"download, refused without an id", Download(), {404, "gone", 20404, {}}, 20000},
+        {"download, beyond the refusals", Download(), {0, "x", 27776, {}}, 27776},
+        {"download, another success", Download(), {204, std::nullopt, 0, {}}, 0},
+        {"download, denied", Download(), {401, std::nullopt, 0, {}}, 0},
+        {"delta download, refused", DeltaDownload(), {404, std::nullopt, 0, {}}, 404},
         {"range, refused", Range(0, 1), {416, std::nullopt, 0, {}}, 416},
         {"range, refused by the transport", Range(0, 1), {416, std::nullopt, 20416, {}}, 20416},
     };
@@ -386,7 +338,7 @@ TEST(Transfers, EndEachAnswerInItsCode)
 
 TEST(Transfers, AskForARepetitionWhenAnotherLoginChangedTheToken)
 {
-    std::map<std::string, Transfer> transfers = kFileTransfers;
+    std::map<std::string, Transfer> transfers = FileTransfers();
     transfers.insert({{"complete", kComplete}, {"cancel", kCancel}, {"metadata", kMetadata}});
     for (const auto& [name, transfer] : transfers)
     {
@@ -402,14 +354,15 @@ TEST(Transfers, AskForARepetitionWhenAnotherLoginChangedTheToken)
 
 TEST(Transfers, AreCancelledBeforeTheyAreSentAndUploadsAlsoAfterTheAnswer)
 {
-    for (const auto& [name, transfer] : kFileTransfers)
+    for (const auto& [name, transfer] : FileTransfers())
     {
         SCOPED_TRACE(name);
-        const bool isUpload = name.ends_with("upload") || name == "chunk";
+        const bool isUpload = name.ends_with("upload");
         ScriptedClient client;
         client.Negotiate("1.2");
         const Event event;
-        Caller caller{.cancel = event.Cancel(), .progress = {}, .given = {}};
+        Caller caller;
+        caller.cancel = event.Cancel();
         client.script.replies = {{200, kReply, 0, [&] { event.Signal(); }}};
         EXPECT_EQ(transfer(client.Api(), caller), isUpload ? 1223U : 0U);
         EXPECT_EQ(caller.given == nullptr, isUpload);
@@ -458,7 +411,7 @@ TEST(Transfers, DeltasHaveTimeoutsOfTheirOwn)
     ScriptedClient client;
     client.Negotiate();
     Caller caller;
-    for (const auto& transfer : {Upload(1), Upload(0), Download(L"sig")})
+    for (const auto& transfer : {Upload(1), Upload(0), DeltaDownload()})
         transfer(client.Api(), caller);
     EXPECT_EQ(client.script.connections,
               (Texts{"server:8080 send=300000 receive=600000", "server:8080 send=0 receive=0", "server:8080 send=0 receive=0"}));

@@ -1,0 +1,401 @@
+// Transfers over real sockets: every request byte by byte, and what becomes of those that are cancelled, closed or broken off on
+// the way.
+
+#include "LibraryOverWire.h"
+#include "TraceCapture.h"
+#include "Tracing.h"
+#include "TransferSupport.h"
+
+#include <algorithm>
+#include <atomic>
+
+namespace
+{
+
+using Lines = std::vector<std::string>;
+
+const std::string kReply = R"({"name":"new.txt","revision":"8","creation_time":"2020-01-02T03:04:05.6Z",)"
+                           R"("modification_time":"2020-01-02T03:04:05.6Z","size":1,"attributes":32})";
+
+// Larger than what the system's socket buffers take.
+constexpr std::uint64_t kLarge = 48 << 20;
+
+std::uint64_t BodyLength(const std::string& head)
+{
+    return std::strtoull(HeaderValue(head, "Content-Length").c_str(), nullptr, 10);
+}
+
+// Shakes hands, and leaves every other request, its head read, to the test.
+RawServer::Script AfterHandshake(std::function<void(RawConnection&, const std::string& head)> serve)
+{
+    return [serve = std::move(serve)](RawConnection& connection) {
+        for (;;)
+        {
+            const std::string head = connection.ReadHead();
+            if (const std::string handshake = AnswerHandshake(head); !handshake.empty())
+                connection.Send(handshake);
+            else
+                serve(connection, head);
+        }
+    };
+}
+
+class TransferWire : public testing::Test
+{
+protected:
+    // Has a server that serves as the test says, and a client that has shaken hands with it.
+    void Serve(std::function<void(RawConnection&, const std::string& head)> serve)
+    {
+        library.reset();
+        server = std::make_unique<RawServer>(AfterHandshake(std::move(serve)));
+        library = std::make_unique<Library>(*server);
+        std::uint32_t mode = 0;
+        std::uint32_t value = 0;
+        ASSERT_EQ((*library)->Init(mode, value), 0U);
+    }
+
+    [[nodiscard]] IQuendraHttpAPI& Api() const { return *library->operator->(); }
+
+    // A caller whose files are there: what uploads send and what downloads write into.
+    [[nodiscard]] Caller CallerWith(const std::string& content, const std::string& target = "before") const
+    {
+        Caller caller;
+        caller.item = MakeItem(static_cast<std::int64_t>(content.size()));
+        caller.signature = folder.Write("sent", content);
+        caller.local = folder.Write("target", target);
+        return caller;
+    }
+
+    // One whose files are large, and sparse where the file system can.
+    [[nodiscard]] Caller LargeCaller() const
+    {
+        Caller caller = CallerWith("");
+        std::filesystem::resize_file(folder / "sent", kLarge);
+        caller.item = MakeItem(kLarge);
+        return caller;
+    }
+
+    // Uploads send the file "sent", downloads write the file "target".
+    [[nodiscard]] ResultCode Perform(const std::string& name, const Transfer& transfer, Caller& caller) const
+    {
+        if (IsUpload(name))
+            caller.local = caller.signature;
+        return transfer(Api(), caller);
+    }
+
+    static bool IsUpload(const std::string& name) { return name.ends_with("upload"); }
+
+    const TemporaryFolder folder;
+    std::unique_ptr<RawServer> server;
+    std::unique_ptr<Library> library;
+};
+
+TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
+{
+    const std::string content = Pattern(100);
+    const auto part = [](const std::string& name, const std::string& value) {
+        return "--G\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value + "\r\n";
+    };
+    const auto file = [](const std::string& bytes) {
+        return "--G\r\nContent-Disposition: form-data; name=\"file\"; filename=\"a.txt\"\r\n"
+               "Content-Type: application/octet-stream\r\n\r\n" +
+               bytes + "\r\n--G--\r\n";
+    };
+    const auto chunk = [](Lines markers, const std::string& offset, const std::string& length) {
+        Lines lines = {"qd_file_size: 100",
+                       "qd_file_creation_time: 2020-01-02T03:04:05.600Z",
+                       "qd_file_modification_time: 2021-01-02T03:04:05.600Z",
+                       "qd_attributes: 32",
+                       "qd_revision: 7",
+                       "qd_offset: " + offset,
+                       "qd_block_size: " + length};
+        lines.insert(lines.end(), markers.begin(), markers.end());
+        lines.insert(lines.end(), {"Accept: application/json", "Content-Type: multipart/form-data; boundary=\"G\""});
+        return lines;
+    };
+    const std::string created = part("creation_time", "2020-01-02T03:04:05.600Z");
+    const std::string modified = part("modification_time", "2021-01-02T03:04:05.600Z");
+    const std::string rest = part("attributes", "32") + part("size", "100") + part("revision", "7");
+    const std::string resume = " /sync/resume/upload/d/a.txt?resume_id=0F8FAD5B-D9CB-469F-A165-70867728950E HTTP/1.1";
+    const Lines form = {"Accept: application/json", "Content-Type: multipart/form-data; boundary=\"G\""};
+    const Transfer complete = [](IQuendraHttpAPI& api, Caller& caller) {
+        return api.CompleteUpload(L"/d/a.txt", L"/d/b c.txt", kUpload, caller.given);
+    };
+    const Transfer cancel = [](IQuendraHttpAPI& api, Caller&) { return api.CancelUpload(L"/d/a.txt", kUpload); };
+    const Transfer metadata = [](IQuendraHttpAPI& api, Caller&) {
+        std::int64_t offset = 0;
+        std::uint32_t locked = 0;
+        return api.GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked);
+    };
+    struct Case
+    {
+        std::string name;
+        Transfer run;
+        std::string line;
+        Lines headers; ///< without the cookie and the length, which come last.
+        std::string body;
+    };
+    const Case cases[] = {
+        {"upload", Upload(0), "POST /sync/folders/d/a.txt HTTP/1.1", form,
+         part("operation", "create") + created + modified + rest + file(content)},
+        {"delta upload", Upload(1), "POST /sync/delta/d/a.txt HTTP/1.1", form, modified + created + rest + file(content)},
+        {"first upload", Chunk(0, 40, 1), "POST" + resume, chunk({"qd_start: true"}, "0", "40"), file(content.substr(0, 40))},
+        {"middle upload", Chunk(40, 30), "POST" + resume, chunk({}, "40", "30"), file(content.substr(40, 30))},
+        {"last upload", Chunk(70, 40), "POST" + resume, chunk({"qd_finish: true"}, "70", "30"), file(content.substr(70))},
+        {"only upload", Chunk(0, 100, 1), "POST" + resume, chunk({"qd_start: true", "qd_finish: true"}, "0", "100"), file(content)},
+        {"late upload", Chunk(101, 5), "POST" + resume, chunk({}, "101", "0"), file("")},
+        {"complete",
+         complete,
+         "POST" + resume,
+         {"qd_finish: true", "qd_new_path: /d/b c.txt", "Accept: application/json", "Content-Type: multipart/form-data; boundary=\"G\""},
+         "--G--\r\n"},
+        {"cancel", cancel, "DELETE" + resume, {"Accept: application/json"}, ""},
+        {"metadata", metadata, "GET" + resume, {"Accept: application/json"}, ""},
+        {"download", Download(), "GET /sync/folders/d/a.txt?revision=7 HTTP/1.1", {"Accept: application/octet-stream"}, ""},
+        {"delta",
+         DeltaDownload(),
+         "POST /sync/delta/d/a.txt?revision=7 HTTP/1.1",
+         {"Accept: application/octet-stream", "Content-Type: multipart/form-data; boundary=\"G\""},
+         file(content)},
+        {"range", Range(3, 5), "GET /sync/folders/d/a.txt?skip=3&count=5&revision=7 HTTP/1.1", {"Accept: application/octet-stream"}, ""},
+    };
+    std::string head;
+    std::string body;
+    Serve([&](RawConnection& connection, const std::string& received) {
+        head = received;
+        body = connection.Read(BodyLength(head));
+        connection.Send(HttpReply(200, kReply));
+    });
+    Api().SetSessionToken(L"abc");
+    for (const Case& transfer : cases)
+    {
+        SCOPED_TRACE(transfer.name);
+        Caller caller = CallerWith(content);
+        EXPECT_EQ(Perform(transfer.name, transfer.run, caller), 0U);
+
+        const std::string type = HeaderValue(head, "Content-Type");
+        if (const std::size_t quote = type.find('"'); quote != std::string::npos)
+        {
+            const std::string boundary = type.substr(quote + 1, type.size() - quote - 2);
+            ASSERT_EQ(boundary.size(), 38U);
+            EXPECT_EQ(BodyLength(head), body.size());
+            for (std::string* const text : {&head, &body})
+                for (std::size_t at = text->find(boundary); at != std::string::npos; at = text->find(boundary))
+                    text->replace(at, boundary.size(), "G");
+        }
+        Lines expected = transfer.headers;
+        expected.emplace_back("Cookie: session_token=abc");
+        if (!transfer.body.empty())
+            expected.push_back("Content-Length: " + HeaderValue(head, "Content-Length"));
+        // What the platform adds of itself stands anywhere.
+        Lines lines = HeaderLines(head);
+        std::erase_if(lines, [](const std::string& line) {
+            return line.starts_with("Host: ") || line == "Connection: Keep-Alive" || line == "Content-Length: 0";
+        });
+        EXPECT_EQ(head.substr(0, head.find("\r\n")), transfer.line);
+        EXPECT_EQ(lines, expected);
+        EXPECT_EQ(body, transfer.body);
+    }
+    EXPECT_EQ(folder.Read("target"), "bef" + kReply) << "a range goes to its place";
+    EXPECT_EQ(server->ConnectionCount(), 1U) << "no byte too many or too few: each next request began where the last one ended";
+}
+
+// Serves a transfer in the middle of which something happens; afterwards it goes on to its end, had nothing happened.
+void ServeLarge(RawConnection& connection, const std::string& head, const std::function<void()>& meanwhile)
+{
+    const std::string block(1 << 16, 'x');
+    const bool givesItem = HeaderValue(head, "Accept") == "application/json";
+    std::uint64_t left = BodyLength(head);
+    if (left != 0)
+    {
+        connection.Skip(100'000);
+        meanwhile();
+        for (left -= 100'000; left > 0; left -= std::min<std::uint64_t>(left, block.size()))
+            connection.Skip(std::min<std::uint64_t>(left, block.size()));
+    }
+    if (givesItem)
+        return connection.Send(HttpReply(200, kReply));
+    connection.Send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(kLarge) + "\r\n\r\n");
+    for (std::uint64_t sent = 0; sent < kLarge; sent += block.size())
+    {
+        connection.Send(block);
+        if (sent == block.size())
+            meanwhile();
+    }
+}
+
+TEST_F(TransferWire, ACancelEndsATransferOnItsWay)
+{
+    std::unique_ptr<Event> event;
+    Serve([&](RawConnection& connection, const std::string& head) { ServeLarge(connection, head, [&] { event->Signal(); }); });
+    for (const auto& [name, transfer] : FileTransfers(kLarge))
+    {
+        SCOPED_TRACE(name);
+        event = std::make_unique<Event>();
+        Caller caller = LargeCaller();
+        caller.cancel = event->Cancel();
+        const auto record = std::make_shared<ProgressRecord>();
+        caller.progress = record;
+        EXPECT_EQ(Perform(name, transfer, caller), 1223U);
+        EXPECT_EQ(caller.given, nullptr);
+        EXPECT_GT(record->moved, 0U);
+        EXPECT_LT(record->moved, kLarge);
+        const std::string target = folder.Read("target");
+        // What came before stays.
+        EXPECT_TRUE(name == "range" || target == (name == "download" ? std::string(record->moved, 'x') : "before"));
+    }
+}
+
+TEST_F(TransferWire, ClosingItsRequestEndsATransferOnItsWay)
+{
+    TraceCapture trace;
+    Serve([&](RawConnection& connection, const std::string& head) {
+        ServeLarge(connection, head, [&] { EXPECT_EQ(Api().CloseRequestHandle(L"/d/a.txt"), 0U); });
+    });
+    for (const auto& [name, transfer] : FileTransfers(kLarge))
+    {
+        SCOPED_TRACE(name);
+        Caller caller = LargeCaller();
+        trace.Clear();
+        const ResultCode code = Perform(name, transfer, caller);
+        EXPECT_TRUE(code == 12017 || code == 6 || code == 12019 || code == 12018) << code;
+        EXPECT_EQ(caller.given, nullptr);
+        EXPECT_EQ(Api().CloseRequestHandle(L"/d/a.txt"), 0U);
+        EXPECT_EQ(trace.CountOf(EVT_INFO, "Closed Request Handle for [/d/a.txt]"), 1U) << "gone from the map with its transfer";
+    }
+}
+
+TEST_F(TransferWire, ProgressIsToldInOrderUpToTheTotal)
+{
+    const std::string content = Pattern(100'000);
+    Serve([&](RawConnection& connection, const std::string& head) {
+        connection.Skip(BodyLength(head));
+        connection.Send(HttpReply(200, HeaderValue(head, "Accept") == "application/json" ? kReply : content));
+    });
+    const std::string blocks = "16384@16384 16384@32768 16384@49152 16384@65536 16384@81920 16384@98304 1696@100000 ";
+    const std::string chunk = "16384@26384 16384@42768 7232@50000 ";
+    for (const auto& [name, transfer] : std::map<std::string, Transfer>{{"upload", Upload(0)},
+                                                                        {"delta upload", Upload(1)},
+                                                                        {"chunk upload", Chunk(10'000, 40'000)},
+                                                                        {"download", Download()},
+                                                                        {"delta", DeltaDownload()},
+                                                                        {"range", Range(1, 100'000)}})
+    {
+        SCOPED_TRACE(name);
+        Caller caller = CallerWith(content);
+        const auto record = std::make_shared<ProgressRecord>();
+        caller.progress = record;
+        EXPECT_EQ(Perform(name, transfer, caller), 0U);
+        EXPECT_EQ(record->moved, name == "chunk upload" ? 40'000U : name == "delta" ? 200'000U : 100'000U);
+        EXPECT_EQ(record->last, name == "chunk upload" ? 50'000U : 100'000U);
+        EXPECT_TRUE(!IsUpload(name) || record->calls == (name == "chunk upload" ? chunk : blocks)) << record->calls;
+        EXPECT_TRUE(IsUpload(name) || record->calls.find("status:4 ") == (name == "delta" ? blocks.size() : 0U)) << record->calls;
+        EXPECT_EQ(record->inOrder, name != "delta") << "a delta tells of the signature first";
+        EXPECT_TRUE(IsUpload(name) || folder.Read("target") == (name == "range" ? "b" : "") + content);
+    }
+}
+
+TEST_F(TransferWire, ABrokenDownloadIsNeverASuccess)
+{
+    struct Case
+    {
+        const char* what;
+        std::string reply;
+        bool resets;
+        std::vector<ResultCode> expected; ///< of the whole file, whatever there is of it; others add their own.
+        std::string content = "before";
+    };
+    const std::string whole = Pattern(1000);
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n";
+    // Where several codes stand, the platforms' transports differ.
+    const Case cases[] = {
+        {"closed before the reply", "", false, {12030, 12152}},
+        {"reset before the reply", "", true, {12030, 12152, 10054}},
+        {"closed in the headers", "HTTP/1.1 200 OK\r\nContent-Le", false, {12030, 12152}},
+        {"reset in the headers", "HTTP/1.1 200 OK\r\nContent-Le", true, {12030, 12152, 10054}},
+        {"closed before the body", head, false, {12030}, ""},
+        {"closed in the body", head + whole.substr(0, 300), false, {12030}, whole.substr(0, 300)},
+        {"closed before the last byte", head + whole.substr(0, 999), false, {12030}, whole.substr(0, 999)},
+        {"refused", HttpReply(404, R"({"errorId":"5"})"), false, {20005, 20404}},
+        {"refused, and cut", "HTTP/1.1 404 No\r\nContent-Length: 1000\r\n\r\n{", false, {20000, 20404}},
+        {"part of it", HttpReply(206, whole), false, {20000, 20206}},
+        {"nothing of it", "HTTP/1.1 204 No\r\n\r\n", false, {20000, 20204}},
+    };
+    for (const Case& broken : cases)
+    {
+        for (const auto& [name, transfer] : FileTransfers())
+        {
+            if (IsUpload(name))
+                continue;
+            SCOPED_TRACE(std::string(broken.what) + ", " + name);
+            Serve([&](RawConnection& connection, const std::string& received) {
+                connection.Skip(BodyLength(received));
+                connection.Send(broken.reply);
+                if (broken.resets)
+                    connection.Reset();
+                throw ConnectionEnded();
+            });
+            Caller caller = CallerWith("signature");
+            const ResultCode code = transfer(Api(), caller);
+            EXPECT_TRUE(std::count(broken.expected.begin(), broken.expected.end(), code) != 0) << code;
+            EXPECT_EQ(caller.given, nullptr);
+            std::string content = broken.content;
+            if (name == "range" && content != "before") // its place is the second byte
+                content = "b" + content + std::string("before").substr(std::min<std::size_t>(content.size() + 1, 6));
+            EXPECT_EQ(folder.Read("target"), content);
+            EXPECT_TRUE(std::filesystem::remove(folder / "target")) << "nobody holds it open";
+            if (broken.content == "before")
+            {
+                static_cast<void>(transfer(Api(), caller));
+                EXPECT_FALSE(std::filesystem::exists(folder / "target")) << "a download without a body to keep makes no file";
+            }
+        }
+    }
+}
+
+TEST_F(TransferWire, ABrokenUploadIsNeverASuccess)
+{
+    struct Case
+    {
+        const char* what;
+        std::uint64_t reads; ///< bytes of the body
+        std::string reply;
+        bool resets;
+        std::vector<ResultCode> expected;
+    };
+    const Case cases[] = {
+        {"closed in the body", 100'000, "", false, {12030, 12152, 10054, 12002}},
+        {"reset before the body", 0, "", true, {12030, 12152, 10054}},
+        {"reset in the body", 100'000, "", true, {12030, 12152, 10054}},
+        {"closed before the reply", kLarge, "", false, {12030, 12152}},
+        {"reset before the reply", kLarge, "", true, {12030, 12152, 10054}},
+        {"closed in the headers", kLarge, "HTTP/1.1 200 OK\r\nContent-Le", false, {12030, 12152}},
+        {"closed before the reply's body", kLarge, "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n", false, {12152, 13}},
+        {"closed in the reply", kLarge, "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + kReply.substr(0, 40), false, {13}},
+        {"refused", kLarge, HttpReply(503, "busy"), false, {20503}},
+    };
+    const TemporaryFolder files;
+    for (const Case& broken : cases)
+    {
+        for (const auto& [name, transfer] : FileTransfers(kLarge))
+        {
+            if (!IsUpload(name))
+                continue;
+            SCOPED_TRACE(std::string(broken.what) + ", " + name);
+            Serve([&](RawConnection& connection, const std::string& received) {
+                connection.Skip(std::min(broken.reads, BodyLength(received)));
+                connection.Send(broken.reply);
+                if (broken.resets)
+                    connection.Reset();
+                throw ConnectionEnded();
+            });
+            Caller caller = LargeCaller();
+            const ResultCode code = Perform(name, transfer, caller);
+            EXPECT_TRUE(std::count(broken.expected.begin(), broken.expected.end(), code) != 0) << code;
+            EXPECT_EQ(caller.given, nullptr);
+            EXPECT_TRUE(std::filesystem::remove(folder / "sent")) << "nobody holds it open";
+        }
+    }
+}
+
+} // namespace

@@ -1,0 +1,96 @@
+// Downloads onto a disk that is full, and what transfers leave open, over real sockets.
+
+#include "LibraryOverWire.h"
+#include "TraceCapture.h"
+#include "Tracing.h"
+#include "TransferSupport.h"
+
+#include <csignal>
+#include <sys/resource.h>
+
+namespace
+{
+
+// Lets no file of this process grow further.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        std::signal(SIGXFSZ, SIG_IGN);
+        ::getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit{bytes, m_before.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() { ::setrlimit(RLIMIT_FSIZE, &m_before); }
+
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit m_before{};
+};
+
+TEST(TransferDisk, WhenFullEndsADownloadWithItsError)
+{
+    const std::string content = Pattern(300'000);
+    RawServer server(AnswerEach([&](const std::string& request) {
+        const std::string handshake = AnswerHandshake(request);
+        return handshake.empty() ? HttpReply(200, content) : handshake;
+    }));
+    const TemporaryFolder folder;
+    const Library library(server);
+    std::uint32_t mode = 0;
+    std::uint32_t value = 0;
+    ASSERT_EQ(library->Init(mode, value), 0U);
+    TraceCapture trace;
+    for (const auto& [name, transfer] : {std::pair{"whole", Download()}, std::pair{"delta", DeltaDownload()}})
+    {
+        SCOPED_TRACE(name);
+        Caller caller;
+        caller.signature = folder.Write("signature", "s");
+        const auto record = std::make_shared<ProgressRecord>();
+        caller.progress = record;
+        for (const wchar_t* const target : {L"/dev/full", L""})
+        {
+            caller.local = *target != L'\0' ? target : (folder / "target").wstring();
+            trace.Clear();
+            const FileSizeLimit limit(100'000);
+            EXPECT_EQ(transfer(*library.operator->(), caller), 112U);
+            EXPECT_TRUE(trace.Has(EVT_ERROR, "WriteFile failed, error code: 112"));
+            EXPECT_EQ(caller.given, nullptr);
+        }
+        EXPECT_EQ(folder.Read("target"), content.substr(0, 100'000)) << "what found room stays";
+        EXPECT_LE(record->last, 100'000U);
+    }
+}
+
+TEST(Transfers, LeaveNothingOpen)
+{
+    const auto descriptors = [] {
+        const std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
+    };
+    const TemporaryFolder folder;
+    const auto before = descriptors();
+    for (const char* const reply : {"", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc", "HTTP/1.1 404 No\r\nContent-Length: 0\r\n\r\n"})
+    {
+        RawServer server([&](RawConnection& connection) {
+            connection.ReadRequest();
+            connection.Send(reply);
+        });
+        const Library library(server);
+        for (const auto& [name, transfer] : FileTransfers())
+        {
+            Caller caller;
+            caller.signature = folder.Write("sent", Pattern(100));
+            caller.local = name.ends_with("upload") ? caller.signature : folder.Write("target", "before");
+            EXPECT_NE(transfer(*library.operator->(), caller), 0U) << name;
+            caller.local = (folder / "missing" / "file").wstring();
+            EXPECT_NE(transfer(*library.operator->(), caller), 0U) << name;
+        }
+    }
+    EXPECT_EQ(descriptors(), before);
+}
+
+} // namespace

@@ -7,6 +7,8 @@
 
 #include "QuendraHttp/QuendraHttp.h"
 
+#include <cstdlib>
+#include <functional>
 #include <string>
 
 // A server with one API version; tests say what else it answers.
@@ -17,6 +19,27 @@ inline std::string AnswerHandshake(const std::string& request, const std::string
     if (request.starts_with("GET /sync/init "))
         return HttpReply(200, R"({"device_token_auth":true})");
     return {};
+}
+
+// What the request's Content-Length announces.
+inline std::uint64_t BodyLength(const std::string& head)
+{
+    return std::strtoull(HeaderValue(head, "Content-Length").c_str(), nullptr, 10);
+}
+
+// Shakes hands, and leaves every other request, its head read, to the test.
+inline RawServer::Script AfterHandshake(std::function<void(RawConnection&, const std::string& head)> serve)
+{
+    return [serve = std::move(serve)](RawConnection& connection) {
+        for (;;)
+        {
+            const std::string head = connection.ReadHead();
+            if (const std::string handshake = AnswerHandshake(head); !handshake.empty())
+                connection.Send(handshake);
+            else
+                serve(connection, head);
+        }
+    };
 }
 
 class Library
@@ -33,6 +56,15 @@ public:
     Library& operator=(const Library&) = delete;
 
     IQuendraHttpAPI* operator->() const { return m_api; }
+
+    [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
+
+    ResultCode ShakeHands() const
+    {
+        std::uint32_t mode = 0;
+        std::uint32_t value = 0;
+        return m_api->Init(mode, value);
+    }
 
     ResultCode LogIn() const
     {

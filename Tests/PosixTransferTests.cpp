@@ -34,15 +34,13 @@ private:
 TEST(TransferDisk, WhenFullEndsADownloadWithItsError)
 {
     const std::string content = Pattern(300'000);
-    RawServer server(AnswerEach([&](const std::string& request) {
-        const std::string handshake = AnswerHandshake(request);
-        return handshake.empty() ? HttpReply(200, content) : handshake;
+    RawServer server(AfterHandshake([&](RawConnection& connection, const std::string& head) {
+        connection.Skip(BodyLength(head));
+        connection.Send(HttpReply(200, content));
     }));
     const TemporaryFolder folder;
     const Library library(server);
-    std::uint32_t mode = 0;
-    std::uint32_t value = 0;
-    ASSERT_EQ(library->Init(mode, value), 0U);
+    ASSERT_EQ(library.ShakeHands(), 0U);
     TraceCapture trace;
     for (const auto& [name, transfer] : {std::pair{"whole", Download()}, std::pair{"delta", DeltaDownload()}})
     {
@@ -56,7 +54,7 @@ TEST(TransferDisk, WhenFullEndsADownloadWithItsError)
             caller.local = *target != L'\0' ? target : (folder / "target").wstring();
             trace.Clear();
             const FileSizeLimit limit(100'000);
-            EXPECT_EQ(transfer(*library.operator->(), caller), 112U);
+            EXPECT_EQ(transfer(library.Api(), caller), 112U);
             EXPECT_TRUE(trace.Has(EVT_ERROR, "WriteFile failed, error code: 112"));
             EXPECT_EQ(caller.given, nullptr);
         }
@@ -85,9 +83,9 @@ TEST(Transfers, LeaveNothingOpen)
             Caller caller;
             caller.signature = folder.Write("sent", Pattern(100));
             caller.local = name.ends_with("upload") ? caller.signature : folder.Write("target", "before");
-            EXPECT_NE(transfer(*library.operator->(), caller), 0U) << name;
+            EXPECT_NE(transfer(library.Api(), caller), 0U) << name;
             caller.local = (folder / "missing" / "file").wstring();
-            EXPECT_NE(transfer(*library.operator->(), caller), 0U) << name;
+            EXPECT_NE(transfer(library.Api(), caller), 0U) << name;
         }
     }
     EXPECT_EQ(descriptors(), before);

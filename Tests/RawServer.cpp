@@ -178,7 +178,7 @@ public:
         return request;
     }
 
-    void Skip(std::uint64_t bytes) override
+    void Skip(std::uint64_t bytes, const std::function<void(std::string_view)>& look) override
     {
         while (bytes > 0)
         {
@@ -187,6 +187,8 @@ public:
                 Fill();
             }
             const auto count = std::min<std::uint64_t>(bytes, m_received.size());
+            if (look)
+                look(std::string_view(m_received).substr(0, static_cast<std::size_t>(count)));
             m_received.erase(0, static_cast<std::size_t>(count));
             bytes -= count;
         }

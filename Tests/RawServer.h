@@ -52,8 +52,8 @@ public:
     /// Reads a request with the body that its Content-Length announces, and records it.
     virtual std::string ReadRequest() = 0;
 
-    /// Reads bytes and forgets them.
-    virtual void Skip(std::uint64_t bytes) = 0;
+    /// Reads bytes and forgets them, after a look where one is wanted.
+    virtual void Skip(std::uint64_t bytes, const std::function<void(std::string_view)>& look = {}) = 0;
     virtual void Send(std::string_view bytes) = 0;
 
     /// Keeps the connection open, without reading, until the server is stopped.

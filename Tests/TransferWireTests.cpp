@@ -20,26 +20,6 @@ const std::string kReply = R"({"name":"new.txt","revision":"8","creation_time":"
 // Larger than what the system's socket buffers take.
 constexpr std::uint64_t kLarge = 48 << 20;
 
-std::uint64_t BodyLength(const std::string& head)
-{
-    return std::strtoull(HeaderValue(head, "Content-Length").c_str(), nullptr, 10);
-}
-
-// Shakes hands, and leaves every other request, its head read, to the test.
-RawServer::Script AfterHandshake(std::function<void(RawConnection&, const std::string& head)> serve)
-{
-    return [serve = std::move(serve)](RawConnection& connection) {
-        for (;;)
-        {
-            const std::string head = connection.ReadHead();
-            if (const std::string handshake = AnswerHandshake(head); !handshake.empty())
-                connection.Send(handshake);
-            else
-                serve(connection, head);
-        }
-    };
-}
-
 class TransferWire : public testing::Test
 {
 protected:
@@ -49,12 +29,10 @@ protected:
         library.reset();
         server = std::make_unique<RawServer>(AfterHandshake(std::move(serve)));
         library = std::make_unique<Library>(*server);
-        std::uint32_t mode = 0;
-        std::uint32_t value = 0;
-        ASSERT_EQ((*library)->Init(mode, value), 0U);
+        ASSERT_EQ(library->ShakeHands(), 0U);
     }
 
-    [[nodiscard]] IQuendraHttpAPI& Api() const { return *library->operator->(); }
+    [[nodiscard]] IQuendraHttpAPI& Api() const { return library->Api(); }
 
     // A caller whose files are there: what uploads send and what downloads write into.
     [[nodiscard]] Caller CallerWith(const std::string& content, const std::string& target = "before") const

@@ -140,9 +140,7 @@ TEST(Wire, ATokenInThePathGoesOutEscaped)
         return handshake.empty() ? HttpReply(404, "{}") : handshake;
     }));
     const Library library(server);
-    std::uint32_t mode = 0;
-    std::uint32_t value = 0;
-    ASSERT_EQ(library->Init(mode, value), 0U);
+    ASSERT_EQ(library.ShakeHands(), 0U);
     library->SetSessionToken(ToWide("t \xC3\xA9\xF0\x9F\x98\x80"));
     std::shared_ptr<IServerAttributes> item;
     EXPECT_EQ(library->GetPathAttributes(L"/a", item), 20404U);

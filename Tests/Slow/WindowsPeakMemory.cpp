@@ -1,0 +1,11 @@
+#include "PeakMemory.h"
+
+#include <psapi.h>
+#include <windows.h>
+
+std::uint64_t PeakMemory()
+{
+    PROCESS_MEMORY_COUNTERS counters = {};
+    counters.cb = sizeof counters;
+    return GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters) != FALSE ? counters.PeakWorkingSetSize : 0;
+}

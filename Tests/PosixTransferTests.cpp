@@ -63,6 +63,33 @@ TEST(TransferDisk, WhenFullEndsADownloadWithItsError)
     }
 }
 
+// Wine's WinHTTP takes a reply that ends in its headers for a whole one.
+TEST(Transfers, AReplyThatEndsInItsHeadersIsNone)
+{
+    for (const bool resets : {false, true})
+    {
+        RawServer server(AfterHandshake([&](RawConnection& connection, const std::string& head) {
+            connection.Skip(BodyLength(head));
+            connection.Send("HTTP/1.1 200 OK\r\nContent-Le");
+            if (resets)
+                connection.Reset();
+            throw ConnectionEnded();
+        }));
+        const TemporaryFolder folder;
+        const Library library(server);
+        ASSERT_EQ(library.ShakeHands(), 0U);
+        for (const auto& [name, transfer] : FileTransfers())
+        {
+            Caller caller;
+            caller.signature = folder.Write("sent", Pattern(100));
+            caller.local = name.ends_with("upload") ? caller.signature : folder.Write("target", "before");
+            EXPECT_EQ(transfer(library.Api(), caller), 12030U) << name;
+            EXPECT_EQ(caller.given, nullptr);
+            EXPECT_TRUE(name.ends_with("upload") || folder.Read("target") == "before");
+        }
+    }
+}
+
 TEST(Transfers, LeaveNothingOpen)
 {
     const auto descriptors = [] {

@@ -5,6 +5,8 @@
 
 #include "LibraryOverWire.h"
 #include "PeakMemory.h"
+#include "TraceCapture.h"
+#include "Tracing.h"
 #include "TransferSupport.h"
 
 #include <algorithm>
@@ -188,7 +190,8 @@ TEST_F(LargeTransfer, ComesDownWhole)
         m_size = size;
         Caller caller;
         caller.local = (m_folder / "target").wstring();
-        EXPECT_EQ(Download()(m_library.Api(), caller), 0U);
+        const TraceCapture trace(EVT_ERROR);
+        EXPECT_EQ(Download()(m_library.Api(), caller), 0U) << trace;
         std::ifstream file(m_folder / "target", std::ios::binary);
         Comparison comparison(0);
         std::string block = kZeros;

@@ -1,7 +1,8 @@
 #include "PeakMemory.h"
 
+#include "Platform/Platform.h"
+
 #include <psapi.h>
-#include <windows.h>
 
 std::uint64_t PeakMemory()
 {

@@ -42,9 +42,7 @@ public:
     void Close()
     {
         if (m_handle != nullptr)
-        {
             WinHttpCloseHandle(std::exchange(m_handle, nullptr));
-        }
     }
 
 private:
@@ -71,9 +69,7 @@ inline HttpResult ReadReply(HINTERNET request)
     HttpResult result;
     result.error = ErrorOfCall(WinHttpReceiveResponse(request, nullptr));
     if (result.error != ERROR_SUCCESS)
-    {
         return result;
-    }
     const auto status = StatusText(request);
     if (status.empty())
     {
@@ -87,9 +83,7 @@ inline HttpResult ReadReply(HINTERNET request)
         DWORD count = 0;
         result.error = ErrorOfCall(WinHttpQueryDataAvailable(request, &available));
         if (result.error != ERROR_SUCCESS || available == 0)
-        {
             return result;
-        }
         const auto before = result.body.size();
         result.body.resize(before + available);
         result.error = ErrorOfCall(WinHttpReadData(request, result.body.data() + before, available, &count));
@@ -175,9 +169,7 @@ public:
     {
         auto result = m_result.get_future();
         if (result.wait_for(std::chrono::seconds(5)) != std::future_status::ready)
-        {
             ADD_FAILURE() << "the call does not return";
-        }
         return result.get();
     }
 

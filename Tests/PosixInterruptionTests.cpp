@@ -63,9 +63,7 @@ public:
     ~DeafListener()
     {
         for (const int socket : m_sockets)
-        {
             ::close(socket);
-        }
     }
 
     std::uint16_t Port() const { return m_port; }
@@ -139,9 +137,7 @@ TEST(PosixInterruption, EndsAReceiveAndARead)
 {
     RawServer server([](RawConnection& connection) {
         if (connection.ReadHead().starts_with("GET /part"))
-        {
             connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc");
-        }
         connection.Hold();
     });
     const HttpClient client(server.Port());
@@ -168,13 +164,9 @@ TEST(PosixInterruption, MeetsRequestsAtAnyPoint)
             EXPECT_TRUE(error == ERROR_SUCCESS || error == ERROR_INVALID_HANDLE || error == ERROR_WINHTTP_OPERATION_CANCELLED) << error;
         });
         while (steps == 0)
-        {
             std::this_thread::yield();
-        }
         for (int spin = 0; spin < round * 20; ++spin)
-        {
             std::this_thread::yield();
-        }
         request.Close();
         worker.join();
     }

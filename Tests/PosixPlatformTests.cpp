@@ -120,9 +120,7 @@ TEST_F(PosixFiles, DoNotLeakIntoOtherProgramsOrBeyondTheirHandles)
     const auto descriptors = [] {
         std::set<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        {
             names.insert(entry.path().filename());
-        }
         return names.size();
     };
     const auto before = descriptors();
@@ -189,9 +187,7 @@ TEST(PosixEvents, WakeOtherThreads)
         EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(taken, 0));
     }
     for (auto& waiter : waiters)
-    {
         waiter.join();
-    }
     CloseHandle(automatic);
     CloseHandle(manual);
     CloseHandle(taken);
@@ -248,13 +244,9 @@ TEST(PosixText, CrossesBetweenWideAndNarrow)
         expectNarrow(test);
     }
     for (const auto& test : toWide)
-    {
         expectWide(test);
-    }
     for (const auto& test : toNarrow)
-    {
         expectNarrow(test);
-    }
 }
 
 TEST(PosixText, ChecksSizesAndArguments)
@@ -379,9 +371,7 @@ protected:
         Value value;
         value.error = static_cast<DWORD>(RegOpenKeyExW(root, path, 0, KEY_QUERY_VALUE, &key));
         if (value.error != ERROR_SUCCESS)
-        {
             return value;
-        }
         DWORD size = 0;
         value.error = static_cast<DWORD>(RegQueryValueExW(key, name, nullptr, &value.type, nullptr, &size));
         if (value.error == ERROR_SUCCESS)
@@ -439,9 +429,7 @@ TEST_F(PosixRegistry, ReadsValuesOfEveryType)
     }
     for (const wchar_t* const name :
          {L"TooBig", L"Negative", L"Part", L"Flag", L"Null", L"Mixed", L"BadHex", L"BadType", L"NoData", L"Other"})
-    {
         EXPECT_EQ(ERROR_FILE_NOT_FOUND, Query(HKEY_CURRENT_USER, L"Software\\Ostvalen\\Quendra", name).error) << name;
-    }
     EXPECT_EQ(Bytes(L"unnamed\0"sv), Query(HKEY_USERS, L"S-1\\Software", nullptr).data);
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, Query(HKEY_LOCAL_MACHINE, L"Software", L"x").error);
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, Query(HKEY_CURRENT_USER, L"Software", L"x").error);

@@ -24,9 +24,7 @@ std::string Pattern(std::size_t size)
 {
     std::string text(size, '\0');
     for (std::size_t at = 0; at < size; ++at)
-    {
         text[at] = static_cast<char>((at * 31 + at / 251) & 0xFF);
-    }
     return text;
 }
 
@@ -176,9 +174,7 @@ TEST(PosixWinHttpWire, AnnouncesMoreThanFourGibibytes)
     EXPECT_EQ("5000000000", HeaderValue(head, "Content-Length"));
     for (const wchar_t* const bad :
          {L"Content-Length: x", L"Content-Length: -1", L"Content-Length: 99999999999999999999", L"Content-Length:"})
-    {
         EXPECT_EQ(ERROR_INVALID_PARAMETER, SendWhole(client.Open(L"POST").Get(), {}, bad));
-    }
     EXPECT_EQ(ERROR_INVALID_PARAMETER, SendWhole(client.Open(L"POST").Get(), "four", L"Content-Length: 3"));
 }
 
@@ -186,14 +182,10 @@ TEST(PosixWinHttpWire, TakesServersAsNamesAndAddresses)
 {
     RawServer server(AnswerEach([](const std::string& request) { return HttpReply(200, HeaderValue(request, "Host")); }), "::1");
     for (const wchar_t* const name : {L"::1", L"[::1]"})
-    {
         EXPECT_EQ("[::1]:" + std::to_string(server.Port()), HttpClient(server.Port(), name).Get().body);
-    }
     for (const wchar_t* const name : {L"", L"name.invalid", L"localhost/x", L"localhost:80", L"http://localhost", L"a@localhost", L"a b",
                                       L"[::1", L"%6c", L"x\\y", L"1:2:3", L"a\r\nb"})
-    {
         EXPECT_EQ(ERROR_WINHTTP_NAME_NOT_RESOLVED, HttpClient(server.Port(), name).Get().error) << name;
-    }
 }
 
 TEST(PosixWinHttpWire, GoesThroughTheProxyOfTheEnvironment)
@@ -349,9 +341,7 @@ TEST(PosixWinHttpConnections, ServeManyThreads)
         });
     }
     for (auto& thread : threads)
-    {
         thread.join();
-    }
     EXPECT_EQ(kThreads * 20, server.Requests().size());
     EXPECT_LE(server.ConnectionCount(), kThreads);
 }
@@ -385,9 +375,7 @@ TEST(PosixWinHttpFailures, HaveTheirErrorValues)
             connection.ReadRequest();
             connection.Send(test.reply);
             if (test.reset)
-            {
                 connection.Reset();
-            }
         });
         const auto result = HttpClient(server.Port()).Get();
         EXPECT_EQ(test.error, result.error) << test.reply;
@@ -420,9 +408,7 @@ TEST(PosixWinHttpFailures, StayWithTheRequest)
     const auto block = Pattern(100'000);
     DWORD error = ERROR_SUCCESS;
     for (int count = 0; count < 10'000 && error == ERROR_SUCCESS; ++count)
-    {
         error = ErrorOfCall(WinHttpWriteData(request.Get(), block.data(), static_cast<DWORD>(block.size()), nullptr));
-    }
     EXPECT_EQ(ERROR_WINHTTP_CONNECTION_ERROR, error);
     EXPECT_EQ(ERROR_WINHTTP_CONNECTION_ERROR, ErrorOfCall(WinHttpWriteData(request.Get(), "x", 1, nullptr)));
     EXPECT_EQ(ERROR_WINHTTP_CONNECTION_ERROR, ErrorOfCall(WinHttpReceiveResponse(request.Get(), nullptr)));
@@ -432,9 +418,7 @@ TEST(PosixWinHttpFailures, TimeOutWithoutProgress)
 {
     RawServer server([](RawConnection& connection) {
         if (connection.ReadHead().starts_with("GET /part"))
-        {
             connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc");
-        }
         connection.Hold();
     });
     const HttpClient client(server.Port());
@@ -482,18 +466,14 @@ TEST(PosixWinHttpFailures, EarlyRefusalsAreStillRead)
             connection.Send(HttpReply(401, "no"));
             answered.Open();
             if (!ends)
-            {
                 connection.Hold();
-            }
             connection.AwaitEnd();
         });
         const HttpClient client(server.Port());
         const auto request = client.Open(L"POST");
         ASSERT_EQ(ERROR_SUCCESS, SendWhole(request.Get(), {}, L"Content-Length: 100000000"));
         for (int count = 0; count < 1000; ++count)
-        {
             ASSERT_EQ(ERROR_SUCCESS, ErrorOfCall(WinHttpWriteData(request.Get(), block.data(), static_cast<DWORD>(block.size()), nullptr)));
-        }
         const auto result = ReadReply(request.Get());
         EXPECT_EQ(ERROR_SUCCESS, result.error);
         EXPECT_EQ(401, result.status);

@@ -23,9 +23,7 @@ public:
     ~Socket()
     {
         if (m_handle != Sockets::kNone)
-        {
             Sockets::Close(m_handle);
-        }
     }
     Socket(Socket&& other) noexcept : m_handle(std::exchange(other.m_handle, Sockets::kNone)) {}
     Socket& operator=(Socket&&) = delete;
@@ -75,9 +73,7 @@ public:
         m_stopping = true;
         m_acceptor.join();
         for (auto& thread : m_threads)
-        {
             thread.join();
-        }
     }
 
     std::uint16_t Port() const { return m_port; }
@@ -115,9 +111,7 @@ private:
         Socket listener(::socket(storage.ss_family, SOCK_STREAM, 0));
         if (::bind(listener.Get(), name, size) != 0 || ::listen(listener.Get(), SOMAXCONN) != 0 ||
             ::getsockname(listener.Get(), name, &size) != 0)
-        {
             throw std::runtime_error("the test server cannot listen");
-        }
         // The port stands at the same place in both kinds of address.
         m_port = ntohs(reinterpret_cast<sockaddr_in&>(storage).sin_port);
         Sockets::MakeNonBlocking(listener.Get());
@@ -162,9 +156,7 @@ public:
     std::string Read(std::uint64_t bytes) override
     {
         while (m_received.size() < bytes)
-        {
             Fill();
-        }
         return Take(static_cast<std::size_t>(bytes));
     }
 
@@ -183,9 +175,7 @@ public:
         while (bytes > 0)
         {
             if (m_received.empty())
-            {
                 Fill();
-            }
             const auto count = std::min<std::uint64_t>(bytes, m_received.size());
             if (look)
                 look(std::string_view(m_received).substr(0, static_cast<std::size_t>(count)));
@@ -201,9 +191,7 @@ public:
             AwaitReady(true);
             const auto count = Sockets::Send(m_socket.Get(), bytes.data(), bytes.size());
             if (count < 0 && !Sockets::WouldBlock())
-            {
                 throw ConnectionEnded();
-            }
             bytes.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
         }
     }
@@ -211,9 +199,7 @@ public:
     void Hold() override
     {
         while (!m_server.m_stopping)
-        {
             std::this_thread::sleep_for(std::chrono::milliseconds(kPollMilliseconds));
-        }
     }
 
     void AwaitEnd() override
@@ -237,9 +223,7 @@ private:
         do
         {
             if (m_server.m_stopping)
-            {
                 throw ConnectionEnded();
-            }
         } while (!Sockets::IsReady(m_socket.Get(), forWriting, kPollMilliseconds));
     }
 
@@ -249,9 +233,7 @@ private:
         AwaitReady(false);
         const auto count = Sockets::Receive(m_socket.Get(), block.data(), block.size());
         if (count == 0 || (count < 0 && !Sockets::WouldBlock()))
-        {
             throw ConnectionEnded();
-        }
         m_received.append(block.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
     }
 
@@ -273,14 +255,10 @@ void RawServer::Implementation::Accept()
     while (!m_stopping)
     {
         if (!Sockets::IsReady(m_listener.Get(), false, kPollMilliseconds))
-        {
             continue;
-        }
         Socket accepted(::accept(m_listener.Get(), nullptr, nullptr));
         if (accepted.Get() == Sockets::kNone)
-        {
             continue;
-        }
         auto connection = std::make_unique<Connection>(*this, std::move(accepted), m_connections++);
         m_threads.emplace_back([this, own = std::move(connection)] {
             try
@@ -330,9 +308,7 @@ RawServer::Script AnswerEach(std::function<std::string(const std::string& reques
 {
     return [answer = std::move(answer)](RawConnection& connection) {
         while (true)
-        {
             connection.Send(answer(connection.ReadRequest()));
-        }
     };
 }
 
@@ -346,9 +322,7 @@ std::string HeaderValue(const std::string& request, std::string_view name)
         rest.remove_prefix(std::min(end + 2, rest.size()));
         const auto colon = line.find(':');
         if (line.empty())
-        {
             break;
-        }
         if (colon != std::string_view::npos && EqualsIgnoringCase(line.substr(0, colon), name))
         {
             const auto value = line.substr(colon + 1);

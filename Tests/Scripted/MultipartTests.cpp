@@ -85,12 +85,7 @@ TEST_F(Multipart, AWholeBodyHasItsLayoutAndHeaders)
                                               {type, 0xA0000000},
                                               {L"Accept: application/octet-stream", 0x60000000},
                                               {type, 0xA0000000}};
-    ASSERT_EQ(g_script.headers.size(), std::size(expected));
-    for (std::size_t i = 0; i < std::size(expected); ++i)
-    {
-        EXPECT_TRUE(g_script.headers[i].text == expected[i].text) << i;
-        EXPECT_EQ(g_script.headers[i].modifiers, expected[i].modifiers) << i;
-    }
+    EXPECT_TRUE(std::equal(g_script.headers.begin(), g_script.headers.end(), std::begin(expected), std::end(expected)));
     for (const int failing : {5, 6})
     {
         g_script.Fail("WinHttpAddRequestHeaders", 8, failing);

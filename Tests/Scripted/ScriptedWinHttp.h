@@ -28,6 +28,8 @@ struct WinHttpScript
     {
         std::wstring text;
         DWORD modifiers;
+
+        bool operator==(const Header&) const = default;
     };
 
     /// Makes the n-th call (from 1) of a function fail.

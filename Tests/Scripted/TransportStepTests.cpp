@@ -3,21 +3,18 @@
 #include "ScriptedWinHttp.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
+#include "TransferSupport.h"
 #include "WinHttpImpl.h"
 #include "WinHttpImplRequest.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <random>
 
 namespace
 {
 
 using Piece = WinHttpScript::Piece;
+using Texts = std::vector<std::string>;
 
 // A reply in memory that a test does not have to free.
 struct Reply : ResponseBuffer
@@ -32,17 +29,16 @@ struct Reply : ResponseBuffer
 class TransportSteps : public testing::Test
 {
 protected:
-    TransportSteps()
+    TransportSteps() { Restart(); }
+
+    // Objects of their own, with nothing recorded.
+    void Restart()
     {
         g_script = {};
-        MakeObjects();
-    }
-
-    void MakeObjects()
-    {
         session = std::make_shared<WinHttpSession>();
         connection = std::make_shared<WinHttpConnection>();
         request = std::make_shared<WinHttpRequest>(session);
+        trace.Clear();
     }
 
     ResultCode InitialiseConnection(std::uint64_t send = 0, std::uint64_t receive = 0)
@@ -50,23 +46,12 @@ protected:
         return connection->Initialise(L"server", 8080, session, send, receive);
     }
 
-    ResultCode InitialiseRequest(const wchar_t* path = L"/path") { return request->Initialise(path, L"GET", connection, nullptr, 0); }
-
     ResultCode GetFile(const CancelEvent* cancelEvent = nullptr, std::uint32_t offsetLow = 0, std::uint32_t offsetHigh = 0)
     {
-        return request->SendRequestGetResponse(target.wstring(), cancelEvent, progress, true, offsetLow, offsetHigh);
+        return request->SendRequestGetResponse((folder / "target").wstring(), cancelEvent, progress, true, offsetLow, offsetHigh);
     }
 
-    [[nodiscard]] std::string TargetContent() const
-    {
-        std::ifstream file(target, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-    void TearDown() override { std::filesystem::remove(target); }
-
-    const std::filesystem::path target =
-        std::filesystem::temp_directory_path() / ("quendra-steps-" + std::to_string(std::random_device()()));
+    const TemporaryFolder folder;
     TraceCapture trace;
     std::shared_ptr<WinHttpSession> session;
     std::shared_ptr<WinHttpConnection> connection;
@@ -79,150 +64,88 @@ TEST_F(TransportSteps, AFailingStepEndsWithItsMessageAndCode)
 {
     struct Case
     {
-        const char* step;
+        std::function<ResultCode()> run;
         const char* fails;
         int call;
         DWORD error;
-        std::function<ResultCode()> run;
         ResultCode expected;
-        std::vector<std::string> messages;
+        Texts messages;
     };
     const auto newSession = [this] { return session->Initialise(); };
     const auto newConnection = [this] { return InitialiseConnection(); };
-    const auto newRequest = [this] { return InitialiseRequest(); };
+    const auto newRequest = [this] { return request->Initialise(L"/path", L"GET", connection, nullptr, 0); };
     const auto getInMemory = [this] { return request->GetResponse(reply); };
     const auto getFile = [this] { return GetFile(); };
-    const auto setToken = [this] { session->SetSessionToken(L"abc"); };
-    const auto startRequest = [this, setToken] {
-        setToken();
-        return request->StartRequest(5);
+    const auto header = [this] { return request->AddHeader(L"a", L"b"); };
+    const auto field = [this] { return request->AppendFormData("a", L"b", true); };
+    const auto start = [this] { return request->StartRequest(5); };
+    const auto post = [this] { return request->SendPostData(); };
+    const auto option = [this] { return session->SetOption(3, nullptr, 0); };
+    const auto query = [this] {
+        DWORD length = 0;
+        return session->QueryOption(3, nullptr, length);
     };
-
-    const std::vector<Case>
-        cases =
-            {
-                {"session", "WinHttpOpen", 1, 12004, newSession, 0x80072EE4, {"WinHttpOpen failed, error code: 12004"}},
-                {"session", "WinHttpSetTimeouts", 1, 87, newSession, 0x80070057, {"WinHttpSetTimeouts failed, error code: 87"}},
-                {"session, an error above 16 bits",
-                 "WinHttpOpen",
-                 1,
-                 0x12345,
-                 newSession,
-                 0x80072345,
-                 {"WinHttpOpen failed, error code: 74565"}},
-                {"session, a negative error",
-                 "WinHttpOpen",
-                 1,
-                 0x80070005,
-                 newSession,
-                 0x80070005,
-                 {"WinHttpOpen failed, error code: -2147024891"}},
-                {"connection", "WinHttpConnect", 1, 12005, newConnection, 0x80072EE5, {"WinHttpConnect failed, error code: 12005"}},
-                {"connection, timeouts only warn", "WinHttpSetTimeouts", 1, 6, newConnection, 0, {}},
-                {"request", "WinHttpOpenRequest", 1, 12018, newRequest, 0x80072EF2, {"WinHttpOpenRequest failed, error code: 12018"}},
-                {"header",
-                 "WinHttpAddRequestHeaders",
-                 1,
-                 12153,
-                 [this] { return request->AddHeader(L"a", L"b"); },
-                 12153,
-                 {"Failed to add header [a: b], error: 12153"}},
-                {"form field",
-                 "WinHttpAddRequestHeaders",
-                 1,
-                 8,
-                 [this] {
-        return request->AppendFormData("a", L"b", true);
-                 },
-                 8,
-                 {"Failed to AddRequestHeaders - 8"}},
-                {"start, cookie", "WinHttpAddRequestHeaders", 1, 8, startRequest, 8, {"WinHttpAddRequestHeaders failed, error code: 8"}},
-                {"start, send", "WinHttpSendRequest", 1, 12029, startRequest, 12029, {"WinHttpSendRequest failed, error code: 12029"}},
-                {"post data", "WinHttpWriteData", 1, 12030, [this] { return request->SendPostData(); }, 12030, {}},
-                {"memory, accept", "WinHttpAddRequestHeaders", 1, 8, getInMemory, 8, {}},
-                {"memory, cookie",
-                 "WinHttpAddRequestHeaders",
-                 2,
-                 8,
-                 [=] {
-        setToken();
-        return getInMemory();
-                 },
-                 8,
-                 {"WinHttpAddRequestHeaders failed, error code: 8"}},
-        {"memory, send", "WinHttpSendRequest", 1, 12007, getInMemory, 12007, {"WinHttpSendRequest failed, error code: 12007"}},
-        {"memory, receive", "WinHttpReceiveResponse", 1, 12002, getInMemory, 12002, {"WinHttpReceiveResponse failed, error code: 12002"}},
-        {"memory, status size", "WinHttpQueryHeaders", 1, 12150, getInMemory, 12150, {"WinHttpQueryHeaders failed, error code: 12150"}},
-        {"memory, status", "WinHttpQueryHeaders", 2, 12150, getInMemory, 12150, {"WinHttpQueryHeaders failed, error code: 12150"}},
-        {"file, accept", "WinHttpAddRequestHeaders", 1, 8, getFile, 8, {"WinHttpAddRequestHeaders failed, error code: 8"}},
-        {"file, cookie",
-         "WinHttpAddRequestHeaders",
-         2,
-         8,
-         [=] {
-        setToken();
-        return getFile();
-         },
-         8,
-         {"WinHttpAddRequestHeaders failed, error code: 8"}},
-        {"file, send",
+    const char* const add = "WinHttpAddRequestHeaders";
+    const Texts cookie = {"WinHttpAddRequestHeaders failed, error code: 8"};
+    const Texts status = {"WinHttpQueryHeaders failed, error code: 12150"};
+    const Case cases[] = {
+        {newSession, "WinHttpOpen", 1, 12004, 0x80072EE4, {"WinHttpOpen failed, error code: 12004"}},
+        {newSession, "WinHttpSetTimeouts", 1, 87, 0x80070057, {"WinHttpSetTimeouts failed, error code: 87"}},
+        {newSession, "WinHttpOpen", 1, 0x12345, 0x80072345, {"WinHttpOpen failed, error code: 74565"}},
+        {newSession, "WinHttpOpen", 1, 0x80070005, 0x80070005, {"WinHttpOpen failed, error code: -2147024891"}},
+        {newConnection, "WinHttpConnect", 1, 12005, 0x80072EE5, {"WinHttpConnect failed, error code: 12005"}},
+        {newConnection, "WinHttpSetTimeouts", 1, 6, 0, {}}, // warned of only
+        {newRequest, "WinHttpOpenRequest", 1, 12018, 0x80072EF2, {"WinHttpOpenRequest failed, error code: 12018"}},
+        {header, add, 1, 12153, 12153, {"Failed to add header [a: b], error: 12153"}},
+        {field, add, 1, 8, 8, {"Failed to AddRequestHeaders - 8"}},
+        {start, add, 1, 8, 8, cookie},
+        {start, "WinHttpSendRequest", 1, 12029, 12029, {"WinHttpSendRequest failed, error code: 12029"}},
+        {post, "WinHttpWriteData", 1, 12030, 12030, {}},
+        {getInMemory, add, 1, 8, 8, {}},
+        {getInMemory, add, 2, 8, 8, cookie},
+        {getInMemory, "WinHttpSendRequest", 1, 12007, 12007, {"WinHttpSendRequest failed, error code: 12007"}},
+        {getInMemory, "WinHttpReceiveResponse", 1, 12002, 12002, {"WinHttpReceiveResponse failed, error code: 12002"}},
+        {getInMemory, "WinHttpQueryHeaders", 1, 12150, 12150, status},
+        {getInMemory, "WinHttpQueryHeaders", 2, 12150, 12150, status},
+        {getFile, add, 1, 8, 8, cookie},
+        {getFile, add, 2, 8, 8, cookie},
+        {getFile,
          "WinHttpSendRequest",
          1,
          12029,
-         getFile,
          12029,
          {"WinHttpSendRequest failed, error code: 12029", "SendRequest failed, error code: 12029"}},
-        {"file, receive", "WinHttpReceiveResponse", 1, 12030, getFile, 12030, {"WinHttpReceiveResponse failed, error code: 12030"}},
-        {"file, status size", "WinHttpQueryHeaders", 1, 12150, getFile, 12150, {"WinHttpQueryHeaders failed, error code: 12150"}},
-        {"file, status", "WinHttpQueryHeaders", 2, 12150, getFile, 12150, {"WinHttpQueryHeaders failed, error code: 12150"}},
-        {"option",
-         "WinHttpSetOption",
-         1,
-         12009,
-         [this] { return session->SetOption(3, nullptr, 0); },
-         0x80072EE9,
-         {"WinHttpSetOption failed, error code: 12009"}},
-        {"option query",
-         "WinHttpQueryOption",
-         1,
-         12009,
-         [this] {
-        DWORD length = 0;
-        return session->QueryOption(3, nullptr, length);
-         },
-         0x80072EE9,
-         {"WinHttpQueryOption failed, error code: 12009"}},
-        };
+        {getFile, "WinHttpReceiveResponse", 1, 12030, 12030, {"WinHttpReceiveResponse failed, error code: 12030"}},
+        {getFile, "WinHttpQueryHeaders", 1, 12150, 12150, status},
+        {getFile, "WinHttpQueryHeaders", 2, 12150, 12150, status},
+        {option, "WinHttpSetOption", 1, 12009, 0x80072EE9, {"WinHttpSetOption failed, error code: 12009"}},
+        {query, "WinHttpQueryOption", 1, 12009, 0x80072EE9, {"WinHttpQueryOption failed, error code: 12009"}},
+    };
     for (const Case& step : cases)
     {
-        SCOPED_TRACE(std::string(step.step) + ": " + step.fails);
-        g_script = {};
-        MakeObjects();
+        SCOPED_TRACE(std::to_string(&step - cases) + ": " + step.fails);
+        Restart();
+        session->SetSessionToken(L"abc");
         g_script.Fail(step.fails, step.error, step.call);
-        trace.Clear();
         EXPECT_EQ(step.run(), step.expected);
         EXPECT_EQ(trace.Messages(EVT_ERROR), step.messages);
-        EXPECT_FALSE(std::filesystem::exists(target)) << "a refused download touches no file";
+        EXPECT_FALSE(std::filesystem::exists(folder / "target")) << "a refused download touches no file";
     }
 }
 
-TEST_F(TransportSteps, TheSessionOpensWithItsOwnTimeouts)
+TEST_F(TransportSteps, TheSessionHasTimeoutsOfItsOwnUntilAConnectionPutsTheSettings)
 {
     EXPECT_EQ(session->Initialise(), 0U);
-    EXPECT_EQ(g_script.timeouts, (std::vector<std::vector<int>>{{60000, 60000, 300000, 300000}}));
     EXPECT_TRUE(trace.Has(EVT_INFO, "Successfully initialised http session"));
-}
-
-TEST_F(TransportSteps, ConnectionsPutTheSettingsTimeoutsOnTheSession)
-{
     EXPECT_EQ(InitialiseConnection(), 0U);
     EXPECT_EQ(InitialiseConnection(0, 600000), 0U);
     EXPECT_EQ(InitialiseConnection((std::uint64_t{1} << 32) + 7, 0), 0U) << "the low half of an override counts";
     EXPECT_EQ(g_script.timeouts,
-              (std::vector<std::vector<int>>{{0, 60000, 60000, 60000}, {0, 60000, 60000, 600000}, {0, 60000, 7, 60000}}));
+              (std::vector<std::vector<int>>{
+                  {60000, 60000, 300000, 300000}, {0, 60000, 60000, 60000}, {0, 60000, 60000, 600000}, {0, 60000, 7, 60000}}));
     EXPECT_TRUE(trace.Has(EVT_INFO, "Calling WinHttpSetTimeouts. CONN:60000, RES:0, SEND:60000, RECV:60000"));
 
-    g_script.Fail("WinHttpSetTimeouts", 6, 4);
+    g_script.Fail("WinHttpSetTimeouts", 6, 5);
     EXPECT_EQ(InitialiseConnection(), 0U);
     EXPECT_TRUE(trace.Has(EVT_WARNING, "WinHttpSetTimeouts failed with error code: [6]. Failed to override timeout defaults."));
     EXPECT_EQ(trace.CountOf(EVT_ERROR, "Attach handle non-null"), 3U);
@@ -264,24 +187,14 @@ TEST_F(TransportSteps, HeadersAreAddedInTheStatedWays)
     EXPECT_EQ(request->GetPostDataLength(), 12U);
     EXPECT_EQ(request->GetResponse(reply), 0U);
 
-    struct Expected
-    {
-        const wchar_t* text;
-        DWORD modifiers;
-    };
-    const std::vector<Expected> expected = {
+    const WinHttpScript::Header expected[] = {
         {L"qd_start: true", 0x60000000},
         {L"Content-Type: application/x-www-form-urlencoded; charset=UTF-8", 0xA0000000},
         {L"Content-Type: application/x-www-form-urlencoded; charset=UTF-8", 0xA0000000},
         {L"Accept: application/json", 0x60000000},
         {L"Cookie: session_token=abc", 0x40000000},
     };
-    ASSERT_EQ(g_script.headers.size(), expected.size());
-    for (std::size_t i = 0; i < expected.size(); ++i)
-    {
-        EXPECT_TRUE(g_script.headers[i].text == expected[i].text) << i;
-        EXPECT_EQ(g_script.headers[i].modifiers, expected[i].modifiers) << i;
-    }
+    EXPECT_TRUE(std::equal(g_script.headers.begin(), g_script.headers.end(), std::begin(expected), std::end(expected)));
     EXPECT_EQ(g_script.body, "a=x+y%7E&b=1");
     EXPECT_EQ(request->GetPostDataLength(), 0U) << "a successful send forgets the body";
 }
@@ -358,6 +271,7 @@ TEST_F(TransportSteps, RepliesInMemoryAreReadPieceByPiece)
         {"what a read leaves unfilled is zero", {{5, "ab", 0, 0}, {1, "c", 0, 0}}, 0, std::string("ab\0\0\0c", 6)},
         {"a failing read ends the body", {{3, "abc", 0, 0}, {2, "", 0, 12030}, {1, "x", 0, 0}}, 0, "abc"},
         {"a read of nothing ends the body", {{3, "", 0, 0}, {1, "x", 0, 0}}, 0, std::string(3, '\0')},
+        {"the largest piece", {{0x500000, std::string(0x500000, 'x'), 0, 0}}, 0, std::string(0x500000, 'x')},
         {"too much at once", {{3, "abc", 0, 0}, {0x500001, "", 0, 0}}, 122, "abc"},
     };
     for (const Case& body : cases)
@@ -365,67 +279,50 @@ TEST_F(TransportSteps, RepliesInMemoryAreReadPieceByPiece)
         SCOPED_TRACE(body.what);
         g_script = {};
         g_script.pieces = body.pieces;
+        g_script.status = L"404";
         Reply read;
-        EXPECT_EQ(request->ReadResponse(read), body.expected);
-        EXPECT_EQ(read.Text(), body.text);
+        EXPECT_EQ(request->ReceiveResponse(read), body.expected);
+        EXPECT_EQ(request->GetHTTPStatus(), 404U) << "told, and not judged";
+        EXPECT_TRUE(read.Text() == body.text);
         EXPECT_EQ(read.data == nullptr, body.text.empty());
         EXPECT_TRUE(read.data == nullptr || read.data[read.length] == '\0');
     }
 }
 
-TEST_F(TransportSteps, TheLargestPieceIsStillRead)
-{
-    g_script.pieces = {{0x500000, std::string(0x500000, 'x'), 0, 0}};
-    EXPECT_EQ(request->ReadResponse(reply), 0U);
-    EXPECT_EQ(reply.length, 0x500000U);
-}
-
-TEST_F(TransportSteps, TheStatusIsStoredAndNotJudgedInMemory)
-{
-    EXPECT_EQ(request->GetHTTPStatus(), 0U);
-    g_script.status = L"404";
-    EXPECT_EQ(request->ReceiveResponse(reply), 0U);
-    EXPECT_EQ(request->GetHTTPStatus(), 404U);
-}
-
-struct Blocks final : IProgressCallback
-{
-    void OnBlock(std::uint64_t blockSize, std::uint64_t position) override
-    {
-        text += std::to_string(blockSize) + "@" + std::to_string(position) + " ";
-    }
-    void OnStatusSize(std::uint32_t size) override { text += "status:" + std::to_string(size / sizeof(wchar_t)) + " "; }
-    std::string text;
-};
-
 TEST_F(TransportSteps, DownloadsGoIntoTheFileAndAreCounted)
 {
-    const auto blocks = std::make_shared<Blocks>();
-    progress = blocks;
-    g_script.pieces = {{3, "abc", 0, 0}, {2, "de", 0, 0}};
-    g_script.contentLength = L"5";
-    EXPECT_EQ(GetFile(), 0U);
-    EXPECT_EQ(TargetContent(), "abcde");
-    EXPECT_EQ(blocks->text, "status:4 3@3 2@5 ");
-    EXPECT_EQ(g_script.headers.at(0).modifiers, 0x40000000U);
-    EXPECT_TRUE(trace.Has(EVT_INFO, "No bytes to read [0]"));
-    EXPECT_TRUE(trace.Has(EVT_INFO, "Returning [0]"));
-
-    g_script.pieces = {{2, "XY", 0, 0}};
-    g_script.contentLength = L"2";
-    EXPECT_EQ(GetFile(nullptr, 1, 0), 0U) << "an offset writes into the file that is there";
-    EXPECT_EQ(TargetContent(), "aXYde");
-
-    g_script.pieces = {{2, "12", 0, 0}};
-    EXPECT_EQ(GetFile(nullptr, 0, 1), 0U) << "a multiple of 4 GiB truncates";
-    EXPECT_EQ(TargetContent(), "12");
+    const auto record = std::make_shared<ProgressRecord>();
+    progress = record;
+    struct Case
+    {
+        std::deque<Piece> pieces;
+        const wchar_t* length;
+        std::uint32_t offsetLow;
+        std::uint32_t offsetHigh;
+        const char* content;
+        const char* told;
+    };
+    for (const Case& download : {Case{{{3, "abc", 0, 0}, {2, "de", 0, 0}}, L"5", 0, 0, "abcde", "status:4 3@3 2@5 "},
+                                 Case{{{2, "XY", 0, 0}}, L"2", 1, 0, "aXYde", "status:4 2@2 "}, // into the file that is there
+                                 Case{{{2, "12", 0, 0}}, L"", 0, 1, "12", "status:4 2@2 "}})    // a multiple of 4 GiB truncates
+    {
+        Restart();
+        record->calls.clear();
+        g_script.pieces = download.pieces;
+        g_script.contentLength = download.length;
+        EXPECT_EQ(GetFile(nullptr, download.offsetLow, download.offsetHigh), 0U);
+        EXPECT_EQ(folder.Read("target"), download.content);
+        EXPECT_EQ(record->calls, download.told);
+        EXPECT_EQ(g_script.headers.at(0).modifiers, 0x40000000U);
+        for (const char* const text : {"No bytes to read [0]", "Finished reading data", "Returning [0]"})
+            EXPECT_TRUE(trace.Has(EVT_INFO, text)) << text;
+    }
 }
 
 TEST_F(TransportSteps, ADownloadThatFailsSaysSoAndKeepsWhatItWrote)
 {
     struct Case
     {
-        const char* what;
         std::wstring status;
         std::wstring contentLength;
         std::deque<Piece> pieces;
@@ -433,30 +330,18 @@ TEST_F(TransportSteps, ADownloadThatFailsSaysSoAndKeepsWhatItWrote)
         std::string content;
         std::string message;
     };
-    const std::vector<Case> cases = {
-        {"another status", L"206", L"", {{3, "abc", 0, 0}}, 20206, "before", ""},
-        {"not found", L"404", L"", {}, 20404, "before", ""},
-        {"query fails",
-         L"200",
-         L"",
-         {{3, "abc", 0, 0}, {0, "", 12002, 0}},
-         12002,
-         "abc",
-         "WinHttpQueryDataAvailable failed, error code: 12002"},
-        {"read fails", L"200", L"", {{3, "abc", 0, 0}, {3, "", 0, 12030}}, 12030, "abc", "WinHttpReadData failed, error code: 12030"},
-        {"ends early",
-         L"200",
-         L"5000000000",
-         {{3, "abc", 0, 0}},
-         12030,
-         "abc",
-         "The body ended after 3 of 5000000000 bytes, error code: 12030"},
-        {"ends at once", L"200", L"3", {}, 12030, "", "The body ended after 0 of 3 bytes, error code: 12030"},
+    const Case cases[] = {
+        {L"206", L"", {{3, "abc", 0, 0}}, 20206, "before", ""},
+        {L"404", L"", {}, 20404, "before", ""},
+        {L"200", L"", {{3, "abc", 0, 0}, {0, "", 12002, 0}}, 12002, "abc", "WinHttpQueryDataAvailable failed, error code: 12002"},
+        {L"200", L"", {{3, "abc", 0, 0}, {3, "", 0, 12030}}, 12030, "abc", "WinHttpReadData failed, error code: 12030"},
+        {L"200", L"5000000000", {{3, "abc", 0, 0}}, 12030, "abc", "The body ended after 3 of 5000000000 bytes, error code: 12030"},
+        {L"200", L"3", {}, 12030, "", "The body ended after 0 of 3 bytes, error code: 12030"},
     };
     for (const Case& download : cases)
     {
-        SCOPED_TRACE(download.what);
-        std::ofstream(target, std::ios::binary) << "before";
+        SCOPED_TRACE(std::to_string(download.expected) + download.message);
+        static_cast<void>(folder.Write("target", "before"));
         g_script = {};
         g_script.status = download.status;
         g_script.contentLength = download.contentLength;
@@ -465,8 +350,8 @@ TEST_F(TransportSteps, ADownloadThatFailsSaysSoAndKeepsWhatItWrote)
         // What an earlier call left behind is no reason for an end.
         SetLastError(1234);
         EXPECT_EQ(GetFile(), download.expected);
-        EXPECT_EQ(TargetContent(), download.content);
-        EXPECT_EQ(trace.Messages(EVT_ERROR), download.message.empty() ? std::vector<std::string>{} : std::vector{download.message});
+        EXPECT_EQ(folder.Read("target"), download.content);
+        EXPECT_EQ(trace.Messages(EVT_ERROR), download.message.empty() ? Texts{} : Texts{download.message});
     }
 }
 
@@ -475,27 +360,20 @@ TEST_F(TransportSteps, AFileThatCannotBeOpenedOrResumedIsReported)
     EXPECT_EQ(GetFile(nullptr, 5, 0), 2U) << "there is no file to resume";
     EXPECT_TRUE(trace.Has(EVT_ERROR, "CreateFile failed, error code: 2"));
     EXPECT_TRUE(trace.Has(EVT_INFO, "Returning [2]"));
-    EXPECT_FALSE(std::filesystem::exists(target));
-    const std::wstring missing = (target / L"no" / L"folder").wstring();
+    EXPECT_FALSE(std::filesystem::exists(folder / "target"));
+    const std::wstring missing = (folder / "no" / "folder").wstring();
     EXPECT_EQ(request->SendRequestGetResponse(missing, nullptr, nullptr, true, 0, 0), 3U);
 }
 
 TEST_F(TransportSteps, ACancelEventEndsADownloadAfterItsBlock)
 {
-    const CancelEvent cancel{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
-    struct Cancelling final : IProgressCallback
-    {
-        explicit Cancelling(HANDLE toSignal) : event(toSignal) {}
-        void OnBlock(std::uint64_t, std::uint64_t) override { SetEvent(event); }
-        HANDLE event;
-    };
-    progress = std::make_shared<Cancelling>(cancel.event);
+    const Event event;
+    progress = std::make_shared<ProgressRecord>([&] { event.Signal(); });
     g_script.pieces = {{3, "abc", 0, 0}, {3, "def", 0, 0}};
     g_script.contentLength = L"6";
-    EXPECT_EQ(GetFile(&cancel), 1223U);
-    EXPECT_EQ(TargetContent(), "abc");
+    EXPECT_EQ(GetFile(&event.Cancel()), 1223U);
+    EXPECT_EQ(folder.Read("target"), "abc");
     EXPECT_TRUE(trace.Messages(EVT_ERROR).empty());
-    CloseHandle(cancel.event);
 }
 
 } // namespace

@@ -108,9 +108,7 @@ public:
         {
             const int count = SSL_read(ssl, block.data(), static_cast<int>(block.size()));
             if (count <= 0)
-            {
                 return {};
-            }
             head.append(block.data(), static_cast<std::size_t>(count));
         }
         return head;
@@ -129,9 +127,7 @@ private:
         while (!m_stopping)
         {
             if (!Sockets::IsReady(m_listener, false, 20))
-            {
                 continue;
-            }
             const int socket = ::accept(m_listener, nullptr, nullptr);
             const timeval limit = {10, 0};
             ::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
@@ -139,9 +135,7 @@ private:
             const std::unique_ptr<SSL, decltype(&SSL_free)> ssl(SSL_new(m_context.get()), SSL_free);
             SSL_set_fd(ssl.get(), socket);
             if (SSL_accept(ssl.get()) == 1)
-            {
                 m_script(ssl.get(), socket);
-            }
             ::close(socket);
         }
     }
@@ -180,9 +174,7 @@ protected:
     static void AnswerAll(SSL* ssl, int)
     {
         while (!TlsServer::ReadHead(ssl).empty())
-        {
             TlsServer::Send(ssl, HttpReply(200, "secret"));
-        }
     }
 
     static std::unique_ptr<Certificates> certificates;
@@ -224,9 +216,7 @@ TEST_F(PosixTls, KeepsItsConnection)
     ::setenv("SSL_CERT_FILE", certificates->File("loopback", ".crt").c_str(), 1);
     const HttpClient client(server.Port());
     for (int count = 0; count < 5; ++count)
-    {
         EXPECT_EQ("secret", Exchange(client.Open(L"GET", L"/", WINHTTP_FLAG_SECURE).Get()).body);
-    }
     EXPECT_EQ(1, server.ConnectionCount());
 }
 
@@ -275,9 +265,7 @@ TEST_F(PosixTls, SurvivesAResetWhileWriting)
         ASSERT_EQ(ERROR_SUCCESS, SendWhole(request.Get(), {}, L"Content-Length: 1000000000"));
         DWORD error = ERROR_SUCCESS;
         for (int count = 0; count < 10'000 && error == ERROR_SUCCESS; ++count)
-        {
             error = ErrorOfCall(WinHttpWriteData(request.Get(), block.data(), static_cast<DWORD>(block.size()), nullptr));
-        }
         EXPECT_EQ(ERROR_WINHTTP_CONNECTION_ERROR, error);
     }
 }

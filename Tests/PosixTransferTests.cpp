@@ -63,34 +63,7 @@ TEST(TransferDisk, WhenFullEndsADownloadWithItsError)
     }
 }
 
-// Wine's WinHTTP takes a reply that ends in its headers for a whole one.
-TEST(Transfers, AReplyThatEndsInItsHeadersIsNone)
-{
-    for (const bool resets : {false, true})
-    {
-        RawServer server(AfterHandshake([&](RawConnection& connection, const std::string& head) {
-            connection.Skip(BodyLength(head));
-            connection.Send("HTTP/1.1 200 OK\r\nContent-Le");
-            if (resets)
-                connection.Reset();
-            throw ConnectionEnded();
-        }));
-        const TemporaryFolder folder;
-        const Library library(server);
-        ASSERT_EQ(library.ShakeHands(), 0U);
-        for (const auto& [name, transfer] : FileTransfers())
-        {
-            Caller caller;
-            caller.signature = folder.Write("sent", Pattern(100));
-            caller.local = name.ends_with("upload") ? caller.signature : folder.Write("target", "before");
-            EXPECT_EQ(transfer(library.Api(), caller), 12030U) << name;
-            EXPECT_EQ(caller.given, nullptr);
-            EXPECT_TRUE(name.ends_with("upload") || folder.Read("target") == "before");
-        }
-    }
-}
-
-TEST(Transfers, LeaveNothingOpen)
+TEST(Transfers, LeaveNothingOpenHoweverTheyEnd)
 {
     const auto descriptors = [] {
         const std::filesystem::directory_iterator all("/proc/self/fd");
@@ -98,7 +71,8 @@ TEST(Transfers, LeaveNothingOpen)
     };
     const TemporaryFolder folder;
     const auto before = descriptors();
-    for (const char* const reply : {"", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc", "HTTP/1.1 404 No\r\nContent-Length: 0\r\n\r\n"})
+    for (const std::string reply : {"", "HTTP/1.1 200 OK\r\nContent-Le", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc",
+                                    "HTTP/1.1 404 No\r\nContent-Length: 0\r\n\r\n"})
     {
         RawServer server([&](RawConnection& connection) {
             connection.ReadRequest();
@@ -107,12 +81,16 @@ TEST(Transfers, LeaveNothingOpen)
         const Library library(server);
         for (const auto& [name, transfer] : FileTransfers())
         {
+            SCOPED_TRACE(name + ": " + reply);
             Caller caller;
             caller.signature = folder.Write("sent", Pattern(100));
-            caller.local = name.ends_with("upload") ? caller.signature : folder.Write("target", "before");
-            EXPECT_NE(transfer(library.Api(), caller), 0U) << name;
+            caller.local = IsUpload(name) ? caller.signature : folder.Write("target", "before");
+            const ResultCode code = transfer(library.Api(), caller);
+            EXPECT_NE(code, 0U);
+            // Wine's WinHTTP takes a reply that ends in its headers for a whole one.
+            EXPECT_TRUE(!reply.ends_with("Content-Le") || (code == 12030 && (IsUpload(name) || folder.Read("target") == "before")));
             caller.local = (folder / "missing" / "file").wstring();
-            EXPECT_NE(transfer(library.Api(), caller), 0U) << name;
+            EXPECT_NE(transfer(library.Api(), caller), 0U);
         }
     }
     EXPECT_EQ(descriptors(), before);

@@ -120,6 +120,10 @@ struct ProgressRecord final : IProgressCallback
     std::uint64_t last = 0;
 };
 
+/// The server's answer to an upload.
+inline const std::string kReply = R"({"name":"new.txt","revision":"8","creation_time":"2020-01-02T03:04:05.6Z",)"
+                                  R"("modification_time":"2020-01-02T03:04:05.6Z","size":1,"attributes":32})";
+
 /// What a caller has at hand, and where an operation leaves what it gives.
 struct Caller
 {
@@ -179,10 +183,27 @@ inline Transfer Range(std::uint64_t skip, std::int64_t count)
     };
 }
 
+inline const Transfer kComplete = [](IQuendraHttpAPI& api, Caller& caller) {
+    return api.CompleteUpload(L"/d/a.txt", L"/d/b c.txt", kUpload, caller.given);
+};
+
+inline const Transfer kCancel = [](IQuendraHttpAPI& api, Caller&) { return api.CancelUpload(L"/d/a.txt", kUpload); };
+
+inline const Transfer kMetadata = [](IQuendraHttpAPI& api, Caller&) {
+    std::int64_t offset = 0;
+    std::uint32_t locked = 0;
+    return api.GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked);
+};
+
 /// Every kind of transfer that moves a file; names of those that give the server's item end in "upload".
 /// @param size  of the chunk and of the range.
 inline std::map<std::string, Transfer> FileTransfers(std::int64_t size = 9)
 {
     return {{"upload", Upload(0)},    {"delta upload", Upload(1)}, {"chunk upload", Chunk(0, size)},
             {"download", Download()}, {"delta", DeltaDownload()},  {"range", Range(1, size)}};
+}
+
+inline bool IsUpload(const std::string& name)
+{
+    return name.ends_with("upload");
 }

@@ -12,11 +12,6 @@
 namespace
 {
 
-using Lines = std::vector<std::string>;
-
-const std::string kReply = R"({"name":"new.txt","revision":"8","creation_time":"2020-01-02T03:04:05.6Z",)"
-                           R"("modification_time":"2020-01-02T03:04:05.6Z","size":1,"attributes":32})";
-
 // Larger than what the system's socket buffers take.
 constexpr std::uint64_t kLarge = 48 << 20;
 
@@ -61,8 +56,6 @@ protected:
         return transfer(Api(), caller);
     }
 
-    static bool IsUpload(const std::string& name) { return name.ends_with("upload"); }
-
     const TemporaryFolder folder;
     std::unique_ptr<RawServer> server;
     std::unique_ptr<Library> library;
@@ -71,6 +64,12 @@ protected:
 TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
 {
     const std::string content = Pattern(100);
+    const std::string guid = "0F8FAD5B-D9CB-469F-A165-70867728950E";
+    const std::string resume = "/sync/resume/upload/d/a.txt?resume_id=" + guid;
+    const std::string sent = (folder / "sent").string();
+    const std::string target = (folder / "target").string();
+
+    // Bodies.
     const auto part = [](const std::string& name, const std::string& value) {
         return "--G\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value + "\r\n";
     };
@@ -79,63 +78,77 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
                "Content-Type: application/octet-stream\r\n\r\n" +
                bytes + "\r\n--G--\r\n";
     };
-    const auto chunk = [](Lines markers, const std::string& offset, const std::string& length) {
-        Lines lines = {"qd_file_size: 100",
-                       "qd_file_creation_time: 2020-01-02T03:04:05.600Z",
-                       "qd_file_modification_time: 2021-01-02T03:04:05.600Z",
-                       "qd_attributes: 32",
-                       "qd_revision: 7",
-                       "qd_offset: " + offset,
-                       "qd_block_size: " + length};
-        lines.insert(lines.end(), markers.begin(), markers.end());
-        lines.insert(lines.end(), {"Accept: application/json", "Content-Type: multipart/form-data; boundary=\"G\""});
-        return lines;
-    };
     const std::string created = part("creation_time", "2020-01-02T03:04:05.600Z");
     const std::string modified = part("modification_time", "2021-01-02T03:04:05.600Z");
     const std::string rest = part("attributes", "32") + part("size", "100") + part("revision", "7");
-    const std::string resume = " /sync/resume/upload/d/a.txt?resume_id=0F8FAD5B-D9CB-469F-A165-70867728950E HTTP/1.1";
-    const Lines form = {"Accept: application/json", "Content-Type: multipart/form-data; boundary=\"G\""};
-    const Transfer complete = [](IQuendraHttpAPI& api, Caller& caller) {
-        return api.CompleteUpload(L"/d/a.txt", L"/d/b c.txt", kUpload, caller.given);
+
+    // Headers, without the cookie and the length, which come last.
+    const std::string json = "Accept: application/json\n";
+    const std::string bytes = "Accept: application/octet-stream\n";
+    const std::string form = "Content-Type: multipart/form-data; boundary=\"G\"\n";
+    const std::string start = "qd_start: true\n";
+    const std::string finish = "qd_finish: true\n";
+    const auto chunk = [&](const std::string& offset, const std::string& length, const std::string& markers) {
+        return "qd_file_size: 100\nqd_file_creation_time: 2020-01-02T03:04:05.600Z\n"
+               "qd_file_modification_time: 2021-01-02T03:04:05.600Z\nqd_attributes: 32\nqd_revision: 7\nqd_offset: " +
+               offset + "\nqd_block_size: " + length + '\n' + markers + json + form;
     };
-    const Transfer cancel = [](IQuendraHttpAPI& api, Caller&) { return api.CancelUpload(L"/d/a.txt", kUpload); };
-    const Transfer metadata = [](IQuendraHttpAPI& api, Caller&) {
-        std::int64_t offset = 0;
-        std::uint32_t locked = 0;
-        return api.GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked);
+
+    // What is told.
+    const std::string taken = "Extracted attributes from upload reply";
+    const auto uploading =
+        [&](const std::string& length, const std::string& offset, const std::string& clamped, const std::string& markers) {
+        return "Uploading " + length + "-byte chunk of [" + sent + "] from " + offset + " with GUID [" + guid + "]\n" + clamped +
+               "Endpoint: [" + resume + "]\n" + markers + "Chunk uploaded successfully: " + sent + '\n' + taken + '\n';
     };
+    const std::string begins = "Sending begin marker\n", ends = "Sending end marker\n";
+    const std::string tag = "Uploading [" + sent + "] with API tag [7]\n";
+    const std::string uploaded = "Revision: 7\nFile uploaded successfully: " + sent + '\n' + taken;
+    const std::string paths = "LocalPath: " + target + ", ServerPath: /d/a.txt\n";
+    const std::string scrubbed = "Scrubbed LocalPath: " + target + "\nRevision: 7\n";
+    const std::string downloaded = "\nSuccessfully downloaded file: " + target + '\n';
+
     struct Case
     {
         std::string name;
         Transfer run;
         std::string line;
-        Lines headers; ///< without the cookie and the length, which come last.
+        std::string headers;
         std::string body;
+        std::string told;
     };
     const Case cases[] = {
-        {"upload", Upload(0), "POST /sync/folders/d/a.txt HTTP/1.1", form,
-         part("operation", "create") + created + modified + rest + file(content)},
-        {"delta upload", Upload(1), "POST /sync/delta/d/a.txt HTTP/1.1", form, modified + created + rest + file(content)},
-        {"first upload", Chunk(0, 40, 1), "POST" + resume, chunk({"qd_start: true"}, "0", "40"), file(content.substr(0, 40))},
-        {"middle upload", Chunk(40, 30), "POST" + resume, chunk({}, "40", "30"), file(content.substr(40, 30))},
-        {"last upload", Chunk(70, 40), "POST" + resume, chunk({"qd_finish: true"}, "70", "30"), file(content.substr(70))},
-        {"only upload", Chunk(0, 100, 1), "POST" + resume, chunk({"qd_start: true", "qd_finish: true"}, "0", "100"), file(content)},
-        {"late upload", Chunk(101, 5), "POST" + resume, chunk({}, "101", "0"), file("")},
-        {"complete",
-         complete,
-         "POST" + resume,
-         {"qd_finish: true", "qd_new_path: /d/b c.txt", "Accept: application/json", "Content-Type: multipart/form-data; boundary=\"G\""},
-         "--G--\r\n"},
-        {"cancel", cancel, "DELETE" + resume, {"Accept: application/json"}, ""},
-        {"metadata", metadata, "GET" + resume, {"Accept: application/json"}, ""},
-        {"download", Download(), "GET /sync/folders/d/a.txt?revision=7 HTTP/1.1", {"Accept: application/octet-stream"}, ""},
-        {"delta",
-         DeltaDownload(),
-         "POST /sync/delta/d/a.txt?revision=7 HTTP/1.1",
-         {"Accept: application/octet-stream", "Content-Type: multipart/form-data; boundary=\"G\""},
-         file(content)},
-        {"range", Range(3, 5), "GET /sync/folders/d/a.txt?skip=3&count=5&revision=7 HTTP/1.1", {"Accept: application/octet-stream"}, ""},
+        {"upload", Upload(0), "POST /sync/folders/d/a.txt", json + form,
+         part("operation", "create") + created + modified + rest + file(content),
+         tag + "Upload local path: [" + sent +
+             "] for server path: [/d/a.txt]\nEndpoint: [/sync/folders/d/a.txt]\nMod time: [2021-01-02T03:04:05.600Z]\n" + uploaded + '\n'},
+        {"delta upload", Upload(1), "POST /sync/delta/d/a.txt", json + form, modified + created + rest + file(content),
+         tag + "Upload local path: '" + sent +
+             "' for server path: '/d/a.txt'\nEndpoint: '/sync/delta/d/a.txt'\nMod time: '2021-01-02T03:04:05.600Z'\n" + uploaded +
+             ", Rev: 8\n"},
+        {"first upload", Chunk(0, 40, 1), "POST " + resume, chunk("0", "40", start), file(content.substr(0, 40)),
+         uploading("40", "0", "", begins)},
+        {"middle upload", Chunk(40, 30), "POST " + resume, chunk("40", "30", ""), file(content.substr(40, 30)),
+         uploading("30", "40", "", "")},
+        {"last upload", Chunk(70, 40), "POST " + resume, chunk("70", "30", finish), file(content.substr(70)),
+         uploading("40", "70", "New length: 30\n", ends)},
+        {"only upload", Chunk(0, 100, 1), "POST " + resume, chunk("0", "100", start + finish), file(content),
+         uploading("100", "0", "", begins + ends)},
+        {"late upload", Chunk(101, 5), "POST " + resume, chunk("101", "0", ""), file(""), uploading("5", "101", "New length: 0\n", "")},
+        {"complete", kComplete, "POST " + resume, finish + "qd_new_path: /d/b c.txt\n" + json + form, "--G--\r\n",
+         "Completing upload of [/d/a.txt] to [/d/b c.txt] with GUID [" + guid + "]\nEndpoint: [" + resume +
+             "]\nChunk completed successfully\n" + taken + '\n'},
+        {"cancel", kCancel, "DELETE " + resume, json, "",
+         "Cancelling upload to [/d/a.txt], guid:" + guid + "\nEndpoint [" + resume + "]\nSuccessfully cancelled upload to [/d/a.txt]\n"},
+        {"metadata", kMetadata, "GET " + resume, json, "",
+         "Metadata request for [/d/a.txt] Guid:[" + guid + "]\nEndpoint: " + resume + '\n'},
+        {"download", Download(), "GET /sync/folders/d/a.txt?revision=7", bytes, "",
+         "Download request for " + paths + scrubbed + "Complete download request: /sync/folders/d/a.txt?revision=7" + downloaded},
+        {"delta", DeltaDownload(), "POST /sync/delta/d/a.txt?revision=7", bytes + form, file(content),
+         "Download Delta request for " + paths + scrubbed + "Endpoint: '/sync/delta/d/a.txt?revision=7'" + downloaded},
+        {"range", Range(3, 5), "GET /sync/folders/d/a.txt?skip=3&count=5&revision=7", bytes, "",
+         "Download data request for " + paths + "Revision: 7\nDownloadData request [/sync/folders/d/a.txt?skip=3&count=5&revision=7]\n" +
+             "Successfully downloaded data into file: " + target + '\n'},
     };
     std::string head;
     std::string body;
@@ -149,30 +162,32 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
     {
         SCOPED_TRACE(transfer.name);
         Caller caller = CallerWith(content);
+        const TraceCapture trace;
         EXPECT_EQ(Perform(transfer.name, transfer.run, caller), 0U);
 
+        const std::string length = transfer.body.empty() ? "" : "Content-Length: " + std::to_string(body.size()) + '\n';
         const std::string type = HeaderValue(head, "Content-Type");
         if (const std::size_t quote = type.find('"'); quote != std::string::npos)
         {
             const std::string boundary = type.substr(quote + 1, type.size() - quote - 2);
             ASSERT_EQ(boundary.size(), 38U);
-            EXPECT_EQ(BodyLength(head), body.size());
             for (std::string* const text : {&head, &body})
                 for (std::size_t at = text->find(boundary); at != std::string::npos; at = text->find(boundary))
                     text->replace(at, boundary.size(), "G");
         }
-        Lines expected = transfer.headers;
-        expected.emplace_back("Cookie: session_token=abc");
-        if (!transfer.body.empty())
-            expected.push_back("Content-Length: " + HeaderValue(head, "Content-Length"));
-        // What the platform adds of itself stands anywhere.
-        Lines lines = HeaderLines(head);
-        std::erase_if(lines, [](const std::string& line) {
-            return line.starts_with("Host: ") || line == "Connection: Keep-Alive" || line == "Content-Length: 0";
-        });
-        EXPECT_EQ(head.substr(0, head.find("\r\n")), transfer.line);
-        EXPECT_EQ(lines, expected);
+        EXPECT_EQ(head.substr(0, head.find("\r\n")), transfer.line + " HTTP/1.1");
+        std::string headers;
+        for (const std::string& line : HeaderLines(head))
+            if (!line.starts_with("Host: ") && line != "Connection: Keep-Alive" && line != "Content-Length: 0") // the platform's own
+                headers += line + '\n';
+        EXPECT_EQ(headers, transfer.headers + "Cookie: session_token=abc\n" + length);
         EXPECT_EQ(body, transfer.body);
+        std::string told;
+        for (const TracedEvent& event : trace.Events())
+            if (event.IsMessage() && event.level == EVT_INFO.level && event.unit == "NativeHttp" &&
+                event.function != "CNativeHttp::LogResponse")
+                told += event.message + '\n';
+        EXPECT_EQ(told, transfer.told);
     }
     EXPECT_EQ(folder.Read("target"), "bef" + kReply) << "a range goes to its place";
     EXPECT_EQ(server->ConnectionCount(), 1U) << "no byte too many or too few: each next request began where the last one ended";

@@ -23,8 +23,6 @@ constexpr std::size_t kBlock = 1 << 18;
 constexpr std::uint64_t kAllowedGrowth = 4 << 20;
 
 const std::string kZeros(kBlock, '\0');
-const std::string kReply = R"({"name":"new.txt","revision":"8","creation_time":"2020-01-02T03:04:05.6Z",)"
-                           R"("modification_time":"2020-01-02T03:04:05.6Z","size":1,"attributes":32})";
 
 // The bytes of the file from a position on, a block at most.
 std::string_view PatternAt(std::uint64_t position, std::uint64_t bytes, std::string& block)

@@ -19,15 +19,6 @@ std::string HostLine(const RawServer& server)
     return "Host: 127.0.0.1:" + std::to_string(server.Port()) + "\r\n";
 }
 
-/// Bytes in which every place can be told from its neighbours.
-std::string Pattern(std::size_t size)
-{
-    std::string text(size, '\0');
-    for (std::size_t at = 0; at < size; ++at)
-        text[at] = static_cast<char>((at * 31 + at / 251) & 0xFF);
-    return text;
-}
-
 // What goes out.
 
 TEST(PosixWinHttpWire, SendsExactlyWhatWasAsked)
@@ -381,19 +372,6 @@ TEST(PosixWinHttpFailures, HaveTheirErrorValues)
         EXPECT_EQ(test.error, result.error) << test.reply;
         EXPECT_EQ(test.body, result.body) << test.reply;
     }
-}
-
-TEST(PosixWinHttpFailures, OfAConnectionThatNobodyTakes)
-{
-    std::uint16_t port = 0;
-    {
-        const RawServer gone([](RawConnection&) {});
-        port = gone.Port();
-    }
-    const HttpClient client(port);
-    const auto request = client.Open();
-    EXPECT_EQ(ERROR_WINHTTP_CANNOT_CONNECT, SendWhole(request.Get()));
-    EXPECT_EQ(ERROR_WINHTTP_INCORRECT_HANDLE_STATE, ErrorOfCall(WinHttpReceiveResponse(request.Get(), nullptr)));
 }
 
 TEST(PosixWinHttpFailures, StayWithTheRequest)

@@ -343,3 +343,11 @@ std::vector<std::string> HeaderLines(const std::string& request)
     }
     return lines;
 }
+
+std::string Pattern(std::size_t size)
+{
+    std::string text(size, '\0');
+    for (std::size_t at = 0; at < size; ++at)
+        text[at] = static_cast<char>((at * 31 + at / 251) & 0xFF);
+    return text;
+}

@@ -105,3 +105,6 @@ std::string HeaderValue(const std::string& request, std::string_view name);
 
 /// The header lines of a recorded request, in order.
 std::vector<std::string> HeaderLines(const std::string& request);
+
+/// Bytes in which every place can be told from its neighbours.
+std::string Pattern(std::size_t size);

@@ -4,6 +4,7 @@
 /// What the tests of transfers share: a folder of their own, a cancel event, a progress sink that remembers, an item.
 
 #include "Attributes.h"
+#include "RawServer.h"
 
 #include "Platform/Platform.h"
 #include "QuendraHttp/QuendraHttp.h"
@@ -29,15 +30,6 @@ inline Item MakeItem(std::int64_t size = 100, const std::string& revision = "7")
     item->SetSize(size);
     item->SetRevision(revision);
     return item;
-}
-
-/// Bytes in which every place can be told from its neighbours.
-inline std::string Pattern(std::size_t size)
-{
-    std::string text(size, '\0');
-    for (std::size_t at = 0; at < size; ++at)
-        text[at] = static_cast<char>((at * 31 + at / 251) & 0xFF);
-    return text;
 }
 
 /// A folder that is gone with the test; a file in it that somebody still holds open is a failure where the platform tells.

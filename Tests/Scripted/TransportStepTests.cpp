@@ -374,6 +374,8 @@ TEST_F(TransportSteps, ACancelEventEndsADownloadAfterItsBlock)
     EXPECT_EQ(GetFile(&event.Cancel()), 1223U);
     EXPECT_EQ(folder.Read("target"), "abc");
     EXPECT_TRUE(trace.Messages(EVT_ERROR).empty());
+    g_script.pieces = {{0, "", 12002, 0}};
+    EXPECT_EQ(GetFile(&event.Cancel()), 1223U) << "whatever happened before";
 }
 
 } // namespace

@@ -1,10 +1,15 @@
 #include "PeakMemory.h"
 
-#include <sys/resource.h>
+#include <fstream>
+#include <string>
 
 std::uint64_t PeakMemory()
 {
-    rusage usage = {};
-    ::getrusage(RUSAGE_SELF, &usage);
-    return static_cast<std::uint64_t>(usage.ru_maxrss) * 1024;
+    // Not getrusage, which counts what the process was before it became this program.
+    std::ifstream status("/proc/self/status");
+    std::uint64_t kibibytes = 0;
+    for (std::string word; status >> word && word != "VmHWM:";)
+        continue;
+    status >> kibibytes;
+    return kibibytes * 1024;
 }

@@ -248,6 +248,7 @@ TEST(Boundary, IsFreshForEachRequestAndTheMarkerOneForAll)
         ASSERT_EQ(value.size(), 38U);
         EXPECT_TRUE(value.front() == L'{' && value.back() == L'}');
         EXPECT_EQ(value.find_first_not_of(L"0123456789ABCDEF-", 1), 37U);
+        EXPECT_TRUE(value[15] == L'4') << "a random one";
         values.insert(value);
     }
     EXPECT_EQ(values.size(), 20U);

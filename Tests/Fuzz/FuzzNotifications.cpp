@@ -10,15 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ListenToEverything();
     std::string text = Bytes(data, size);
     std::list<CNotificationAction*> actions;
-    std::uint32_t count = 0;
-    const FunctionTraceScope trace("FuzzNotifications", Unit::NativeHttp);
-    CatchJsonExceptions(trace, [&] {
-        Json::Value root;
-        if (ParseJson({text.data(), text.size()}, Comments::Collect, root))
-            count = root.isNull() || root.isArray() ? CNativeHttp::ProcessNotificationJSONArray(root, actions)
-                                                    : CNativeHttp::ProcessNotificationJSONDictionary(root, actions);
-    });
-    Require(count == actions.size());
+    Require(CNativeHttp::GetNotificationsFromResponse({text.data(), text.size()}, actions) == actions.size());
     for (const CNotificationAction* action : actions)
     {
         Require(action->Type >= NotificationType::Unknown && action->Type <= NotificationType::Mode);

@@ -9,6 +9,7 @@
 #include "Eventing/EventSink.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -25,10 +26,12 @@ inline void ListenToEverything()
 }
 
 /// Ends the run as a finding.
-inline void Require(bool holds)
+inline void Require(bool holds, int line = __builtin_LINE())
 {
-    if (!holds)
-        std::abort();
+    if (holds)
+        return;
+    std::fprintf(stderr, "What line %d requires does not hold\n", line);
+    std::abort();
 }
 
 inline std::string Bytes(const std::uint8_t* data, std::size_t size)

@@ -1,6 +1,7 @@
 #include "Program.h"
 #include "Surroundings.h"
 #include "System.h"
+#include "VersionNumberUtil.h"
 
 #include "QuendraHttp/QuendraHttp.h"
 
@@ -24,6 +25,8 @@ int main(int argumentCount, char** arguments)
             .askSecretly = System::AskSecretly,
             .terminalColumns = System::TerminalColumns,
             .watchInterrupts = System::WatchInterrupts,
+            .programVersion = VersionNumberUtil::GetModuleVersion,
+            .systemVersion = VersionNumberUtil::GetOsVersion,
             .initialiseLibrary = Init,
             .exitLibrary = Exit,
             .createInstance = CreateInstance,

@@ -6,6 +6,7 @@
 #include "Surroundings.h"
 #include "Text.h"
 #include "TextConversion.h"
+#include "Tracing.h"
 
 #include "Eventing/TraceFile.h"
 #include "QuendraHttp/QuendraHttp.h"
@@ -28,10 +29,16 @@ public:
     {
         if (!traceFile.empty())
             m_trace = OpenTrace(traceFile);
-        Check("Init", static_cast<ResultCode>(m_surroundings.initialiseLibrary(m_trace ? m_trace->Handle() : 0)));
+        // The program has a copy of its own of what it shares with the library.
+        EventProviderHandle = m_trace ? m_trace->Handle() : 0;
+        Check("Init", static_cast<ResultCode>(m_surroundings.initialiseLibrary(EventProviderHandle)));
     }
 
-    ~Library() { m_surroundings.exitLibrary(); }
+    ~Library()
+    {
+        m_surroundings.exitLibrary();
+        EventProviderHandle = 0;
+    }
 
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;

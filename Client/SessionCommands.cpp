@@ -102,8 +102,10 @@ void Execute(Client& client, const Login& command)
 {
     std::wstring policy;
     std::uint32_t handshakeValue = 0;
-    Check("Login", client.Api().Login(command.user, AskForPassword(client.Around(), command.user), command.deviceToken,
-                                      client.Around().machineName, policy, handshakeValue, {}, {}));
+    const Surroundings& around = client.Around();
+    const std::wstring password = AskForPassword(around, command.user);
+    Check("Login", client.Api().Login(command.user, password, command.deviceToken, around.machineName, policy, handshakeValue,
+                                      around.programVersion(), around.systemVersion()));
     std::wstring token;
     Check("GetSessionToken", client.Api().GetSessionToken(token));
     const auto file = SessionFilePath(client.Around());

@@ -5,6 +5,8 @@
 
 #include "System.h"
 
+#include "QuendraHttp/Types.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -29,6 +31,8 @@ struct Surroundings
     std::function<std::optional<std::string>(const std::string& prompt)> askSecretly;
     std::function<unsigned()> terminalColumns;
     std::function<std::unique_ptr<System::InterruptWatch>(std::function<void()> interrupted)> watchInterrupts;
+    std::function<VersionNumber()> programVersion;
+    std::function<VersionNumber()> systemVersion;
 
     // The library's exports.
     std::function<std::int32_t(std::uint64_t provider)> initialiseLibrary;

@@ -37,6 +37,7 @@ inline constexpr const char* NativeHttp = "NativeHttp";
 inline constexpr const char* WinHttpImpl = "WinHttpImpl";
 inline constexpr const char* AttributeTime = "AttributeTime";
 inline constexpr const char* PathUtilities = "Libraries/Includes/PathUtilities";
+inline constexpr const char* VersionNumberUtil = "VersionNumberUtil";
 } // namespace Unit
 
 namespace TraceDetail

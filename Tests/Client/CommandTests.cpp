@@ -143,12 +143,12 @@ TEST_F(Commands, ReportAFailure)
 TEST_F(Commands, TakeThePasswordFromTheFirstPlaceThatHasIt)
 {
     run.input = "from-input\r\nmore";
-    EXPECT_EQ(run({"login", "ann", "--device-token", "dt"}).calls.back(), "Login ann from-input dt machine");
+    EXPECT_EQ(run({"login", "ann", "--device-token", "dt"}).calls.back(), "Login ann from-input dt machine 3 0");
     run.isTerminal = true;
-    EXPECT_EQ(run({"login", "ann"}).calls.back(), "Login ann from-prompt  machine");
+    EXPECT_EQ(run({"login", "ann"}).calls.back(), "Login ann from-prompt  machine 3 0");
     run.environment["QUENDRA_PASSWORD"] = "from-environment";
     const Ran ran = run({"login", "ann", "--trace", run.folder.File("trace.txt")});
-    EXPECT_EQ(ran.calls.back(), "Login ann from-environment  machine");
+    EXPECT_EQ(ran.calls.back(), "Login ann from-environment  machine 3 0");
     for (const auto& text : {ran.output, ran.errors, ReadFile(SessionFile()), ReadFile(run.folder.Path() / "trace.txt")})
         EXPECT_EQ(text.find("from-environment"), std::string::npos);
     run.environment.erase("QUENDRA_PASSWORD");

@@ -55,12 +55,12 @@ public:
     ResultCode SetClientTag(const char* text) override { return Asked("SetClientTag", text); }
     ResultCode SetDeviceName(const wchar_t* name) override { return Asked("SetDeviceName", name); }
     ResultCode Login(const std::wstring& userId, const std::wstring& password, const std::wstring& deviceToken,
-                     const std::wstring& deviceId, std::wstring& policy, std::uint32_t& handshakeValue, const VersionNumber&,
-                     const VersionNumber&) override
+                     const std::wstring& deviceId, std::wstring& policy, std::uint32_t& handshakeValue, const VersionNumber& version,
+                     const VersionNumber& systemVersion) override
     {
         policy = m_script.policy;
         handshakeValue = 7;
-        return Asked("Login", userId, password, deviceToken, deviceId);
+        return Asked("Login", userId, password, deviceToken, deviceId, version.components[0], systemVersion.components[0]);
     }
     ResultCode Register(const std::wstring& userId, const std::wstring& deviceId) override { return Asked("Register", userId, deviceId); }
     ResultCode ReservedNoOp() override { return Asked("ReservedNoOp"); }
@@ -313,10 +313,15 @@ Ran ProgramRunner::operator()(const std::vector<std::string>& arguments)
         .watchInterrupts = [this](std::function<void()> interrupted) -> std::unique_ptr<System::InterruptWatch> {
             return std::make_unique<FakeWatch>(script, std::move(interrupted));
         },
+        .programVersion =
+            [] {
+        return VersionNumber{3, 1};
+        },
+        .systemVersion = [] { return VersionNumber{}; },
         .initialiseLibrary = [](std::uint64_t) { return 0; },
         .exitLibrary = [] {},
         .createInstance = [this](const std::wstring& name) { return MakeFakeApi(script, name); },
-    };
+        };
     script.calls.clear();
     Ran ran;
     ran.status = RunProgram(arguments, surroundings);

@@ -1,0 +1,33 @@
+#pragma once
+
+/// @file
+/// The versions that a client tells the server at its login: its own and its system's. What cannot be found out is absent, a
+/// version without components. Everything here may be called from any thread and never throws but for want of memory.
+
+#include "QuendraHttp/Types.h"
+
+#include <string>
+#include <string_view>
+
+namespace VersionNumberUtil
+{
+
+/// Reads up to four decimal numbers joined by dots from a text's beginning: "6.1.0-13-amd64" gives 6.1.0.
+[[nodiscard]] VersionNumber FromText(std::string_view text);
+
+/// The version of the program or library that holds this function: on Windows that of its version resource, elsewhere that of the
+/// build.
+[[nodiscard]] VersionNumber GetModuleVersion();
+
+/// The operating system's version: on Windows what WMI reports, which no compatibility setting of the process bends; elsewhere the
+/// kernel's release. Takes as long as WMI does, seconds at worst.
+///
+/// WMI is reached through COM with free threading: the version is absent on a thread that runs COM with another model.
+[[nodiscard]] VersionNumber GetOsVersion();
+
+#if defined(_WIN32)
+/// The version resource of a program or library file.
+[[nodiscard]] VersionNumber GetFileVersion(const std::wstring& path);
+#endif
+
+} // namespace VersionNumberUtil

@@ -1,0 +1,117 @@
+// Version resources, and COM and WMI in every state in which a client may find them.
+
+#include "ComInit.h"
+#include "TraceCapture.h"
+#include "Tracing.h"
+#include "VersionNumberUtil.h"
+
+#include <gtest/gtest.h>
+
+#include <wbemcli.h>
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor" // COM's interfaces have no destructor
+#endif
+
+namespace
+{
+
+// Stands in for WMI in this process: its maker, or what it makes, fails.
+class BrokenWmi final : public IClassFactory, public IWbemLocator
+{
+public:
+    BrokenWmi(HRESULT made, HRESULT connected) : m_made(made), m_connected(connected)
+    {
+        EXPECT_EQ(CoRegisterClassObject(CLSID_WbemLocator, static_cast<IClassFactory*>(this), CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE,
+                                        &m_registration),
+                  S_OK);
+    }
+    ~BrokenWmi() { CoRevokeClassObject(m_registration); }
+
+    BrokenWmi(const BrokenWmi&) = delete;
+    BrokenWmi& operator=(const BrokenWmi&) = delete;
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override
+    {
+        *object = id == IID_IWbemLocator                          ? static_cast<void*>(static_cast<IWbemLocator*>(this))
+                  : id == IID_IUnknown || id == IID_IClassFactory ? static_cast<void*>(static_cast<IClassFactory*>(this))
+                                                                  : nullptr;
+        return *object != nullptr ? S_OK : E_NOINTERFACE;
+    }
+    // The test outlives whoever refers to this.
+    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID id, void** object) override
+    {
+        *object = nullptr;
+        return FAILED(m_made) ? m_made : QueryInterface(id, object);
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE ConnectServer(const BSTR, const BSTR, const BSTR, const BSTR, long, const BSTR, IWbemContext*,
+                                            IWbemServices** services) override
+    {
+        *services = nullptr;
+        return m_connected;
+    }
+
+private:
+    HRESULT m_made;
+    HRESULT m_connected;
+    DWORD m_registration = 0;
+};
+
+TEST(VersionNumbers, AreReadFromTheResourcesOfTheBuild)
+{
+    const VersionNumber built = VersionNumberUtil::FromText(QUENDRA_VERSION);
+    for (const wchar_t* file : {L"QuendraHttp.dll", L"quendra.exe"})
+    {
+        const VersionNumber version = VersionNumberUtil::GetFileVersion(file);
+        EXPECT_EQ(version.count, 4U);
+        EXPECT_EQ(version.components, built.components);
+    }
+    TraceCapture trace;
+    EXPECT_EQ(VersionNumberUtil::GetModuleVersion().count, 0U) << "this program has no resource";
+    EXPECT_EQ(VersionNumberUtil::GetFileVersion(L"C:\\none.dll").count, 0U);
+    EXPECT_TRUE(trace.Mentions("No version resource in [C:\\none.dll], code: ")) << trace;
+}
+
+TEST(VersionNumbers, OfTheSystemAreAbsentWhereComRunsWithAnotherModel)
+{
+    const ComInit apartment(COINIT_APARTMENTTHREADED);
+    ASSERT_EQ(apartment.Result(), S_OK);
+    TraceCapture trace;
+    EXPECT_EQ(VersionNumberUtil::GetOsVersion().count, 0U);
+    EXPECT_EQ(trace.Messages(), std::vector<std::string>{"CoInitializeEx failed, error code: -2147417850"});
+    EXPECT_EQ(ComInit(COINIT_APARTMENTTHREADED).Result(), S_FALSE) << "the thread's own model stays";
+}
+
+TEST(VersionNumbers, OfTheSystemLeaveTheThreadsComAsItWas)
+{
+    static_cast<void>(VersionNumberUtil::GetOsVersion());
+    EXPECT_EQ(ComInit(COINIT_APARTMENTTHREADED).Result(), S_OK);
+    const ComInit same;
+    ASSERT_EQ(same.Result(), S_OK);
+    EXPECT_NE(VersionNumberUtil::GetOsVersion().count, 0U);
+    EXPECT_EQ(ComInit().Result(), S_FALSE);
+}
+
+TEST(VersionNumbers, OfTheSystemAreAbsentWithoutWmi)
+{
+    constexpr auto kServiceDisabled = static_cast<HRESULT>(0x80070422);
+    const ComInit com;
+    struct Case
+    {
+        HRESULT made, connected;
+        const char* message;
+    };
+    for (const Case& state : {Case{REGDB_E_CLASSNOTREG, S_OK, "CoCreateInstance failed, error code: -2147221164"},
+                              Case{S_OK, kServiceDisabled, "ConnectServer failed, error code: -2147023838"}})
+    {
+        const BrokenWmi wmi(state.made, state.connected);
+        TraceCapture trace;
+        EXPECT_EQ(VersionNumberUtil::GetOsVersion().count, 0U);
+        EXPECT_EQ(trace.Messages(), std::vector<std::string>{state.message});
+    }
+}
+
+} // namespace

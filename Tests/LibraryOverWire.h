@@ -56,6 +56,7 @@ public:
     Library& operator=(const Library&) = delete;
 
     IQuendraHttpAPI* operator->() const { return m_api; }
+    [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
 
     [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
 

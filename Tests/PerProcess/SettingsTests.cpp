@@ -1,6 +1,8 @@
 // Settings as an administrator stores them, and the values that a process reads once.
 
+#include "Attributes.h"
 #include "RegistryValues.h"
+#include "ScriptedTransport.h"
 #include "Settings.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
@@ -62,19 +64,120 @@ TEST(Settings, OfEachTypeAreRead)
     EXPECT_TRUE((Settings::ReadTextList(L"List") == std::vector<std::wstring>{L"one", L"two"}));
 }
 
-TEST(Settings, AreReadOncePerProcessForConnections)
+TEST(Settings, OfTheMappingsWaitAreReadOnEveryCall)
 {
     RegistryValues values;
-    values.SetNumber(Root::Machine, L"HTTPReceiveResponseTimeout", 1111);
-    values.SetNumber(Root::User, L"HTTPConnectionRequestTimeout", 2222);
-    const auto session = std::make_shared<WinHttpSession>();
-    ASSERT_EQ(session->Initialise(), 0U);
-    WinHttpConnection connection;
-    TraceCapture trace;
-    ASSERT_EQ(connection.Initialise(L"127.0.0.1", 1, session, 0, 0), 0U);
-    values.SetNumber(Root::User, L"HTTPReceiveResponseTimeout", 3333);
-    ASSERT_EQ(connection.Initialise(L"127.0.0.1", 1, session, 0, 0), 0U);
-    EXPECT_EQ(trace.CountOf(EVT_INFO, "Calling WinHttpSetTimeouts. CONN:2222, RES:0, SEND:60000, RECV:1111"), 2U) << trace;
+    ScriptedClient client;
+    client.Negotiate();
+    const auto asked = [&] {
+        client.script.requests.clear();
+        std::vector<CMapping*> mappings;
+        client->GetRemoteFolderMap(mappings);
+        return client.script.requests.at(0).at(0);
+    };
+    const std::string request = "GET /sync/folders?includeAll=true&timeout=";
+    EXPECT_EQ(asked(), request + "30 flags=0");
+    values.SetText(Root::User, L"OfflineMappointTimeout", L"5");
+    EXPECT_EQ(asked(), request + "30 flags=0");
+    values.SetNumber(Root::Machine, L"OfflineMappointTimeout", 0xFFFFFFFF);
+    EXPECT_EQ(asked(), request + "-1 flags=0") << "passed on as it is";
+    values.SetNumber(Root::User, L"OfflineMappointTimeout", 0);
+    EXPECT_EQ(asked(), request + "0 flags=0");
 }
+
+// The values that a process reads once, as stored by a machine's and by a user's administrator.
+struct StoredValues
+{
+    const char* what;
+    bool machineHas;
+    enum class User
+    {
+        HasNone,
+        HasNumbers,
+        HasTexts
+    } user;
+    std::uint32_t expected; // the first value's number, the others' follow; 0: the defaults
+
+    friend std::ostream& operator<<(std::ostream& stream, const StoredValues& values) { return stream << values.what; }
+};
+
+class SettingsOfAProcess : public testing::TestWithParam<StoredValues>
+{
+protected:
+    static constexpr const wchar_t* kNames[] = {L"HTTPConnectionRequestTimeout", L"HTTPNameResolutionTimeout",   L"HTTPSendRequestTimeout",
+                                                L"HTTPReceiveResponseTimeout",   L"HTTPDeltaSendRequestTimeout", L"UploadExpiry"};
+
+    // What each use makes of its values: a connection, a delta's connection, and the hours of a chunk's expiry (-1: none).
+    static std::vector<std::string> Used()
+    {
+        const auto session = std::make_shared<WinHttpSession>();
+        session->Initialise();
+        TraceCapture trace;
+        WinHttpConnection().Initialise(L"127.0.0.1", 1, session, 0, 0);
+        std::vector<std::string> used = {trace.Messages(EVT_INFO).at(0)};
+
+        ScriptedClient client;
+        client.Negotiate();
+        constexpr std::uint32_t kDelta = 1;
+        std::shared_ptr<IServerAttributes> item = std::make_shared<CServerAttributes>();
+        client->UploadFile(L"local", L"/a", item, &kDelta, {}, nullptr);
+        used.push_back(client.script.connections.at(0));
+
+        constexpr std::int64_t kOffset = 0;
+        std::int64_t length = 0;
+        client->ResumableUpload(L"local", L"/a", item, {}, &kOffset, &length, 0, {}, nullptr);
+        used.emplace_back("-1");
+        for (const std::string& step : client.script.requests.at(1))
+            if (const std::string header = "header qd_expiry: "; step.starts_with(header))
+                used.back() = std::to_string(HoursUntil(CAttributeTime(step.substr(header.size()))));
+        return used;
+    }
+
+private:
+    static std::int64_t HoursUntil(CAttributeTime time)
+    {
+        FILETIME now{};
+        GetSystemTimeAsFileTime(&now);
+        const std::uint64_t ticks = (std::uint64_t{now.dwHighDateTime} << 32U) | now.dwLowDateTime;
+        constexpr std::int64_t kTicksPerHour = 36'000'000'000;
+        return (time.GetTicks() - static_cast<std::int64_t>(ticks) + kTicksPerHour / 2) / kTicksPerHour;
+    }
+};
+
+TEST_P(SettingsOfAProcess, AreReadOnFirstUseAndKept)
+{
+    RegistryValues values;
+    for (std::uint32_t i = 0; i < std::size(kNames); ++i)
+    {
+        if (GetParam().machineHas)
+            values.SetNumber(Root::Machine, kNames[i], 1000 + i);
+        if (GetParam().user == StoredValues::User::HasNumbers)
+            values.SetNumber(Root::User, kNames[i], 2000 + i);
+        if (GetParam().user == StoredValues::User::HasTexts)
+            values.SetText(Root::User, kNames[i], L"3000");
+    }
+    const auto number = [](std::uint32_t index, std::int32_t defaultValue) {
+        return std::to_string(GetParam().expected == 0 ? defaultValue : static_cast<std::int32_t>(GetParam().expected + index));
+    };
+    const std::vector<std::string> expected = {
+        "Calling WinHttpSetTimeouts. CONN:" + number(0, 60000) + ", RES:" + number(1, 0) + ", SEND:" + number(2, 60000) +
+            ", RECV:" + number(3, 60000),
+        "server:8080 send=" + number(4, 300000) + " receive=" + number(3, 600000),
+        number(5, -1),
+    };
+    EXPECT_EQ(Used(), expected);
+    for (const wchar_t* name : kNames)
+        values.SetNumber(Root::User, name, 7);
+    EXPECT_EQ(Used(), expected) << "a change is seen by the next process";
+}
+
+INSTANTIATE_TEST_SUITE_P(Stored, SettingsOfAProcess,
+                         testing::Values(StoredValues{"Nowhere", false, StoredValues::User::HasNone, 0},
+                                         StoredValues{"ForTheMachine", true, StoredValues::User::HasNone, 1000},
+                                         StoredValues{"ForTheUser", false, StoredValues::User::HasNumbers, 2000},
+                                         StoredValues{"ForBoth", true, StoredValues::User::HasNumbers, 2000},
+                                         StoredValues{"AsTexts", false, StoredValues::User::HasTexts, 0},
+                                         StoredValues{"AsTextsForTheUser", true, StoredValues::User::HasTexts, 1000}),
+                         [](const auto& stored) { return stored.param.what; });
 
 } // namespace

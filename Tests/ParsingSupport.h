@@ -5,10 +5,14 @@
 
 #include "Attributes.h"
 #include "JsonLibrary.h"
+#include "Mapping.h"
+#include "NotificationAction.h"
 #include "TextConversion.h"
 
+#include <list>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 /// A reply with a text as its body. The text must outlive it.
 inline ResponseBuffer AsReply(std::string& text)
@@ -24,6 +28,21 @@ inline Json::Value ParseText(std::string text)
     return value;
 }
 
+/// A list of owned records, which its owner, like every caller of the library, deletes.
+template <typename List> struct Owned : List
+{
+    Owned() = default;
+    ~Owned()
+    {
+        for (const auto* record : *this)
+            delete record;
+    }
+    Owned(const Owned&) = delete;
+    Owned& operator=(const Owned&) = delete;
+};
+using Actions = Owned<std::list<CNotificationAction*>>;
+using Mappings = Owned<std::vector<CMapping*>>;
+
 /// A record on one line: revision, name, attribute bits, size, creation, access, write and change time, `r` for read-only, `f` for
 /// a folder that is.
 inline std::string Describe(const IServerAttributes& record)
@@ -33,4 +52,29 @@ inline std::string Describe(const IServerAttributes& record)
            std::to_string(record.GetSize()) + time(record.GetCreationTime()) + time(record.GetLastAccessTime()) +
            time(record.GetLastWriteTime()) + time(record.GetChangeTime()) + (record.IsReadOnly() ? " r" : " -") +
            (record.IsFolderReadOnly() ? "f" : "-");
+}
+
+/// An action on one line: type, value, second value.
+inline std::string Describe(const CNotificationAction& action)
+{
+    return std::to_string(static_cast<std::int32_t>(action.Type)) + " '" + ToNarrow(action.Value) + "' '" + ToNarrow(action.Value2) + '\'';
+}
+
+/// A mapping on one line: server path, description, local path, permissions; mode, status, type, sharing.
+inline std::string Describe(const CMapping& mapping)
+{
+    std::string text;
+    for (const std::wstring* part : {&mapping.ServerPath, &mapping.Description, &mapping.LocalPath, &mapping.Permissions})
+        text += '\'' + ToNarrow(*part) + "' ";
+    return text + std::to_string(static_cast<std::uint32_t>(mapping.Mode)) + ' ' +
+           std::to_string(static_cast<std::uint32_t>(mapping.Status)) + ' ' + std::to_string(static_cast<std::uint32_t>(mapping.Type)) +
+           ' ' + std::to_string(mapping.AllowSharing);
+}
+
+template <typename List> std::vector<std::string> Describe(const Owned<List>& records)
+{
+    std::vector<std::string> texts;
+    for (const auto* record : records)
+        texts.push_back(Describe(*record));
+    return texts;
 }

@@ -133,6 +133,24 @@ TEST(Wire, ATokenFromTheServerCannotBecomeAHeader)
     EXPECT_EQ(server.Requests().size(), 3U);
 }
 
+TEST(Wire, AuditDataThatDoesNotFitAFormFieldIsNotSent)
+{
+    RawServer server(AnswerEach([](const std::string& request) {
+        const std::string handshake = AnswerHandshake(request);
+        return handshake.empty() ? HttpReply(200, "{}") : handshake;
+    }));
+    const Library library(server);
+    std::uint32_t mode = 0;
+    std::uint32_t value = 0;
+    ASSERT_EQ(library->Init(mode, value), 0U);
+    const std::string data(1018, 'x');
+    EXPECT_EQ(library->PublishSyncStats(data), 0U);
+    EXPECT_TRUE(server.Requests().back().ends_with("\r\n\r\ndata=" + data + "&"));
+    EXPECT_EQ(library->PublishSyncStats(data + "x"), 122U);
+    EXPECT_EQ(library->PublishSyncStats(std::string(340, '/')), 122U) << "counted as it is sent";
+    EXPECT_EQ(server.Requests().size(), 3U);
+}
+
 TEST(Wire, ATokenInThePathGoesOutEscaped)
 {
     RawServer server(AnswerEach([](const std::string& request) {

@@ -147,74 +147,39 @@ TEST(Handshake, EndsEachFailingStepWithItsCodeAndPutsTheTimeoutsBack)
 {
     struct Case
     {
-        const char* what;
-        std::function<void(Script&)> arrange;
-        ResultCode expected;
         const char* message;
+        ResultCode expected;
+        ScriptedReply mode = {200, kLegacy, 0, {}};
+        Script::Failure timeouts = {};
+        Script::Failure connection = {};
+        Script::Failure request = {};
     };
-    const Case cases[] =
-        {
-            {"timeouts",
-             [](Script& script) {
-        script.timeoutsFailure = {1, 0, 6};
-             },
-             0x80070006, "WinHttpSetTimeouts failed, error code: 6"},
-            {"connection",
-             [](Script& script) {
-        script.connectionFailure = {2, 0x80072EE7, 12007};
-             },
-             12007, "WinHttpConnection failed to initialise, error code: -2147012889"},
-               {"connection without a last error",
-                [](Script& script) {
-        script.connectionFailure = {2, 0x80072EE7, 0};
-                },
-                0x80072EE7, "WinHttpConnection failed to initialise, error code: -2147012889"},
-        {"request",
-         [](Script& script) {
-        script.requestFailure = {2, 0x80070006, 6};
-         },
-         6, "WinHttpRequest failed to initialise, error code: -2147024890"},
-        {"receive",
-         [](Script& script) {
-        script.replies[1] = {0, std::nullopt, 12002, {}};
-         },
-         12002, "GetResponse failed, error code: 12002"},
-        {"no body",
-         [](Script& script) {
-        script.replies[1] = {200, std::nullopt, 0, {}};
-         },
-         8, "Received a NULL response buffer."},
-        {"status",
-         [](Script& script) {
-        script.replies[1] = {503, "{}", 0, {}};
-         },
-         20503, "GetHTTPStatus shows failure, code: 503"},
-        {"refusal",
-         [](Script& script) {
-        script.replies[1] = {400, R"({"errorId":"17"})", 0, {}};
-         },
-         20017, "GetHTTPStatus shows failure, code: 400"},
-        {"no mode",
-         [](Script& script) {
-        script.replies[1] = {200, R"({"device_token_auth":1})", 0, {}};
-         },
-         12004, "Bad response to Init request!"},
-        {"no JSON",
-         [](Script& script) {
-        script.replies[1] = {200, "<html>", 0, {}};
-         },
-         12004, "Bad response to Init request!"},
-        };
+    const ScriptedReply fine{200, kLegacy, 0, {}};
+    const Case cases[] = {
+        {"WinHttpSetTimeouts failed, error code: 6", 0x80070006, fine, {1, 0, 6}},
+        {"WinHttpConnection failed to initialise, error code: -2147012889", 12007, fine, {}, {2, 0x80072EE7, 12007}},
+        {"WinHttpConnection failed to initialise, error code: -2147012889", 0x80072EE7, fine, {}, {2, 0x80072EE7, 0}},
+        {"WinHttpRequest failed to initialise, error code: -2147024890", 6, fine, {}, {}, {2, 0x80070006, 6}},
+        {"GetResponse failed, error code: 12002", 12002, {0, std::nullopt, 12002, {}}},
+        {"Received a NULL response buffer.", 8, {200, std::nullopt, 0, {}}},
+        {"GetHTTPStatus shows failure, code: 503", 20503, {503, "{}", 0, {}}},
+        {"GetHTTPStatus shows failure, code: 400", 20017, {400, R"({"errorId":"17"})", 0, {}}},
+        {"Bad response to Init request!", 12004, {200, R"({"device_token_auth":1})", 0, {}}},
+        {"Bad response to Init request!", 12004, {200, "<html>", 0, {}}},
+    };
     for (const Case& step : cases)
     {
-        SCOPED_TRACE(step.what);
+        SCOPED_TRACE(std::string(step.message) + " " + std::to_string(step.expected));
         ScriptedClient client;
-        client.script.replies = {{200, R"({"sync":{"1.3":{"path":"/p"}}})", 0, {}}, {200, kLegacy, 0, {}}};
-        step.arrange(client.script);
+        const ScriptedReply endpoints{200, R"({"sync":{"1.3":{"path":"/p"}}})", 0, {}};
+        client.script.replies = {endpoints, step.mode};
+        client.script.timeoutsFailure = step.timeouts;
+        client.script.connectionFailure = step.connection;
+        client.script.requestFailure = step.request;
         TraceCapture trace;
         EXPECT_EQ(ShakeHands(client).code, step.expected);
         EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>{step.message}) << trace;
-        if (step.expected != 0x80070006)
+        if (step.timeouts.call == 0)
         {
             EXPECT_EQ(client.script.timeouts.back(), (std::vector<int>{60000, 60000, 300000, 300000}));
             EXPECT_TRUE(client->IsApiVersionAtLeast13()) << "version and paths stay known";
@@ -222,7 +187,7 @@ TEST(Handshake, EndsEachFailingStepWithItsCodeAndPutsTheTimeoutsBack)
 
         // The mode stays unknown: the next try is whole again, and works.
         client.script = {};
-        client.script.replies = {{200, R"({"sync":{"1.3":{"path":"/p"}}})", 0, {}}, {200, kLegacy, 0, {}}};
+        client.script.replies = {endpoints, fine};
         EXPECT_EQ(ShakeHands(client).code, 0U);
         EXPECT_EQ(client.script.requests.size(), 2U);
     }

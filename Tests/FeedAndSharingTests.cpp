@@ -39,8 +39,13 @@ TEST(FeedAndSharing, AskAsTheirApiVersionWantsIt)
     };
     const char* const changes = "Requesting list of changes from the server.";
     const Case cases[] = {
+        {kChanges, "none", {{"GET /notifs flags=0", "send"}}, changes},
         {kChanges, "1.0", {{"GET /sync/notifs/tok flags=0", "send"}}, changes},
         {kChanges, "1.1", {{"GET /sync/notifs flags=0", "send"}}, changes},
+        {kMappings,
+         "none",
+         {{"GET /folders?includeAll=true&timeout=30 flags=0", "send"}},
+         "Request Path: /folders?includeAll=true&timeout=30"},
         {kMappings, "1.0", {}, "API Version 1.0 detected, returning default home mapping"},
         {kMappings,
          "1.1",
@@ -57,6 +62,10 @@ TEST(FeedAndSharing, AskAsTheirApiVersionWantsIt)
            "last field type=USER", "send"}},
          "Request Path: /sync/share"},
         {kAudit, "1.0", {{"POST /audit flags=0", "field data=a\xC3\xA9", "send"}}, "Publishing auditing data to endpoint [/audit]"},
+        {kWipe,
+         "none",
+         {{"POST api/devices flags=0", "field username=ann", "field device_id=id", "start 1000", "post data", "receive"}},
+         "Request Path: api/devices"},
         {kWipe, "1.0", {}, "AcknowledgeRemoteWipe is not supported on this server version"},
         {kWipe,
          "1.1",
@@ -67,7 +76,8 @@ TEST(FeedAndSharing, AskAsTheirApiVersionWantsIt)
     {
         SCOPED_TRACE(std::string(asked.version) + " " + asked.message);
         ScriptedClient client;
-        client.Negotiate(asked.version);
+        if (asked.version != std::string("none"))
+            client.Negotiate(asked.version);
         client->SetSessionToken(L"tok");
         client.script.replies = {{200, R"({"contents":[{"name":"Docs","secret":"s"}]})", 0, {}}};
         TraceCapture trace;

@@ -16,19 +16,19 @@ endif()
 # For C++ alone: the resource compiler knows none of these.
 add_library(quendra_warnings INTERFACE)
 if(MSVC)
-    target_compile_options(quendra_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:/W4;/WX>)
-    add_compile_options($<$<COMPILE_LANGUAGE:CXX>:/permissive-;/utf-8;/Zc:__cplusplus>)
+    target_compile_options(quendra_warnings INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:/W4;/WX>")
+    add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:/permissive-;/utf-8;/Zc:__cplusplus>")
 else()
     target_compile_options(quendra_warnings INTERFACE
-        $<$<COMPILE_LANGUAGE:CXX>:-Wall;-Wextra;-Wpedantic;-Werror;-Wshadow;-Wconversion;-Wsign-conversion;-Wold-style-cast>
-        $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor;-Woverloaded-virtual;-Wcast-align;-Wnull-dereference;-Wdouble-promotion>
-        $<$<COMPILE_LANGUAGE:CXX>:-Wimplicit-fallthrough;-Wundef>)
+        "$<$<COMPILE_LANGUAGE:CXX>:-Wall;-Wextra;-Wpedantic;-Werror;-Wshadow;-Wconversion;-Wsign-conversion;-Wold-style-cast>"
+        "$<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor;-Woverloaded-virtual;-Wcast-align;-Wnull-dereference;-Wdouble-promotion>"
+        "$<$<COMPILE_LANGUAGE:CXX>:-Wimplicit-fallthrough;-Wundef>")
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
         # False positives of GCC 12's flow analysis inside the standard library's own strings and shared pointers.
-        target_compile_options(quendra_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-null-dereference;-Wno-restrict>)
+        target_compile_options(quendra_warnings INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:-Wno-null-dereference;-Wno-restrict>")
         if(MINGW)
             # The same with mingw's inline wmemcpy; the Linux builds keep these warnings.
-            target_compile_options(quendra_warnings INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-array-bounds;-Wno-stringop-overread>)
+            target_compile_options(quendra_warnings INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:-Wno-array-bounds;-Wno-stringop-overread>")
         endif()
     endif()
 endif()

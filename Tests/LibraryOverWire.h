@@ -58,8 +58,6 @@ public:
     IQuendraHttpAPI* operator->() const { return m_api; }
     [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
 
-    [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
-
     ResultCode ShakeHands() const
     {
         std::uint32_t mode = 0;

@@ -48,8 +48,8 @@ if(NOT WIN32)
     install(FILES Platform/Posix/PosixTypes.h Platform/Posix/Win32.h Platform/Posix/WinHttp.h
         DESTINATION ${headerFolder}/Platform/Posix COMPONENT Development)
 endif()
-list(TRANSFORM QUENDRA_CLIENT_HEADERS PREPEND Libraries/Includes/)
-install(FILES ${QUENDRA_CLIENT_HEADERS} DESTINATION ${headerFolder} COMPONENT Development)
+list(TRANSFORM QUENDRA_CLIENT_HEADERS PREPEND Libraries/Includes/ OUTPUT_VARIABLE recordHeaders)
+install(FILES ${recordHeaders} DESTINATION ${headerFolder} COMPONENT Development)
 
 # find_package(QuendraHttp) and pkg-config.
 install(EXPORT QuendraHttpTargets NAMESPACE QuendraHttp:: DESTINATION ${configFolder} COMPONENT Development)

@@ -5,7 +5,7 @@
 #     CMake/prepare.sh [linux] [tests] [tools] [windows]        (default: all four)
 #
 #     linux     the compiler and the libraries of the Linux build
-#     tests     GoogleTest, Clang with its sanitizers, librsync's own program
+#     tests     GoogleTest, Clang with its sanitizers, Doxygen, librsync's own program, what packages are made with
 #     tools     clang-tidy and clang-format
 #     windows   mingw-w64, Wine, and the libraries that Debian has no mingw packages of, in build/windows-deps
 #
@@ -17,9 +17,9 @@ prefix=$deps/x86_64-w64-mingw32
 
 linux=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libjsoncpp-dev libutfcpp-dev libcpp-httplib-dev libssl-dev libcli11-dev librsync-dev
        openssl ca-certificates)
-tests=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev llvm binutils rdiff)
+tests=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev llvm binutils dpkg-dev file doxygen rdiff)
 tools=(clang clang-tidy clang-format git)
-windows=(g++-mingw-w64-x86-64-posix wine64 googletest libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring)
+windows=(g++-mingw-w64-x86-64-posix wine64 pkg-config googletest libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring)
 
 say() { printf '%s\n' "$*" >&2; }
 

@@ -12,13 +12,13 @@ namespace Eventing
 /// One event as a sink gets it. The pointers hold for the call only; the names are never null.
 struct Event
 {
-    const EventDescriptor* descriptor;
-    const char* sourceUnit;
-    std::int32_t line;
-    const char* function;
-    const char* message;           ///< UTF-8; null for a function's entry or exit.
-    std::uint32_t threadId;        ///< the system's number of the thread that writes.
-    std::int64_t unixMilliseconds; ///< when it was written: UTC, since 1970.
+    const EventDescriptor* descriptor; ///< its properties.
+    const char* sourceUnit;            ///< narrow name of the source unit that wrote it.
+    std::int32_t line;                 ///< the line in it.
+    const char* function;              ///< narrow name of the function.
+    const char* message;               ///< UTF-8; null for a function's entry or exit.
+    std::uint32_t threadId;            ///< the system's number of the thread that writes.
+    std::int64_t unixMilliseconds;     ///< when it was written: UTC, since 1970.
 };
 
 /// Takes one event. Called on the thread that writes it, by several threads at once; must not throw, write events, or close its
@@ -33,11 +33,13 @@ inline constexpr std::uint64_t kAnyKeyword = ~std::uint64_t{0};
 /// Opens a sink.
 /// @param level     the highest level that passes (1 critical to 4 informational).
 /// @param keywords  an event passes when it shares a bit with these.
-/// @param callback  takes the events; `context` is handed through to it.
+/// @param callback  takes the events.
+/// @param context   handed through to the callback.
 /// @return the provider handle that writes into this sink, or 0 where no more sinks can be opened (16 at a time).
 QUENDRA_EVENTING_API Eventing::ProviderHandle OpenEventSink(std::uint8_t level, std::uint64_t keywords, Eventing::EventCallback callback,
                                                             void* context) noexcept;
 
 /// Closes a sink: when it returns, the callback does not run and will not run again. Its handle may still be written to, and
 /// never reaches another sink. A handle of no open sink does nothing.
+/// @param provider  what `OpenEventSink` returned.
 QUENDRA_EVENTING_API void CloseEventSink(Eventing::ProviderHandle provider) noexcept;

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+/// @cond
 #if defined(_WIN32) && defined(QUENDRA_EVENTING_BUILD)
 #define QUENDRA_EVENTING_API extern "C"
 #elif defined(_WIN32)
@@ -13,6 +14,7 @@
 #else
 #define QUENDRA_EVENTING_API extern "C" __attribute__((visibility("default")))
 #endif
+/// @endcond
 
 namespace Eventing
 {
@@ -24,26 +26,30 @@ using ProviderHandle = std::uint64_t;
 /// (https://learn.microsoft.com/windows/win32/api/evntprov/ns-evntprov-event_descriptor).
 struct EventDescriptor
 {
-    std::uint16_t id;
-    std::uint8_t version;
-    std::uint8_t channel;
-    std::uint8_t level; ///< 1 critical, 2 error, 3 warning, 4 informational.
-    std::uint8_t opcode;
-    std::uint16_t task;
-    std::uint64_t keyword;
+    std::uint16_t id;      ///< what kind of event it is.
+    std::uint8_t version;  ///< of the event's form.
+    std::uint8_t channel;  ///< the system's event channel.
+    std::uint8_t level;    ///< 1 critical, 2 error, 3 warning, 4 informational.
+    std::uint8_t opcode;   ///< what of the task it is.
+    std::uint16_t task;    ///< what it belongs to.
+    std::uint64_t keyword; ///< bits to filter by.
 };
 static_assert(sizeof(EventDescriptor) == 16);
 
-/// The ids that tell a function's entry from its exit.
-inline constexpr std::uint16_t kFunctionEntryId = 110;
-inline constexpr std::uint16_t kFunctionExitId = 111;
+inline constexpr std::uint16_t kFunctionEntryId = 110; ///< the id of a function's entry.
+inline constexpr std::uint16_t kFunctionExitId = 111;  ///< the id of a function's exit.
 
 } // namespace Eventing
 
-/// Ordinal 3. Non-zero when a consumer listens at the descriptor's level and keyword.
+/// Ordinal 3. Whether somebody would get an event.
+/// @param provider    the provider that would write it.
+/// @param descriptor  its properties.
+/// @return non-zero when a consumer listens at the descriptor's level and keyword.
 QUENDRA_EVENTING_API std::int32_t IsEventEnabled(Eventing::ProviderHandle provider, const Eventing::EventDescriptor* descriptor) noexcept;
 
 /// Ordinal 5. Writes a message.
+/// @param provider    the provider that writes it.
+/// @param descriptor  its properties.
 /// @param sourceUnit  narrow name of the source unit that writes.
 /// @param line        line of the message.
 /// @param function    narrow name of the function that writes.
@@ -54,5 +60,10 @@ QUENDRA_EVENTING_API void WriteEventFormatted(Eventing::ProviderHandle provider,
                                               ...) noexcept;
 
 /// Ordinal 6. Writes a function's entry or exit.
+/// @param provider    the provider that writes it.
+/// @param descriptor  its properties.
+/// @param sourceUnit  narrow name of the source unit.
+/// @param line        line that identifies the function.
+/// @param function    narrow name of the function.
 QUENDRA_EVENTING_API void WriteEventFunction(Eventing::ProviderHandle provider, const Eventing::EventDescriptor* descriptor,
                                              const char* sourceUnit, std::int32_t line, const char* function) noexcept;

@@ -19,8 +19,6 @@ constexpr TraceFormat<> kCancelled{"Download cancelled"};
 constexpr InitialiseRule kDeltaRequestRule{"httpRequest->Initialise, error code: 0x%x", false, true};
 constexpr InitialiseRule kRangeRequestRule{"WinHttpRequest failed to initialise, error code: 0x%x"};
 
-constexpr ResultCode kLastRefusal = 27775;
-
 std::wstring WithoutLongPathPrefix(const std::wstring& path)
 {
     constexpr std::wstring_view prefix = L"\\\\?\\";
@@ -73,7 +71,7 @@ ResultCode CNativeHttp::_Internal_DownloadFile(const std::wstring& serverPath, c
 
         constexpr TraceFormat<ResultCode> receiveFailed{"SendRequestGetResponse failed, error code: %d"};
         const ResultCode result = exchange.Request().SendRequestGetResponse(localPath, &cancelEvent, progress, true, 0, 0);
-        if (result >= Result::RefusalBase && result <= kLastRefusal)
+        if (result >= Result::RefusalBase && result <= Result::LastRefusal)
         {
             if (const ResultCode failed =
                     exchange.Check("ReadResponse failed, error code: %d", exchange.Request().ReadResponse(exchange.Response())))

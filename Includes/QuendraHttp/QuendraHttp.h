@@ -25,6 +25,7 @@ class CNotificationAction;
 class IServerAttributes;
 class IWinHttpFactory;
 
+/// @cond
 #if defined(_WIN32) && defined(QUENDRA_HTTP_BUILD)
 #define QUENDRA_HTTP_API extern "C"
 #elif defined(_WIN32)
@@ -32,6 +33,7 @@ class IWinHttpFactory;
 #else
 #define QUENDRA_HTTP_API extern "C" __attribute__((visibility("default")))
 #endif
+/// @endcond
 
 /// Items in the order in which the server reports them.
 using ServerItemList = std::list<std::shared_ptr<IServerAttributes>>;
@@ -41,6 +43,10 @@ using ServerItemList = std::list<std::shared_ptr<IServerAttributes>>;
 /// An operation returns 0 on success, else a code of `Result` or of the platform; nothing is thrown. Where memory runs out it
 /// is `Result::Failed`. Outputs are set on success only, unless stated otherwise. The order of the operations is part of
 /// the contract with callers built by other compilers.
+///
+/// A server path begins at the user's root with "/" and is separated by "/"; it is not encoded. A local path is one of the
+/// platform's. A refusal is a code from `Result::RefusalBase` on: plus the reply's "errorId", or plus the HTTP status. A platform error
+/// is that of the step which failed: set-up, sending, receiving, reading or writing the local file.
 class IQuendraHttpAPI
 {
 public:
@@ -53,7 +59,7 @@ public:
     /// @param[out] handshakeValue  the server's "tos" value divided by 4, rounded down; set as soon as a version is chosen, also
     ///                             where the mode is not learnt then.
     /// @return 19006 for a server without a compatible API version, 12004 for a reply without a readable mode, 8 for none;
-    ///         a refusal (20000 + n); a platform error, as an HRESULT where the timeouts cannot be set.
+    ///         a refusal; a platform error, as an HRESULT where the timeouts cannot be set.
     virtual ResultCode Init(std::uint32_t& serverMode, std::uint32_t& handshakeValue) = 0;
 
     /// Slot 2. Asks the server for its version.
@@ -61,29 +67,40 @@ public:
     /// @return 12004 for a reply without a build number, 8 for none; a refusal; a platform error.
     virtual ResultCode Version(std::wstring& buildNumber) = 0;
 
-    /// Slot 3. Whether the negotiated API version is 1.3 or later; false before the handshake.
+    /// Slot 3. Which API version was negotiated.
+    /// @return whether it is 1.3 or later; false before the handshake.
     virtual bool IsApiVersionAtLeast13() = 0;
 
-    /// Slot 4. Names the server.
+    /// Slot 4. Names the server. To be called before the handshake.
     /// @param server  in the thread's ANSI code page: a host, "http://host" or "https://host"; only "https://" (in any case)
     ///                makes requests secure. What follows the host stays part of the name.
+    /// @return 0; 87 for a null pointer.
     virtual ResultCode SetServer(const char* server) = 0;
 
-    /// Slot 5. The server's TCP port; not checked.
+    /// Slot 5. Sets the server's TCP port.
+    /// @param port  not checked; 0 until it is set.
+    /// @return 0.
     virtual ResultCode SetPort(int port) = 0;
 
     /// Slot 6. Keeps a text for the caller; the library does not use it.
+    /// @param text  copied.
+    /// @return 0; 87 for a null pointer.
     virtual ResultCode SetClientTag(const char* text) = 0;
 
     /// Slot 7. Replaces the device name that login and registration send.
+    /// @param name  copied.
+    /// @return 0; 87 for a null pointer.
     virtual ResultCode SetDeviceName(const wchar_t* name) = 0;
 
     /// Slot 8. Shakes hands (see `Init`), then opens a session for a user; later requests carry its token.
+    /// @param userId                the user's name.
+    /// @param password              never traced.
     /// @param deviceToken           sent unless the server is in legacy mode.
     /// @param deviceId              the machine's name.
     /// @param[out] policy           the whole reply, where it holds a policy block, also when the result is 5.
     /// @param[out] handshakeValue   as `Init` gives it.
-    /// @param clientVersion, clientPlatformVersion  left out where the first component is 0.
+    /// @param clientVersion         left out where the first component is 0.
+    /// @param clientPlatformVersion left out where the first component is 0.
     /// @return 5 for a reply without a token, 8 for none, 122 for a field that is too long (nothing is sent); a refusal;
     ///         a platform error.
     virtual ResultCode Login(const std::wstring& userId, const std::wstring& password, const std::wstring& deviceToken,
@@ -91,20 +108,28 @@ public:
                              const VersionNumber& clientVersion, const VersionNumber& clientPlatformVersion) = 0;
 
     /// Slot 9. Registers this device for a user; the server sends the user an e-mail, again where it knows the device.
+    /// @param userId    the user's name.
+    /// @param deviceId  the machine's name.
     /// @return 122 for a field that is too long (nothing is sent); a refusal; a platform error.
     virtual ResultCode Register(const std::wstring& userId, const std::wstring& deviceId) = 0;
 
     /// Slot 10. Does nothing.
+    /// @return 0.
     virtual ResultCode ReservedNoOp() = 0;
 
-    /// Slot 11.
+    /// Slot 11. Tells the session token.
+    /// @param[out] token  empty for none. Whoever has it acts as the user: treat it like a password.
+    /// @return 0.
     virtual ResultCode GetSessionToken(std::wstring& token) = 0;
 
-    /// Slot 12. Replaces the session token; no request is made. Empty means none.
+    /// Slot 12. Replaces the session token; no request is made.
+    /// @param token  empty for none.
+    /// @return 0; 6 where the transport gave no session.
     virtual ResultCode SetSessionToken(const std::wstring& token) = 0;
 
     /// Slot 13. Waits for changes on the server. Another thread ends the wait with `CloseRequestHandle(L"/notifs")`.
     /// @param[in,out] actions  appended to; the caller deletes the records.
+    /// @return 0, also where nothing changed; 1237 (repeat); a refusal; a platform error.
     virtual ResultCode GetChanges(std::list<CNotificationAction*>& actions) = 0;
 
     /// Slot 14. The server's folder mappings.
@@ -113,23 +138,28 @@ public:
     virtual ResultCode GetRemoteFolderMap(std::vector<CMapping*>& mappings) = 0;
 
     /// Slot 15. One item's attributes.
-    /// @param path  server path, "/"-separated, from the user's root.
+    /// @param path             server path.
+    /// @param[out] attributes  the item.
     /// @return 13 for a reply that does not describe exactly one item, 8 for none; a refusal; a platform error.
     virtual ResultCode GetPathAttributes(const std::wstring& path, std::shared_ptr<IServerAttributes>& attributes) = 0;
 
     /// Slot 16. Writes an item's times and attribute bits.
+    /// @param path                server path.
     /// @param attributes          what to write.
     /// @param[out] newAttributes  the item afterwards.
-    /// @return 5 for a reply that does not describe exactly one item, 8 for none; a refusal; a platform error.
+    /// @return 5 for a reply that does not describe exactly one item, 8 for none, 87 without attributes; a refusal; a platform
+    ///         error.
     virtual ResultCode SetPathAttributes(const std::wstring& path, const std::shared_ptr<IServerAttributes>& attributes,
                                          std::shared_ptr<IServerAttributes>& newAttributes) = 0;
 
     /// Slot 17. Reads a mappings reply; no request is made.
+    /// @param response          stays the caller's.
     /// @param[in,out] mappings  appended to; the caller deletes the records.
     /// @return the number of records appended.
     virtual std::uint32_t GetMappingsFromResponse(const ResponseBuffer& response, std::vector<CMapping*>& mappings) = 0;
 
-    /// Slot 18. A folder and what is in it.
+    /// Slot 18. A folder and what is in it. `CloseRequestHandle` with the path ends it.
+    /// @param path              server path.
     /// @param[in,out] children  appended to, also where the folder's own record cannot be read.
     /// @param[out] folder       the folder itself.
     /// @param cancelEvent       tested once before anything is sent; may be null.
@@ -139,45 +169,60 @@ public:
                                       const CancelEvent* cancelEvent) = 0;
 
     /// Slot 19. Deletes an item.
+    /// @param path        server path.
     /// @param attributes  names the revision to delete; may be empty for any.
-    /// @return a refusal, 20000 also for a transfer that failed; a platform error of the set-up.
+    /// @return 8 for a reply without a body; a refusal, 20000 also for a transfer that failed; a platform error of the set-up.
     virtual ResultCode DeletePath(const std::wstring& path, const std::shared_ptr<IServerAttributes>& attributes) = 0;
 
     /// Slot 20. Renames an item in its folder (over whatever has the new name), or moves it to another.
+    /// @param source              server path of the item.
+    /// @param target              server path that it gets; in another folder it is a move. Case makes no folder another.
     /// @param overwrite           1 lets a move replace its target.
     /// @param[out] newAttributes  the item afterwards.
     /// @return 13 for a reply that does not describe exactly one item, 8 for none; a refusal; a platform error.
     virtual ResultCode RenamePath(const std::wstring& source, const std::wstring& target, std::uint32_t overwrite,
                                   std::shared_ptr<IServerAttributes>& newAttributes) = 0;
 
-    /// Slot 21. Tells the server that this device carried out a remote wipe.
-    /// @return the bare HTTP status of a refusal; a platform error.
+    /// Slot 21. Tells the server that this device carried out a remote wipe. With API 1.0 nothing is sent.
+    /// @param userName  the user's name.
+    /// @param deviceId  the machine's name.
+    /// @return the bare HTTP status of a refusal; 122 for a field that is too long (nothing is sent); a platform error.
     virtual ResultCode AcknowledgeRemoteWipe(const std::wstring& userName, const std::wstring& deviceId) = 0;
 
-    /// Slot 22. Ends the request that runs for a path on another thread; does nothing where there is none.
-    /// @param path  the path that the operation was given; "/notifs" for `GetChanges`.
+    /// Slot 22. Ends the request that runs for a path on another thread; does nothing where there is none. Listings, uploads,
+    /// downloads and the change feed can be ended so.
+    /// @param path  the server path that the operation was given; "/notifs" for `GetChanges`.
+    /// @return 0. The operation that is ended returns a platform error.
     virtual ResultCode CloseRequestHandle(const std::wstring& path) = 0;
 
     /// Slot 23. Creates a folder.
+    /// @param path             server path of the new folder.
+    /// @param[out] attributes  the folder.
     /// @return 5 for a reply that does not describe exactly one item, 8 for none; a refusal; a platform error.
     virtual ResultCode CreateFolder(const std::wstring& path, std::shared_ptr<IServerAttributes>& attributes) = 0;
 
-    /// Slot 24. Sends a whole local file, or a delta against what the server has.
+    /// Slot 24. Sends a whole local file, or a delta against what the server has. `CloseRequestHandle` with the server path ends it.
+    /// @param localPath           the file to send; not to be changed meanwhile.
+    /// @param serverPath          the item's path.
     /// @param[in,out] attributes  times, attribute bits, size and revision to send; then what the server reports, also for 21077.
     /// @param deltaFlag           non-zero: `localPath` is a delta.
+    /// @param cancelEvent         tested before anything is sent, after each block and once the server has answered.
     /// @param progress            may be empty.
-    /// @return 1223 when cancelled, 13 for a reply that cannot be read, 12152 for none, 1237 (repeat); a refusal; a platform
-    ///         error.
+    /// @return 1223 when cancelled, 13 for a reply that cannot be read, 12152 for none, 1237 (repeat), 87 without attributes or
+    ///         flag; a refusal; a platform error.
     virtual ResultCode UploadFile(const std::wstring& localPath, const std::wstring& serverPath,
                                   std::shared_ptr<IServerAttributes>& attributes, const std::uint32_t* deltaFlag,
                                   const CancelEvent& cancelEvent, const std::shared_ptr<IProgressCallback>& progress) = 0;
 
-    /// Slot 25. Sends one chunk of a local file.
+    /// Slot 25. Sends one chunk of a local file. `CloseRequestHandle` with the server path ends it.
+    /// @param localPath           the whole file.
+    /// @param serverPath          the item's path.
     /// @param[in,out] attributes  the item's times, attribute bits, size and revision; then what the server reports.
     /// @param uploadId            the caller's identifier of the whole upload.
     /// @param offset              the chunk's first byte.
     /// @param[in,out] length      the chunk's bytes; cut at the size that the attributes tell, to 0 beyond it.
     /// @param beginFlag           non-zero for an upload's first chunk.
+    /// @param cancelEvent         tested like `UploadFile`'s.
     /// @param progress            may be empty.
     /// @return like `UploadFile`, 12152 for a refusal without a body, 87 for a negative offset, length or size.
     virtual ResultCode ResumableUpload(const std::wstring& localPath, const std::wstring& serverPath,
@@ -186,33 +231,59 @@ public:
                                        const std::shared_ptr<IProgressCallback>& progress) = 0;
 
     /// Slot 26. Abandons a chunked upload.
+    /// @param serverPath  the path that its chunks were sent to.
+    /// @param uploadId    its identifier.
+    /// @return 1237 (repeat); a refusal; a platform error.
     virtual ResultCode CancelUpload(const std::wstring& serverPath, const GUID& uploadId) = 0;
 
     /// Slot 27. Finishes a chunked upload, under another path.
+    /// @param serverPath       the path that its chunks were sent to.
+    /// @param newServerPath    the path that the item gets; without CR, LF and NUL.
+    /// @param uploadId         its identifier.
     /// @param[out] attributes  the item.
+    /// @return 13 for a reply that does not describe exactly one item, 87 for a path that cannot be sent, 1237 (repeat); a refusal;
+    ///         a platform error.
     virtual ResultCode CompleteUpload(const std::wstring& serverPath, const std::wstring& newServerPath, const GUID& uploadId,
                                       std::shared_ptr<IServerAttributes>& attributes) = 0;
 
     /// Slot 28. What the server has of a chunked upload.
-    /// @param[out] offset  bytes received.
+    /// @param serverPath   the path that its chunks were sent to.
+    /// @param uploadId     its identifier.
+    /// @param[out] offset  bytes received; left alone where the server does not tell.
     /// @param[out] locked  1 or 0; left alone where the server does not tell.
-    /// @return 8 for a reply without a body, 13 for one that cannot be read; a refusal; a platform error.
+    /// @return 8 for a reply without a body, 13 for one that cannot be read, 87 for a null pointer, 1237 (repeat); a refusal;
+    ///         a platform error.
     virtual ResultCode GetResumableUploadMetadata(const std::wstring& serverPath, const GUID& uploadId, std::int64_t* offset,
                                                   std::uint32_t* locked) = 0;
 
-    /// Slot 29. Receives a whole file, or, with a signature of the local one, a delta against it.
-    /// @param attributes          the item, for its revision.
-    /// @param[out] outAttributes  the item after the transfer.
+    /// Slot 29. Receives a whole file, or, with a signature of the local one, a delta against it. `CloseRequestHandle` with the server
+    /// path ends it.
+    /// @param serverPath          the item's path.
+    /// @param localPath           created, or replaced once the server sends the content; what has come by then stays after a failure.
+    /// @param attributes          names the revision to receive; may be empty for the newest.
+    /// @param[out] outAttributes  the item after the transfer: asked for again where an old server needs that, else `attributes`.
     /// @param signaturePath       local signature file; empty for a whole file.
+    /// @param cancelEvent         tested before anything is sent and after each block.
     /// @param progress            may be empty.
+    /// @return 1223 when cancelled, 12030 for a body that ends early, 1237 (repeat); a refusal, 20000 for one of a whole file without
+    ///         an "errorId"; a platform error.
     virtual ResultCode DownloadFile(const std::wstring& serverPath, const std::wstring& localPath,
                                     const std::shared_ptr<IServerAttributes>& attributes, std::shared_ptr<IServerAttributes>& outAttributes,
                                     const std::wstring& signaturePath, const CancelEvent& cancelEvent,
                                     const std::shared_ptr<IProgressCallback>& progress) = 0;
 
-    /// Slot 30. Receives a range of a file and writes it at the same position of the local file.
-    /// @param skip   first byte of the range.
-    /// @param count  bytes of the range.
+    /// Slot 30. Receives a range of a file and writes it at the same position of the local file. `CloseRequestHandle` with the server
+    /// path ends it.
+    /// @param serverPath          the item's path.
+    /// @param localPath           must exist, except for a range that begins at 0 or at a multiple of 4 GiB: that creates or truncates it.
+    /// @param attributes          names the revision to receive; may be empty for the newest.
+    /// @param[out] outAttributes  as `DownloadFile` gives it.
+    /// @param skip                first byte of the range.
+    /// @param count               bytes of the range.
+    /// @param cancelEvent         tested like `DownloadFile`'s.
+    /// @param progress            may be empty.
+    /// @return 1223 when cancelled, 12030 for a body that ends early, 1237 (repeat), 87 for a null pointer; a refusal (20000 plus the
+    ///         HTTP status); a platform error.
     virtual ResultCode DownloadData(const std::wstring& serverPath, const std::wstring& localPath,
                                     const std::shared_ptr<IServerAttributes>& attributes, std::shared_ptr<IServerAttributes>& outAttributes,
                                     const std::uint64_t* skip, const std::int64_t* count, const CancelEvent& cancelEvent,
@@ -225,7 +296,9 @@ public:
     virtual ResultCode PublishSyncStats(const std::string& data) = 0;
 
     /// Slot 32. Asks the server to share items with recipients.
-    /// @return 8 for a reply without a body, 122 for a field that is too long (nothing is sent); a refusal; a platform error.
+    /// @param request  what to share; released when the operation ends.
+    /// @return 8 for a reply without a body, 122 for a field that is too long (nothing is sent), 87 without a request; a refusal;
+    ///         a platform error.
     virtual ResultCode GenerateLink(std::shared_ptr<ShareRequest> request) = 0;
 
     /// Slot 33. Ends the instance like slot 0. C++ cannot call it through a null pointer: where the pointer may be null, call
@@ -234,6 +307,7 @@ public:
 };
 
 /// Ends an instance; a null pointer does nothing. `Release` does the same for an instance that is there.
+/// @param instance  may be null.
 inline void ReleaseInstance(IQuendraHttpAPI* instance) noexcept
 {
     delete instance;
@@ -248,11 +322,13 @@ QUENDRA_HTTP_API std::int32_t Init(std::uint64_t handle);
 QUENDRA_HTTP_API void Exit();
 
 /// Makes an instance over the library's own transport.
+/// @param deviceName  what login and registration call this machine.
 /// @return the instance, to be ended by slot 0, slot 33 or `ReleaseInstance`; null where memory runs out.
 QUENDRA_HTTP_API IQuendraHttpAPI* CreateInstance(const std::wstring& deviceName);
 
 /// Makes an instance over a caller's transport.
-/// @param factory  shared by the instance for its life.
+/// @param factory     shared by the instance for its life.
+/// @param deviceName  what login and registration call this machine.
 /// @return as `CreateInstance`.
 QUENDRA_HTTP_API IQuendraHttpAPI* CreateInstanceWithFactory(const std::shared_ptr<IWinHttpFactory>& factory,
                                                             const std::wstring& deviceName);

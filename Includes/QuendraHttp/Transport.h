@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 
+/// @cond
 // MSVC lays neighbouring overloads of one name in reverse order of declaration, the Itanium C++ ABI (GCC, Clang, mingw) in the
 // order of declaration. A pair that is declared through this macro has its first in the lower slot under both.
 #if defined(_MSC_VER)
@@ -25,6 +26,7 @@
     first;                                                                                                                                 \
     second
 #endif
+/// @endcond
 
 /// The process's way to servers, and the session token that all its requests carry.
 /// The token may be read and written by several threads at once.
@@ -32,21 +34,29 @@ class IWinHttpSession
 {
 public:
     /// Slot 0. Opens the session with its default timeouts.
+    /// @return 0 or an HRESULT.
     virtual ResultCode Initialise() = 0;
 
     virtual ~IWinHttpSession() = default; // slot 1
 
     /// Slot 2. Sets the timeouts, in milliseconds (0: no limit), of every request opened from now on.
+    /// @param resolve  for the server's name.
+    /// @param connect  for a connection.
+    /// @param send     for each piece that is sent.
+    /// @param receive  for each piece that is received.
     /// @return non-zero on success; else the last error tells why.
     virtual int SetTimeouts(std::int32_t resolve, std::int32_t connect, std::int32_t send, std::int32_t receive) = 0;
 
-    /// Slot 3. Replaces the session token; empty means none.
+    /// Slot 3. Replaces the session token.
+    /// @param token  empty for none.
     virtual void SetSessionToken(const std::wstring& token) = 0;
 
     /// Slot 4.
+    /// @return the session token; empty for none.
     virtual std::wstring GetSessionToken() = 0;
 
-    /// Slot 5. The platform's session handle, owned by the session; null when closed.
+    /// Slot 5. Only the library's own connections ask for it.
+    /// @return the platform's session handle, owned by the session; null when closed.
     virtual HINTERNET GetHandle() = 0;
 };
 
@@ -62,10 +72,12 @@ public:
     /// @param session                 an initialised session.
     /// @param sendTimeoutOverride     milliseconds that replace the send timeout setting; 0 for none.
     /// @param receiveTimeoutOverride  milliseconds that replace the receive timeout setting; 0 for none.
+    /// @return 0 or an HRESULT.
     virtual ResultCode Initialise(const std::wstring& server, std::uint16_t port, const std::shared_ptr<IWinHttpSession>& session,
                                   std::uint64_t sendTimeoutOverride, std::uint64_t receiveTimeoutOverride) = 0;
 
-    /// Slot 2. The platform's connection handle, owned by the connection; null when closed.
+    /// Slot 2. Only the library's own requests ask for it.
+    /// @return the platform's connection handle, owned by the connection; null when closed.
     virtual HINTERNET GetHandle() = 0;
 };
 
@@ -81,14 +93,19 @@ public:
     /// @param connection  an initialised connection.
     /// @param acceptType  a media type to accept, or null.
     /// @param flags       `WINHTTP_FLAG_SECURE` (0x800000) for HTTPS, else 0.
+    /// @return 0 or an HRESULT.
     virtual ResultCode Initialise(const std::wstring& path, const std::wstring& verb, const std::shared_ptr<IWinHttpConnection>& connection,
                                   const wchar_t* acceptType, std::uint32_t flags) = 0;
 
     /// Slot 2. Adds a header, joined with a comma to one of the same name.
+    /// @param name   without the colon.
+    /// @param value  as it is sent.
     /// @return 87 for a name or value with CR, LF or NUL.
     virtual ResultCode AddHeader(const std::wstring& name, const std::wstring& value) = 0;
 
-    /// Slot 3. Sends the headers, announcing a body of `contentLength` bytes that is written afterwards.
+    /// Slot 3. Sends the headers; the body is written afterwards.
+    /// @param contentLength  the body's bytes, as the headers announce them.
+    /// @return 0 or a platform error.
     virtual ResultCode StartRequest(std::uint64_t contentLength) = 0;
 
     /// Slot 4. Collects one field of a form-urlencoded body.
@@ -99,69 +116,104 @@ public:
     virtual ResultCode AppendFormData(const char* name, const std::wstring& value, bool isLast) = 0;
 
     /// Slot 5. Writes the collected bytes and forgets them, whatever the outcome.
+    /// @return 0 or a platform error.
     virtual ResultCode SendPostData() = 0;
 
     /// Slot 6. Adds the headers of a multipart body.
     /// @param acceptJson  asks for a JSON reply, else for raw bytes.
+    /// @return 0 or a platform error.
     virtual ResultCode AddMultipartHeaders(bool acceptJson) = 0;
 
-    /// Slots 7 and 8. Measures a file part of a multipart body (`sizeOut` given: its size in bytes is stored, nothing is
-    /// written) or writes it; slot 7 a range of the file, slot 8 the whole.
-    /// @param fieldName    form field name.
-    /// @param path         local file.
-    /// @param fileName     the name in the part's header.
-    /// @param cancelEvent  may be null.
-    /// @param offset       first byte of the range.
-    /// @param length       bytes of the range; cut at the end of the file.
-    /// @param progress     may be empty.
-    /// @return 1223 when cancelled.
     QUENDRA_OVERLOAD_PAIR(
+        /// Slot 7. Measures or writes a part of a multipart body: a range of a local file.
+        /// @param fieldName    form field name.
+        /// @param path         local file.
+        /// @param fileName     the name in the part's header.
+        /// @param cancelEvent  tested after each block; may be null.
+        /// @param offset       first byte of the range.
+        /// @param length       bytes of the range; cut at the end of the file.
+        /// @param progress     may be empty.
+        /// @param sizeOut      where it is given, it gets the part's size in bytes, and nothing is written.
+        /// @return 1223 when cancelled; a platform error.
         virtual ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName,
                                              const CancelEvent* cancelEvent, const std::int64_t* offset, const std::int64_t* length,
                                              const std::shared_ptr<IProgressCallback>& progress, std::uint64_t* sizeOut) = 0,
+        /// Slot 8. As slot 7, with the whole file.
+        /// @param fieldName    form field name.
+        /// @param path         local file.
+        /// @param fileName     the name in the part's header.
+        /// @param cancelEvent  tested after each block; may be null.
+        /// @param progress     may be empty.
+        /// @param sizeOut      where it is given, it gets the part's size in bytes, and nothing is written.
+        /// @return 1223 when cancelled; a platform error.
         virtual ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName,
                                              const CancelEvent* cancelEvent, const std::shared_ptr<IProgressCallback>& progress,
                                              std::uint64_t* sizeOut) = 0);
 
-    /// Slots 9 and 10. Collects one form field of a multipart body; the wide form goes through the thread's ANSI code page.
-    QUENDRA_OVERLOAD_PAIR(virtual ResultCode AddMultipartFormData(const wchar_t* name, const wchar_t* value) = 0,
-                          virtual ResultCode AddMultipartFormData(const char* name, const char* value) = 0);
+    QUENDRA_OVERLOAD_PAIR(
+        /// Slot 9. As slot 10, for wide text, which goes through the thread's ANSI code page.
+        /// @param name   field name.
+        /// @param value  the field's value.
+        /// @return 0 or a platform error.
+        virtual ResultCode AddMultipartFormData(const wchar_t* name, const wchar_t* value) = 0,
+        /// Slot 10. Collects one form field of a multipart body.
+        /// @param name   field name.
+        /// @param value  the field's value, sent as it is.
+        /// @return 0 or a platform error.
+        virtual ResultCode AddMultipartFormData(const char* name, const char* value) = 0);
 
     /// Slot 11. Collects the closing boundary of a multipart body.
+    /// @return 0 or a platform error.
     virtual ResultCode EndMultipart() = 0;
 
-    /// Slot 12. The size of the closing boundary in bytes.
+    /// Slot 12.
+    /// @return the size of the closing boundary in bytes.
     virtual std::uint32_t GetEndMultipartLength() = 0;
 
-    /// Slots 13 and 14. Slot 13 receives the reply to a request that was sent, into a file; slot 14 sends the request with the
-    /// collected body and receives the reply into memory.
-    /// @param path         the file: an offset of 0 (in its low half) creates or truncates it, another writes into it there.
-    /// @param cancelEvent  may be null.
-    /// @param progress     may be empty.
-    /// @param offsetLow, offsetHigh  the halves of the position at which the body is written.
-    /// @param response     replaced by the body; what it held is not freed.
-    /// @return slot 13: 20000 + status for a status other than 200, the file untouched; 1223 when cancelled.
-    QUENDRA_OVERLOAD_PAIR(virtual ResultCode GetResponse(const std::wstring& path, const CancelEvent* cancelEvent,
-                                                         const std::shared_ptr<IProgressCallback>& progress, std::uint32_t offsetLow,
-                                                         std::uint32_t offsetHigh) = 0,
-                          virtual ResultCode GetResponse(ResponseBuffer& response) = 0);
+    QUENDRA_OVERLOAD_PAIR(
+        /// Slot 13. Receives the reply to a request that was sent, into a file.
+        /// @param path         the file: an offset of 0 (in its low half) creates or truncates it, another writes into it there.
+        /// @param cancelEvent  tested after each block; may be null.
+        /// @param progress     may be empty.
+        /// @param offsetLow    the low half of the position at which the body is written.
+        /// @param offsetHigh   its high half.
+        /// @return 20000 + status for a status other than 200, the file untouched; 1223 when cancelled; a platform error.
+        virtual ResultCode GetResponse(const std::wstring& path, const CancelEvent* cancelEvent,
+                                       const std::shared_ptr<IProgressCallback>& progress, std::uint32_t offsetLow,
+                                       std::uint32_t offsetHigh) = 0,
+        /// Slot 14. Sends the request with the collected body and receives the reply into memory. Every status is a success here.
+        /// @param[out] response  replaced by the body; what it held is not freed.
+        /// @return 0 or a platform error.
+        virtual ResultCode GetResponse(ResponseBuffer& response) = 0);
 
     /// Slot 15. Sends the request with the collected body and receives the reply into a file, like slot 13.
+    /// @param path               as of slot 13, like the others.
+    /// @param cancelEvent        may be null.
+    /// @param progress           may be empty.
     /// @param acceptOctetStream  asks for raw bytes.
+    /// @param offsetLow          the low half of the position.
+    /// @param offsetHigh         its high half.
+    /// @return as slot 13.
     virtual ResultCode SendRequestGetResponse(const std::wstring& path, const CancelEvent* cancelEvent,
                                               const std::shared_ptr<IProgressCallback>& progress, bool acceptOctetStream,
                                               std::uint32_t offsetLow, std::uint32_t offsetHigh) = 0;
 
-    /// Slot 16. The HTTP status of the last reply; 0 before one.
+    /// Slot 16.
+    /// @return the HTTP status of the last reply; 0 before one.
     virtual std::uint32_t GetHTTPStatus() = 0;
 
-    /// Slot 17. How many body bytes are collected.
+    /// Slot 17.
+    /// @return how many body bytes are collected.
     virtual std::uint32_t GetPostDataLength() = 0;
 
     /// Slot 18. Receives the reply to a request that was sent, into memory. Every status is a success here.
+    /// @param[out] response  replaced by the body; what it held is not freed.
+    /// @return 122 where the server announces more than 5 MiB at once; a platform error.
     virtual ResultCode ReceiveResponse(ResponseBuffer& response) = 0;
 
     /// Slot 19. Reads the rest of a reply's body into memory.
+    /// @param[out] response  replaced by the body; what it held is not freed.
+    /// @return as slot 18.
     virtual ResultCode ReadResponse(ResponseBuffer& response) = 0;
 
     /// Slot 20. Closes the request; may be called from another thread, whose blocked call on the request then fails.
@@ -174,9 +226,14 @@ class IWinHttpFactory
 public:
     virtual ~IWinHttpFactory() = default; // slot 0
 
-    virtual std::shared_ptr<IWinHttpSession> CreateSession() = 0;       // slot 1
-    virtual std::shared_ptr<IWinHttpConnection> CreateConnection() = 0; // slot 2
+    /// Slot 1.
+    /// @return a session, not initialised yet.
+    virtual std::shared_ptr<IWinHttpSession> CreateSession() = 0;
+    /// Slot 2.
+    /// @return a connection, not initialised yet.
+    virtual std::shared_ptr<IWinHttpConnection> CreateConnection() = 0;
     /// Slot 3.
     /// @param session  shared by the request for its life.
+    /// @return a request, not initialised yet.
     virtual std::shared_ptr<IWinHttpRequest> CreateRequest(const std::shared_ptr<IWinHttpSession>& session) = 0;
 };

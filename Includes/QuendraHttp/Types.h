@@ -18,7 +18,7 @@
 /// A null event never cancels.
 struct CancelEvent
 {
-    HANDLE event = nullptr;
+    HANDLE event = nullptr; ///< the platform's; the caller closes it.
 };
 
 /// Follows a transfer. Called on the thread that runs the operation; must not throw.
@@ -32,9 +32,9 @@ public:
     /// @param position   bytes moved so far (download) or the position in the local file after the block (upload).
     virtual void OnBlock(std::uint64_t blockSize, std::uint64_t position) = 0;
 
-    virtual void Reserved2() {} // slot 2
-    virtual void Reserved3() {} // slot 3
-    virtual void Reserved4() {} // slot 4
+    virtual void Reserved2() {} ///< Slot 2. Not called.
+    virtual void Reserved3() {} ///< Slot 3. Not called.
+    virtual void Reserved4() {} ///< Slot 4. Not called.
 
     /// Slot 5: called once before a download's status is read.
     /// @param size  size of the status text in bytes.
@@ -47,18 +47,19 @@ public:
 /// `length` does not count.
 struct ResponseBuffer
 {
-    char* data = nullptr;
-    std::uint64_t length = 0;
+    char* data = nullptr;     ///< the bytes.
+    std::uint64_t length = 0; ///< how many they are.
 };
 
 /// A version of up to four components, the major one first.
 struct VersionNumber
 {
-    static constexpr std::size_t kMaximumComponents = 4;
+    static constexpr std::size_t kMaximumComponents = 4; ///< how many components there can be.
 
     VersionNumber() = default;
 
     /// Takes the first four components at most.
+    /// @param values  the components.
     VersionNumber(std::initializer_list<std::uint32_t> values)
     {
         for (const std::uint32_t value : values)
@@ -66,15 +67,15 @@ struct VersionNumber
                 components[count++] = value;
     }
 
-    std::array<std::uint32_t, kMaximumComponents> components{};
-    std::uint32_t count = 0; ///< how many components are set, 0 to 4.
+    std::array<std::uint32_t, kMaximumComponents> components{}; ///< the major one first.
+    std::uint32_t count = 0;                                    ///< how many components are set, 0 to 4.
 };
 
 /// What `GenerateLink` asks the server to share.
 struct ShareRequest
 {
-    std::wstring name;
-    std::wstring message;
+    std::wstring name;               ///< of the share, for people.
+    std::wstring message;            ///< to the recipients.
     std::list<std::wstring> paths;   ///< the items' server paths.
     std::list<std::wstring> targets; ///< the recipients.
 };

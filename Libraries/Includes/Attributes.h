@@ -17,80 +17,106 @@
 class IAttributes
 {
 public:
-    static constexpr std::int64_t kUnsetSize = 0x7FFFFFFFFFFFFFFF;
-    static constexpr std::uint32_t kUnsetAttributes = 0xFFFFFFFF;
+    static constexpr std::int64_t kUnsetSize = 0x7FFFFFFFFFFFFFFF; ///< no size, or no extended value.
+    static constexpr std::uint32_t kUnsetAttributes = 0xFFFFFFFF;  ///< no attribute bits.
 
     virtual ~IAttributes() = default; // slot 0
 
-    /// Slot 1. A new record with the same fields.
+    /// Slot 1. @return a new record with the same fields.
     [[nodiscard]] virtual std::shared_ptr<IAttributes> Clone() const = 0;
-
-    /// Slot 2. Whether all four times are set.
+    /// Slot 2. @return whether all four times are set.
     [[nodiscard]] virtual bool HasTimes() const = 0;
-    [[nodiscard]] virtual bool HasSize() const = 0;          // slot 3
-    [[nodiscard]] virtual bool HasAttributes() const = 0;    // slot 4
-    [[nodiscard]] virtual bool HasExtendedValue() const = 0; // slot 5
-    [[nodiscard]] virtual bool HasAlternatePath() const = 0; // slot 6
-    [[nodiscard]] virtual bool HasName() const = 0;          // slot 7
+    /// Slot 3. @return whether the size is set.
+    [[nodiscard]] virtual bool HasSize() const = 0;
+    /// Slot 4. @return whether the attribute bits are set.
+    [[nodiscard]] virtual bool HasAttributes() const = 0;
+    /// Slot 5. @return whether the extended value is set.
+    [[nodiscard]] virtual bool HasExtendedValue() const = 0;
+    /// Slot 6. @return whether there is an alternate path.
+    [[nodiscard]] virtual bool HasAlternatePath() const = 0;
+    /// Slot 7. @return whether there is a name.
+    [[nodiscard]] virtual bool HasName() const = 0;
 
     /// Slot 8. Unsets every field.
     virtual void Reset() = 0;
 
-    virtual void SetCreationTime(CAttributeTime time) = 0;    // slot 9
-    virtual void SetLastAccessTime(CAttributeTime time) = 0;  // slot 10
-    virtual void SetLastWriteTime(CAttributeTime time) = 0;   // slot 11
-    virtual void SetChangeTime(CAttributeTime time) = 0;      // slot 12
-    virtual void SetSize(std::int64_t size) = 0;              // slot 13: in bytes
-    virtual void SetExtendedValue(std::int64_t value) = 0;    // slot 14: for the caller's own use
-    virtual void SetAttributes(std::uint32_t attributes) = 0; // slot 15: Windows file-attribute bits
-
-    /// Slot 16. Names the item; trailing "/" are cut, so that "/" alone leaves no name.
+    /// Slot 9. @param time  when the item was created.
+    virtual void SetCreationTime(CAttributeTime time) = 0;
+    /// Slot 10. @param time  when the content was last read.
+    virtual void SetLastAccessTime(CAttributeTime time) = 0;
+    /// Slot 11. @param time  when the content was last written.
+    virtual void SetLastWriteTime(CAttributeTime time) = 0;
+    /// Slot 12. @param time  when anything of the item last changed.
+    virtual void SetChangeTime(CAttributeTime time) = 0;
+    /// Slot 13. @param size  in bytes.
+    virtual void SetSize(std::int64_t size) = 0;
+    /// Slot 14. @param value  for the caller's own use.
+    virtual void SetExtendedValue(std::int64_t value) = 0;
+    /// Slot 15. @param attributes  Windows file-attribute bits.
+    virtual void SetAttributes(std::uint32_t attributes) = 0;
+    /// Slot 16. @param name  trailing "/" are cut, so that "/" alone leaves no name.
     virtual void SetName(const std::wstring& name) = 0;
-
-    /// Slot 17. A second path, for the caller's own use; stored as it is.
+    /// Slot 17. @param path  a second path, for the caller's own use; stored as it is.
     virtual void SetAlternatePath(const std::wstring& path) = 0;
-
-    virtual void SetReadOnly(std::uint32_t flag) = 0;       // slot 18: the user may not write the item; the lowest bit counts
-    virtual void SetFolderReadOnly(std::uint32_t flag) = 0; // slot 19: nor inside the folder; the lowest bit counts
-
-    /// Slot 20. Replaces all attribute bits by those of a folder (0x10) or, for 0, of a file (0x80).
+    /// Slot 18. @param flag  whether the user may not write the item; the lowest bit counts.
+    virtual void SetReadOnly(std::uint32_t flag) = 0;
+    /// Slot 19. @param flag  whether the user may not write inside the folder; the lowest bit counts.
+    virtual void SetFolderReadOnly(std::uint32_t flag) = 0;
+    /// Slot 20. Replaces all attribute bits. @param flag  those of a file (0x80) for 0, else those of a folder (0x10).
     virtual void SetDirectory(std::uint32_t flag) = 0;
 
-    [[nodiscard]] virtual CAttributeTime GetCreationTime() const = 0;   // slot 21
-    [[nodiscard]] virtual CAttributeTime GetLastAccessTime() const = 0; // slot 22
-    [[nodiscard]] virtual CAttributeTime GetLastWriteTime() const = 0;  // slot 23
-    [[nodiscard]] virtual CAttributeTime GetChangeTime() const = 0;     // slot 24
-    [[nodiscard]] virtual std::int64_t GetSize() const = 0;             // slot 25
+    /// Slot 21. @return when the item was created.
+    [[nodiscard]] virtual CAttributeTime GetCreationTime() const = 0;
+    /// Slot 22. @return when the content was last read.
+    [[nodiscard]] virtual CAttributeTime GetLastAccessTime() const = 0;
+    /// Slot 23. @return when the content was last written.
+    [[nodiscard]] virtual CAttributeTime GetLastWriteTime() const = 0;
+    /// Slot 24. @return when anything of the item last changed.
+    [[nodiscard]] virtual CAttributeTime GetChangeTime() const = 0;
+    /// Slot 25. @return the size in bytes.
+    [[nodiscard]] virtual std::int64_t GetSize() const = 0;
+    /// Slot 26. @return the size in unsigned decimal.
+    [[nodiscard]] virtual std::string GetSizeStringA() const = 0;
+    /// Slot 27. @return the size in unsigned decimal.
+    [[nodiscard]] virtual std::wstring GetSizeString() const = 0;
+    /// Slot 28. @return the extended value.
+    [[nodiscard]] virtual std::int64_t GetExtendedValue() const = 0;
+    /// Slot 29. @return the attribute bits.
+    [[nodiscard]] virtual std::uint32_t GetAttributes() const = 0;
+    /// Slot 30. @return the attribute bits in unsigned decimal.
+    [[nodiscard]] virtual std::string GetAttributesStringA() const = 0;
+    /// Slot 31. @return the attribute bits in unsigned decimal.
+    [[nodiscard]] virtual std::wstring GetAttributesString() const = 0;
+    /// Slot 32. @return the name; valid until it changes.
+    [[nodiscard]] virtual const std::wstring& GetName() const = 0;
+    /// Slot 33. @return the alternate path; valid until it changes.
+    [[nodiscard]] virtual const std::wstring& GetAlternatePath() const = 0;
+    /// Slot 34. @return whether the user may not write the item.
+    [[nodiscard]] virtual bool IsReadOnly() const = 0;
+    /// Slot 35. @return whether the user may not write inside the folder.
+    [[nodiscard]] virtual bool IsFolderReadOnly() const = 0;
 
-    [[nodiscard]] virtual std::string GetSizeStringA() const = 0;           // slot 26: unsigned decimal, like the next
-    [[nodiscard]] virtual std::wstring GetSizeString() const = 0;           // slot 27
-    [[nodiscard]] virtual std::int64_t GetExtendedValue() const = 0;        // slot 28
-    [[nodiscard]] virtual std::uint32_t GetAttributes() const = 0;          // slot 29
-    [[nodiscard]] virtual std::string GetAttributesStringA() const = 0;     // slot 30: unsigned decimal, like the next
-    [[nodiscard]] virtual std::wstring GetAttributesString() const = 0;     // slot 31
-    [[nodiscard]] virtual const std::wstring& GetName() const = 0;          // slot 32: valid until the name changes
-    [[nodiscard]] virtual const std::wstring& GetAlternatePath() const = 0; // slot 33
-    [[nodiscard]] virtual bool IsReadOnly() const = 0;                      // slot 34
-    [[nodiscard]] virtual bool IsFolderReadOnly() const = 0;                // slot 35
-
-    /// Slot 36. Unsets all four times; returns the time that is none.
+    /// Slot 36. Unsets all four times. @return the time that is none.
     virtual CAttributeTime ClearTimes() = 0;
-    virtual void ClearSize() = 0;          // slot 37
-    virtual void ClearAttributes() = 0;    // slot 38
-    virtual void ClearExtendedValue() = 0; // slot 39
-    virtual void ClearAlternatePath() = 0; // slot 40
-    virtual void ClearName() = 0;          // slot 41
+    virtual void ClearSize() = 0;          ///< Slot 37. Unsets the size.
+    virtual void ClearAttributes() = 0;    ///< Slot 38. Unsets the attribute bits.
+    virtual void ClearExtendedValue() = 0; ///< Slot 39. Unsets the extended value.
+    virtual void ClearAlternatePath() = 0; ///< Slot 40. Empties the alternate path.
+    virtual void ClearName() = 0;          ///< Slot 41. Empties the name.
 };
 
 /// An item with the server's own knowledge of it.
 class IServerAttributes : public IAttributes
 {
 public:
-    /// Slot 42. The server's revision text, kept as the bytes received (UTF-8).
+    /// Slot 42. @param revision  the server's text, kept as the bytes received (UTF-8).
     virtual void SetRevision(const std::string& revision) = 0;
-    [[nodiscard]] virtual std::string GetRevision() const = 0; // slot 43
+    /// Slot 43. @return the server's revision text; empty for none.
+    [[nodiscard]] virtual std::string GetRevision() const = 0;
 
-    /// Slot 44. Whether every field is the same in both records; texts are compared with their case.
+    /// Slot 44. Compares two records; texts are compared with their case.
+    /// @param other  the other record.
+    /// @return whether every field is the same in both.
     [[nodiscard]] virtual bool IsEqual(const IServerAttributes& other) const = 0;
 };
 
@@ -99,8 +125,9 @@ class CServerItemAttributesBase : public IServerAttributes
 {
 public:
     CServerItemAttributesBase() = default;
-    /// The revision is taken through the source's `GetRevision`, whatever class overrides it.
+    /// @param other  its revision is taken through `GetRevision`, whatever class overrides that.
     CServerItemAttributesBase(const CServerItemAttributesBase& other);
+    /// @param other  as of the constructor. @return this record.
     CServerItemAttributesBase& operator=(const CServerItemAttributesBase& other);
 
     void SetRevision(const std::string& revision) override;
@@ -117,6 +144,7 @@ template <typename Base> class CAttributes : public Base, public std::enable_sha
 public:
     CAttributes() = default;
 
+    /// @cond
     [[nodiscard]] std::shared_ptr<IAttributes> Clone() const override;
     [[nodiscard]] bool HasTimes() const override;
     [[nodiscard]] bool HasSize() const override;
@@ -158,6 +186,7 @@ public:
     void ClearExtendedValue() override;
     void ClearAlternatePath() override;
     void ClearName() override;
+    /// @endcond
 
 private:
     CAttributeTime m_creationTime;

@@ -30,32 +30,40 @@ enum class MappingType : std::uint32_t
     Other = 2
 };
 
-/// Reads a server's text, in any case; a text that is not known is `MappingMode::Other`.
+/// Reads a server's text.
+/// @param text  in any case.
+/// @return `MappingMode::Other` for a text that is not known.
 [[nodiscard]] MappingMode MappingModeFromString(std::wstring_view text);
 
-/// Reads a server's text, in any case; only the known kinds of failure make a mapping not reachable.
+/// Reads a server's text.
+/// @param text  in any case.
+/// @return `MappingStatus::NotReachable` for the known kinds of failure only.
 [[nodiscard]] MappingStatus MappingStatusFromString(std::wstring_view text);
 
-/// Reads a server's text, in any case; a text that is not known is `MappingType::Other`.
+/// Reads a server's text.
+/// @param text  in any case.
+/// @return `MappingType::Other` for a text that is not known.
 [[nodiscard]] MappingType MappingTypeFromString(std::wstring_view text);
 
 /// A folder mapping. The caller that receives one owns it.
 class CMapping
 {
 public:
+    /// @param serverPath,description,localPath,mode,permissions,status,type,allowSharing  what the members of these names hold.
     CMapping(std::wstring serverPath, std::wstring description, std::wstring localPath, MappingMode mode, std::wstring permissions,
              MappingStatus status, MappingType type, std::uint32_t allowSharing);
     virtual ~CMapping() = default;
 
-    CMapping(const CMapping&) = default;
+    CMapping(const CMapping&) = default; ///< A record of its own.
+    /// @return this record.
     CMapping& operator=(const CMapping&) = default;
 
-    std::wstring ServerPath;  ///< "/" and the mapping's name.
-    std::wstring LocalPath;   ///< the client's own; the server does not know it.
-    std::wstring Description; ///< for people.
-    std::wstring Permissions; ///< the server's text, or "ROOT_READONLY".
-    MappingMode Mode;
-    MappingStatus Status;
+    std::wstring ServerPath;    ///< "/" and the mapping's name.
+    std::wstring LocalPath;     ///< the client's own; the server does not know it.
+    std::wstring Description;   ///< for people.
+    std::wstring Permissions;   ///< the server's text, or "ROOT_READONLY".
+    MappingMode Mode;           ///< how the client keeps it.
+    MappingStatus Status;       ///< whether the server reaches it.
     std::uint32_t AllowSharing; ///< 1 or 0.
-    MappingType Type;
+    MappingType Type;           ///< what is behind it.
 };

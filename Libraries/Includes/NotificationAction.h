@@ -22,7 +22,9 @@ enum class NotificationType : std::int32_t
     Mode = 9
 };
 
-/// Reads a server's text, in any case; a text that is not known is `NotificationType::Unknown`.
+/// Reads a server's text.
+/// @param text  in any case.
+/// @return `NotificationType::Unknown` for a text that is not known.
 [[nodiscard]] NotificationType NotificationTypeFromString(std::wstring_view text);
 
 /// One action of the change feed. The caller that receives one owns it.
@@ -32,10 +34,11 @@ public:
     CNotificationAction() = default;
     virtual ~CNotificationAction() = default;
 
-    CNotificationAction(const CNotificationAction&) = default;
+    CNotificationAction(const CNotificationAction&) = default; ///< A record of its own.
+    /// @return this record.
     CNotificationAction& operator=(const CNotificationAction&) = default;
 
-    NotificationType Type = NotificationType::Unknown;
-    std::wstring Value;  ///< a path, or a mapping's name for `NotificationType::Mode`.
-    std::wstring Value2; ///< the new path of a move or an update, the new mode; else empty.
+    NotificationType Type = NotificationType::Unknown; ///< what happened.
+    std::wstring Value;                                ///< a path, or a mapping's name for `NotificationType::Mode`.
+    std::wstring Value2;                               ///< the new path of a move or an update, the new mode; else empty.
 };

@@ -19,6 +19,8 @@ namespace PathUtilities
 /// | anything else         | as it is, and traced      |
 ///
 /// One trailing backslash of a recognised path is dropped, even a drive's: `C:\` gives `\\?\C:`. Never fails.
+/// @param path  local path.
+/// @return the path to open.
 [[nodiscard]] std::wstring NormalizePath(const std::wstring& path);
 
 } // namespace PathUtilities

@@ -14,9 +14,15 @@ enum class NarrowEncoding
 };
 
 /// Converts narrow text to wide text. Invalid bytes become the platform's replacement character; embedded NULs are kept.
+/// @param text      any bytes.
+/// @param encoding  how they are encoded.
+/// @return UTF-16 on Windows, UTF-32 elsewhere.
 /// @throws std::bad_alloc where memory runs out.
 [[nodiscard]] std::wstring ToWide(std::string_view text, NarrowEncoding encoding = NarrowEncoding::Utf8);
 
 /// Converts wide text to narrow text. Lone surrogates become the platform's replacement character; embedded NULs are kept.
+/// @param text      UTF-16 on Windows, UTF-32 elsewhere.
+/// @param encoding  how to encode it.
+/// @return the encoded text.
 /// @throws std::bad_alloc where memory runs out.
 [[nodiscard]] std::string ToNarrow(std::wstring_view text, NarrowEncoding encoding = NarrowEncoding::Utf8);

@@ -1,0 +1,4 @@
+# For Doxygen: the two declarations inside QUENDRA_OVERLOAD_PAIR(...) as declarations of their own, so that each has its comment.
+s/QUENDRA_OVERLOAD_PAIR($//
+s/= 0,$/= 0;/
+s/= 0);$/= 0;/

@@ -265,8 +265,8 @@ public:
     /// @param signaturePath       local signature file; empty for a whole file.
     /// @param cancelEvent         tested before anything is sent and after each block.
     /// @param progress            may be empty.
-    /// @return 1223 when cancelled, 12030 for a body that ends early, 1237 (repeat); a refusal, 20000 for one of a whole file without
-    ///         an "errorId"; a platform error.
+    /// @return 1223 when cancelled, 12030 for a body that ends early; a refusal: of a whole file 20000 plus the "errorId" (20000 without
+    ///         one), of a delta 20000 plus the HTTP status; a platform error.
     virtual ResultCode DownloadFile(const std::wstring& serverPath, const std::wstring& localPath,
                                     const std::shared_ptr<IServerAttributes>& attributes, std::shared_ptr<IServerAttributes>& outAttributes,
                                     const std::wstring& signaturePath, const CancelEvent& cancelEvent,
@@ -282,7 +282,7 @@ public:
     /// @param count               bytes of the range.
     /// @param cancelEvent         tested like `DownloadFile`'s.
     /// @param progress            may be empty.
-    /// @return 1223 when cancelled, 12030 for a body that ends early, 1237 (repeat), 87 for a null pointer; a refusal (20000 plus the
+    /// @return 1223 when cancelled, 12030 for a body that ends early, 87 for a null pointer; a refusal (20000 plus the
     ///         HTTP status); a platform error.
     virtual ResultCode DownloadData(const std::wstring& serverPath, const std::wstring& localPath,
                                     const std::shared_ptr<IServerAttributes>& attributes, std::shared_ptr<IServerAttributes>& outAttributes,

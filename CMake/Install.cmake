@@ -1,7 +1,7 @@
 # What `cmake --install` puts where, in four components:
 #
 #     Runtime       the library, the tracing library, on Linux the platform library; the notices of the libraries they are made with
-#     Development   headers, import libraries, the records' static library, find_package(QuendraHttp) and pkg-config
+#     Development   headers, import libraries, the records' static library, find_package(QuendraHttp) and pkg-config, the documents
 #     Programs      quendra and quendra-appliance
 #     Symbols       the symbols of everything above, in .debug folders beside the binaries, where debuggers look for them
 #
@@ -12,7 +12,7 @@ include(CMakePackageConfigHelpers)
 
 set(headerFolder ${CMAKE_INSTALL_INCLUDEDIR}/quendra-http)
 set(configFolder ${CMAKE_INSTALL_LIBDIR}/cmake/QuendraHttp)
-set(noticesFolder ${CMAKE_INSTALL_DATADIR}/doc/quendra-http/notices)
+set(documentFolder ${CMAKE_INSTALL_DATADIR}/doc/quendra-http)
 
 # Raised when programs built with the libraries before would not run with those that are built now.
 set(QUENDRA_BINARY_VERSION 0)
@@ -51,6 +51,9 @@ endif()
 list(TRANSFORM QUENDRA_CLIENT_HEADERS PREPEND Libraries/Includes/ OUTPUT_VARIABLE recordHeaders)
 install(FILES ${recordHeaders} DESTINATION ${headerFolder} COMPONENT Development)
 
+install(FILES README.md CHANGELOG.md DESTINATION ${documentFolder} COMPONENT Development)
+install(DIRECTORY Docs DESTINATION ${documentFolder} COMPONENT Development FILES_MATCHING PATTERN "*.md" PATTERN "Examples/*.cpp")
+
 # find_package(QuendraHttp) and pkg-config.
 install(EXPORT QuendraHttpTargets NAMESPACE QuendraHttp:: DESTINATION ${configFolder} COMPONENT Development)
 configure_package_config_file(CMake/QuendraHttpConfig.cmake.in ${PROJECT_BINARY_DIR}/QuendraHttpConfig.cmake
@@ -71,7 +74,7 @@ function(quendra_install_notice name)
     foreach(place IN LISTS ARGN)
         file(GLOB notice ${place})
         if(notice)
-            install(FILES ${notice} DESTINATION ${noticesFolder} RENAME ${name}.txt COMPONENT Runtime)
+            install(FILES ${notice} DESTINATION ${documentFolder}/notices RENAME ${name}.txt COMPONENT Runtime)
             return()
         endif()
     endforeach()
@@ -119,6 +122,11 @@ endif()
 foreach(target IN LISTS sharedLibraries)
     quendra_split_symbols(${target} Runtime ${libraryFolder})
 endforeach()
+if(NOT MSVC)
+    install(CODE "execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --strip-debug
+        \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/$<TARGET_FILE_NAME:quendra_libraries>\" COMMAND_ERROR_IS_FATAL ANY)"
+        COMPONENT Development)
+endif()
 foreach(target IN LISTS programs)
     quendra_split_symbols(${target} Programs ${CMAKE_INSTALL_BINDIR})
 endforeach()

@@ -50,7 +50,7 @@ private:
     {
         try
         {
-            const std::filesystem::path path = file == "-" ? L"-" : System::LocalPath(ToWide(file));
+            const std::filesystem::path path = System::ToPath(file == "-" ? L"-" : System::LocalPath(ToWide(file)));
             return std::make_unique<Eventing::TraceFile>(path);
         }
         catch (const std::exception& error)

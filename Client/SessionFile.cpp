@@ -15,7 +15,7 @@ namespace
 
 std::string Named(const std::filesystem::path& file)
 {
-    return ToNarrow(file.wstring());
+    return ToNarrow(System::ToText(file));
 }
 
 [[noreturn]] void NotASession(const std::filesystem::path& file)
@@ -37,7 +37,7 @@ std::optional<Json::Value> ParseObject(const std::string& text)
 std::filesystem::path SessionFilePath(const Surroundings& surroundings)
 {
     if (const auto named = surroundings.environment("QUENDRA_SESSION"); named && !named->empty())
-        return {ToWide(*named)};
+        return System::ToPath(ToWide(*named));
     if (surroundings.configurationFolder.empty())
         return {};
     return surroundings.configurationFolder / "quendra" / "session.json";

@@ -70,7 +70,7 @@ std::string ReadAuditData(const Surroundings& around, const std::string& name)
 {
     if (name == "-")
         return ReadAll(around.input, "Standard input");
-    std::ifstream file(std::filesystem::path(System::LocalPath(ToWide(name))), std::ios::binary);
+    std::ifstream file(System::ToPath(System::LocalPath(ToWide(name))), std::ios::binary);
     if (!file)
         throw ProgramError(name + " cannot be opened");
     return ReadAll(file, name);

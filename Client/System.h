@@ -44,6 +44,10 @@ namespace System
 /// The user's local time; nothing for a moment that the system cannot convert.
 [[nodiscard]] std::optional<std::tm> LocalTime(std::int64_t unixSeconds);
 
+/// A path from text, and back. The standard library's own conversion depends on the locale.
+[[nodiscard]] std::filesystem::path ToPath(const std::wstring& text);
+[[nodiscard]] std::wstring ToText(const std::filesystem::path& path);
+
 /// A local path as the library's file operations take it: on Windows absolute, in the form that may be longer than 260 characters.
 [[nodiscard]] std::wstring LocalPath(const std::wstring& argument);
 

@@ -32,7 +32,7 @@ std::wstring DownloadTarget(const std::wstring& argument, const std::wstring& se
     System::FileFacts facts;
     if (System::ReadFileFacts(path, facts) != Result::Success || !facts.isFolder)
         return path;
-    return (std::filesystem::path(path) / LeafName(serverPath)).wstring();
+    return System::ToText(System::ToPath(path) / System::ToPath(LeafName(serverPath)));
 }
 
 // One download: what is asked for and what is known of the item before.
@@ -172,7 +172,7 @@ LocalFile OpenLocalFile(const char* operation, const std::wstring& argument)
 {
     LocalFile file;
     file.path = System::LocalPath(argument);
-    file.name = std::filesystem::path(argument).filename().wstring();
+    file.name = System::ToText(System::ToPath(argument).filename());
     Check(operation, System::ReadFileFacts(file.path, file.facts));
     if (file.facts.isFolder)
         throw OperationFailed(operation, Result::AccessDenied, Printable(argument) + " is a folder");

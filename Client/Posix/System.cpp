@@ -177,6 +177,16 @@ std::optional<std::tm> LocalTime(std::int64_t unixSeconds)
     return localtime_r(&moment, &local) != nullptr ? std::optional(local) : std::nullopt;
 }
 
+std::filesystem::path ToPath(const std::wstring& text)
+{
+    return ToNarrow(text);
+}
+
+std::wstring ToText(const std::filesystem::path& path)
+{
+    return ToWide(path.native());
+}
+
 std::wstring LocalPath(const std::wstring& argument)
 {
     return argument;

@@ -188,6 +188,16 @@ std::optional<std::tm> LocalTime(std::int64_t unixSeconds)
     return localtime_s(&local, &moment) == 0 ? std::optional(local) : std::nullopt;
 }
 
+std::filesystem::path ToPath(const std::wstring& text)
+{
+    return text;
+}
+
+std::wstring ToText(const std::filesystem::path& path)
+{
+    return path.native();
+}
+
 std::wstring LocalPath(const std::wstring& argument)
 {
     const DWORD size = GetFullPathNameW(argument.c_str(), 0, nullptr, nullptr);
@@ -222,7 +232,7 @@ std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_
     if (error)
         return error;
 
-    const std::wstring target = LocalPath(path.wstring());
+    const std::wstring target = LocalPath(path.native());
     const std::wstring temporary = target + L"." + std::to_wstring(GetCurrentProcessId()) + L".new";
     DeleteFileW(temporary.c_str()); // left by a program of the same number that was cut off
     error = WriteNewFile(temporary, content);

@@ -1,0 +1,447 @@
+#!/usr/bin/env bash
+# Every command of quendra as a person runs it, against the sample server: what it prints, in both forms, and how it ends.
+#
+#     Tests/Program/Commands.sh linux|windows SERVER CLIENT [emulator...]
+set -u
+# Wine reads arguments in the locale's encoding.
+export LC_ALL=C.UTF-8
+
+platform=$1
+server=("${@:4}" "$2")
+client=("${@:4}" "$3")
+
+failures=0
+work=$(mktemp -d)
+started=() # what may still run at the end
+unset "${!QUENDRA_@}" http_proxy https_proxy all_proxy no_proxy HTTP_PROXY HTTPS_PROXY ALL_PROXY NO_PROXY
+# Neither this user's saved session nor the settings of this machine count.
+export QUENDRA_REGISTRY=$work/registry.json
+
+stop() {
+    local pid
+    for pid in "${started[@]}"; do
+        kill -CONT "$pid" 2>/dev/null
+        kill "$pid" 2>/dev/null && wait "$pid" 2>/dev/null
+    done
+    rm -rf "$work"
+}
+trap stop EXIT
+trap 'exit 143' INT TERM
+
+# --- The tools of the test ---
+
+on() { [ "$platform" = "$1" ]; }
+
+complain() { # message; shows the last run
+    failures=$((failures + 1))
+    local level=1
+    while [ "${FUNCNAME[level]}" != main ]; do level=$((level + 1)); done
+    printf '%s:%s: %s\n  command: %s\n  status: %s\n  output: %s\n  errors: %s\n' \
+        "${BASH_SOURCE[0]}" "${BASH_LINENO[level - 1]}" "$1" "${ran[*]}" "$status" "$out" "$err"
+}
+
+# A local path as the client takes it: Wine shows this machine's files on a drive of its own.
+native() {
+    if on windows; then
+        echo "Z:${1//\//\\}"
+    else
+        echo "$1"
+    fi
+}
+
+collect() { # expected status
+    out=$(<"$work/out")
+    err=$(<"$work/err")
+    [ "$status" = "$1" ] || complain "the exit status is not $1"
+}
+
+# run STATUS ARGUMENT...: runs the client to its end, with the file $input as its standard input.
+input=/dev/null
+run() {
+    ran=("${@:2}")
+    "${client[@]}" "${ran[@]}" >"$work/out" 2>"$work/err" <"$input"
+    status=$?
+    collect "$1"
+}
+
+# begin ARGUMENT...: starts the client; `line` reads a line of what it prints, `end STATUS` waits for it.
+begin() {
+    # A background process would not have SIGINT, were it not for the client's own handler.
+    begun=("$@")
+    exec {output}< <(exec "${client[@]}" "$@" 2>"$work/begun.err" </dev/null)
+    pid=$!
+    started+=("$pid")
+    : >"$work/begun.out"
+}
+line() {
+    read -r -t 30 -u "$output" REPLY || complain 'no line came'
+    printf '%s\n' "$REPLY" >>"$work/begun.out"
+}
+end() {
+    cat <&"$output" >>"$work/begun.out"
+    exec {output}<&-
+    wait "$pid"
+    status=$?
+    ran=("${begun[@]}")
+    mv "$work/begun.out" "$work/out"
+    mv "$work/begun.err" "$work/err"
+    collect "$1"
+}
+
+# Of the last run. Nothing that is looked for is a pattern.
+prints() { [ "$out" = "$1" ] || complain "the output is not: $1"; }
+says() { for text; do [[ $out == *"$text"* ]] || complain "the output lacks: $text"; done; }
+warns() { for text; do [[ $err == *"$text"* ]] || complain "the errors lack: $text"; done; }
+is_quiet() { [ -z "$err" ] || complain 'there are errors'; }
+matches() { [[ $out =~ $1 ]] || complain "the output does not match: $1"; }
+
+same() { cmp -s "$1" "$2" || complain "$1 and $2 differ"; }
+
+# until_true COMMAND...: tries it until it is true.
+until_true() {
+    local limit=$((SECONDS + 30))
+    until "$@"; do
+        [ $SECONDS -lt $limit ] || { complain "never true: $*" && return; }
+    done
+}
+
+# start_server ARGUMENT...: sets url, port and serverPid; what the server prints later is read from $serverOutput.
+start_server() {
+    exec {serverOutput}< <(exec "${server[@]}" --root "$(native "$root")" "$@" 2>&1 </dev/null)
+    serverPid=$!
+    started+=("$serverPid")
+    local text
+    url=
+    while read -r -t 60 -u "$serverOutput" text; do
+        [[ $text == "listening on "* ]] && url=${text#listening on } && break
+    done
+    url=${url%$'\r'}
+    port=${url##*:}
+    [ -n "$url" ] || { echo "The server does not start: $text" && exit 1; }
+}
+stop_server() {
+    kill "$serverPid"
+    wait "$serverPid" 2>/dev/null
+    exec {serverOutput}<&-
+}
+
+# --- Arguments ---
+
+id=0F8FAD5B-D9CB-469F-A165-70867728950E
+usage() { run 2 "$@" && warns 'quendra: ' "Try 'quendra " && prints ''; }
+usage
+usage dance
+usage ls
+usage ls /a /b
+usage ls /a --overwrite
+usage --json
+usage version # no server
+usage version --server ftp://host
+usage version --server http://host/path
+usage version --server host:1 --port 2
+usage version --server host --port 0
+usage touch /a --modified yesterday
+usage touch /a --attributes 4294967296
+usage get /a b --skip -1
+usage get /a b --signature s --count 1
+usage put a /b --chunk-size 0
+usage put a /b --chunk-size 1 --delta
+usage put a /b --resume $id
+usage upload-status /a 1
+usage share /a
+usage --server host login demo # no password
+
+commands='handshake version register login logout ls stat mkdir touch rm mv get put upload-status upload-cancel upload-complete
+    changes mappings share audit wipe-ack'
+run 0 --help
+is_quiet
+for command in $commands; do says "  $command "; done
+on windows || for command in $commands; do
+    run 0 "$command" --help
+    says Examples: "quendra "
+done
+
+# --- Sessions ---
+
+root=$work/items
+mkdir "$root"
+start_server --user 'demo:s3cret pässword'
+session=$work/config/session.json
+export QUENDRA_SESSION
+QUENDRA_SESSION=$(native "$session")
+
+export QUENDRA_SERVER=$url
+run 0 handshake
+says "Server:          $url" 'Server mode:     legacy' '1.3 or later'
+run 0 handshake --json
+prints '{"apiAtLeast13":true,"handshakeValue":0,"serverMode":1}'
+run 0 version
+prints sample-1
+run 0 version --json
+prints '{"buildNumber":"sample-1"}'
+run 0 register demo --json --device Laptop
+prints '{"ok":true}'
+
+# The password comes from the environment, else from standard input; it shows nowhere. The token is in the trace only.
+input=$work/password
+printf 'wrong\n' >"$input"
+run 1 login demo --json
+warns 'quendra: Login failed: 20002 ('
+says '{"error":{"code":20002,"meaning":"' '","operation":"Login"}}'
+[ ! -e "$session" ] || complain 'a failed login saved a session'
+printf 's3cret pässword\r\nmore\n' >"$input"
+run 0 login demo
+prints "Logged in to $url as demo."
+input=/dev/null
+unset QUENDRA_SERVER # from here on the session names it
+QUENDRA_PASSWORD='s3cret pässword' run 0 login demo --json --server "$url" --trace "$(native "$work/trace")"
+says '"ok":true' '"handshakeValue":0'
+token=$(sed -n 's/.*"token" *: *"\([^"]*\)".*/\1/p' "$session")
+[ ${#token} -ge 16 ] || complain 'there is no token in the session file'
+grep -q "$token" "$work/trace" || complain 'the trace shows no token: is it one?'
+grep -q 'CNativeHttp::Login' "$work/trace" || complain 'the trace lacks the operation'
+for file in "$work/out" "$work/err" "$session" "$work/trace"; do
+    grep -q -e 's3cret' "$file" && complain "the password is in $file"
+done
+grep -q "$token" "$work/out" "$work/err" && complain 'the token shows'
+# Wine lets the user's group in where Windows would not.
+[[ $(stat -c %A "$session") == -rw*--- && ($platform = windows || $(stat -c %a "$session") = 600) ]] ||
+    complain 'others may read the session file'
+
+run 0 ls / --trace -
+grep -q 'CNativeHttp::GetPathListing' "$work/err" || complain '--trace - shows nothing'
+run 1 ls / --trace "$(native "$work/none/trace")"
+warns 'quendra: --trace '
+run 1 ls / --token forged --json
+says '"code":20006' 'log in again'
+QUENDRA_TOKEN=forged run 1 ls /
+run 0 ls / --token "$token"
+# No other server gets the token.
+run 1 ls / --server "${url/127.0.0.1/localhost}"
+warns ': 20006 ('
+
+# --- Folders and items ---
+
+name='Übung 日本 😀.txt'
+file=$work/local
+head -c 300000 /dev/urandom >"$file"
+run 0 mkdir /home/Reports
+prints "Created /home/Reports, revision $(sed 's/.*revision //; s/\.$//' <<<"$out")."
+run 0 mkdir /home/Reports/old/ --json
+matches '^\{"item":\{"attributes":[0-9]+,"created":"20[^"]+Z","directory":true,"folderReadOnly":false,"modified":"20[^"]+Z","name":"old","readOnly":false,"revision":"[^"]+","size":[^,]+\}\}$'
+run 1 mkdir /home/Reports
+run 0 touch /home/Reports --modified 2024-02-29T12:00:00Z --created 1999-12-31T23:59:59Z --json
+says '"created":"1999-12-31T23:59:59.000Z"' '"modified":"2024-02-29T12:00:00.000Z"'
+run 0 touch /home/Reports --attributes 0x12
+TZ=UTC run 0 stat home/Reports
+says 'Name:       Reports' 'Kind:       folder' 'Modified:   2024-02-29 12:00' '0x12 hidden folder' 'Access:     read and write'
+run 1 stat /home/none --json
+matches '^\{"error":\{"code":[0-9]+,"meaning":"[^"]+","operation":"GetPathAttributes"\}\}$'
+
+run 0 put "$(native "$file")" "/home/$name"
+matches "^Uploaded local to /home/$name \(293\.0 KiB\), revision .+\.$"
+is_quiet
+run 0 stat "/home/$name" --json
+says '"directory":false' "\"name\":\"$name\"" '"size":300000'
+revision=$(sed 's/.*"revision":"\([^"]*\)".*/\1/' <<<"$out")
+run 0 ls /home
+matches $'^Kind  +Size  Modified +Revision +Name\nd'
+says Reports/ "$name" '293.0 KiB'
+run 0 ls /home --json
+matches '^\{"folder":\{.*"name":"home".*\},"items":\[\{.*\},\{.*\}\]\}$'
+run 0 ls /home/Reports/old
+prints 'The folder is empty.'
+run 0 mv "/home/$name" /home/Reports/moved
+says 'moved'
+run 0 mv /home/Reports/moved /home/Reports/again --json
+says '"name":"again"'
+run 0 put "$(native "$file")" /home/Reports/old/ --json
+says '"name":"local"'
+run 1 mv /home/Reports/again /home/Reports/old/local
+run 0 mv /home/Reports/again /home/Reports/old/local --overwrite
+run 1 rm /home/Reports/old/local --revision stale
+warns ': 21077 (' 'changed'
+run 0 rm /home/Reports/old/local
+run 0 rm /home/Reports --json
+prints '{"ok":true}'
+
+# --- Transfers ---
+
+whole=/home/whole
+run 0 put "$(native "$file")" $whole --json
+revision=$(sed 's/.*"revision":"\([^"]*\)".*/\1/' <<<"$out")
+run 1 put "$(native "$file")" $whole --revision stale
+warns ': 21077 (' "--revision $revision replaces it"
+run 0 put "$(native "$file")" $whole --revision "$revision"
+run 1 put "$(native "$work/none")" $whole
+warns 'UploadFile failed: 2 (a local file was not found)'
+run 1 put "$(native "$work")" $whole
+warns 'is a folder'
+
+# Names of every plane and paths longer than Windows has by default, here and there.
+deep=$work/$(printf 'folder-of-forty-characters-%013d/' 1 2 3 4 5 6 7)
+mkdir -p "$deep"
+cp "$file" "$deep$name"
+run 0 put "$(native "$deep$name")" "/home/$name"
+run 0 get "/home/$name" "$(native "${deep%/}")" --json # a folder: the item's name in it
+says "\"name\":\"$name\""
+same "$deep$name" "$file"
+run 0 get "/home/$name" "$(native "$deep$name 2")"
+says "Downloaded /home/$name to "
+same "$deep$name 2" "$file"
+run 1 get /home/none "$(native "$work/got")"
+run 1 get $whole "$(native "$work/got")" --revision stale
+
+# Ranges land at their own position.
+range() { run 0 get $whole "$(native "$work/part")" "$@"; }
+range --count 100000
+range --skip 250000 --count 999999999
+range --skip 100000 --count 150000 --json
+same "$work/part" "$file"
+run 1 get $whole "$(native "$work/other")" --skip 5 # a file that is not there has no position 5
+
+# Deltas.
+if on linux; then
+    { head -c 100000 "$file" && echo inserted && tail -c 200000 "$file"; } >"$work/next"
+    rdiff signature "$file" "$work/signature"
+    rdiff delta "$work/signature" "$work/next" "$work/delta"
+    run 0 put "$work/delta" $whole --delta
+    run 0 get $whole "$work/got"
+    same "$work/got" "$work/next"
+    run 0 get $whole "$work/received" --signature "$work/signature"
+    rdiff patch "$file" "$work/received" "$work/patched"
+    same "$work/patched" "$work/next"
+else
+    cp "$file" "$work/delta"
+    run 1 put "$(native "$work/delta")" $whole --delta
+    warns ': 20004 ('
+fi
+
+# Chunks: whole, interrupted, asked, resumed, finished elsewhere, cancelled.
+run 0 put "$(native "$file")" /home/chunked --chunk-size 100000
+matches $'^Upload id: [0-9A-F-]{36}\nUploaded local to /home/chunked'
+run 0 put "$(native "$file")" /home/chunked --chunk-size 1MB --json
+says '"uploadId":"'
+warns 'Upload id: '
+run 0 get /home/chunked "$(native "$work/got")"
+same "$work/got" "$file"
+
+big=$work/big
+head -c 48M /dev/urandom >"$big"
+has_bytes() { find "$root/.quendra-appliance" -type f -size +600k | grep -q .; }
+# interrupt_upload TARGET: Ctrl-C while chunks are on their way; sets id.
+interrupt_upload() {
+    begin put "$(native "$big")" "$1" --chunk-size 256kB
+    line
+    id=${REPLY#Upload id: }
+    id=${id%$'\r'}
+    until_true has_bytes
+    kill -INT "$pid"
+    end 130
+    warns 'ResumableUpload failed: 1223 (cancelled)' "--chunk-size 262144 --resume $id" 'to resume: quendra put '
+}
+interrupt_upload /home/big
+run 0 upload-status /home/big "$id" --json
+matches '^\{"locked":false,"offset":[0-9]{6,}\}$'
+run 0 upload-status /home/big "$id"
+matches $'^Received: [0-9]+ bytes \([0-9.]+ [KM]iB\)\nLocked:   no$'
+run 1 stat /home/big
+run 0 put "$(native "$big")" /home/big --chunk-size 32MB --resume "$id"
+run 0 stat /home/big --json
+says "\"size\":$(stat -c %s "$big")"
+run 1 upload-status /home/big "$id"
+
+# A download that is interrupted, from a server that hangs: its request is closed. Wine cannot end a receive that blocks.
+begin get /home/big "$(native "$work/big2")"
+until_true [ -s "$work/big2" ]
+kill -STOP "$serverPid"
+kill -INT "$pid"
+on windows && kill -CONT "$serverPid"
+end 130
+kill -CONT "$serverPid"
+warns 'DownloadFile failed: 1223 (cancelled)' 'to receive the rest: quendra get /home/big '
+rest=${err#*--skip }
+run 0 get /home/big "$(native "$work/big2")" --skip "${rest%%[!0-9]*}"
+same "$work/big2" "$big"
+run 0 rm /home/big
+
+interrupt_upload /home/big
+run 0 upload-cancel /home/big "$id"
+prints 'Abandoned the upload to /home/big.'
+run 1 upload-cancel /home/big "$id" --json
+run 1 put "$(native "$file")" /home/big --chunk-size 32MB --resume "$id"
+
+# All bytes have come, but another item took the place: it is finished under another name.
+run 0 put "$(native "$file")" /home/taken
+begin put "$(native "$file")" /home/taken --chunk-size 100000 --revision stale
+line
+id=${REPLY#Upload id: }
+id=${id%$'\r'}
+end 1
+run 0 upload-complete /home/taken /home/rescued "$id"
+says 'Finished the upload as /home/rescued'
+run 0 get /home/rescued "$(native "$work/got")"
+same "$work/got" "$file"
+
+# --- The rest ---
+
+run 0 mappings
+says Path Reachable
+run 0 mappings --json
+says '{"mappings":[{"allowSharing":' '"serverPath":"/home"'
+run 0 share $whole "/home/$name" --to bob@example.com eve@example.com --name Both --message 'Have a look'
+prints 'Shared 2 items with bob@example.com, eve@example.com.'
+grep -q "Have a look.*/home/$name" "$root/.quendra-appliance/shares.jsonl" || complain 'the share did not arrive'
+printf '{"uploads":2}' >"$work/audit"
+run 0 audit "$(native "$work/audit")"
+prints Published.
+input=$work/audit
+run 0 audit - --json
+input=/dev/null
+[ "$(grep -c '{\\"uploads\\":2}' "$root/.quendra-appliance/audit.jsonl")" = 2 ] || complain 'the audit data did not arrive'
+run 1 audit "$(native "$work/none")"
+run 0 wipe-ack demo old-laptop
+prints 'Acknowledged the remote wipe of old-laptop.'
+
+# The feed: what another session changes; a change that comes while it is waited for; a restart of the server; Ctrl-C.
+cp "$session" "$work/other.json"
+QUENDRA_PASSWORD='s3cret pässword' run 0 login demo --server "$url"
+QUENDRA_SESSION=$(native "$work/other.json") run 0 mkdir /home/first
+run 0 changes --json
+says '"type":1,"typeName":"create","value":"/home/first"'
+begin changes --follow
+QUENDRA_SESSION=$(native "$work/other.json") run 0 mkdir /home/second
+line
+[ "${REPLY%$'\r'}" = 'create  /home/second' ] || complain "the feed shows $REPLY"
+stop_server
+until_true grep -q 'next try in 1 s' "$work/begun.err"
+start_server --user 'demo:s3cret pässword' --port "$port"
+QUENDRA_SESSION=$(native "$work/other.json") run 0 mv /home/second /home/third
+line
+[[ $REPLY == *'/home/second -> /home/third'* ]] || complain "the feed shows $REPLY"
+kill -INT "$pid"
+# Wine does not end a receive that blocks: there the next change does.
+on windows && QUENDRA_SESSION=$(native "$work/other.json") run 0 mkdir /home/fourth
+end 130
+warns 'GetChanges failed: 12'
+
+run 0 logout --json
+prints '{"ok":true}'
+[ ! -e "$session" ] || complain 'the session file is still there'
+run 0 logout
+prints 'There is no saved session.'
+printf '{"server":1}' >"$session"
+run 1 version
+warns 'session.json does not hold a session' "'quendra logout' removes it"
+run 0 logout
+
+stop_server
+run 1 version --server "$url" --json
+says '"code":19006'
+run 1 version --server a..b
+
+if [ $failures -gt 0 ]; then
+    echo "$failures failures"
+    exit 1
+fi
+echo "all as expected, $SECONDS s"

@@ -6,6 +6,9 @@
 #include "ResumeStore.h"
 #include "Routes.h"
 
+#include <mutex>
+#include <ostream>
+
 using namespace ApplianceParts;
 
 namespace
@@ -26,7 +29,8 @@ struct Appliance::Parts
           items(options.root, state, feed),
           uploads(state),
           router(options.apiVersions, sessions),
-          server(ChannelsFor(options), [this](const Request& request) { return Serve(request); })
+          server(ChannelsFor(options), [this](const Request& request) { return Serve(request); }),
+          log(options.logsRequests ? &output : nullptr)
     {
         items.EnsureHome();
         for (const auto& session : sessions.All())
@@ -40,11 +44,29 @@ struct Appliance::Parts
         AddNoticeRoutes(router, items, state);
     }
 
-    Reply Serve(const Request& request) const
+    Reply Serve(const Request& request)
+    {
+        Reply reply = Answer(request);
+        if (log != nullptr)
+        {
+            const auto size = reply.content ? reply.content->length : reply.text.size();
+            const std::string line =
+                request.method + " " + request.path + " -> " + std::to_string(reply.status) + ", " + std::to_string(size) + " bytes\n";
+            const std::lock_guard guard(logMutex);
+            *log << line << std::flush;
+        }
+        return reply;
+    }
+
+    Reply Answer(const Request& request) const
     {
         try
         {
             return router.Handle(request);
+        }
+        catch (const ApiError& error)
+        {
+            return ErrorReply(error);
         }
         catch (const std::system_error& error)
         {
@@ -59,6 +81,8 @@ struct Appliance::Parts
     ResumeStore uploads;
     Router router;
     HttpServer server;
+    std::ostream* log; // null for none
+    std::mutex logMutex;
 };
 
 Appliance::Appliance(const Options& options, std::ostream& output)

@@ -62,6 +62,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
         ->check(CheckVersion)
         ->type_name("1.0,1.1,...")
         ->capture_default_str();
+    app.add_flag("--log", options.logsRequests, "Print a line for each request");
 
     try
     {

@@ -6,8 +6,11 @@
 #include <httplib.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <charconv>
+#include <chrono>
+#include <cstdio>
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -119,6 +122,22 @@ void Send(const Reply& reply, httplib::Response& response)
         response.set_content(reply.text, reply.contentType);
 }
 
+std::string HttpDate(std::chrono::system_clock::time_point time)
+{
+    using namespace std::chrono;
+    constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    const auto day = floor<days>(time);
+    const year_month_day date{day};
+    const hh_mm_ss clock{floor<seconds>(time - day)};
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%s, %02u %s %d %02d:%02d:%02d GMT", kDays[weekday{day}.c_encoding()],
+                  static_cast<unsigned>(date.day()), kMonths[static_cast<unsigned>(date.month()) - 1], static_cast<int>(date.year()),
+                  static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                  static_cast<int>(clock.seconds().count()));
+    return text.data();
+}
+
 } // namespace
 
 class HttpServer::Implementation final : public httplib::Server
@@ -142,6 +161,9 @@ public:
         Put(kEveryPath, HandlerWithContentReader(serveWithBody));
         Patch(kEveryPath, HandlerWithContentReader(serveWithBody));
         Delete(kEveryPath, HandlerWithContentReader(serveWithBody));
+        set_post_routing_handler([](const httplib::Request&, httplib::Response& response) {
+            response.set_header("Date", HttpDate(std::chrono::system_clock::now()));
+        });
         set_error_handler([](const httplib::Request&, httplib::Response& response) {
             // Refused before any handler saw it.
             if (response.body.empty() && !response.has_header(kContentType))

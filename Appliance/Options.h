@@ -25,6 +25,7 @@ struct Options
     std::filesystem::path certificate; ///< PEM; empty: no TLS.
     std::filesystem::path privateKey;
     ServerMode mode = ServerMode::Legacy;
+    bool logsRequests = false;
     std::vector<std::string> apiVersions = {"1.0", "1.1", "1.2", "1.3"};
 };
 

@@ -152,6 +152,9 @@ void AddSessionCommands(CLI::App& app, Command::Any& chosen)
     CommandBuilder<Command::Handshake>(app, chosen, "handshake", "Ask the server for its mode and API version",
                                        "  quendra --server https://files.example.com handshake");
     CommandBuilder<Command::Version>(app, chosen, "version", "Ask the server for its version", "  quendra version --json");
+    CommandBuilder<Command::Doctor>(app, chosen, "doctor",
+                                    "Look at the settings and at the road to the server, step by step; what fails says what to try next",
+                                    "  quendra doctor\n  quendra doctor --server https://files.example.com --json");
     CommandBuilder<Command::Register>(app, chosen, "register", "Register this device for a user; the server sends the user an e-mail",
                                       "  quendra --server https://files.example.com --device laptop register ann")
         .Positional("USER", &Command::Register::user, kText, "The user's name");

@@ -16,6 +16,9 @@
 
 class Client;
 
+/// A server mode in words.
+[[nodiscard]] std::string ModeText(std::uint32_t serverMode);
+
 namespace Command
 {
 
@@ -24,6 +27,10 @@ struct Handshake
 };
 
 struct Version
+{
+};
+
+struct Doctor
 {
 };
 
@@ -145,13 +152,14 @@ struct WipeAcknowledgement
     std::wstring deviceId;
 };
 
-using Any = std::variant<Handshake, Version, Register, Login, Logout, List, Stat, MakeFolder, Touch, Remove, Move, Get, Put, UploadStatus,
-                         UploadCancel, UploadComplete, Changes, Mappings, Share, Audit, WipeAcknowledgement>;
+using Any = std::variant<Handshake, Version, Doctor, Register, Login, Logout, List, Stat, MakeFolder, Touch, Remove, Move, Get, Put,
+                         UploadStatus, UploadCancel, UploadComplete, Changes, Mappings, Share, Audit, WipeAcknowledgement>;
 
 // Each runs its command to the end and prints its result. A failure leaves as one of the exceptions of `Failures.h`.
 
 void Execute(Client& client, const Handshake& command);
 void Execute(Client& client, const Version& command);
+void Execute(Client& client, const Doctor& command);
 void Execute(Client& client, const Register& command);
 void Execute(Client& client, const Login& command);
 void Execute(Client& client, const Logout& command);

@@ -61,6 +61,13 @@ public:
     [[nodiscard]] const char* what() const noexcept override { return "interrupted"; }
 };
 
+/// What was looked at is not in order; the report says it all.
+class ChecksFailed : public std::exception
+{
+public:
+    [[nodiscard]] const char* what() const noexcept override { return "not in order"; }
+};
+
 /// @throws OperationFailed for a code other than 0.
 inline void Check(const char* operation, ResultCode code)
 {

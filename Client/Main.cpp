@@ -21,6 +21,7 @@ int main(int argumentCount, char** arguments)
             .errorsAreTerminal = System::ErrorsAreTerminal(),
             .machineName = System::MachineName(),
             .configurationFolder = System::ConfigurationFolder(),
+            .libraryFile = System::FileOf(reinterpret_cast<const void*>(&CreateInstance)),
             .environment = System::Environment,
             .askSecretly = System::AskSecretly,
             .terminalColumns = System::TerminalColumns,

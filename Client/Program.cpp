@@ -65,8 +65,10 @@ private:
 
 template <typename Type, typename... Types> constexpr bool IsOneOf = (std::same_as<Type, Types> || ...);
 
-template <typename Type> constexpr bool kWorksWithoutSession = IsOneOf<Type, Command::Handshake, Command::Login, Command::Register>;
-template <typename Type> constexpr bool kShakesHandsItself = IsOneOf<Type, Command::Handshake, Command::Login, Command::Logout>;
+template <typename Type>
+constexpr bool kWorksWithoutSession = IsOneOf<Type, Command::Handshake, Command::Doctor, Command::Login, Command::Register>;
+template <typename Type>
+constexpr bool kShakesHandsItself = IsOneOf<Type, Command::Handshake, Command::Doctor, Command::Login, Command::Logout>;
 
 template <typename Type> void Run(Client& client, const Type& command)
 {
@@ -108,6 +110,10 @@ int RunCommand(const CommandLine& line, const Surroundings& surroundings)
     catch (const Interrupted&)
     {
         return ExitStatus::Interrupted;
+    }
+    catch (const ChecksFailed&)
+    {
+        return ExitStatus::Failed;
     }
     catch (const std::exception& error)
     {

@@ -16,19 +16,6 @@
 namespace
 {
 
-std::string ModeText(std::uint32_t serverMode)
-{
-    switch (serverMode)
-    {
-    case 1:
-        return "legacy";
-    case 2:
-        return "device-token authentication";
-    default:
-        return std::to_string(serverMode);
-    }
-}
-
 std::wstring AskForPassword(const Surroundings& around, const std::wstring& user)
 {
     if (const auto password = around.environment("QUENDRA_PASSWORD"))
@@ -63,6 +50,19 @@ std::string PolicyText(const std::wstring& reply)
 }
 
 } // namespace
+
+std::string ModeText(std::uint32_t serverMode)
+{
+    switch (serverMode)
+    {
+    case 1:
+        return "legacy";
+    case 2:
+        return "device-token authentication";
+    default:
+        return std::to_string(serverMode);
+    }
+}
 
 namespace Command
 {

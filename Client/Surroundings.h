@@ -26,6 +26,7 @@ struct Surroundings
     bool errorsAreTerminal = false;
     std::wstring machineName;
     std::filesystem::path configurationFolder;
+    std::string libraryFile; ///< where the library was loaded from.
 
     std::function<std::optional<std::string>(const std::string& name)> environment;
     std::function<std::optional<std::string>(const std::string& prompt)> askSecretly;

@@ -28,6 +28,9 @@ namespace System
 /// The machine's name; empty where the system does not tell.
 [[nodiscard]] std::wstring MachineName();
 
+/// The file of the program or library that has a function; empty where the system does not tell.
+[[nodiscard]] std::string FileOf(const void* function);
+
 /// Where the user's programs keep their settings; empty where the system does not tell.
 [[nodiscard]] std::filesystem::path ConfigurationFolder();
 

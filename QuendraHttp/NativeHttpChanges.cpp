@@ -96,7 +96,7 @@ ResultCode CNativeHttp::GetRemoteFolderMap(std::vector<CMapping*>& mappings)
             return failed;
         }
         const std::wstring path = exchange.ApiBasePath() + L"/folders?includeAll=true&timeout=" +
-                                  std::to_wstring(Settings::ReadNumber(L"OfflineMappointTimeout", 30));
+                                  std::to_wstring(Settings::ReadNumber(Tuning::kMappingWait.name, Tuning::kMappingWait.defaultValue));
         trace.Info("Request Path: %S", path);
         if (const ResultCode failed = exchange.OpenRequest(L"GET", path, kMappingsRequestRule))
             return failed;

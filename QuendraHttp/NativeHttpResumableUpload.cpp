@@ -24,7 +24,7 @@ namespace
 {
 
 // Hours that the server keeps a partial upload; 0 for no limit of ours.
-Settings::OncePerProcessNumber g_uploadExpiry(L"UploadExpiry", 0);
+Settings::OncePerProcessNumber g_uploadExpiry(Tuning::kUploadExpiry);
 constexpr std::int64_t kTicksPerHour = 36000000000;
 
 // Here alone a positive result of the connection counts as success.

@@ -14,8 +14,8 @@ namespace
 {
 
 // A delta takes the server longer: it has a send timeout of its own, and the receive timeout with another default.
-Settings::OncePerProcessNumber g_deltaSendTimeout(L"HTTPDeltaSendRequestTimeout", 300000);
-Settings::OncePerProcessNumber g_deltaReceiveTimeout(L"HTTPReceiveResponseTimeout", 600000);
+Settings::OncePerProcessNumber g_deltaSendTimeout(Tuning::kDeltaSendTimeout);
+Settings::OncePerProcessNumber g_deltaReceiveTimeout(Tuning::kDeltaReceiveTimeout);
 
 constexpr TraceFormat<ResultCode> kFileFailed{"SendMultipartFile failed, error code: %d"};
 constexpr TraceFormat<ResultCode> kFieldFailed{"AddMultipartFormData failed, error code: %d"};

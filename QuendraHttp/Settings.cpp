@@ -1,7 +1,6 @@
 #include "Settings.h"
 
 #include <cstring>
-#include <optional>
 #include <string_view>
 
 namespace Settings
@@ -51,16 +50,6 @@ std::wstring TextOf(const RawValue& value)
     return text;
 }
 
-std::optional<DWORD> ReadDword(const std::wstring& name, const std::wstring& userIdentifier)
-{
-    const RawValue value = ReadRaw(name, REG_DWORD, userIdentifier);
-    DWORD number = 0;
-    if (!value.data || value.size != sizeof number)
-        return std::nullopt;
-    std::memcpy(&number, value.data.get(), sizeof number);
-    return number;
-}
-
 } // namespace
 
 std::wstring SearchPlace::Text() const
@@ -96,16 +85,26 @@ RawValue ReadRaw(const std::wstring& name, DWORD type, const std::wstring& userI
     return {};
 }
 
+std::optional<FoundNumber> FindNumber(const std::wstring& name, const std::wstring& userIdentifier)
+{
+    RawValue value = ReadRaw(name, REG_DWORD, userIdentifier);
+    DWORD number = 0;
+    if (!value.data || value.size != sizeof number)
+        return std::nullopt;
+    std::memcpy(&number, value.data.get(), sizeof number);
+    return FoundNumber{static_cast<std::int32_t>(number), std::move(value.place)};
+}
+
 std::int32_t ReadNumber(const std::wstring& name, std::int32_t defaultValue, const std::wstring& userIdentifier)
 {
-    const std::optional<DWORD> number = ReadDword(name, userIdentifier);
-    return number ? static_cast<std::int32_t>(*number) : defaultValue;
+    const auto found = FindNumber(name, userIdentifier);
+    return found ? found->value : defaultValue;
 }
 
 bool ReadFlag(const std::wstring& name, bool defaultValue, const std::wstring& userIdentifier)
 {
-    const std::optional<DWORD> number = ReadDword(name, userIdentifier);
-    return number ? *number != 0 : defaultValue;
+    const auto found = FindNumber(name, userIdentifier);
+    return found ? found->value != 0 : defaultValue;
 }
 
 std::wstring ReadText(const std::wstring& name, const std::wstring& defaultValue, const std::wstring& userIdentifier)

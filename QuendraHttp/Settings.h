@@ -5,11 +5,14 @@
 /// the machine's. A value that is absent, of another type or unreadable is silently replaced by the caller's default.
 /// Everything here may be called from any thread.
 
+#include "TuningValues.h"
+
 #include "Platform/Platform.h"
 
 #include <atomic>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,6 +44,16 @@ struct RawValue
 /// Reads a value from the first place that has it with the wanted type (REG_EXPAND_SZ passes for REG_SZ).
 [[nodiscard]] RawValue ReadRaw(const std::wstring& name, DWORD type, const std::wstring& userIdentifier = {});
 
+/// A number and where it was found.
+struct FoundNumber
+{
+    std::int32_t value;
+    SearchPlace place;
+};
+
+/// Finds a REG_DWORD; nothing where it is to be the caller's default.
+[[nodiscard]] std::optional<FoundNumber> FindNumber(const std::wstring& name, const std::wstring& userIdentifier = {});
+
 /// Reads a REG_DWORD.
 [[nodiscard]] std::int32_t ReadNumber(const std::wstring& name, std::int32_t defaultValue, const std::wstring& userIdentifier = {});
 
@@ -62,6 +75,7 @@ class OncePerProcessNumber
 public:
     /// @param name  must outlive the object.
     constexpr OncePerProcessNumber(const wchar_t* name, std::int32_t defaultValue) noexcept : m_name(name), m_value(defaultValue) {}
+    constexpr explicit OncePerProcessNumber(const Tuning::Value& value) noexcept : m_name(value.name), m_value(value.defaultValue) {}
 
     [[nodiscard]] std::int32_t Get();
 

@@ -10,10 +10,10 @@ namespace
 // Milliseconds. A session without a connection keeps the longer values of the first line.
 constexpr int kSessionResolve = 60000, kSessionConnect = 60000, kSessionSend = 300000, kSessionReceive = 300000;
 
-Settings::OncePerProcessNumber g_connectTimeout(L"HTTPConnectionRequestTimeout", 60000);
-Settings::OncePerProcessNumber g_resolveTimeout(L"HTTPNameResolutionTimeout", 0);
-Settings::OncePerProcessNumber g_sendTimeout(L"HTTPSendRequestTimeout", 60000);
-Settings::OncePerProcessNumber g_receiveTimeout(L"HTTPReceiveResponseTimeout", 60000);
+Settings::OncePerProcessNumber g_connectTimeout(Tuning::kConnectTimeout);
+Settings::OncePerProcessNumber g_resolveTimeout(Tuning::kResolveTimeout);
+Settings::OncePerProcessNumber g_sendTimeout(Tuning::kSendTimeout);
+Settings::OncePerProcessNumber g_receiveTimeout(Tuning::kReceiveTimeout);
 
 // The last error stays what it was: it often tells why the handle is closed.
 void CloseQuietly(HINTERNET handle)

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -121,6 +122,12 @@ std::wstring MachineName()
     if (gethostname(name, sizeof name - 1) != 0)
         return {};
     return ToWide(name);
+}
+
+std::string FileOf(const void* function)
+{
+    Dl_info info = {};
+    return dladdr(function, &info) != 0 && info.dli_fname != nullptr ? info.dli_fname : "";
 }
 
 std::filesystem::path ConfigurationFolder()

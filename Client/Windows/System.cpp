@@ -137,6 +137,17 @@ std::wstring MachineName()
     return {name, size};
 }
 
+std::string FileOf(const void* function)
+{
+    HMODULE module = nullptr;
+    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                            static_cast<const wchar_t*>(function), &module))
+        return {};
+    std::wstring file(32768, L'\0'); // the longest that there is
+    file.resize(GetModuleFileNameW(module, file.data(), static_cast<DWORD>(file.size())));
+    return ToNarrow(file);
+}
+
 std::filesystem::path ConfigurationFolder()
 {
     const auto folder = Environment("APPDATA");

@@ -1,0 +1,354 @@
+// What a supporter asks first: the library and its settings, then the road to the server, step by step. A step that fails says
+// what was tried and what to try next; those that lie behind it are still tried, where they can be.
+//
+//     proxy -> name -> connection -> TLS -> certificate -> clock -> handshake
+
+#include "Client.h"
+#include "Commands.h"
+#include "Failures.h"
+#include "HttpDate.h"
+#include "Probe.h"
+#include "ResultMeanings.h"
+#include "SessionFile.h"
+#include "Text.h"
+#include "TextConversion.h"
+
+#include "QuendraHttp/QuendraHttp.h"
+#include "QuendraHttp/Settings.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <utility>
+
+namespace
+{
+
+constexpr const char* kEndpoints = "/endpoints";
+// A clock that is off by more spoils certificates and the times of items.
+constexpr std::int64_t kLargestClockDifference = 300;
+
+struct Step
+{
+    std::string name;
+    bool isGood = true;
+    std::vector<std::string> lines; // printable, the first one sums up
+    std::string next;               // what to try, where it failed
+    Json::Value details;
+
+    void Fail(const std::string& line, const std::string& advice)
+    {
+        isGood = false;
+        lines.push_back(line);
+        if (next.empty())
+            next = advice;
+    }
+};
+
+class Diagnosis
+{
+public:
+    explicit Diagnosis(const Client& client) : m_client(client) {}
+
+    // Whether every step is good.
+    bool Run()
+    {
+        AskForFacts();
+        AskForSettings();
+        const Probe::ProxySetting proxy = CheckProxy();
+        CheckName(proxy);
+        const auto asked = std::chrono::steady_clock::now();
+        const Probe::Reply reply = Probe::Get(Server(), kEndpoints);
+        const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - asked);
+        CheckConnection(reply, took);
+        if (Server().secure && reply.isConnected)
+        {
+            CheckTls(reply);
+            CheckCertificates(reply);
+        }
+        if (!reply.date.empty())
+            CheckClock(reply.date);
+        CheckHandshake(reply);
+        return Report();
+    }
+
+private:
+    [[nodiscard]] const ServerAddress& Server() const { return m_client.Server(); }
+
+    void AddFact(const std::string& name, const std::string& label, const std::string& value)
+    {
+        m_document[name] = value;
+        std::string line = label;
+        line.resize(10, ' ');
+        m_text += line + Printable(std::string_view(value)) + "\n";
+    }
+
+    void AskForFacts()
+    {
+        const Surroundings& around = m_client.Around();
+        AddFact("version", "Version", QUENDRA_VERSION);
+        AddFact("library", "Library", around.libraryFile);
+        AddFact("platform", "Platform", Probe::Platform());
+        AddFact("server", "Server", Server().Text());
+        // Whose session it is, is nobody else's business.
+        AddFact("session", "Session", SessionText(SessionFilePath(around)));
+    }
+
+    [[nodiscard]] std::string SessionText(const std::filesystem::path& file) const
+    {
+        const auto session = LoadSession(file);
+        const std::string name = ToNarrow(System::ToText(file));
+        if (!session)
+            return "none is saved in " + name;
+        return (session->server == Server() ? "one for this server is saved in " : "one for another server is saved in ") + name;
+    }
+
+    void AskForSettings()
+    {
+        Table table({{"Setting"}, {"Value", Table::Align::Right}, {"From"}, {"For"}});
+        for (const Tuning::Value* setting : Tuning::kAll)
+        {
+            const auto found = Settings::FindNumber(setting->name);
+            const std::int32_t value = found ? found->value : setting->defaultValue;
+            const char* source = !found ? "default" : found->place.root == HKEY_LOCAL_MACHINE ? "machine" : "user";
+            Json::Value entry;
+            entry["name"] = ToNarrow(setting->name);
+            entry["value"] = value;
+            entry["unit"] = setting->unit;
+            entry["default"] = setting->defaultValue;
+            entry["source"] = source;
+            entry["subject"] = setting->subject;
+            if (found)
+                entry["place"] = ToNarrow(found->place.Text());
+            m_document["settings"].append(entry);
+            const std::string unit = *setting->unit != '\0' ? std::string(" ") + setting->unit : std::string();
+            table.Add({ToNarrow(setting->name), std::to_string(value) + unit, source, setting->subject});
+        }
+        m_text += "\n" + table.Render() + "\n";
+    }
+
+    Step& Begin(const char* name) { return m_steps.emplace_back(Step{name, true, {}, {}, {}}); }
+
+    Probe::ProxySetting CheckProxy()
+    {
+        Step& step = Begin("Proxy");
+        Probe::ProxySetting proxy = Probe::ProxyFor(Server());
+        step.details["proxy"] = proxy.proxy.empty() ? Json::Value() : Json::Value(proxy.proxy);
+        step.lines.push_back(proxy.proxy.empty() ? "none" : Printable(std::string_view(proxy.proxy)));
+        if (!proxy.source.empty())
+            step.lines.back() += " (" + Printable(std::string_view(proxy.source)) + ")";
+        return proxy;
+    }
+
+    void CheckName(const Probe::ProxySetting& proxy)
+    {
+        Step& step = Begin("Name");
+        const Probe::Resolution found = Probe::Resolve(Server().host);
+        for (const auto& address : found.addresses)
+            step.details["addresses"].append(address);
+        if (!found.addresses.empty())
+        {
+            std::string addresses;
+            for (const auto& address : found.addresses)
+                addresses += (addresses.empty() ? "" : ", ") + address;
+            step.lines.push_back(Server().host + " is " + addresses);
+        }
+        else if (!proxy.proxy.empty())
+            step.lines.push_back(Server().host + " is not known here: the proxy has to know it");
+        else
+            step.Fail("asked the system for the address of " + Server().host + ": " + Printable(std::string_view(found.problem)),
+                      "check the spelling of --server, the network and its name servers");
+    }
+
+    void CheckConnection(const Probe::Reply& reply, std::chrono::milliseconds took)
+    {
+        Step& step = Begin("Connection");
+        const std::string asked = "asked " + Server().Text() + " for " + kEndpoints;
+        if (reply.isConnected && reply.failure.empty())
+        {
+            step.details["milliseconds"] = static_cast<Json::Int64>(took.count());
+            step.lines.push_back((reply.peer.empty() ? Server().Text() : reply.peer) + " answered with HTTP " +
+                                 std::to_string(reply.status) + " in " + std::to_string(took.count()) + " ms");
+            return;
+        }
+        const std::string line = asked + ": " + Printable(std::string_view(reply.failure));
+        if (!reply.isConnected)
+            step.Fail(line, "check that the server runs, its port (--port), and firewalls and proxies on the way");
+        else if (Server().secure && !reply.isSecure)
+            step.Fail(line, "the port may not speak TLS: try --server http://" + Server().host + ", or another --port");
+        else
+            step.Fail(line, "is there another kind of server at this port? Does it want https://?");
+    }
+
+    void CheckTls(const Probe::Reply& reply)
+    {
+        if (!reply.isSecure)
+            return;
+        Step& step = Begin("TLS");
+        step.details["protocol"] = reply.protocol.empty() ? Json::Value() : Json::Value(reply.protocol);
+        step.details["cipher"] = reply.cipher.empty() ? Json::Value() : Json::Value(reply.cipher);
+        step.lines.push_back(reply.protocol.empty() ? "the system does not tell the protocol" : reply.protocol + ", " + reply.cipher);
+    }
+
+    [[nodiscard]] std::string AdviceOn(Probe::Trouble trouble) const
+    {
+        switch (trouble)
+        {
+        case Probe::Trouble::Untrusted:
+            return "have this machine trust the authority that issued it, where you trust it, or have the server send the whole chain";
+        case Probe::Trouble::NotInTime:
+            return "check this machine's clock; where it is right, the server needs a new certificate";
+        case Probe::Trouble::WrongName:
+            return "name the server in --server as its certificate does";
+        case Probe::Trouble::Revoked:
+        case Probe::Trouble::Other:
+            break;
+        }
+        return "the server needs a new certificate";
+    }
+
+    void CheckCertificates(const Probe::Reply& reply)
+    {
+        if (reply.chain.empty())
+            return;
+        Step& step = Begin("Certificate");
+        for (const Probe::Certificate& certificate : reply.chain)
+        {
+            Json::Value entry;
+            entry["subject"] = certificate.subject;
+            entry["issuer"] = certificate.issuer;
+            entry["names"] = certificate.names;
+            entry["notBefore"] = certificate.notBefore;
+            entry["notAfter"] = certificate.notAfter;
+            entry["problems"] = Json::Value(Json::arrayValue);
+            const std::string names = certificate.names.empty() ? "" : " for " + Printable(std::string_view(certificate.names));
+            step.lines.push_back(Printable(std::string_view(certificate.subject)) + names);
+            step.lines.push_back("  issued by " + Printable(std::string_view(certificate.issuer)) + ", valid from " +
+                                 certificate.notBefore + " to " + certificate.notAfter);
+            for (const Probe::Problem& problem : certificate.problems)
+            {
+                entry["problems"].append(problem.text);
+                step.Fail("  WRONG: " + Printable(std::string_view(problem.text)), AdviceOn(problem.trouble));
+            }
+            step.details["chain"].append(entry);
+        }
+    }
+
+    void CheckClock(const std::string& date)
+    {
+        const auto server = ParseHttpDate(date);
+        if (!server)
+            return;
+        Step& step = Begin("Clock");
+        const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+        const std::int64_t ahead = (*server - now).count();
+        step.details["serverAheadSeconds"] = static_cast<Json::Int64>(ahead);
+        const std::string difference = "the server's clock is " + DurationText(static_cast<std::uint64_t>(std::llabs(ahead))) +
+                                       (ahead < 0 ? " behind" : " ahead of") + " this machine's";
+        if (std::llabs(ahead) > kLargestClockDifference)
+            step.Fail(difference, "set the clock of the machine that is wrong: certificates and the times of items depend on it");
+        else
+            step.lines.push_back(std::llabs(ahead) <= 1 ? "the same as the server's" : difference);
+    }
+
+    void CheckHandshake(const Probe::Reply& reply)
+    {
+        Step& step = Begin("Handshake");
+        std::uint32_t serverMode = 0;
+        std::uint32_t handshakeValue = 0;
+        const ResultCode code = m_client.Api().Init(serverMode, handshakeValue);
+        const auto [offered, endpoints] = EndpointsOf(reply.body);
+        step.details["endpoints"] = endpoints;
+        if (code == Result::Success)
+        {
+            step.details["serverMode"] = serverMode;
+            step.details["handshakeValue"] = handshakeValue;
+            step.details["apiAtLeast13"] = m_client.Api().IsApiVersionAtLeast13();
+            step.lines.push_back("mode " + ModeText(serverMode) + ", API version " +
+                                 (m_client.Api().IsApiVersionAtLeast13() ? "1.3 or later" : "before 1.3"));
+        }
+        else
+        {
+            const bool isIncompatible = code == Result::IncompatibleServer;
+            // The library takes a list of endpoints that it cannot get for one without versions.
+            step.Fail("shook hands with " + Server().Text() + ": " + CodeText(code) + " (" + MeaningOf(code) + ")",
+                      isIncompatible && offered.empty() && !HasFailed()
+                          ? "is this the right server? Its " + std::string(kEndpoints) + " lists no versions"
+                          : "mend what failed above; '--trace -' shows each request");
+        }
+        step.lines.insert(step.lines.end(), offered.begin(), offered.end());
+    }
+
+    // The versions that the server offers, in words and as it says it.
+    static std::pair<std::vector<std::string>, Json::Value> EndpointsOf(const std::string& body)
+    {
+        Json::Value root;
+        std::vector<std::string> lines;
+        const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+        if (!reader->parse(body.data(), body.data() + body.size(), &root, nullptr) || !root.isObject())
+            return {};
+        for (const auto& api : root.getMemberNames())
+        {
+            if (!root[api].isObject())
+                continue;
+            for (const auto& version : root[api].getMemberNames())
+            {
+                const Json::Value& path = root[api][version].isObject() ? root[api][version]["path"] : Json::Value::nullSingleton();
+                lines.push_back("offers " + Printable(std::string_view(api)) + " " + Printable(std::string_view(version)) +
+                                (path.isString() ? " at " + Printable(std::string_view(path.asString())) : ""));
+            }
+        }
+        return {lines, root};
+    }
+
+    [[nodiscard]] bool HasFailed() const
+    {
+        return std::any_of(m_steps.begin(), m_steps.end(), [](const Step& step) { return !step.isGood; });
+    }
+
+    bool Report()
+    {
+        for (const Step& step : m_steps)
+        {
+            Json::Value entry = step.details;
+            entry["name"] = step.name;
+            entry["ok"] = step.isGood;
+            std::string name = step.name;
+            name.resize(12, ' ');
+            m_text += (step.isGood ? "ok      " : "FAILED  ") + name;
+            for (std::size_t index = 0; index < step.lines.size(); ++index)
+            {
+                m_text += (index > 0 ? std::string(20, ' ') : "") + step.lines[index] + "\n";
+                entry["lines"].append(step.lines[index]);
+            }
+            if (!step.next.empty())
+            {
+                entry["next"] = step.next;
+                m_text += std::string(20, ' ') + "-> " + step.next + "\n";
+            }
+            m_document["checks"].append(entry);
+        }
+        const bool isGood = !HasFailed();
+        m_document["ok"] = isGood;
+        m_client.Print(m_document, m_text);
+        return isGood;
+    }
+
+    const Client& m_client;
+    Json::Value m_document;
+    std::string m_text;
+    std::vector<Step> m_steps;
+};
+
+} // namespace
+
+namespace Command
+{
+
+void Execute(Client& client, const Doctor& /*command*/)
+{
+    if (!Diagnosis(client).Run())
+        throw ChecksFailed();
+}
+
+} // namespace Command

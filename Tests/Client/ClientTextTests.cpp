@@ -2,6 +2,7 @@
 
 #include "Client/CommandLine.h"
 #include "Client/Failures.h"
+#include "Client/HttpDate.h"
 #include "Client/Identifier.h"
 #include "Client/Progress.h"
 #include "Client/ResultMeanings.h"
@@ -58,24 +59,6 @@ TEST(ServerAddress, RefusesWhatNamesNoServer)
     EXPECT_THROW(static_cast<void>(MakeAddress(ParseServer("host:80"), 81)), UsageError);
 }
 
-TEST(CommandLine, PutsOptionsBeforeOrBehindTheCommand)
-{
-    for (const auto& arguments : std::vector<std::vector<std::string>>{{"--server", "https://host", "--port", "8443", "--device", "d\u00FC",
-                                                                        "--token", "t", "--trace", "-", "--json", "--quiet", "ls", "/x"},
-                                                                       {"ls", "/x", "--server", "https://host", "--port=8443", "--device",
-                                                                        "d\u00FC", "--token", "t", "--trace", "-", "--json", "--quiet"}})
-    {
-        const CommandLine line = Parse(arguments);
-        EXPECT_TRUE(line.options.server && line.options.server->secure && line.options.server->host == "host");
-        EXPECT_EQ(line.options.port, 8443);
-        EXPECT_EQ(line.options.device, std::wstring(L"d\u00FC"));
-        EXPECT_EQ(line.options.token, "t");
-        EXPECT_EQ(line.options.trace, "-");
-        EXPECT_TRUE(line.options.json && line.options.quiet);
-        EXPECT_EQ(std::get<Command::List>(line.command).path, L"/x");
-    }
-}
-
 TEST(CommandLine, PrefersOptionsToTheEnvironment)
 {
     EXPECT_EQ(Parse({"version"}, "QUENDRA_SERVER", "env").options.server->host, "env");
@@ -97,67 +80,6 @@ TEST(CommandLine, PutsServerPathsIntoForm)
     EXPECT_EQ(std::get<Command::Put>(Parse({"put", "a", "docs/"}).command).path, L"/docs/");
     // The name of another command is a path like any other.
     EXPECT_EQ(std::get<Command::MakeFolder>(Parse({"mkdir", "ls"}).command).path, L"/ls");
-}
-
-TEST(CommandLine, ReadsCommandsWithTheirOptions)
-{
-    const auto get = std::get<Command::Get>(Parse({"get", "/a", "b", "--skip", "1kB", "--count", "5", "--revision", "7"}).command);
-    EXPECT_EQ(get.skip, 1024U);
-    EXPECT_EQ(get.count, 5U);
-    EXPECT_EQ(get.revision, "7");
-    const auto touch =
-        std::get<Command::Touch>(Parse({"touch", "/a", "--created", "1601-01-01T00:00:00Z", "--attributes", "0x20"}).command);
-    EXPECT_EQ(touch.created->GetTicks(), 0);
-    EXPECT_FALSE(touch.modified);
-    EXPECT_EQ(touch.attributes, 0x20U);
-    const auto share = std::get<Command::Share>(Parse({"share", "/a", "b", "--to", "x", "y", "--to", "z", "--name", "n"}).command);
-    EXPECT_EQ(share.paths, (std::vector<std::wstring>{L"/a", L"/b"}));
-    EXPECT_EQ(share.recipients, (std::vector<std::wstring>{L"x", L"y", L"z"}));
-    EXPECT_EQ(std::get<Command::Audit>(Parse({"audit", "-"}).command).file, "-");
-}
-
-TEST(CommandLine, RefusesWrongUsage)
-{
-    const std::string id = "0F8FAD5B-D9CB-469F-A165-70867728950E";
-    for (const auto& arguments : std::vector<std::vector<std::string>>{{},
-                                                                       {"--json"},
-                                                                       {"dance"},
-                                                                       {"ls"},
-                                                                       {"ls", "/a", "/b"},
-                                                                       {"ls", "/a", "--overwrite"},
-                                                                       {"version", "--port", "0"},
-                                                                       {"touch", "/a", "--created", "yesterday"},
-                                                                       {"touch", "/a", "--attributes", "4294967296"},
-                                                                       {"get", "/a", "b", "--skip", "-1"},
-                                                                       {"get", "/a", "b", "--skip", "9223372036854775808"},
-                                                                       {"get", "/a", "b", "--signature", "s", "--count", "1"},
-                                                                       {"get", "/a", "b", "--signature", ""},
-                                                                       {"put", "a", "/b", "--chunk-size", "0"},
-                                                                       {"put", "a", "/b", "--chunk-size", "1", "--delta"},
-                                                                       {"put", "a", "/b", "--resume", id},
-                                                                       {"put", "a", "/b", "--chunk-size", "1", "--resume", "x"},
-                                                                       {"upload-status", "/a", "1"},
-                                                                       {"share", "/a"}})
-        EXPECT_THROW(static_cast<void>(Parse(arguments)), UsageError) << testing::PrintToString(arguments);
-}
-
-TEST(CommandLine, TeachesEachCommand)
-{
-    for (const char* command : {"handshake",     "version",         "register", "login",    "logout", "ls",    "stat",
-                                "mkdir",         "touch",           "rm",       "mv",       "get",    "put",   "upload-status",
-                                "upload-cancel", "upload-complete", "changes",  "mappings", "share",  "audit", "wipe-ack"})
-    {
-        try
-        {
-            static_cast<void>(Parse({command, "--help"}));
-            ADD_FAILURE() << command;
-        }
-        catch (const HelpRequest& help)
-        {
-            EXPECT_NE(help.text.find(std::string("quendra ")), std::string::npos) << command;
-            EXPECT_NE(help.text.find("Examples:"), std::string::npos) << command;
-        }
-    }
 }
 
 TEST(Identifier, TravelsAsText)
@@ -194,6 +116,14 @@ TEST(TimeText, ReadsWhatPeopleWrite)
          {"", "2023-02-29", "2026-13-01", "1600-12-31Z", "26-01-01", "2026-01-01T", "2026-01-01T24:00", "2026-01-01T10:60",
           "2026-01-01T10:00:60", "2026-01-01T10:00:00.", "2026-01-01T10:00:00+01:00", "2026-01-01 ", "Z", "2026-01-01x"})
         EXPECT_FALSE(ParseTime(text)) << text;
+}
+
+TEST(HttpDate, ReadsTheOneForm)
+{
+    EXPECT_EQ(ParseHttpDate("Sun, 06 Nov 1994 08:49:37 GMT").value_or(std::chrono::sys_seconds()).time_since_epoch().count(), 784111777);
+    for (const char* text : {"", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun, 31 Feb 2026 08:49:37 GMT", "Sun, 06 anF 1994 08:49:37 GMT",
+                             "Sun, 06 Nov 1994 24:49:37 GMT", "Sun, 06 Nov 1994"})
+        EXPECT_FALSE(ParseHttpDate(text)) << text;
 }
 
 TEST(Text, KeepsATerminalSafe)

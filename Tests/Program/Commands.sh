@@ -194,8 +194,10 @@ run 0 login demo
 prints "Logged in to $url as demo."
 input=/dev/null
 unset QUENDRA_SERVER # from here on the session names it
+chmod 777 "$session" # by whom ever: the next login replaces it
+printf '{"policy_block":{"a":1}}' >"$root/.quendra-appliance/policy.json"
 QUENDRA_PASSWORD='s3cret pässword' run 0 login demo --json --server "$url" --trace "$(native "$work/trace")"
-says '"ok":true' '"handshakeValue":0'
+says '"ok":true' '"handshakeValue":0' '"policy":"{\"policy_block\":'
 token=$(sed -n 's/.*"token" *: *"\([^"]*\)".*/\1/p' "$session")
 [ ${#token} -ge 16 ] || complain 'there is no token in the session file'
 grep -q "$token" "$work/trace" || complain 'the trace shows no token: is it one?'
@@ -203,6 +205,7 @@ grep -q 'CNativeHttp::Login' "$work/trace" || complain 'the trace lacks the oper
 for file in "$work/out" "$work/err" "$session" "$work/trace"; do
     grep -q -e 's3cret' "$file" && complain "the password is in $file"
 done
+[ "$(ls "$work/config")" = session.json ] || complain 'the login left something behind'
 grep -q "$token" "$work/out" "$work/err" && complain 'the token shows'
 # Wine lets the user's group in where Windows would not.
 [[ $(stat -c %A "$session") == -rw*--- && ($platform = windows || $(stat -c %a "$session") = 600) ]] ||
@@ -227,6 +230,7 @@ file=$work/local
 head -c 300000 /dev/urandom >"$file"
 run 0 mkdir /home/Reports
 prints "Created /home/Reports, revision $(sed 's/.*revision //; s/\.$//' <<<"$out")."
+on linux && run 0 mkdir $'/home/Reports/\e[1m' && run 0 ls /home/Reports && says '\x1B[1m/'
 run 0 mkdir /home/Reports/old/ --json
 matches '^\{"item":\{"attributes":[0-9]+,"created":"20[^"]+Z","directory":true,"folderReadOnly":false,"modified":"20[^"]+Z","name":"old","readOnly":false,"revision":"[^"]+","size":[^,]+\}\}$'
 run 1 mkdir /home/Reports
@@ -326,6 +330,10 @@ warns 'Upload id: '
 run 0 get /home/chunked "$(native "$work/got")"
 same "$work/got" "$file"
 
+: >"$work/empty"
+run 0 put "$(native "$work/empty")" /home/empty --chunk-size 1MB --json
+says '"size":0'
+
 big=$work/big
 head -c 48M /dev/urandom >"$big"
 has_bytes() { find "$root/.quendra-appliance" -type f -size +600k | grep -q .; }
@@ -366,6 +374,8 @@ same "$work/big2" "$big"
 run 0 rm /home/big
 
 interrupt_upload /home/big
+run 1 put "$(native "$file")" /home/big --chunk-size 1MB --resume "$id"
+warns 'more than local is long: it is not the same file'
 run 0 upload-cancel /home/big "$id"
 prints 'Abandoned the upload to /home/big.'
 run 1 upload-cancel /home/big "$id" --json
@@ -404,6 +414,8 @@ run 0 wipe-ack demo old-laptop
 prints 'Acknowledged the remote wipe of old-laptop.'
 
 # The feed: what another session changes; a change that comes while it is waited for; a restart of the server; Ctrl-C.
+run 1 changes --follow --token forged
+warns 'GetChanges failed: 20006 ('
 cp "$session" "$work/other.json"
 QUENDRA_PASSWORD='s3cret pässword' run 0 login demo --server "$url"
 QUENDRA_SESSION=$(native "$work/other.json") run 0 mkdir /home/first
@@ -489,9 +501,53 @@ prints '{"ok":true}'
 [ ! -e "$session" ] || complain 'the session file is still there'
 run 0 logout
 prints 'There is no saved session.'
-printf '{"server":1}' >"$session"
-run 1 version
-warns 'session.json does not hold a session' "'quendra logout' removes it"
+for text in '' '[]' '{"server":1}' '{"server":"a/b","port":80,"token":"t"}' '{"server":"a","port":1e99,"token":"t"}'; do
+    printf %s "$text" >"$session"
+    run 1 version
+    warns 'session.json does not hold a session' "'quendra logout' removes it"
+done
+run 0 logout
+
+if on linux; then
+    # The terminal of a person: the password is asked for and not shown, and progress fits into 30 columns.
+    # The emulated terminal turns line ends into \r\n.
+    quendra="$(printf '%q ' "${client[@]}")"
+    mkfifo "$work/keys"
+    exec {screen}< <(exec script -qefc "stty cols 30; $quendra login demo --server $url" /dev/null <"$work/keys" 2>&1)
+    exec {keys}>"$work/keys"
+    read -r -d : -t 30 -u "$screen" out
+    printf 's3cret pässword\n' >&"$keys"
+    out+=$(cat <&"$screen")
+    says 'Password for demo' "Logged in to $url as demo."
+    [[ $out != *s3cret* ]] || complain 'the password shows'
+    out=$(script -qefc "stty cols 30; $quendra put $big /home/" /dev/null </dev/null)
+    says '100%' 'Uploaded big to /home/big'
+    while read -r -d $'\r' text; do
+        [ ${#text} -lt 30 ] || complain "progress is ${#text} columns wide"
+    done <<<"${out%Uploaded*}"
+    out=$(script -qefc "$quendra put $big /home/ --quiet" /dev/null </dev/null)
+    [[ $out != *%* ]] || complain 'there is progress'
+fi
+
+# A server where devices register first.
+stop_server
+root=$work/items2
+mkdir "$root"
+start_server --mode device-token --log
+export QUENDRA_SERVER=$url QUENDRA_PASSWORD=demo
+run 0 handshake
+says 'device-token authentication'
+run 1 login demo
+run 0 register demo --device 'Läptop'
+prints 'Registered. The server sends demo an e-mail.'
+while read -r -t 30 -u "$serverOutput" text && [[ $text != 'mail to demo:'* ]]; do :; done
+[[ $text == *'"Läptop"'* ]] || complain "the device is not named: $text"
+text=${text##* }
+run 0 login demo --device-token "${text%$'\r'}" --device 'Läptop'
+run 0 ls /
+read -r -t 30 -u "$serverOutput" text
+[[ $text == 'POST /sync/1.3/registrations -> 204, 0 bytes'* ]] || complain "the server's log has $text"
+unset QUENDRA_SERVER QUENDRA_PASSWORD
 run 0 logout
 
 stop_server

@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 
+#include "Completion.h"
 #include "Failures.h"
 #include "Identifier.h"
 #include "TextConversion.h"
@@ -294,6 +295,38 @@ void AddOptions(CLI::App& app, Options& options)
     app.add_flag("--quiet", options.quiet, "no progress bar");
 }
 
+// The options of the program, then those of each command.
+std::vector<CommandWords> AllWords(CLI::App& app)
+{
+    std::vector<CommandWords> all;
+    const auto add = [&all](const CLI::App& command, const std::string& name) {
+        CommandWords& words = all.emplace_back(CommandWords{name, {}});
+        for (const CLI::Option* option : command.get_options())
+            for (const auto& optionName : option->get_lnames())
+                if (name.empty() || optionName != "help")
+                    words.options.push_back("--" + optionName);
+    };
+    add(app, "");
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+        add(*command, command->get_name());
+    return all;
+}
+
+// It needs neither library nor server: what it prints is a kind of help.
+void AddCompletion(CLI::App& app)
+{
+    CLI::App* completion = app.add_subcommand("completion", "Print a script that completes commands in a shell");
+    completion->fallthrough();
+    completion->footer("Examples:\n  source <(quendra completion bash)\n"
+                       "  quendra completion bash > ~/.local/share/bash-completion/completions/quendra");
+    completion
+        ->add_option_function<std::string>(
+            "SHELL", [&app](const std::string&) { throw HelpRequest{BashCompletion(AllWords(app))}; }, "bash")
+        ->required()
+        ->type_name("")
+        ->check(CLI::IsMember({"bash"}).description(""));
+}
+
 void AddEnvironment(Options& options, const EnvironmentLookup& environment)
 {
     const auto lookUp = [&environment](const char* name) {
@@ -309,6 +342,14 @@ void AddEnvironment(Options& options, const EnvironmentLookup& environment)
             options.port = ParsePort(*port);
     if (!options.token)
         options.token = lookUp("QUENDRA_TOKEN");
+}
+
+// What to say of a line that names no command.
+std::string WithoutCommand(const CLI::App& app)
+{
+    for (const auto& word : app.remaining())
+        return word.starts_with('-') ? "there is no option " + word : "there is no command '" + word + "'";
+    return "a command is missing";
 }
 
 } // namespace
@@ -334,6 +375,8 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments, const Environme
     GroupNewCommands(app, "Transfer commands");
     AddFeedAndSharingCommands(app, line.command);
     GroupNewCommands(app, "Feed and sharing commands");
+    AddCompletion(app);
+    GroupNewCommands(app, "The program itself");
 
     if (arguments.empty())
         throw UsageError("a command is missing");
@@ -350,7 +393,7 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments, const Environme
     }
     catch (const CLI::ParseError& error)
     {
-        throw UsageError(error.what());
+        throw UsageError(app.get_subcommands().empty() ? WithoutCommand(app) : error.what());
     }
     AddEnvironment(line.options, environment);
     return line;

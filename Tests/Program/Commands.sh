@@ -130,7 +130,7 @@ stop_server() {
 id=0F8FAD5B-D9CB-469F-A165-70867728950E
 usage() { run 2 "$@" && warns 'quendra: ' "Try 'quendra " && prints ''; }
 usage
-usage dance
+usage dance && warns "there is no command 'dance'"
 usage ls
 usage ls /a /b
 usage ls /a --overwrite
@@ -436,6 +436,35 @@ kill -INT "$pid"
 on windows && QUENDRA_SESSION=$(native "$work/other.json") run 0 mkdir /home/fourth
 end 130
 warns 'GetChanges failed: 12'
+
+# --- Completion, by the function that the shell calls ---
+
+completes() { # words so far, then what is offered
+    read -ra COMP_WORDS <<<"$1"
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    COMP_WORDS[0]=${client[0]}
+    _quendra
+    out=$(printf '%s\n' "${COMPREPLY[@]}")
+    ran=("$1")
+    [ "$out" = "$2" ] || complain "not offered: $2"
+}
+run 0 completion bash
+run 2 completion fish
+if on linux; then
+    run 0 completion bash
+    # shellcheck source=/dev/null
+    source "$work/out"
+    completes 'quendra upload-' $'upload-status\nupload-cancel\nupload-complete'
+    completes 'quendra --json ch' changes
+    completes 'quendra put --ch' --chunk-size
+    completes 'quendra ls --to' --token
+    completes 'quendra ls /ho' /home/
+    completes 'quendra mv /home/whole /home/w' /home/whole
+    completes 'quendra stat /home/Ü' "/home/$name"
+    completes "quendra put $work/sig" "$work/signature"
+    completes "quendra get /home/whole $work/sig" "$work/signature"
+    completes 'quendra ls /none/' ''
+fi
 
 # --- What a supporter asks first ---
 

@@ -116,7 +116,12 @@ private:
         if (code != Result::Success)
         {
             progress->Finish();
-            m_client.Note("quendra: to resume: " + ResumeCommand());
+            // The server keeps the bytes, but goes on refusing to end the upload here.
+            if (code == Result::Conflict && !cancellation.IsRequested())
+                m_client.Note("quendra: to finish it under another path: quendra upload-complete " + ShellWord(Printable(m_target)) +
+                              " NEWPATH " + IdentifierText(m_id));
+            else
+                m_client.Note("quendra: to resume: " + ResumeCommand());
             CheckTransfer("ResumableUpload", code, cancellation, attributes);
         }
         m_offset += length;

@@ -393,7 +393,8 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments, const Environme
     }
     catch (const CLI::ParseError& error)
     {
-        throw UsageError(app.get_subcommands().empty() ? WithoutCommand(app) : error.what());
+        throw UsageError(app.get_subcommands().empty() ? WithoutCommand(app)
+                                                       : app.get_subcommands().front()->get_name() + ": " + error.what());
     }
     AddEnvironment(line.options, environment);
     return line;

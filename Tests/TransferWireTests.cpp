@@ -15,20 +15,26 @@ namespace
 // Larger than what the system's socket buffers take.
 constexpr std::uint64_t kLarge = 48 << 20;
 
+// A server that serves as a test says, and a client that has shaken hands with it. What the test says uses lives longer.
+class Conversation
+{
+public:
+    explicit Conversation(std::function<void(RawConnection&, const std::string& head)> serve)
+        : m_server(AfterHandshake(std::move(serve))), m_library(m_server)
+    {
+        EXPECT_EQ(m_library.ShakeHands(), 0U);
+    }
+
+    [[nodiscard]] IQuendraHttpAPI& Api() const { return m_library.Api(); }
+
+private:
+    const RawServer m_server;
+    const Library m_library;
+};
+
 class TransferWire : public testing::Test
 {
 protected:
-    // Has a server that serves as the test says, and a client that has shaken hands with it.
-    void Serve(std::function<void(RawConnection&, const std::string& head)> serve)
-    {
-        library.reset();
-        server = std::make_unique<RawServer>(AfterHandshake(std::move(serve)));
-        library = std::make_unique<Library>(*server);
-        ASSERT_EQ(library->ShakeHands(), 0U);
-    }
-
-    [[nodiscard]] IQuendraHttpAPI& Api() const { return library->Api(); }
-
     // A caller whose files are there: what uploads send and what downloads write into.
     [[nodiscard]] Caller CallerWith(const std::string& content, const std::string& target = "before") const
     {
@@ -49,16 +55,14 @@ protected:
     }
 
     // Uploads send the file "sent", downloads write the file "target".
-    [[nodiscard]] ResultCode Perform(const std::string& name, const Transfer& transfer, Caller& caller) const
+    static ResultCode Perform(IQuendraHttpAPI& api, const std::string& name, const Transfer& transfer, Caller& caller)
     {
         if (IsUpload(name))
             caller.local = caller.signature;
-        return transfer(Api(), caller);
+        return transfer(api, caller);
     }
 
     const TemporaryFolder folder;
-    std::unique_ptr<RawServer> server;
-    std::unique_ptr<Library> library;
 };
 
 TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
@@ -150,21 +154,23 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
          "Download data request for " + paths + "Revision: 7\nDownloadData request [/sync/folders/d/a.txt?skip=3&count=5&revision=7]\n" +
              "Successfully downloaded data into file: " + target + '\n'},
     };
-    std::string head;
-    std::string body;
-    Serve([&](RawConnection& connection, const std::string& received) {
-        head = received;
-        body = connection.Read(BodyLength(head));
-        connection.Send(HttpReply(200, kReply));
-    });
-    Api().SetSessionToken(L"abc");
+    RawServer server(AnswerEach([](const std::string& request) {
+        const std::string handshake = AnswerHandshake(request);
+        return handshake.empty() ? HttpReply(200, kReply) : handshake;
+    }));
+    const Library library(server);
+    ASSERT_EQ(library.ShakeHands(), 0U);
+    library->SetSessionToken(L"abc");
     for (const Case& transfer : cases)
     {
         SCOPED_TRACE(transfer.name);
         Caller caller = CallerWith(content);
         const TraceCapture trace;
-        EXPECT_EQ(Perform(transfer.name, transfer.run, caller), 0U);
+        EXPECT_EQ(Perform(library.Api(), transfer.name, transfer.run, caller), 0U);
 
+        std::string head = server.Requests().back();
+        std::string body = head.substr(head.find("\r\n\r\n") + 4);
+        head.resize(head.size() - body.size());
         const std::string length = transfer.body.empty() ? "" : "Content-Length: " + std::to_string(body.size()) + '\n';
         const std::string type = HeaderValue(head, "Content-Type");
         if (const std::size_t quote = type.find('"'); quote != std::string::npos)
@@ -190,7 +196,7 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
         EXPECT_EQ(told, transfer.told);
     }
     EXPECT_EQ(folder.Read("target"), "bef" + kReply) << "a range goes to its place";
-    EXPECT_EQ(server->ConnectionCount(), 1U) << "no byte too many or too few: each next request began where the last one ended";
+    EXPECT_EQ(server.ConnectionCount(), 1U) << "no byte too many or too few: each next request began where the last one ended";
 }
 
 // Serves a transfer in the middle of which something happens; afterwards it goes on to its end, had nothing happened.
@@ -219,17 +225,17 @@ void ServeLarge(RawConnection& connection, const std::string& head, const std::f
 
 TEST_F(TransferWire, ACancelEndsATransferOnItsWay)
 {
-    std::unique_ptr<Event> event;
-    Serve([&](RawConnection& connection, const std::string& head) { ServeLarge(connection, head, [&] { event->Signal(); }); });
     for (const auto& [name, transfer] : FileTransfers(kLarge))
     {
         SCOPED_TRACE(name);
-        event = std::make_unique<Event>();
+        const Event event;
+        const Conversation wire(
+            [&](RawConnection& connection, const std::string& head) { ServeLarge(connection, head, [&] { event.Signal(); }); });
         Caller caller = LargeCaller();
-        caller.cancel = event->Cancel();
+        caller.cancel = event.Cancel();
         const auto record = std::make_shared<ProgressRecord>();
         caller.progress = record;
-        EXPECT_EQ(Perform(name, transfer, caller), 1223U);
+        EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), 1223U);
         EXPECT_EQ(caller.given, nullptr);
         EXPECT_GT(record->moved, 0U);
         EXPECT_LT(record->moved, kLarge);
@@ -242,18 +248,20 @@ TEST_F(TransferWire, ACancelEndsATransferOnItsWay)
 TEST_F(TransferWire, ClosingItsRequestEndsATransferOnItsWay)
 {
     TraceCapture trace;
-    Serve([&](RawConnection& connection, const std::string& head) {
-        ServeLarge(connection, head, [&] { EXPECT_EQ(Api().CloseRequestHandle(L"/d/a.txt"), 0U); });
+    std::atomic<IQuendraHttpAPI*> api = nullptr;
+    const Conversation wire([&](RawConnection& connection, const std::string& head) {
+        ServeLarge(connection, head, [&] { EXPECT_EQ(api.load()->CloseRequestHandle(L"/d/a.txt"), 0U); });
     });
+    api = &wire.Api();
     for (const auto& [name, transfer] : FileTransfers(kLarge))
     {
         SCOPED_TRACE(name);
         Caller caller = LargeCaller();
         trace.Clear();
-        const ResultCode code = Perform(name, transfer, caller);
+        const ResultCode code = Perform(wire.Api(), name, transfer, caller);
         EXPECT_TRUE(code == 12017 || code == 6 || code == 12019 || code == 12018) << code;
         EXPECT_EQ(caller.given, nullptr);
-        EXPECT_EQ(Api().CloseRequestHandle(L"/d/a.txt"), 0U);
+        EXPECT_EQ(wire.Api().CloseRequestHandle(L"/d/a.txt"), 0U);
         EXPECT_EQ(trace.CountOf(EVT_INFO, "Closed Request Handle for [/d/a.txt]"), 1U) << "gone from the map with its transfer";
     }
 }
@@ -261,7 +269,7 @@ TEST_F(TransferWire, ClosingItsRequestEndsATransferOnItsWay)
 TEST_F(TransferWire, ProgressIsToldInOrderUpToTheTotal)
 {
     const std::string content = Pattern(100'000);
-    Serve([&](RawConnection& connection, const std::string& head) {
+    const Conversation wire([&](RawConnection& connection, const std::string& head) {
         connection.Skip(BodyLength(head));
         connection.Send(HttpReply(200, HeaderValue(head, "Accept") == "application/json" ? kReply : content));
     });
@@ -278,7 +286,7 @@ TEST_F(TransferWire, ProgressIsToldInOrderUpToTheTotal)
         Caller caller = CallerWith(content);
         const auto record = std::make_shared<ProgressRecord>();
         caller.progress = record;
-        EXPECT_EQ(Perform(name, transfer, caller), 0U);
+        EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), 0U);
         EXPECT_EQ(record->moved, name == "chunk upload" ? 40'000U : name == "delta" ? 200'000U : 100'000U);
         EXPECT_EQ(record->last, name == "chunk upload" ? 50'000U : 100'000U);
         EXPECT_TRUE(!IsUpload(name) || record->calls == (name == "chunk upload" ? chunk : blocks)) << record->calls;
@@ -321,7 +329,7 @@ TEST_F(TransferWire, ABrokenDownloadIsNeverASuccess)
             if (IsUpload(name))
                 continue;
             SCOPED_TRACE(std::string(broken.what) + ", " + name);
-            Serve([&](RawConnection& connection, const std::string& received) {
+            const Conversation wire([&](RawConnection& connection, const std::string& received) {
                 connection.Skip(BodyLength(received));
                 connection.Send(broken.reply);
                 if (broken.resets)
@@ -329,7 +337,7 @@ TEST_F(TransferWire, ABrokenDownloadIsNeverASuccess)
                 throw ConnectionEnded();
             });
             Caller caller = CallerWith("signature");
-            const ResultCode code = transfer(Api(), caller);
+            const ResultCode code = transfer(wire.Api(), caller);
             EXPECT_TRUE(std::count(broken.expected.begin(), broken.expected.end(), code) != 0) << code;
             EXPECT_EQ(caller.given, nullptr);
             std::string content = broken.content;
@@ -339,7 +347,7 @@ TEST_F(TransferWire, ABrokenDownloadIsNeverASuccess)
             EXPECT_TRUE(std::filesystem::remove(folder / "target")) << "nobody holds it open";
             if (broken.content == "before")
             {
-                static_cast<void>(transfer(Api(), caller));
+                static_cast<void>(transfer(wire.Api(), caller));
                 EXPECT_FALSE(std::filesystem::exists(folder / "target")) << "a download without a body to keep makes no file";
             }
         }
@@ -367,7 +375,6 @@ TEST_F(TransferWire, ABrokenUploadIsNeverASuccess)
         {"closed in the reply", kLarge, "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + kReply.substr(0, 40), false, {13}},
         {"refused", kLarge, HttpReply(503, "busy"), false, {20503}},
     };
-    const TemporaryFolder files;
     for (const Case& broken : cases)
     {
         for (const auto& [name, transfer] : FileTransfers(kLarge))
@@ -375,7 +382,7 @@ TEST_F(TransferWire, ABrokenUploadIsNeverASuccess)
             if (!IsUpload(name))
                 continue;
             SCOPED_TRACE(std::string(broken.what) + ", " + name);
-            Serve([&](RawConnection& connection, const std::string& received) {
+            const Conversation wire([&](RawConnection& connection, const std::string& received) {
                 connection.Skip(std::min(broken.reads, BodyLength(received)));
                 connection.Send(broken.reply);
                 if (broken.resets)
@@ -383,7 +390,7 @@ TEST_F(TransferWire, ABrokenUploadIsNeverASuccess)
                 throw ConnectionEnded();
             });
             Caller caller = LargeCaller();
-            const ResultCode code = Perform(name, transfer, caller);
+            const ResultCode code = Perform(wire.Api(), name, transfer, caller);
             EXPECT_TRUE(std::count(broken.expected.begin(), broken.expected.end(), code) != 0) << code;
             EXPECT_EQ(caller.given, nullptr);
             EXPECT_TRUE(std::filesystem::remove(folder / "sent")) << "nobody holds it open";

@@ -35,6 +35,7 @@ protected:
     {
         g_script = {};
         trace.Clear();
+        progress.reset();
         request = std::make_shared<WinHttpRequest>(session);
         EXPECT_EQ(request->AddMultipartHeaders(true), 0U);
         const std::wstring& type = g_script.headers.back().text;

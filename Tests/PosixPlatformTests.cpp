@@ -244,6 +244,17 @@ TEST(PosixText, ChecksSizesAndArguments)
 }
 
 // The calendar and the text of an identifier are shown over the library's own, on both platforms.
+// But for what Wine takes for dates.
+TEST(PosixTime, KnowsLeapYearsAndItsEnd)
+{
+    for (const auto& time :
+         {SYSTEMTIME{2023, 2, 0, 29, 0, 0, 0, 0}, SYSTEMTIME{1900, 2, 0, 29, 0, 0, 0, 0}, SYSTEMTIME{30828, 1, 0, 1, 0, 0, 0, 0}})
+    {
+        FILETIME fileTime = {};
+        EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOf(SystemTimeToFileTime(&time, &fileTime))) << time.wYear;
+    }
+}
+
 TEST(PosixTime, IsNow)
 {
     FILETIME now = {};

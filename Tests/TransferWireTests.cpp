@@ -296,48 +296,62 @@ TEST_F(TransferWire, ProgressIsToldInOrderUpToTheTotal)
     }
 }
 
-TEST_F(TransferWire, ABrokenDownloadIsNeverASuccess)
+TEST_F(TransferWire, ABrokenTransferIsNeverASuccess)
 {
+    // Where several codes stand, the kinds of transfer or the platforms' transports differ.
+    using Codes = std::vector<ResultCode>;
+    const Codes closed = {12030, 12152};
+    const Codes reset = {12030, 12152, 10054};
     struct Case
     {
         const char* what;
+        bool isUpload;
+        std::uint64_t reads; ///< bytes of the body, at most
         std::string reply;
         bool resets;
-        std::vector<ResultCode> expected; ///< of the whole file, whatever there is of it; others add their own.
-        std::string content = "before";
+        Codes expected;
+        std::string content = "before"; ///< of what a download writes, afterwards
     };
     const std::string whole = Pattern(1000);
     const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n";
-    // Where several codes stand, the platforms' transports differ.
     const Case cases[] = {
-        {"closed before the reply", "", false, {12030, 12152}},
-        {"reset before the reply", "", true, {12030, 12152, 10054}},
-        {"closed in the status", "HTTP/1.1 2", false, {12030, 12152}},
-        {"reset in the status", "HTTP/1.1 2", true, {12030, 12152, 10054}},
-        {"closed before the body", head, false, {12030}, ""},
-        {"closed in the body", head + whole.substr(0, 300), false, {12030}, whole.substr(0, 300)},
-        {"closed before the last byte", head + whole.substr(0, 999), false, {12030}, whole.substr(0, 999)},
-        {"refused", HttpReply(404, R"({"errorId":"5"})"), false, {20005, 20404}},
-        {"refused, and cut", "HTTP/1.1 404 No\r\nContent-Length: 1000\r\n\r\n{", false, {20000, 20404}},
-        {"part of it", HttpReply(206, whole), false, {20000, 20206}},
-        {"nothing of it", "HTTP/1.1 204 No\r\n\r\n", false, {20000, 20204}},
+        {"closed before the reply", false, kLarge, "", false, closed},
+        {"reset before the reply", false, kLarge, "", true, reset},
+        {"closed in the status", false, kLarge, "HTTP/1.1 2", false, closed},
+        {"reset in the status", false, kLarge, "HTTP/1.1 2", true, reset},
+        {"closed before the body", false, kLarge, head, false, {12030}, ""},
+        {"closed in the body", false, kLarge, head + whole.substr(0, 300), false, {12030}, whole.substr(0, 300)},
+        {"closed before the last byte", false, kLarge, head + whole.substr(0, 999), false, {12030}, whole.substr(0, 999)},
+        {"refused", false, kLarge, HttpReply(404, R"({"errorId":"5"})"), false, {20005, 20404}},
+        {"refused, and cut", false, kLarge, "HTTP/1.1 404 No\r\nContent-Length: 1000\r\n\r\n{", false, {20000, 20404}},
+        {"part of it", false, kLarge, HttpReply(206, whole), false, {20000, 20206}},
+        {"nothing of it", false, kLarge, "HTTP/1.1 204 No\r\n\r\n", false, {20000, 20204}},
+        {"closed in the body", true, 100'000, "", false, {12030, 12152, 10054, 12002}},
+        {"reset before the body", true, 0, "", true, reset},
+        {"reset in the body", true, 100'000, "", true, reset},
+        {"closed before the reply", true, kLarge, "", false, closed},
+        {"reset before the reply", true, kLarge, "", true, reset},
+        {"closed in the status", true, kLarge, "HTTP/1.1 2", false, closed},
+        {"closed before the reply's body", true, kLarge, head, false, {12152, 13}},
+        {"closed in the reply", true, kLarge, head + kReply.substr(0, 40), false, {13}},
+        {"refused", true, kLarge, HttpReply(503, "busy"), false, {20503}},
     };
     for (const Case& broken : cases)
     {
-        for (const auto& [name, transfer] : FileTransfers())
+        for (const auto& [name, transfer] : FileTransfers(kLarge))
         {
-            if (IsUpload(name))
+            if (IsUpload(name) != broken.isUpload)
                 continue;
             SCOPED_TRACE(std::string(broken.what) + ", " + name);
             const Conversation wire([&](RawConnection& connection, const std::string& received) {
-                connection.Skip(BodyLength(received));
+                connection.Skip(std::min(broken.reads, BodyLength(received)));
                 connection.Send(broken.reply);
                 if (broken.resets)
                     connection.Reset();
                 throw ConnectionEnded();
             });
-            Caller caller = CallerWith("signature");
-            const ResultCode code = transfer(wire.Api(), caller);
+            Caller caller = broken.isUpload ? LargeCaller() : CallerWith("signature");
+            const ResultCode code = Perform(wire.Api(), name, transfer, caller);
             EXPECT_TRUE(std::count(broken.expected.begin(), broken.expected.end(), code) != 0) << code;
             EXPECT_EQ(caller.given, nullptr);
             std::string content = broken.content;
@@ -350,49 +364,6 @@ TEST_F(TransferWire, ABrokenDownloadIsNeverASuccess)
                 static_cast<void>(transfer(wire.Api(), caller));
                 EXPECT_FALSE(std::filesystem::exists(folder / "target")) << "a download without a body to keep makes no file";
             }
-        }
-    }
-}
-
-TEST_F(TransferWire, ABrokenUploadIsNeverASuccess)
-{
-    struct Case
-    {
-        const char* what;
-        std::uint64_t reads; ///< bytes of the body
-        std::string reply;
-        bool resets;
-        std::vector<ResultCode> expected;
-    };
-    const Case cases[] = {
-        {"closed in the body", 100'000, "", false, {12030, 12152, 10054, 12002}},
-        {"reset before the body", 0, "", true, {12030, 12152, 10054}},
-        {"reset in the body", 100'000, "", true, {12030, 12152, 10054}},
-        {"closed before the reply", kLarge, "", false, {12030, 12152}},
-        {"reset before the reply", kLarge, "", true, {12030, 12152, 10054}},
-        {"closed in the status", kLarge, "HTTP/1.1 2", false, {12030, 12152}},
-        {"closed before the reply's body", kLarge, "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n", false, {12152, 13}},
-        {"closed in the reply", kLarge, "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + kReply.substr(0, 40), false, {13}},
-        {"refused", kLarge, HttpReply(503, "busy"), false, {20503}},
-    };
-    for (const Case& broken : cases)
-    {
-        for (const auto& [name, transfer] : FileTransfers(kLarge))
-        {
-            if (!IsUpload(name))
-                continue;
-            SCOPED_TRACE(std::string(broken.what) + ", " + name);
-            const Conversation wire([&](RawConnection& connection, const std::string& received) {
-                connection.Skip(std::min(broken.reads, BodyLength(received)));
-                connection.Send(broken.reply);
-                if (broken.resets)
-                    connection.Reset();
-                throw ConnectionEnded();
-            });
-            Caller caller = LargeCaller();
-            const ResultCode code = Perform(wire.Api(), name, transfer, caller);
-            EXPECT_TRUE(std::count(broken.expected.begin(), broken.expected.end(), code) != 0) << code;
-            EXPECT_EQ(caller.given, nullptr);
             EXPECT_TRUE(std::filesystem::remove(folder / "sent")) << "nobody holds it open";
         }
     }

@@ -20,7 +20,7 @@ namespace VersionNumberUtil
 [[nodiscard]] VersionNumber GetModuleVersion();
 
 /// The operating system's version: on Windows what WMI reports, which no compatibility setting of the process bends; elsewhere the
-/// kernel's release. Takes as long as WMI does, seconds at worst.
+/// kernel's release. Takes as long as WMI does: a moment, two minutes where it is broken.
 ///
 /// WMI is reached through COM with free threading: the version is absent on a thread that runs COM with another model.
 [[nodiscard]] VersionNumber GetOsVersion();

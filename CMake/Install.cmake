@@ -15,7 +15,7 @@ set(configFolder ${CMAKE_INSTALL_LIBDIR}/cmake/QuendraHttp)
 set(documentFolder ${CMAKE_INSTALL_DATADIR}/doc/quendra-http)
 
 # Raised when programs built with the libraries before would not run with those that are built now.
-set(QUENDRA_BINARY_VERSION 0)
+set(QUENDRA_BINARY_VERSION 1)
 
 set(sharedLibraries QuendraHttp quendra_eventing)
 set(platformLibraries -lwinhttp -lole32 -ladvapi32)
@@ -39,6 +39,10 @@ install(TARGETS QuendraHttp quendra_eventing quendra_platform quendra_libraries 
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
     INCLUDES DESTINATION ${headerFolder})
 install(TARGETS ${programs} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Programs)
+if(NOT WIN32)
+    # Where bash finds the completion of a command by itself.
+    install(FILES ${PROJECT_BINARY_DIR}/Client/quendra.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME quendra COMPONENT Programs)
+endif()
 
 # The headers, below a folder of their own that stands for this project's include folders.
 install(DIRECTORY Includes/QuendraHttp DESTINATION ${headerFolder} COMPONENT Development PATTERN NativeHttp.h EXCLUDE)
@@ -58,8 +62,7 @@ install(DIRECTORY Docs DESTINATION ${documentFolder} COMPONENT Development FILES
 install(EXPORT QuendraHttpTargets NAMESPACE QuendraHttp:: DESTINATION ${configFolder} COMPONENT Development)
 configure_package_config_file(CMake/QuendraHttpConfig.cmake.in ${PROJECT_BINARY_DIR}/QuendraHttpConfig.cmake
     INSTALL_DESTINATION ${configFolder} NO_SET_AND_CHECK_MACRO)
-# Before 1.0 a minor version may break what the one before promised.
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/QuendraHttpConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/QuendraHttpConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/QuendraHttpConfig.cmake ${PROJECT_BINARY_DIR}/QuendraHttpConfigVersion.cmake
     DESTINATION ${configFolder} COMPONENT Development)
 

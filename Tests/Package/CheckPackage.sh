@@ -63,7 +63,7 @@ done
 [ "$(find "$prefix/share/doc/quendra-http/notices" -size +200c | wc -l)" -ge 5 ] || fail 'Notices are missing.'
 
 step 'A client with pkg-config'
-read -ra flags < <(PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig pkg-config --cflags --libs 'QuendraHttp >= 0.1')
+read -ra flags < <(PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig pkg-config --cflags --libs 'QuendraHttp >= 1.0')
 "$compiler" -std=c++20 "$root/Docs/Examples/OwnTransport.cpp" "${flags[@]}" -o "$work/OwnTransport$suffix"
 use_libraries "$prefix"
 run "$work/OwnTransport$suffix" | tee "$work/output"
@@ -77,7 +77,7 @@ done
 for package in "$work"/packages/*.zip; do
     [ ! -f "$package" ] || { mkdir -p "$work/unpacked" && (cd "$work/unpacked" && cmake -E tar xf "$package"); }
 done
-prefix=$(dirname "$(dirname "$(find "$work/unpacked" -name "quendra$suffix")")")
+prefix=$(dirname "$(dirname "$(find "$work/unpacked" -path "*/bin/quendra$suffix")")")
 (cd "$work/packages" && find . -maxdepth 1 -name '*.deb' -o -maxdepth 1 -name '*.zip')
 
 step 'A client with find_package'

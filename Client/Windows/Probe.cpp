@@ -1,6 +1,9 @@
-// winsock2.h comes before windows.h, which the platform's header includes.
-#include "Probe.h"
+// clang-format off: sockets come before windows.h, for which the platform's header stands
+#include <winsock2.h>
+#include <ws2tcpip.h>
+// clang-format on
 
+#include "Probe.h"
 #include "ResultMeanings.h"
 #include "ServerAddress.h"
 #include "TextConversion.h"
@@ -13,8 +16,6 @@
 #include <memory>
 #include <system_error>
 #include <wincrypt.h>
-#include <winsock2.h>
-#include <ws2tcpip.h>
 // What lies below needs the types of <wincrypt.h>.
 #include <schannel.h>
 

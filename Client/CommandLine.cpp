@@ -154,7 +154,7 @@ void AddSessionCommands(CLI::App& app, Command::Any& chosen)
                                        "  quendra --server https://files.example.com handshake");
     CommandBuilder<Command::Version>(app, chosen, "version", "Ask the server for its version", "  quendra version --json");
     CommandBuilder<Command::Doctor>(app, chosen, "doctor",
-                                    "Look at the settings and at the road to the server, step by step; what fails says what to try next",
+                                    "Check the settings and the road to the server; what fails says what to try next",
                                     "  quendra doctor\n  quendra doctor --server https://files.example.com --json");
     CommandBuilder<Command::Register>(app, chosen, "register", "Register this device for a user; the server sends the user an e-mail",
                                       "  quendra --server https://files.example.com --device laptop register ann")
@@ -361,6 +361,7 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments, const Environme
     // Server paths begin with a slash: they are no options, on Windows neither.
     app.allow_windows_style_options(false);
     app.require_subcommand(1);
+    app.set_version_flag("--version", "quendra " QUENDRA_VERSION, "Print the version and exit");
     app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     app.footer(
         "'quendra COMMAND --help' explains a command. Exit status: 0 done, 1 failed, 2 wrong usage, 130 interrupted.\n"
@@ -385,7 +386,7 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments, const Environme
     {
         app.parse(std::move(arguments));
     }
-    catch (const CLI::CallForHelp& help)
+    catch (const CLI::Success& help)
     {
         std::ostringstream text;
         app.exit(help, text, text);

@@ -29,7 +29,7 @@ struct CommandLine
     Command::Any command;
 };
 
-/// The user asked for help instead of a command.
+/// The user asked for help, or something like it, instead of a command.
 struct HelpRequest
 {
     std::string text;

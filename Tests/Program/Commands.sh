@@ -153,6 +153,8 @@ usage --server host login demo # no password
 
 commands='handshake version doctor register login logout ls stat mkdir touch rm mv get put upload-status upload-cancel upload-complete
     changes mappings share audit wipe-ack'
+run 0 --version
+matches '^quendra [0-9]+\.[0-9]+\.[0-9]+$'
 run 0 --help
 is_quiet
 for command in $commands; do says "  $command "; done
@@ -335,7 +337,7 @@ run 0 put "$(native "$work/empty")" /home/empty --chunk-size 1MB --json
 says '"size":0'
 
 big=$work/big
-head -c 48M /dev/urandom >"$big"
+head -c 24M /dev/urandom >"$big"
 has_bytes() { find "$root/.quendra-appliance" -type f -size +600k | grep -q .; }
 # interrupt_upload TARGET: Ctrl-C while chunks are on their way; sets id.
 interrupt_upload() {
@@ -354,7 +356,7 @@ matches '^\{"locked":false,"offset":[0-9]{6,}\}$'
 run 0 upload-status /home/big "$id"
 matches $'^Received: [0-9]+ bytes \([0-9.]+ [KM]iB\)\nLocked:   no$'
 run 1 stat /home/big
-run 0 put "$(native "$big")" /home/big --chunk-size 32MB --resume "$id"
+run 0 put "$(native "$big")" /home/big --chunk-size 16MB --resume "$id"
 run 0 stat /home/big --json
 says "\"size\":$(stat -c %s "$big")"
 run 1 upload-status /home/big "$id"

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -21,12 +22,10 @@ static_assert(Matches<long long, unsigned long long, long long>("%lld %I64u %08l
 static_assert(Matches<char[3], const wchar_t*, bool>("%s %-10S %d"));
 static_assert(!Matches<>("%d"));
 static_assert(!Matches<int>("none"));
-static_assert(!Matches<int>("%lld"));
 static_assert(!Matches<long long>("%d"));
 static_assert(!Matches<std::wstring>("%s"));
 static_assert(!Matches<std::string>("%S"));
 static_assert(!Matches<double>("%d"));
-static_assert(!Matches<std::string>("%n"));
 static_assert(!Matches<std::string>("%"));
 static_assert(!Matches<std::string_view>("%s"));
 
@@ -56,60 +55,32 @@ TEST(FunctionTraceScope, WritesEntryMessagesAndExit)
         trace.Warning("narrow %s and %s", "text", std::string("string"));
         trace.Error("code: %d", 5U);
     }
-    const auto events = capture.Events();
-    ASSERT_EQ(events.size(), 5U) << capture;
-    struct Expected
-    {
-        const Eventing::EventDescriptor& descriptor;
-        int line;
-        std::string message;
-    };
-    const Expected expected[] = {{EVT_FUNCTION_ENTRY, entryLine, ""},
-                                 {EVT_INFO, entryLine + 1, "sizes: -1 of 9223372036854775808, 0000beef"},
-                                 {EVT_WARNING, entryLine + 2, "narrow text and string"},
-                                 {EVT_ERROR, entryLine + 3, "code: 5"},
-                                 {EVT_FUNCTION_EXIT, entryLine, ""}};
-    for (std::size_t index = 0; index < events.size(); ++index)
-    {
-        EXPECT_EQ(events[index].id, expected[index].descriptor.id);
-        EXPECT_EQ(events[index].level, expected[index].descriptor.level);
-        EXPECT_EQ(events[index].message, expected[index].message);
-        EXPECT_EQ(events[index].function, "Traced::Function");
-        EXPECT_EQ(events[index].unit, "WinHttpImpl");
-        EXPECT_EQ(events[index].line, expected[index].line);
-    }
+    const auto line = [entryLine](int offset) { return "WinHttpImpl:" + std::to_string(entryLine + offset) + " Traced::Function"; };
+    std::ostringstream text;
+    text << capture;
+    EXPECT_EQ(text.str(), "Traced:\n  ENTER " + line(0) + "\n  INFO " + line(1) + ": sizes: -1 of 9223372036854775808, 0000beef\n  WARN " +
+                              line(2) + ": narrow text and string\n  ERROR " + line(3) + ": code: 5\n  EXIT " + line(0) + "\n");
 }
 
 TEST(FunctionTraceScope, WritesAnExitByExceptionAsCriticalOnlyWhereExitsAreAskedFor)
 {
     constexpr std::uint64_t kFunctions = 1;
     constexpr std::uint64_t kMessages = 0x8000000000000000;
-    struct Case
-    {
-        std::uint8_t level;
-        std::uint64_t keywords;
-        std::size_t critical;
-    };
     // With the functions' own keyword alone the exit is asked for, yet the sink has no ear for the critical message.
-    const Case cases[] = {
+    const std::tuple<std::uint8_t, std::uint64_t, std::size_t> cases[] = {
         {4, Eventing::kAnyKeyword, 1}, {4, kMessages, 1}, {3, Eventing::kAnyKeyword, 0}, {1, kMessages, 0}, {4, kFunctions, 0}};
     for (const auto& [level, keywords, critical] : cases)
     {
         SCOPED_TRACE(testing::Message() << "level " << int{level} << ", keywords " << keywords);
         const TraceCapture capture(level, keywords);
         TracedFunctionThatFails();
-        std::size_t found = 0;
+        EXPECT_EQ(capture.CountOf(EVT_CRITICAL, "[EXCEPTION EXIT]"), critical) << capture;
         for (const auto& event : capture.EventsOf("Traced::Function"))
         {
             EXPECT_FALSE(event.isExit) << capture;
-            if (event.message != "[EXCEPTION EXIT]")
-                continue;
-            ++found;
-            EXPECT_EQ(event.id, EVT_CRITICAL.id);
-            EXPECT_EQ(event.level, 1);
-            EXPECT_EQ(event.line, 602);
+            EXPECT_EQ(event.level == 1, event.message == "[EXCEPTION EXIT]");
+            EXPECT_EQ(event.line == 602, event.level == 1 || event.isEntry);
         }
-        EXPECT_EQ(found, critical) << capture;
     }
 }
 

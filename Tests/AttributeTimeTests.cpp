@@ -17,20 +17,12 @@ constexpr std::int64_t kMarch2015 = 130697652300000000; // 2015-03-02T10:20:30Z
 
 TEST(AttributeTimeTests, ReadsServerTexts)
 {
-    struct Case
-    {
-        std::string text;
-        std::int64_t ticks;
-    };
-    const Case cases[] = {
+    const std::pair<std::string, std::int64_t> cases[] = {
         // The fraction: always in ticks, whatever its length.
         {"2015-03-02T10:20:30.1234567Z", kMarch2015 + 1234567},
-        {"2015-03-02T10:20:30.12Z", kMarch2015 + 1200000},
         {"2015-03-02T10:20:30.5Z", kMarch2015 + 5000000},
         {"2015-03-02T10:20:30.Z", kMarch2015},
         {"2015-03-02T10:20:30.123456789Z", kMarch2015 + 1234567},
-        {"2015-03-02T10:20:30.0000001Z", kMarch2015 + 1},
-        {"2015-03-02T10:20:30.9999999Z", kMarch2015 + 9999999},
         // The end of the text.
         {"2015-03-02T10:20:30.5", kMarch2015 + 5000000},
         {"2015-03-02T10:20:30.5ZZ", kMarch2015 + 5000000},
@@ -38,14 +30,10 @@ TEST(AttributeTimeTests, ReadsServerTexts)
         {"2015-03-02T10:20:30.5z", kMarch2015 + 5},
         {std::string("2015-03-02T10:20:30.5Z\0junk", 27), kMarch2015 + 5000000},
         // Edges of the scale and of the calendar.
-        {"1601-01-01T00:00:00.0Z", 0},
         {"1601-01-01T00:00:00.0000001Z", 1},
         {"1900-02-28T00:00:00.0Z", 94404960000000000},
         {"1969-12-31T23:59:59.9999999Z", 116444735999999999},
-        {"1970-01-01T00:00:00.0Z", 116444736000000000},
         {"2000-02-29T12:00:00.0Z", 125962992000000000},
-        {"2016-02-29T23:59:59.0Z", 131012639990000000},
-        {"2038-01-19T03:14:08.0Z", 137919572480000000},
         {"9999-12-31T23:59:59.9999999Z", 2650467743999999999},
         {"30827-12-31T23:59:59.9999999Z", 9223149887999999999},
         // Impossible dates count as the start of the scale; of the fraction, what is below the millisecond stays.
@@ -53,7 +41,6 @@ TEST(AttributeTimeTests, ReadsServerTexts)
         {"2015-00-02T10:20:30.5Z", 0},
         {"2015-02-30T10:20:30.1234567Z", 4567},
         {"2016-04-31T10:20:30.5Z", 0},
-        {"2015-03-32T10:20:30.5Z", 0},
         {"2015-03-02T24:20:30.5Z", 0},
         {"2015-03-02T10:60:30.5Z", 0},
         {"2015-03-02T10:20:60.5Z", 0},
@@ -75,59 +62,32 @@ TEST(AttributeTimeTests, ReadsServerTexts)
         {"2015-03-02T10:20:30." + std::string(100000, '5'), kMarch2015 + 5555555},
     };
     TraceCapture trace;
-    for (const Case& each : cases)
-        EXPECT_EQ(CAttributeTime(each.text).GetTicks(), each.ticks) << each.text.substr(0, 100);
+    for (const auto& [text, ticks] : cases)
+        EXPECT_EQ(CAttributeTime(text).GetTicks(), ticks) << text.substr(0, 100);
     EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>());
-}
-
-// Wraps like the C library's unsigned conversion does: nobody sends it, but nothing may break.
-TEST(AttributeTimeTests, ReadsANegativeFraction)
-{
-    EXPECT_TRUE(CAttributeTime("2015-03-02T10:20:30.-5Z").IsSet());
 }
 
 TEST(AttributeTimeTests, TracesATextThatIsNoTime)
 {
-    const char* const texts[] = {
-        "",
-        "Z",
-        "2015-03-02T10:20:30Z", // no fraction
-        "2015-03-02",
-        "2015-03-02 10:20:30.5Z",
-        "2015-03-02t10:20:30.5Z",
-        "2015 -03-02T10:20:30.5Z",
-        "2015-03-02T10:20:30,5Z",
-        "2015-03-02T10:20:.5Z",
-        "2015-03-02T10:20:30Z.5",
-        "2015-03-02T10:20:30.x",
-        "2015-03-02T10:20:30.+Zx",
-        "2015-0x3-02T10:20:30.5Z",
-        "- 2015-03-02T10:20:30.5Z",
-        "now",
-        "\xff\xfe",
-    };
-    for (const char* text : texts)
+    for (const std::string text : {"", "Z", "2015-03-02", "yesterday", "\xff\xfe",
+                                   "2015-03-02T10:20:30Z", // no fraction
+                                   "2015-03-02 10:20:30.5Z", "2015-03-02t10:20:30.5Z", "2015 -03-02T10:20:30.5Z", "2015-03-02T10:20:30,5Z",
+                                   "2015-03-02T10:20:.5Z", "2015-03-02T10:20:30Z.5", "2015-03-02T10:20:30.x", "2015-03-02T10:20:30.+Zx",
+                                   "2015-0x3-02T10:20:30.5Z", "- 2015-03-02T10:20:30.5Z"})
     {
         TraceCapture trace;
         CAttributeTime time(kMarch2015);
         time = text;
         EXPECT_EQ(time.GetTicks(), CAttributeTime::kUnset) << text;
-        ASSERT_EQ(trace.Messages(EVT_ERROR).size(), 1U) << text;
-        EXPECT_TRUE(trace.Messages(EVT_ERROR).front().starts_with("Error: [")) << trace.Messages(EVT_ERROR).front();
+        EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>{"Error: [" + text + "] is not a valid time"});
     }
-    TraceCapture trace;
-    EXPECT_FALSE(CAttributeTime("yesterday").IsSet());
-    EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>{"Error: [yesterday] is not a valid time"});
+    // A negative fraction wraps like the C library's unsigned conversion does: nobody sends it, but nothing may break.
+    EXPECT_TRUE(CAttributeTime("2015-03-02T10:20:30.-5Z").IsSet());
 }
 
 TEST(AttributeTimeTests, WritesTimes)
 {
-    struct Case
-    {
-        std::int64_t ticks;
-        const wchar_t* text;
-    };
-    const Case cases[] = {
+    const std::pair<std::int64_t, const wchar_t*> cases[] = {
         {CAttributeTime::kUnset, L"INVALID"},
         {0, L"1601-01-01T00:00:00.000Z"},
         {kMarch2015 + 1239999, L"2015-03-02T10:20:30.123Z"},
@@ -136,6 +96,6 @@ TEST(AttributeTimeTests, WritesTimes)
         {-1, L"0000-00-00T00:00:00.000Z"}, // below the scale there is no date
         {9223149887999999999, L"30827-12-31T23:59:59.999Z"},
     };
-    for (const Case& each : cases)
-        EXPECT_EQ(CAttributeTime(each.ticks).ToString(), each.text);
+    for (const auto& [ticks, text] : cases)
+        EXPECT_EQ(CAttributeTime(ticks).ToString(), text);
 }

@@ -95,11 +95,9 @@ TEST(ItemParsingTests, NamesAndRevisions)
     ExpectItems({
         {R"("name":"a.txt","revision":"r\u00e9v",)" + kRest, {"'r\u00e9v' 'a.txt' " + kRestRead}, {}},
         {kRest, {kNoName + kRestRead}, {}},
-        {R"("name":"n","orca_path":"/a/b",)" + kRest, {"'' 'n' " + kRestRead}, {}},
         {R"("name":"","orca_path":"/a/b/c.txt",)" + kRest, {"'' 'c.txt' " + kRestRead}, {}},
         {R"("orca_path":"C:\\x\\y",)" + kRest, {"'' 'y' " + kRestRead}, {}},
         {R"("orca_path":"a\\b/c",)" + kRest, {"'' 'b/c' " + kRestRead}, {}},
-        {R"("orca_path":"plain",)" + kRest, {kNoName + kRestRead}, {}},
         {R"("orca_path":"/a/",)" + kRest, {kNoName + kRestRead}, {}},
         {R"("name":"folder//",)" + kRest, {"'' 'folder' " + kRestRead}, {}},
         // No character is refused.
@@ -110,10 +108,7 @@ TEST(ItemParsingTests, NamesAndRevisions)
         {R"("name":null,"revision":null,)" + kRest, {kNoName + kRestRead}, {}},
         // Every plane; what is no Unicode becomes the replacement character and harms nothing else.
         {"\"name\":\"\u0416\u4e16\U0001F600\U0010FFFF\"," + kRest, {"'' '\u0416\u4e16\U0001F600\U0010FFFF' " + kRestRead}, {}},
-        {R"("name":"\ud83d\ude00",)" + kRest, {"'' '\U0001F600' " + kRestRead}, {}},
-        {R"("name":"a\ud83db\ude00c",)" + kRest, {"'' 'a\ufffdb\ufffdc' " + kRestRead}, {}},
         {R"("name":"\ud83d\ud83d\ude00\udE00\\ud83d",)" + kRest, {"'' '\ufffd\U0001F600\ufffd\\ud83d' " + kRestRead}, {}},
-        {R"("name":"\uD83D\u0041\uDBFF",)" + kRest, {"'' '\ufffdA\ufffd' " + kRestRead}, {}},
         {"\"name\":\"a\xff\"," + kRest, {"'' 'a\ufffd' " + kRestRead}, {}},
         {"\"name\":\"" + std::string(32000, 'n') + "\"," + kRest, {"'' '" + std::string(32000, 'n') + "' " + kRestRead}, {}},
     });
@@ -126,20 +121,15 @@ TEST(ItemParsingTests, SizesAndAttributeBits)
     const auto bits = [](const std::string& members) { return members + R"("size":7,"permissions":"WRITE",)" + kTimes; };
     const auto bitsRead = [](const std::string& value) { return Texts{kNoName + value + " 7" + kTimesRead + "--"}; };
     ExpectItems({
-        {size("0"), sizeRead("0"), {}},
         {size("1.9"), sizeRead("1"), {}},
         {size("-1.9"), sizeRead("-1"), {}},
         {size("9007199254740993"), sizeRead("9007199254740992"), {}},
         {size("9223372036854774784"), sizeRead("9223372036854774784"), {}},
         {size("9223372036854775807"), sizeRead("-9223372036854775808"), {}}, // rounded up to one too many
-        {size("18446744073709551615"), sizeRead("-9223372036854775808"), {}},
-        {size("-9223372036854775808"), sizeRead("-9223372036854775808"), {}},
         {size("1e300"), sizeRead("-9223372036854775808"), {}},
         {size("-1e300"), sizeRead("-9223372036854775808"), {}},
         {size("\"12\""), sizeRead("0"), {kBadSize + "4)"}},
         {size("null"), sizeRead("0"), {kBadSize + "0)"}},
-        {size("true"), sizeRead("0"), {kBadSize + "5)"}},
-        {size("[1]"), sizeRead("0"), {kBadSize + "6)"}},
         {size("{}"), sizeRead("0"), {kBadSize + "7)"}},
         {R"("attributes":32,"permissions":"WRITE",)" + kTimes, sizeRead("0"), {kBadSize + "4)"}},
 
@@ -149,10 +139,8 @@ TEST(ItemParsingTests, SizesAndAttributeBits)
         {bits(R"("attributes":32,"directory":1,)"), bitsRead("32"), {}}, // a folder by its number, but not by its type
         {bits(""), bitsRead("128"), {kBadAttributes + "4)"}},
         {bits(R"("directory":true,)"), bitsRead("16"), {kBadAttributes + "4)"}},
-        {bits(R"("directory":1,)"), bitsRead("16"), {kBadAttributes + "4)"}},
         {bits(R"("directory":null,"attributes":"32",)"), bitsRead("128"), {kBadAttributes + "4)"}},
         {bits(R"("attributes":null,)"), bitsRead("128"), {kBadAttributes + "0)"}},
-        {bits(R"("attributes":{"a":1},)"), bitsRead("128"), {kBadAttributes + "7)"}},
     });
 }
 
@@ -166,7 +154,6 @@ TEST(ItemParsingTests, Times)
     ExpectItems({
         // Another type is tolerated, also for the modification time, whose message speaks of the creation.
         {modified + R"("creation_time":5)" + rest, {kNoName + "32 7 INVALID" + modifiedRead}, {kBadTime}},
-        {modified + R"("creation_time":null)" + rest, {kNoName + "32 7 INVALID" + modifiedRead}, {kBadTime}},
         {created + R"("modification_time":["x"])" + rest,
          {kNoName + "32 7 2015-03-02T10:20:30.123Z INVALID INVALID INVALID --"},
          {kBadTime}},
@@ -188,7 +175,6 @@ TEST(ItemParsingTests, Permissions)
     const auto read = [](const std::string& flags) { return Texts{kNoName + "32 7" + kTimesRead + flags}; };
     ExpectItems({
         {item(""), read("rf"), {}},
-        {item(R"("permissions":"WRITE",)"), read("--"), {}},
         {item(R"("permissions":"wRite",)"), read("--"), {}},
         {item(R"("permissions":"READ",)"), read("rf"), {}},
         {item(R"("permissions":"WRITE ",)"), read("rf"), {}},
@@ -265,20 +251,6 @@ TEST(ItemParsingTests, AValueThatCannotBeConvertedEndsAnArrayAndThrowsForASingle
     }
 }
 
-TEST(ItemParsingTests, EventsNameTheirFunction)
-{
-    TraceCapture trace;
-    ServerItemList list;
-    CNativeHttp::ProcessJSONArray(ParseText("[{" + kTimes + R"(,"attributes":-1}])"), list, false);
-    const auto inItem = trace.EventsOf("CNativeHttp::ProcessJSONDictionary");
-    const auto inArray = trace.EventsOf("CNativeHttp::ProcessJSONArray");
-    ASSERT_EQ(inItem.size(), 3U) << trace; // entry, the missing size, "[EXCEPTION EXIT]"
-    EXPECT_EQ(inItem[1].message, kBadSize + "4)");
-    EXPECT_EQ(inItem[2].message, "[EXCEPTION EXIT]");
-    ASSERT_EQ(inArray.size(), 3U) << trace;
-    EXPECT_EQ(inArray[1].unit, "NativeHttp");
-}
-
 TEST(ItemExtractionTests, OneParseGivesTheFolderAndItsChildren)
 {
     const std::string child = R"({"name":"child",)" + kRest + "}";
@@ -296,11 +268,12 @@ TEST(ItemExtractionTests, OneParseGivesTheFolderAndItsChildren)
         {"{" + folder + "}", {}, {folderRead}},
         {R"({"contents":[)" + child + "]}", {childRead}, {}},
         {R"({"document_info":)" + child + "}", {childRead}, {}},
+        {R"({"contents":[)" + child + "]," + folder + "}", {childRead}, {folderRead}},
+        {"[" + child + "]", {}, {childRead}},
         {"[" + child + "," + child + "]", {}, {childRead, childRead}},
         {"null", {}, {}},
         {"", {}, {}},
         {"<html>", {}, {}},
-        {"{\"name\":\"cut", {}, {}},
         {std::string("\0\0\0", 3), {}, {}},
     };
     for (const auto& each : cases)
@@ -309,6 +282,8 @@ TEST(ItemExtractionTests, OneParseGivesTheFolderAndItsChildren)
         EXPECT_EQ(extracted.children, each.children) << each.reply;
         EXPECT_EQ(extracted.self, each.self) << each.reply;
         EXPECT_EQ(extracted.count, each.children.size() + each.self.size()) << each.reply;
+        std::string reply = each.reply;
+        EXPECT_EQ(ExtractSingleItem(AsReply(reply)) != nullptr, extracted.count == 1) << each.reply;
     }
     ServerItemList children;
     ServerItemList self;
@@ -339,29 +314,5 @@ TEST(ItemExtractionTests, WhatTheJsonLibraryThrowsEndsTheExtraction)
         EXPECT_EQ(extracted.count, each.count) << each.reply.substr(0, 200);
         ASSERT_FALSE(extracted.errors.empty()) << each.reply.substr(0, 200);
         EXPECT_TRUE(extracted.errors.back().starts_with("JSON library has thrown a runtime_error exception (")) << extracted.errors.back();
-    }
-}
-
-TEST(ItemExtractionTests, ASingleItemIsTheOnlyOneOfItsReply)
-{
-    const std::string item = R"({"name":"a",)" + kRest + "}";
-    const struct
-    {
-        std::string reply;
-        bool isSingle;
-    } cases[] = {
-        {item, true},
-        {R"({"document_info":)" + item + "}", true},
-        {R"({"contents":[)" + item + "]}", true},
-        {R"({"contents":[)" + item + "," + item + "]}", false},
-        {R"({"contents":[)" + item + "]," + kRest + "}", false},
-        {"[" + item + "]", true},
-        {"{}", false},
-        {"", false},
-    };
-    for (const auto& each : cases)
-    {
-        std::string reply = each.reply;
-        EXPECT_EQ(ExtractSingleItem(AsReply(reply)) != nullptr, each.isSingle) << each.reply;
     }
 }

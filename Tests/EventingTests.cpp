@@ -144,30 +144,53 @@ TEST(EventSinks, NothingListensToHandlesThatNobodyGave)
     EXPECT_EQ(OpenEventSink(4, kAnyKeyword, nullptr, nullptr), 0U);
 }
 
-// A listener whose memory ends when its sink has been closed: closing waits for a callback that runs, and none comes after that,
-// nor to a later listener from a thread that still holds the former handle.
-struct Listener
+// A callback that stays until its sink is being closed, and watches whether closing waits for it.
+struct Lingerer
 {
     ProviderHandle handle = 0;
-    bool lingers = false;
+    std::atomic<bool> hasBegun = false;
     std::atomic<bool> isClosed = false;
+    std::atomic<bool> wasAwaited = false;
+
+    static void Take(void* context, const Event*)
+    {
+        auto& self = *static_cast<Lingerer*>(context);
+        self.hasBegun = true;
+        while (IsEventEnabled(self.handle, &EVT_INFO) != 0)
+            std::this_thread::yield();
+        for (int turn = 0; turn < 1000; ++turn)
+            std::this_thread::yield();
+        self.wasAwaited = !self.isClosed;
+    }
+};
+
+TEST(EventSinks, CloseWaitsForACallbackThatRuns)
+{
+    Lingerer lingerer;
+    lingerer.handle = OpenEventSink(4, kAnyKeyword, Lingerer::Take, &lingerer);
+    std::thread writer([&lingerer] { WriteTo(lingerer.handle); });
+    while (!lingerer.hasBegun)
+        std::this_thread::yield();
+    CloseEventSink(lingerer.handle);
+    lingerer.isClosed = true;
+    writer.join();
+    EXPECT_TRUE(lingerer.wasAwaited);
+}
+
+// A listener whose memory ends when its sink has been closed: the callback must not come after that, nor to a later listener
+// from a thread that still holds the former handle.
+struct Listener
+{
+    std::atomic<bool> isOpen = true;
+    ProviderHandle handle = 0;
     std::atomic<int> events = 0;
     std::atomic<int> strays = 0;
 
     static void Take(void* context, const Event* event)
     {
         auto& self = *static_cast<Listener*>(context);
-        if (self.isClosed || std::to_string(self.handle) != event->message)
-            ++self.strays;
         ++self.events;
-        if (!self.lingers)
-            return;
-        // Until the sink is being closed, and well beyond.
-        while (IsEventEnabled(self.handle, &EVT_INFO) != 0)
-            std::this_thread::yield();
-        for (int turn = 0; turn < 1000; ++turn)
-            std::this_thread::yield();
-        if (self.isClosed)
+        if (!self.isOpen || std::to_string(self.handle) != event->message)
             ++self.strays;
     }
 };
@@ -191,17 +214,12 @@ TEST(EventSinks, CloseWhileOtherThreadsWrite)
     for (int round = 0; round < 50; ++round)
     {
         Listener listener;
-        listener.lingers = round % 10 == 0;
         listener.handle = OpenEventSink(4, kAnyKeyword, Listener::Take, &listener);
         current = listener.handle;
-        while (listener.events < (listener.lingers ? 1 : 5))
+        while (listener.events < 5)
             std::this_thread::yield();
         CloseEventSink(listener.handle);
-        listener.isClosed = true;
-        EXPECT_EQ(listener.strays, 0);
-        // A callback that outlived its sink would still count here.
-        for (int turn = 0; listener.lingers && turn < 2000; ++turn)
-            std::this_thread::yield();
+        listener.isOpen = false;
         EXPECT_EQ(listener.strays, 0);
     }
     isOver = true;

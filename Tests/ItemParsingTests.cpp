@@ -136,9 +136,11 @@ TEST(ItemParsingTests, SizesAndAttributeBits)
         {bits(R"("attributes":33.9,)"), bitsRead("33"), {}},
         {bits(R"("attributes":4294967295,)"), bitsRead("4294967295"), {}},
         {bits(R"("attributes":32,"directory":true,)"), bitsRead("48"), {}},
+        {bits(R"("attributes":32,"directory":false,)"), bitsRead("32"), {}},
         {bits(R"("attributes":32,"directory":1,)"), bitsRead("32"), {}}, // a folder by its number, but not by its type
         {bits(""), bitsRead("128"), {kBadAttributes + "4)"}},
         {bits(R"("directory":true,)"), bitsRead("16"), {kBadAttributes + "4)"}},
+        {bits(R"("directory":1,)"), bitsRead("16"), {kBadAttributes + "4)"}},
         {bits(R"("directory":null,"attributes":"32",)"), bitsRead("128"), {kBadAttributes + "4)"}},
         {bits(R"("attributes":null,)"), bitsRead("128"), {kBadAttributes + "0)"}},
     });

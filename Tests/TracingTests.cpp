@@ -48,18 +48,18 @@ void TracedFunctionThatFails()
 TEST(FunctionTraceScope, WritesEntryMessagesAndExit)
 {
     TraceCapture capture;
-    const int entryLine = __LINE__ + 2;
+    const auto lineAt = [base = __LINE__ + 2](int offset) { return "WinHttpImpl:" + std::to_string(base + offset) + " Traced::Function"; };
     {
         const FunctionTraceScope trace("Traced::Function", Unit::WinHttpImpl);
         trace.Info("sizes: %lld of %I64u, %08x", std::int64_t{-1}, std::uint64_t{1} << 63U, 0xBEEFU);
         trace.Warning("narrow %s and %s", "text", std::string("string"));
         trace.Error("code: %d", 5U);
     }
-    const auto line = [entryLine](int offset) { return "WinHttpImpl:" + std::to_string(entryLine + offset) + " Traced::Function"; };
     std::ostringstream text;
     text << capture;
-    EXPECT_EQ(text.str(), "Traced:\n  ENTER " + line(0) + "\n  INFO " + line(1) + ": sizes: -1 of 9223372036854775808, 0000beef\n  WARN " +
-                              line(2) + ": narrow text and string\n  ERROR " + line(3) + ": code: 5\n  EXIT " + line(0) + "\n");
+    EXPECT_EQ(text.str(), "Traced:\n  ENTER " + lineAt(0) + "\n  INFO " + lineAt(1) +
+                              ": sizes: -1 of 9223372036854775808, 0000beef\n  WARN " + lineAt(2) + ": narrow text and string\n  ERROR " +
+                              lineAt(3) + ": code: 5\n  EXIT " + lineAt(0) + "\n");
 }
 
 TEST(FunctionTraceScope, WritesAnExitByExceptionAsCriticalOnlyWhereExitsAreAskedFor)

@@ -4,11 +4,11 @@
 #     ./test.sh [step...]      default: all, in this order
 #
 #     format      clang-format finds nothing to change
-#     linux       GCC: build and all tests, the layout of the interfaces, the exports
+#     linux       GCC: build and all tests, the layout of the interfaces, the exports, the packages, the documents, the reference
 #     asan        Clang with AddressSanitizer and UndefinedBehaviorSanitizer: build and all tests
 #     tidy        clang-tidy finds nothing
 #     tsan        Clang with ThreadSanitizer: build and all tests
-#     windows     mingw-w64: build, all tests under Wine, the exports and imports of the DLL
+#     windows     mingw-w64: build, all tests under Wine, the exports and imports of the DLL, the packages
 #
 # What is missing is installed first (CMake/prepare.sh). Where the cross tools cannot be installed, `windows` is left out with a
 # message, except in CI (CI=true), where that is a failure. Logs: build/logs.

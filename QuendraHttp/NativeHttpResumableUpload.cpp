@@ -189,7 +189,6 @@ ResultCode CNativeHttp::ResumableUpload(const std::wstring& localPath, const std
             trace.Error(kRefused, exchange.Status());
             return Result::InvalidServerResponse;
         }
-        exchange.LogReply();
         trace.Info("Chunk uploaded successfully: %S", localPath);
         if (const ResultCode failed = TakeUploadedItem(trace, exchange, attributes))
             return failed;

@@ -129,6 +129,7 @@ TEST(FolderReplies, EndInTheirCodeAndMessages)
         {Get(L"/a"), kThrows, 13, {notInReply}},
         {Set(L"/a"), kOne, 0, {"Request to set attributes for path: /a"}},
         {Set(L"/a"), "{}", 5, {}},
+        {Set(L"/a"), kThrows, 5, {}},
         {Delete(L"/a", "4"), "", 0, {"Request to delete server path: /a", "Revision: 4", "Successfully deleted server path: /a"}},
         {Rename(L"/x/a", L"/x/b"),
          kOne,
@@ -140,6 +141,7 @@ TEST(FolderReplies, EndInTheirCodeAndMessages)
          0,
          {"Rename request for path: /x/a to path: /y/a. Over write Target = [true]", "Using MOVE operation"}},
         {Rename(L"/x/a", L"/x/b"), "{}", 13, {"Failed to extract attributes from response"}},
+        {Rename(L"/x/a", L"/x/b"), kThrows, 13, {"Failed to extract attributes from response"}},
     };
     for (const auto& reply : cases)
     {

@@ -21,20 +21,18 @@ TEST(Wire, ClosingTheRequestEndsAReceiveThatTheServerHoldsOpen)
         const wchar_t* key;
         std::string request;
         std::function<ResultCode(IQuendraHttpAPI&)> operation;
-        const char* message;
+        std::string message;
     };
-    std::list<CNotificationAction*> actions;
-    const Case cases[] =
-        {
-            {L"/held", "GET /sync/folders/held?type=all ",
-             [](IQuendraHttpAPI& api) {
+    const auto list = [](IQuendraHttpAPI& api) {
         ServerItemList children;
         std::shared_ptr<IServerAttributes> folder;
         return api.GetPathListing(L"/held", children, folder, nullptr);
-             },
-             "GetResponse failed, error code: 12017"},
-            {L"/notifs", "GET /sync/notifs ", [&](IQuendraHttpAPI& api) { return api.GetChanges(actions); },
-             "ERROR: GetResponse failed, error code: 12017"},
+    };
+    std::list<CNotificationAction*> actions;
+    const auto follow = [&](IQuendraHttpAPI& api) { return api.GetChanges(actions); };
+    const Case cases[] = {
+        {L"/held", "GET /sync/folders/held?type=all ", list, "GetResponse failed, error code: "},
+        {L"/notifs", "GET /sync/notifs ", follow, "ERROR: GetResponse failed, error code: "},
     };
     for (const Case& held : cases)
     {
@@ -57,9 +55,10 @@ TEST(Wire, ClosingTheRequestEndsAReceiveThatTheServerHoldsOpen)
         EXPECT_TRUE(received.Wait());
         EXPECT_EQ(library->CloseRequestHandle(held.key), 0U);
         operation.join();
-        EXPECT_EQ(code, 12017U);
+        // The server may have read the request before its sender goes on to wait: the handle is gone by then.
+        EXPECT_TRUE(code == 12017 || code == 6) << code;
         EXPECT_TRUE(trace.Has(EVT_INFO, "Closed Request Handle for [" + ToNarrow(held.key) + "]"));
-        EXPECT_TRUE(trace.Has(EVT_ERROR, held.message)) << trace;
+        EXPECT_TRUE(trace.Has(EVT_ERROR, held.message + std::to_string(code))) << trace;
     }
     EXPECT_TRUE(actions.empty());
 }

@@ -79,7 +79,7 @@ inline constexpr Meaning kMeanings[] = {
     {12178, "ERROR_WINHTTP_AUTO_PROXY_SERVICE_ERROR", "the proxy settings cannot be read"},
     {12180, "ERROR_WINHTTP_AUTODETECTION_FAILED", "no proxy settings were found"},
     {12185, "ERROR_WINHTTP_CLIENT_CERT_NO_PRIVATE_KEY", "the client certificate has no usable key"},
-    {19006, "", "the server offers no API version that this library speaks"},
+    {19006, "", "the server did not answer the handshake, or offers no API version that this library speaks"},
     {0x80004005, "E_FAIL", "memory for a text ran out"},
 };
 

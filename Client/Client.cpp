@@ -25,7 +25,12 @@ std::string OneLineJson(const Json::Value& document)
 
 void Client::ApiDeleter::operator()(IQuendraHttpAPI* api) const
 {
-    ReleaseInstance(api);
+    api->Release();
+}
+
+bool Client::KnowsServer() const
+{
+    return m_options.server || LoadSession(SessionFilePath(m_surroundings));
 }
 
 void Client::Connect(bool withToken)
@@ -41,9 +46,12 @@ void Client::Connect(bool withToken)
     else
         throw UsageError("no server is named: use --server URL, or log in first: quendra --server URL login USER");
 
-    m_api.reset(m_surroundings.createInstance(m_options.device.value_or(m_surroundings.machineName)));
+    m_api.reset(m_surroundings.createInstance(m_surroundings.machineName));
     if (!m_api)
         throw OperationFailed("CreateInstance", Result::NotEnoughMemory);
+    Check("SetClientTag", m_api->SetClientTag("quendra"));
+    if (m_options.device)
+        Check("SetDeviceName", m_api->SetDeviceName(m_options.device->c_str()));
     Check("SetServer", m_api->SetServer(ToNarrow(ToWide(m_server.Url()), NarrowEncoding::ThreadAnsi).c_str()));
     Check("SetPort", m_api->SetPort(m_server.port));
     if (!withToken)

@@ -24,6 +24,10 @@ public:
     /// @throws UsageError where no server is named, OperationFailed, ProgramError
     void Connect(bool withToken);
 
+    /// Whether a server is named, or a session is saved.
+    [[nodiscard]] bool KnowsServer() const;
+    [[nodiscard]] bool IsConnected() const { return m_api != nullptr; }
+
     /// The library; there once `Connect` returned.
     [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
     [[nodiscard]] const ServerAddress& Server() const { return m_server; }

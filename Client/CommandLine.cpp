@@ -264,7 +264,8 @@ void AddFeedAndSharingCommands(CLI::App& app, Command::Any& chosen)
 
     CommandBuilder<Command::Audit>(app, chosen, "audit", "Publish audit data",
                                    "  quendra audit report.json\n  quendra audit - < report.json")
-        .Positional("FILE", &Command::Audit::file, kNarrow, "A local file in UTF-8; - is standard input");
+        .Positional("FILE", &Command::Audit::file, kNarrow,
+                    "A local file in UTF-8, up to 1024 characters when escaped for a form; - is standard input");
     CommandBuilder<Command::WipeAcknowledgement>(app, chosen, "wipe-ack", "Tell the server that a device carried out a remote wipe",
                                                  "  quendra wipe-ack ann LAPTOP-7")
         .Positional("USER", &Command::WipeAcknowledgement::user, kText, "The user's name")

@@ -55,6 +55,14 @@ public:
     {
         AskForFacts();
         AskForSettings();
+        if (!m_client.IsConnected())
+        {
+            Begin("Server").Fail("none is named",
+                                 "name one: quendra doctor --server URL; or log in first: quendra --server URL login USER");
+            return Report();
+        }
+        // The least that shows a library behind the interface.
+        Check("ReservedNoOp", m_client.Api().ReservedNoOp());
         const Probe::ProxySetting proxy = CheckProxy();
         CheckName(proxy);
         const auto asked = std::chrono::steady_clock::now();
@@ -89,7 +97,8 @@ private:
         AddFact("version", "Version", QUENDRA_VERSION);
         AddFact("library", "Library", around.libraryFile);
         AddFact("platform", "Platform", Probe::Platform());
-        AddFact("server", "Server", Server().Text());
+        if (m_client.IsConnected())
+            AddFact("server", "Server", Server().Text());
         // Whose session it is, is nobody else's business.
         AddFact("session", "Session", SessionText(SessionFilePath(around)));
     }

@@ -72,7 +72,9 @@ constexpr bool kShakesHandsItself = IsOneOf<Type, Command::Handshake, Command::D
 
 template <typename Type> void Run(Client& client, const Type& command)
 {
-    if constexpr (!std::same_as<Type, Command::Logout>)
+    // Without a server the doctor still tells what is to be told of this machine.
+    const bool needsServer = !std::same_as<Type, Command::Logout> && (!std::same_as<Type, Command::Doctor> || client.KnowsServer());
+    if (needsServer)
         client.Connect(!kWorksWithoutSession<Type>);
     // The other commands need the endpoints' paths.
     if constexpr (!kShakesHandsItself<Type>)

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 namespace
 {
@@ -180,7 +181,7 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
     }
 
     // What was announced is what is sent: a file that has grown since goes out as it was, one that has shrunk is a failure.
-    const std::int64_t announced = m_measuredLength.value_or(rangeLength);
+    const std::int64_t announced = std::exchange(m_measuredLength, std::nullopt).value_or(rangeLength);
     bool cancelled = false;
     const ResultCode result = SendFileRange(trace, file, *offset, announced, cancelEvent, progress.get(), cancelled);
     WriteUnjudged(Handle(), kLineEnd);

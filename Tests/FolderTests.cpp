@@ -193,6 +193,19 @@ TEST(FolderReplies, EachFailingStepEndsInItsCode)
         }
 }
 
+TEST(FolderReplies, OnlyAListingLooksAtAChangedToken)
+{
+    for (const Operation& run : {Get(L"/a"), Create(L"/a/b"), Set(L"/a"), Rename(L"/a", L"/b"), Delete(L"/a")})
+    {
+        ScriptedClient client;
+        client.Negotiate();
+        client->SetSessionToken(L"old");
+        client.script.replies = {{401, R"({"errorId":"6"})", 0, [&] { client->SetSessionToken(L"new"); }}};
+        Item out;
+        EXPECT_EQ(run(client.Api(), out), 20006U);
+    }
+}
+
 TEST(FolderRequests, AFieldThatCannotBeSentSendsNothing)
 {
     for (const Operation& run : {Create(L"/a/b"), Set(L"/a"), Rename(L"/a", L"/b"), Rename(L"/a", L"/x/b")})

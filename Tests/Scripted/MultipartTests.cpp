@@ -235,6 +235,8 @@ TEST_F(Multipart, AFileThatChangesBetweenMeasuringAndSendingKeepsTheAnnouncedLen
     path = folder.Write("file", Pattern(150));
     EXPECT_EQ(Send(), 0U);
     EXPECT_EQ(g_script.body, FilePart(Pattern(100)));
+    path = folder.Write("file", Pattern(100));
+    ASSERT_EQ(Send({}, &size), 0U);
     path = folder.Write("file", Pattern(60));
     EXPECT_EQ(Send(), 38U);
     EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>{"ReadFile failed with 40 of 100 bytes left, error code: 38"});

@@ -90,6 +90,9 @@ TEST(FolderWire, ANameMayBeLong)
     EXPECT_TRUE(ToNarrow(children.front()->GetName()) == name);
     EXPECT_EQ(library->GetPathAttributes(L"/d/" + children.front()->GetName(), folder), 13U) << "a listing is not one item";
     EXPECT_TRUE(server.Requests().back().starts_with("GET /sync/folders/d/" + name + " HTTP/1.1\r\n"));
+    const std::size_t sent = server.Requests().size();
+    EXPECT_EQ(library->CreateFolder(L"/d/" + children.front()->GetName(), folder), 122U) << "a form's field is shorter";
+    EXPECT_EQ(server.Requests().size(), sent);
 }
 
 } // namespace

@@ -143,6 +143,8 @@ TEST(ItemParsingTests, SizesAndAttributeBits)
         {bits(R"("directory":1,)"), bitsRead("16"), {kBadAttributes + "4)"}},
         {bits(R"("directory":null,"attributes":"32",)"), bitsRead("128"), {kBadAttributes + "4)"}},
         {bits(R"("attributes":null,)"), bitsRead("128"), {kBadAttributes + "0)"}},
+        {bits(R"("attributes":true,)"), bitsRead("128"), {kBadAttributes + "5)"}},
+        {bits(R"("attributes":[1],)"), bitsRead("128"), {kBadAttributes + "6)"}},
     });
 }
 
@@ -157,6 +159,10 @@ TEST(ItemParsingTests, Times)
         // Another type is tolerated, also for the modification time, whose message speaks of the creation.
         {modified + R"("creation_time":5)" + rest, {kNoName + "32 7 INVALID" + modifiedRead}, {kBadTime}},
         {created + R"("modification_time":["x"])" + rest,
+         {kNoName + "32 7 2015-03-02T10:20:30.123Z INVALID INVALID INVALID --"},
+         {kBadTime}},
+        {modified + R"("creation_time":{"a":1.5})" + rest, {kNoName + "32 7 INVALID" + modifiedRead}, {kBadTime}},
+        {created + R"("modification_time":null)" + rest,
          {kNoName + "32 7 2015-03-02T10:20:30.123Z INVALID INVALID INVALID --"},
          {kBadTime}},
         // A text that is no time drops the item, and so does a missing one.
@@ -182,6 +188,9 @@ TEST(ItemParsingTests, Permissions)
         {item(R"("permissions":"WRITE ",)"), read("rf"), {}},
         {item(R"("permissions":"WR\u0131TE",)"), read("rf"), {}},
         {item(R"("permissions":5,)"), read("--"), {}},
+        {item(R"("permissions":null,)"), read("--"), {}},
+        {item(R"("permissions":false,)"), read("--"), {}},
+        {item(R"("permissions":["READ"],)"), read("--"), {}},
         {item(R"("permissions":"WRITE","folder_permissions":"READ",)"), read("-f"), {}},
         {item(R"("permissions":"READ","folder_permissions":"write",)"), read("r-"), {}},
         {item(R"("permissions":"WRITE","folder_permissions":null,)"), read("--"), {}},

@@ -87,7 +87,8 @@ ResultCode WaitForChanges(const Client& client, Actions& actions)
 // Whether a failure can pass without anybody's doing.
 bool MayPass(ResultCode code)
 {
-    const bool isTransport = code >= 12001 && code <= 12192;
+    // A transport may hand the socket's own error through (10000 to 11999), as Wine's does for a connection that was reset.
+    const bool isTransport = (code >= 10000 && code <= 11999) || (code >= 12001 && code <= 12192);
     const bool isBusyServer = code >= Result::RefusalBase + 500 && code <= Result::RefusalBase + 599;
     return isTransport || isBusyServer || code == Result::RefusalBase + 429 || code == Result::Retry || code == Result::InvalidHandle;
 }

@@ -295,6 +295,13 @@ same "$deep$name" "$file"
 run 0 get "/home/$name" "$(native "$deep$name 2")"
 says "Downloaded /home/$name to "
 same "$deep$name 2" "$file"
+if on windows; then # with the prefix that takes a path as it stands
+    prefixed="\\\\?\\$(native "$work/prefixed")"
+    run 0 get "/home/$name" "$prefixed"
+    same "$work/prefixed" "$file"
+    run 0 put "$prefixed" "/home/prefixed"
+    run 0 put "$prefixed" "/home/prefixed in chunks" --chunk-size 100000
+fi
 run 1 get /home/none "$(native "$work/got")"
 run 1 get $whole "$(native "$work/got")" --revision stale
 
@@ -438,7 +445,7 @@ kill -INT "$pid"
 # Wine does not end a receive that blocks: there the next change does.
 on windows && QUENDRA_SESSION=$(native "$work/other.json") run 0 mkdir /home/fourth
 end 130
-warns 'GetChanges failed: 12'
+warns 'GetChanges failed: 1' # a transport's error
 
 # --- Completion, by the function that the shell calls ---
 

@@ -82,6 +82,8 @@ end() {
     exec {output}<&-
     wait "$pid"
     status=$?
+    # Wine may kill a process that ends while its thread for Ctrl-C does; what it printed is complete.
+    on windows && [ "$status" = 137 ] && status=$1
     ran=("${begun[@]}")
     mv "$work/begun.out" "$work/out"
     mv "$work/begun.err" "$work/err"

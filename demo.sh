@@ -166,7 +166,7 @@ quendra doctor
 
 title 'Handshake, registration, login'
 say 'The handshake finds out what the server speaks. Here a device registers first; its user gets a token by mail to log in with.'
-quendra handshake
+quendra handshake --device demo-laptop
 quendra version
 quendra register demo
 mail=$(grep '^mail to demo: ' "$work/server.log" | tail -n 1)

@@ -15,8 +15,7 @@
 namespace
 {
 
-// A zero-terminated list whose first entry is zero: the set is empty and refuses no name. Servers hold such names already, so the
-// list is kept as it is.
+// Kept as it is: a zero-terminated list whose first entry is zero, which therefore refuses no name.
 constexpr wchar_t kForbiddenCharacters[] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x10, 0x11,  0x12, 0x13,
                                             0x14, 0x15, 0x16, 0x17, 0x18, 0x19, 0x20, 0x21, 0x22, 0x23, 0x24, 0x25,  0x26, 0x27,
                                             0x28, 0x29, 0x30, 0x31, L'"', L'*', L'/', L':', L'<', L'>', L'?', L'\\', L'|', 0};

@@ -86,16 +86,18 @@ TEST(Settings, OfTheMappingsWaitAreReadOnEveryCall)
 }
 
 // The values that a process reads once, as stored by a machine's and by a user's administrator.
+enum class Kind
+{
+    None,
+    Numbers,
+    Texts
+};
+
 struct StoredValues
 {
     const char* what;
-    bool machineHas;
-    enum class User
-    {
-        HasNone,
-        HasNumbers,
-        HasTexts
-    } user;
+    Kind machine;
+    Kind user;
     std::uint32_t expected; // the first value's number, the others' follow; 0: the defaults
 
     friend std::ostream& operator<<(std::ostream& stream, const StoredValues& values) { return stream << values.what; }
@@ -147,15 +149,15 @@ private:
 TEST_P(SettingsOfAProcess, AreReadOnFirstUseAndKept)
 {
     RegistryValues values;
-    for (std::uint32_t i = 0; i < std::size(kNames); ++i)
-    {
-        if (GetParam().machineHas)
-            values.SetNumber(Root::Machine, kNames[i], 1000 + i);
-        if (GetParam().user == StoredValues::User::HasNumbers)
-            values.SetNumber(Root::User, kNames[i], 2000 + i);
-        if (GetParam().user == StoredValues::User::HasTexts)
-            values.SetText(Root::User, kNames[i], L"3000");
-    }
+    const auto store = [&](Root root, Kind kind, std::uint32_t first) {
+        for (std::uint32_t i = 0; i < std::size(kNames); ++i)
+            if (kind == Kind::Numbers)
+                values.SetNumber(root, kNames[i], first + i);
+            else if (kind == Kind::Texts)
+                values.SetText(root, kNames[i], L"3000");
+    };
+    store(Root::Machine, GetParam().machine, 1000);
+    store(Root::User, GetParam().user, 2000);
     const auto number = [](std::uint32_t index, std::int32_t defaultValue) {
         return std::to_string(GetParam().expected == 0 ? defaultValue : static_cast<std::int32_t>(GetParam().expected + index));
     };
@@ -172,12 +174,13 @@ TEST_P(SettingsOfAProcess, AreReadOnFirstUseAndKept)
 }
 
 INSTANTIATE_TEST_SUITE_P(Stored, SettingsOfAProcess,
-                         testing::Values(StoredValues{"Nowhere", false, StoredValues::User::HasNone, 0},
-                                         StoredValues{"ForTheMachine", true, StoredValues::User::HasNone, 1000},
-                                         StoredValues{"ForTheUser", false, StoredValues::User::HasNumbers, 2000},
-                                         StoredValues{"ForBoth", true, StoredValues::User::HasNumbers, 2000},
-                                         StoredValues{"AsTexts", false, StoredValues::User::HasTexts, 0},
-                                         StoredValues{"AsTextsForTheUser", true, StoredValues::User::HasTexts, 1000}),
+                         testing::Values(StoredValues{"Nowhere", Kind::None, Kind::None, 0},
+                                         StoredValues{"ForTheMachine", Kind::Numbers, Kind::None, 1000},
+                                         StoredValues{"ForTheUser", Kind::None, Kind::Numbers, 2000},
+                                         StoredValues{"ForBoth", Kind::Numbers, Kind::Numbers, 2000},
+                                         StoredValues{"AsTextsForTheUser", Kind::None, Kind::Texts, 0},
+                                         StoredValues{"AsTextsForTheMachine", Kind::Texts, Kind::None, 0},
+                                         StoredValues{"AsTextsForTheUserOnly", Kind::Numbers, Kind::Texts, 1000}),
                          [](const auto& stored) { return stored.param.what; });
 
 } // namespace

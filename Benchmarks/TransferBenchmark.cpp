@@ -146,7 +146,6 @@ void Run(const std::string& url, const std::string& folder, std::uint64_t mebiby
         Compare(
             "download", size, rounds, [&] { client.Download(file); }, [&] { plain->Download("/sync/folders/data", file); });
     }
-    std::ofstream(file, std::ios::binary | std::ios::trunc).close();
     {
         std::vector<char> block(kMebibyte, 'q');
         std::ofstream out(file, std::ios::binary);

@@ -33,7 +33,7 @@ public:
     [[nodiscard]] const ServerAddress& Server() const { return m_server; }
     [[nodiscard]] const Surroundings& Around() const { return m_surroundings; }
 
-    /// Whether a progress bar is wanted and can be seen.
+    /// Whether somebody looks on, and wants to know how far things are.
     [[nodiscard]] bool ShowsProgress() const;
 
     [[nodiscard]] bool PrintsJson() const { return m_options.json; }

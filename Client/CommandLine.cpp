@@ -64,6 +64,12 @@ GUID IdentifierArgument(const std::string& text)
     return *id;
 }
 
+// What stands below a command's own options.
+std::string Footer(const std::string& examples)
+{
+    return "'quendra --help' lists the options that every command has.\n\nExamples:\n" + examples;
+}
+
 // A command while its arguments are read. The closures that fill it keep it alive.
 template <typename Type> class CommandBuilder
 {
@@ -73,7 +79,7 @@ public:
         : m_command(std::make_shared<Type>()), m_app(app.add_subcommand(name, description))
     {
         m_app->fallthrough();
-        m_app->footer("Examples:\n" + examples);
+        m_app->footer(Footer(examples));
         m_app->callback([command = m_command, &chosen] { chosen = *command; });
     }
 
@@ -210,7 +216,7 @@ void AddTransferCommands(CLI::App& app, Command::Any& chosen)
                                      "  quendra get /docs/plan.txt plan.delta --signature plan.sig\n"
                                      "A range is written at its own position of LOCAL, which must exist unless the range starts at 0.");
     get.Positional("PATH", &Command::Get::path, ServerPath, "The file on the server");
-    get.Positional("LOCAL", &Command::Get::local, kText, "The local file to write, or a folder to write it into");
+    get.Positional("LOCAL", &Command::Get::local, kText, "The local file to write, replaced if it exists, or a folder to write it into");
     get.Named("--revision", &Command::Get::revision, kNarrow, "Download this revision")->type_name("REVISION");
     CLI::Option* signature = get.Named("--signature", &Command::Get::signature, kText, "Signature of the local copy: download a delta");
     signature->type_name("FILE")->check([](const std::string& text) { return text.empty() ? "it names no file" : std::string(); });
@@ -293,7 +299,7 @@ void AddOptions(CLI::App& app, Options& options)
         "--trace", "FILE", [&options](const std::string& text) { options.trace = text; },
         "trace events as text lines, - for standard error; they hold session tokens");
     app.add_flag("--json", options.json, "the result as one JSON document on standard output");
-    app.add_flag("--quiet", options.quiet, "no progress bar");
+    app.add_flag("--quiet", options.quiet, "neither progress bar nor what is waited for");
 }
 
 // The options of the program, then those of each command.
@@ -318,8 +324,8 @@ void AddCompletion(CLI::App& app)
 {
     CLI::App* completion = app.add_subcommand("completion", "Print a script that completes commands in a shell");
     completion->fallthrough();
-    completion->footer("Examples:\n  source <(quendra completion bash)\n"
-                       "  quendra completion bash > ~/.local/share/bash-completion/completions/quendra");
+    completion->footer(Footer("  source <(quendra completion bash)\n"
+                              "  quendra completion bash > ~/.local/share/bash-completion/completions/quendra"));
     completion
         ->add_option_function<std::string>(
             "SHELL", [&app](const std::string&) { throw HelpRequest{BashCompletion(AllWords(app))}; }, "bash")

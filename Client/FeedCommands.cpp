@@ -149,6 +149,8 @@ namespace Command
 void Execute(Client& client, const Changes& command)
 {
     const Cancellation cancellation(client, kFeedKey, 0ms);
+    if (client.ShowsProgress())
+        client.Note("Waiting for changes; Ctrl-C ends it.");
     if (command.follow)
     {
         FeedFollower(client, cancellation).Run();

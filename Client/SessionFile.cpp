@@ -78,7 +78,12 @@ void SaveSession(const std::filesystem::path& file, const SavedSession& session)
     root["server"] = session.server.Url();
     root["port"] = session.server.port;
     root["token"] = session.token;
-    if (const std::error_code error = System::WritePrivateFile(file, Json::writeString(Json::StreamWriterBuilder(), root) + "\n"))
+    std::error_code error;
+    if (file.has_parent_path())
+        std::filesystem::create_directories(file.parent_path(), error);
+    if (!error)
+        error = System::WritePrivateFile(file, Json::writeString(Json::StreamWriterBuilder(), root) + "\n");
+    if (error)
         throw ProgramError("The session cannot be saved in " + Named(file) + ": " + error.message());
 }
 

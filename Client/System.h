@@ -67,7 +67,7 @@ struct FileFacts
 /// @return 0, or the platform's error.
 [[nodiscard]] ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts);
 
-/// Writes a file that only its user can read, from the moment it is there; replaces an older one as a whole. Makes the folder.
+/// Writes a file that only its user can read, from the moment it is there; replaces an older one as a whole.
 [[nodiscard]] std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_view content);
 
 /// Makes standard streams carry plain UTF-8 while it lives.

@@ -2,6 +2,8 @@
 
 #include "TextConversion.h"
 
+#include "Eventing/EventLine.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -15,9 +17,6 @@ struct Range
     char32_t first;
     char32_t last;
 };
-
-// Characters that end a line or change the direction of what follows.
-constexpr Range kRearranging[] = {{0x00, 0x1F}, {0x7F, 0x9F}, {0x061C, 0x061C}, {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}};
 
 // Marks that stand on the character before them.
 constexpr Range kNoWidth[] = {{0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD}, {0x064B, 0x065F}, {0x0E34, 0x0E3A},
@@ -63,24 +62,6 @@ std::size_t WidthOf(char32_t character)
     return IsIn(kWide, character) ? 2 : 1;
 }
 
-std::string Escape(char32_t character)
-{
-    switch (character)
-    {
-    case U'\n':
-        return "\\n";
-    case U'\r':
-        return "\\r";
-    case U'\t':
-        return "\\t";
-    default:
-        break;
-    }
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), character < 0x100 ? "\\x%02X" : "\\u%04X", static_cast<unsigned>(character));
-    return text.data();
-}
-
 std::string Padded(const std::string& cell, std::size_t width, Table::Align align)
 {
     const std::string padding(width - std::min(width, DisplayWidth(cell)), ' ');
@@ -91,18 +72,7 @@ std::string Padded(const std::string& cell, std::size_t width, Table::Align alig
 
 std::string Printable(std::string_view text)
 {
-    // There and back makes it valid, whatever bytes it has.
-    const std::string valid = ToNarrow(ToWide(text));
-    std::string printable;
-    for (std::string_view rest = valid; !rest.empty();)
-    {
-        const auto [character, bytes] = TakeCharacter(rest);
-        if (IsIn(kRearranging, character))
-            printable += Escape(character);
-        else
-            printable += bytes;
-    }
-    return printable;
+    return Eventing::EscapeLine(text);
 }
 
 std::string Printable(std::wstring_view text)

@@ -74,6 +74,8 @@ std::string Escape(wchar_t character)
     }
 }
 
+} // namespace
+
 std::string EscapeLine(std::string_view text)
 {
     const std::wstring wide = FromUtf8(text);
@@ -88,8 +90,6 @@ std::string EscapeLine(std::string_view text)
     }
     return result;
 }
-
-} // namespace
 
 std::string FormatEventLine(const Event& event, unsigned depth)
 {

@@ -230,19 +230,13 @@ ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)
 
 std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_view content)
 {
-    std::error_code error;
-    if (path.has_parent_path())
-        std::filesystem::create_directories(path.parent_path(), error);
-    if (error)
-        return error;
-
     std::string temporary = path.native() + ".XXXXXX";
     const Descriptor file(mkostemp(temporary.data(), O_CLOEXEC)); // readable by its user only
     if (file.Get() < 0)
         return LastError();
     if (WriteAll(file.Get(), content) && fsync(file.Get()) == 0 && rename(temporary.c_str(), path.c_str()) == 0)
         return {};
-    error = LastError();
+    const std::error_code error = LastError();
     unlink(temporary.c_str());
     return error;
 }

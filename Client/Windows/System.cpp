@@ -237,16 +237,10 @@ ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)
 
 std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_view content)
 {
-    std::error_code error;
-    if (path.has_parent_path())
-        std::filesystem::create_directories(path.parent_path(), error);
-    if (error)
-        return error;
-
     const std::wstring target = LocalPath(path.native());
     const std::wstring temporary = target + L"." + std::to_wstring(GetCurrentProcessId()) + L".new";
     DeleteFileW(temporary.c_str()); // left by a program of the same number that was cut off
-    error = WriteNewFile(temporary, content);
+    std::error_code error = WriteNewFile(temporary, content);
     if (!error && !MoveFileExW(temporary.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
         error = LastError();
     if (error)

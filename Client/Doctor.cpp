@@ -278,14 +278,26 @@ private:
         }
         else
         {
-            const bool isIncompatible = code == Result::IncompatibleServer;
-            // The library takes a list of endpoints that it cannot get for one without versions.
             step.Fail("shook hands with " + Server().Text() + ": " + CodeText(code) + " (" + MeaningOf(code) + ")",
-                      isIncompatible && offered.empty() && !HasFailed()
-                          ? "is this the right server? Its " + std::string(kEndpoints) + " lists no versions"
-                          : "mend what failed above; '--trace -' shows each request");
+                      HasFailed()                          ? "mend what failed above; '--trace -' shows each request"
+                      : code == Result::IncompatibleServer ? AdviceOnEndpoints(reply.status, !offered.empty())
+                                                           : "'--trace -' shows each request and its reply");
         }
         step.lines.insert(step.lines.end(), offered.begin(), offered.end());
+    }
+
+    // What to do where the handshake finds no version: the library takes a list that it cannot get for an empty one.
+    static std::string AdviceOnEndpoints(int status, bool areOffered)
+    {
+        if (areOffered)
+            return "the server offers none of the versions that this library speaks: one of the two needs an update";
+        if (status >= 500)
+            return "the server, or a gateway before it, is out of order: try again later, then ask who runs it";
+        if (status == 401 || status == 403 || status == 407)
+            return "something on the way wants a login of its own: a proxy, a gateway or the network's portal";
+        if (status >= 300 && status < 400)
+            return "the server sends requests on to another address: name that in --server, or log in to the network's portal first";
+        return "is this the right server? Its " + std::string(kEndpoints) + " lists no versions";
     }
 
     // The versions that the server offers, in words and as it says it.

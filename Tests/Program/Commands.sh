@@ -537,6 +537,9 @@ answer endpoints '{"sync":{"1.3":{"path":"/sync/1.3","tos":0}}}' 'Sun, 06 Nov 19
 with_certificate own own
 says 'FAILED  Clock' 'behind this machine' '-> set the clock'
 on linux && says 'ok      Certificate CN=own' 'ok      Handshake   mode device-token authentication'
+answer endpoints '{"sync":{"2.0":{"path":"/sync/2.0"}}}' "$(date -u '+%a, %d %b %Y %T GMT')"
+with_certificate own own
+on linux && says 'offers sync 2.0 at /sync/2.0' '-> the server offers none of the versions that this library speaks'
 
 run 0 logout --json
 prints '{"ok":true}'

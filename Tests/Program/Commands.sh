@@ -437,6 +437,8 @@ begin changes --follow
 QUENDRA_SESSION=$(native "$work/other.json") run 0 mkdir /home/second
 line
 [ "${REPLY%$'\r'}" = 'create  /home/second' ] || complain "the feed shows $REPLY"
+# Wine keeps the connection of a process that ends just when a request reaches it: the feed's next request has arrived by now.
+on windows && run 0 version
 stop_server
 until_true grep -q 'next try in 1 s' "$work/begun.err"
 start_server --user 'demo:s3cret pässword' --port "$port"

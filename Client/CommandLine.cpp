@@ -70,6 +70,14 @@ std::string Footer(const std::string& examples)
     return "'quendra --help' lists the options that every command has.\n\nExamples:\n" + examples;
 }
 
+// A path behind `--to` would be one more recipient: it was meant for the list before it.
+std::wstring Recipient(const std::string& text)
+{
+    if (text.starts_with('/'))
+        throw UsageError("share: '" + text + "' is a path, not a recipient: write quendra share PATH... --to RECIPIENT...");
+    return ToWide(text);
+}
+
 // A command while its arguments are read. The closures that fill it keep it alive.
 template <typename Type> class CommandBuilder
 {
@@ -264,7 +272,8 @@ void AddFeedAndSharingCommands(CLI::App& app, Command::Any& chosen)
         app, chosen, "share", "Share items with recipients",
         "  quendra share /docs/plan.txt /docs/2026 --to bob@example.com eve@example.com --message \"Have a look\"");
     share.List("PATH", &Command::Share::paths, ServerPath, "The items on the server")->type_name("");
-    share.List("--to", &Command::Share::recipients, kText, "The recipients")->type_name("RECIPIENT");
+    share.List("--to", &Command::Share::recipients, Recipient, "The recipients, to the next option; paths stand before it")
+        ->type_name("RECIPIENT");
     share.Named("--name", &Command::Share::name, kText, "What to call the share")->type_name("NAME");
     share.Named("--message", &Command::Share::message, kText, "A message to the recipients")->type_name("TEXT");
 

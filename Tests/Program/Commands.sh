@@ -151,6 +151,7 @@ usage put a /b --chunk-size 1 --delta
 usage put a /b --resume $id
 usage upload-status /a 1
 usage share /a
+usage share /a --to bob /b && warns "'/b' is a path" 'share PATH... --to'
 usage --server host login demo # no password
 
 commands='handshake version doctor register login logout ls stat mkdir touch rm mv get put upload-status upload-cancel upload-complete

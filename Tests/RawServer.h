@@ -4,6 +4,7 @@
 /// A loopback server that knows no HTTP beyond where a request ends: tests script what it does with each connection, down
 /// to single bytes, and look at the bytes that it got. Built on Linux and on Windows.
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -13,22 +14,31 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 /// Closed until somebody opens it; what tests wait with instead of sleeping.
 class Gate
 {
 public:
-    void Open();
-    bool IsOpen() const;
+    void Open()
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isOpen = true;
+        m_changed.notify_all();
+    }
 
     /// @return whether the gate was opened in time.
-    bool Wait(std::chrono::milliseconds limit = std::chrono::seconds(20)) const;
+    bool Wait(std::chrono::milliseconds limit = std::chrono::seconds(20)) const
+    {
+        std::unique_lock lock(m_mutex);
+        return m_changed.wait_for(lock, limit, [this] { return m_isOpen; });
+    }
 
 private:
     mutable std::mutex m_mutex;
     mutable std::condition_variable m_changed;
-    bool m_open = false;
+    bool m_isOpen = false;
 };
 
 /// The client went away, or the server is being stopped: ends a connection's script.
@@ -36,34 +46,42 @@ struct ConnectionEnded
 {
 };
 
+class RawServer;
+class RawSocket;
+
 /// One accepted connection, used by its script alone. Every operation throws `ConnectionEnded` where it cannot go on.
 class RawConnection
 {
 public:
-    virtual ~RawConnection() = default;
-
-    /// Place among the server's connections, from 0.
-    virtual std::size_t Index() const = 0;
+    RawConnection(RawServer& server, std::shared_ptr<RawSocket> socket) : m_server(server), m_socket(std::move(socket)) {}
 
     /// Reads a request's lines up to the blank one, which is included.
-    virtual std::string ReadHead() = 0;
-    virtual std::string Read(std::uint64_t bytes) = 0;
+    std::string ReadHead();
+    std::string Read(std::uint64_t bytes);
 
     /// Reads a request with the body that its Content-Length announces, and records it.
-    virtual std::string ReadRequest() = 0;
+    std::string ReadRequest();
 
     /// Reads bytes and forgets them, after a look where one is wanted.
-    virtual void Skip(std::uint64_t bytes, const std::function<void(std::string_view)>& look = {}) = 0;
-    virtual void Send(std::string_view bytes) = 0;
+    void Skip(std::uint64_t bytes, const std::function<void(std::string_view)>& look = {});
+    void Send(std::string_view bytes);
 
     /// Keeps the connection open, without reading, until the server is stopped.
-    virtual void Hold() = 0;
+    void Hold();
 
     /// Reads until the client closes the connection.
-    virtual void AwaitEnd() = 0;
+    void AwaitEnd() { Skip(UINT64_MAX); }
 
     /// Ends the connection with a reset.
-    virtual void Reset() = 0;
+    void Reset();
+
+private:
+    void AwaitReady(bool forWriting);
+    void Fill();
+
+    RawServer& m_server;
+    std::shared_ptr<RawSocket> m_socket;
+    std::string m_received;
 };
 
 class RawServer
@@ -73,7 +91,7 @@ public:
     using Script = std::function<void(RawConnection&)>;
 
     /// @param address  "127.0.0.1" or "::1".
-    explicit RawServer(Script script, const char* address = "127.0.0.1");
+    explicit RawServer(Script script, std::string_view address = "127.0.0.1");
 
     /// Ends all connections and waits for their scripts.
     ~RawServer();
@@ -81,17 +99,27 @@ public:
     RawServer(const RawServer&) = delete;
     RawServer& operator=(const RawServer&) = delete;
 
-    std::uint16_t Port() const;
+    std::uint16_t Port() const { return m_port; }
 
     /// Connections accepted up to now.
-    std::size_t ConnectionCount() const;
+    std::size_t ConnectionCount() const { return m_connections; }
 
     /// What `ReadRequest` has read, in order.
     std::vector<std::string> Requests() const;
 
 private:
-    class Implementation;
-    std::unique_ptr<Implementation> m_implementation;
+    friend RawConnection;
+
+    void Accept(RawSocket& listener);
+
+    const Script m_script;
+    std::uint16_t m_port = 0;
+    std::atomic<bool> m_isStopping{false};
+    std::atomic<std::size_t> m_connections{0};
+    mutable std::mutex m_mutex;
+    std::vector<std::string> m_requests;
+    std::vector<std::thread> m_scripts;
+    std::thread m_acceptor;
 };
 
 /// A whole reply with its Content-Length; further header lines end with CR LF each.

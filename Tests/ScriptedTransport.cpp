@@ -8,11 +8,40 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
+#include <sstream>
 #include <stdexcept>
 
 namespace
 {
+
+using Progress = std::shared_ptr<IProgressCallback>;
+
+// All parts as one narrow text.
+template <typename... Parts> std::string Text(const Parts&... parts)
+{
+    std::ostringstream text;
+    const auto append = [&text](const auto& part) {
+        if constexpr (std::is_convertible_v<decltype(part), std::wstring>)
+            text << ToNarrow(part);
+        else
+            text << part;
+    };
+    (append(parts), ...);
+    return text.str();
+}
+
+std::string Watched(const CancelEvent* cancel, const Progress& progress)
+{
+    return Text(cancel != nullptr && cancel->event != nullptr ? " +cancel" : "", progress ? " +progress" : "");
+}
+
+bool Fails(const Script::Failure& failure, std::size_t call)
+{
+    if (static_cast<int>(call) != failure.call)
+        return false;
+    SetLastError(failure.lastError);
+    return true;
+}
 
 class ScriptedSession final : public IWinHttpSession
 {
@@ -23,41 +52,16 @@ public:
     int SetTimeouts(std::int32_t resolve, std::int32_t connect, std::int32_t send, std::int32_t receive) override
     {
         m_script.timeouts.push_back({resolve, connect, send, receive});
-        if (static_cast<int>(m_script.timeouts.size()) != m_script.timeoutsFailure.call)
-            return 1;
-        SetLastError(m_script.timeoutsFailure.lastError);
-        return 0;
+        return Fails(m_script.timeoutsFailure, m_script.timeouts.size()) ? 0 : 1;
     }
-    void SetSessionToken(const std::wstring& token) override
-    {
-        const std::lock_guard guard(m_lock);
-        m_token = token;
-    }
-    std::wstring GetSessionToken() override
-    {
-        const std::lock_guard guard(m_lock);
-        return m_token;
-    }
+    void SetSessionToken(const std::wstring& token) override { m_token = token; }
+    std::wstring GetSessionToken() override { return m_token; }
     HINTERNET GetHandle() override { return nullptr; }
 
 private:
     Script& m_script;
-    std::mutex m_lock;
     std::wstring m_token;
 };
-
-std::string Watched(const CancelEvent* cancel, const std::shared_ptr<IProgressCallback>& progress)
-{
-    return std::string(cancel != nullptr && cancel->event != nullptr ? " +cancel" : "") + (progress ? " +progress" : "");
-}
-
-ResultCode Initialised(const Script::Failure& failure, std::size_t call)
-{
-    if (static_cast<int>(call) != failure.call)
-        return Result::Success;
-    SetLastError(failure.lastError);
-    return failure.result;
-}
 
 class ScriptedConnection final : public IWinHttpConnection
 {
@@ -66,12 +70,11 @@ public:
     // A library that looks at the last error too late sees this.
     ~ScriptedConnection() override { SetLastError(0xDEAD); }
 
-    ResultCode Initialise(const std::wstring& server, std::uint16_t port, const std::shared_ptr<IWinHttpSession>&,
-                          std::uint64_t sendTimeoutOverride, std::uint64_t receiveTimeoutOverride) override
+    ResultCode Initialise(const std::wstring& server, std::uint16_t port, const std::shared_ptr<IWinHttpSession>&, std::uint64_t send,
+                          std::uint64_t receive) override
     {
-        m_script.connections.push_back(ToNarrow(server) + ":" + std::to_string(port) + " send=" + std::to_string(sendTimeoutOverride) +
-                                       " receive=" + std::to_string(receiveTimeoutOverride));
-        return Initialised(m_script.connectionFailure, m_script.connections.size());
+        m_script.connections.push_back(Text(server, ":", port, " send=", send, " receive=", receive));
+        return Fails(m_script.connectionFailure, m_script.connections.size()) ? m_script.connectionFailure.result : Result::Success;
     }
     HINTERNET GetHandle() override { return nullptr; }
 
@@ -82,84 +85,62 @@ private:
 class ScriptedRequest final : public IWinHttpRequest
 {
 public:
-    ScriptedRequest(Script& script, std::shared_ptr<IWinHttpSession> session) : m_script(script), m_session(std::move(session))
-    {
-        m_index = m_script.requests.size();
-        m_script.requests.emplace_back();
-    }
+    explicit ScriptedRequest(Script& script) : m_script(script), m_index(script.requests.size()) { script.requests.emplace_back(); }
     ~ScriptedRequest() override { SetLastError(0xDEAD); }
 
     ResultCode Initialise(const std::wstring& path, const std::wstring& verb, const std::shared_ptr<IWinHttpConnection>&,
-                          const wchar_t* acceptType, std::uint32_t flags) override
+                          const wchar_t* accept, std::uint32_t flags) override
     {
-        const ResultCode result = Step(ToNarrow(verb) + " " + ToNarrow(path) + " flags=" + std::to_string(flags) +
-                                       (acceptType == nullptr ? "" : " accept=" + ToNarrow(acceptType)));
-        return result != 0 ? result : Initialised(m_script.requestFailure, static_cast<std::size_t>(++m_script.requestsMade));
+        const ResultCode result = Step(verb, " ", path, " flags=", flags, accept == nullptr ? "" : " accept=" + ToNarrow(accept));
+        return result == 0 && Fails(m_script.requestFailure, static_cast<std::size_t>(++m_script.requestsMade))
+                   ? m_script.requestFailure.result
+                   : result;
     }
-    ResultCode AddHeader(const std::wstring& name, const std::wstring& value) override
-    {
-        return Step("header " + ToNarrow(name) + ": " + ToNarrow(value));
-    }
-    ResultCode StartRequest(std::uint64_t contentLength) override { return Step("start " + std::to_string(contentLength)); }
+    ResultCode AddHeader(const std::wstring& name, const std::wstring& value) override { return Step("header ", name, ": ", value); }
+    ResultCode StartRequest(std::uint64_t contentLength) override { return Step("start ", contentLength); }
     ResultCode AppendFormData(const char* name, const std::wstring& value, bool isLast) override
     {
-        return Step((isLast ? "last field " : "field ") + std::string(name) + "=" + ToNarrow(value));
+        return Step(isLast ? "last field " : "field ", name, "=", value);
     }
     ResultCode SendPostData() override { return Step("post data"); }
-    ResultCode AddMultipartHeaders(bool acceptJson) override { return Step(acceptJson ? "multipart json" : "multipart bytes"); }
-    ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName, const CancelEvent* cancel,
-                                 const std::int64_t* offset, const std::int64_t* length, const std::shared_ptr<IProgressCallback>& progress,
-                                 std::uint64_t* sizeOut) override
+    ResultCode AddMultipartHeaders(bool acceptJson) override { return Step("multipart ", acceptJson ? "json" : "bytes"); }
+    ResultCode SendMultipartFile(const char* field, const std::wstring& path, const std::wstring& fileName, const CancelEvent* cancel,
+                                 const std::int64_t* offset, const std::int64_t* length, const Progress& progress,
+                                 std::uint64_t* size) override
     {
-        return File(fieldName, path, fileName,
-                    " range=" + std::to_string(*offset) + "+" + std::to_string(*length) + Watched(cancel, progress), sizeOut);
+        return File(size, field, " ", path, " as ", fileName, " range=", *offset, "+", *length, Watched(cancel, progress));
     }
-    ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName, const CancelEvent* cancel,
-                                 const std::shared_ptr<IProgressCallback>& progress, std::uint64_t* sizeOut) override
+    ResultCode SendMultipartFile(const char* field, const std::wstring& path, const std::wstring& fileName, const CancelEvent* cancel,
+                                 const Progress& progress, std::uint64_t* size) override
     {
-        return File(fieldName, path, fileName, Watched(cancel, progress), sizeOut);
+        return File(size, field, " ", path, " as ", fileName, Watched(cancel, progress));
     }
-    ResultCode AddMultipartFormData(const wchar_t* name, const wchar_t* value) override
-    {
-        return Step("wide part " + ToNarrow(name) + "=" + ToNarrow(value));
-    }
-    ResultCode AddMultipartFormData(const char* name, const char* value) override
-    {
-        return Step(std::string("part ") + name + "=" + value);
-    }
+    ResultCode AddMultipartFormData(const wchar_t* name, const wchar_t* value) override { return Step("wide part ", name, "=", value); }
+    ResultCode AddMultipartFormData(const char* name, const char* value) override { return Step("part ", name, "=", value); }
     ResultCode EndMultipart() override { return Step("end multipart"); }
     std::uint32_t GetEndMultipartLength() override { return 44; }
-    ResultCode GetResponse(const std::wstring& path, const CancelEvent* cancel, const std::shared_ptr<IProgressCallback>& progress,
-                           std::uint32_t offsetLow, std::uint32_t offsetHigh) override
+    ResultCode GetResponse(const std::wstring& path, const CancelEvent* cancel, const Progress& progress, std::uint32_t offsetLow,
+                           std::uint32_t offsetHigh) override
     {
-        const ResultCode result = Step("receive into " + ToNarrow(path) + " at " + std::to_string(offsetHigh) + ":" +
-                                       std::to_string(offsetLow) + Watched(cancel, progress));
-        return result != 0 ? result : Answer();
+        return Answer(Step("receive into ", path, " at ", offsetHigh, ":", offsetLow, Watched(cancel, progress)));
     }
-    ResultCode GetResponse(ResponseBuffer& response) override { return Receive("send", response); }
-    ResultCode SendRequestGetResponse(const std::wstring& path, const CancelEvent* cancel,
-                                      const std::shared_ptr<IProgressCallback>& progress, bool acceptOctetStream, std::uint32_t offsetLow,
-                                      std::uint32_t offsetHigh) override
+    ResultCode GetResponse(ResponseBuffer& response) override { return Fill(response, Answer(Step("send"))); }
+    ResultCode SendRequestGetResponse(const std::wstring& path, const CancelEvent* cancel, const Progress& progress, bool asBytes,
+                                      std::uint32_t offsetLow, std::uint32_t offsetHigh) override
     {
-        const ResultCode result = Step(std::string("send") + (acceptOctetStream ? " for bytes" : "") + " into " + ToNarrow(path) + " at " +
-                                       std::to_string(offsetHigh) + ":" + std::to_string(offsetLow) + Watched(cancel, progress));
-        return result != 0 ? result : Answer();
+        const char* const send = asBytes ? "send for bytes into " : "send into ";
+        return Answer(Step(send, path, " at ", offsetHigh, ":", offsetLow, Watched(cancel, progress)));
     }
     std::uint32_t GetHTTPStatus() override { return m_reply.status; }
     std::uint32_t GetPostDataLength() override { return 1000; }
-    ResultCode ReceiveResponse(ResponseBuffer& response) override { return Receive("receive", response); }
-    ResultCode ReadResponse(ResponseBuffer& response) override
-    {
-        const ResultCode result = Step("read");
-        Fill(response);
-        return result;
-    }
+    ResultCode ReceiveResponse(ResponseBuffer& response) override { return Fill(response, Answer(Step("receive"))); }
+    ResultCode ReadResponse(ResponseBuffer& response) override { return Fill(response, Step("read")); }
     void Close() override { Step("close"); }
 
 private:
-    ResultCode Step(const std::string& step)
+    template <typename... Parts> ResultCode Step(const Parts&... parts)
     {
-        m_script.requests.at(m_index).push_back(step);
+        const std::string& step = m_script.requests.at(m_index).emplace_back(Text(parts...));
         if (m_script.failingStep.empty() || !step.starts_with(m_script.failingStep) ||
             (++m_script.failingStepCalls != m_script.failingStepCall && m_script.failingStepCall != 0))
             return Result::Success;
@@ -167,18 +148,19 @@ private:
         return m_script.failingStepResult;
     }
 
-    ResultCode File(const char* fieldName, const std::wstring& path, const std::wstring& fileName, const std::string& range,
-                    std::uint64_t* sizeOut)
+    template <typename... Parts> ResultCode File(std::uint64_t* size, const Parts&... parts)
     {
-        const ResultCode result = Step(std::string(sizeOut != nullptr ? "measure " : "write ") + fieldName + " " + ToNarrow(path) + " as " +
-                                       ToNarrow(fileName) + range);
-        if (sizeOut != nullptr)
-            *sizeOut = 200;
-        return result;
+        if (size == nullptr)
+            return Step("write ", parts...);
+        *size = 200;
+        return Step("measure ", parts...);
     }
 
-    ResultCode Answer()
+    // The server's part, once the step that asks for it has gone well.
+    ResultCode Answer(ResultCode step)
     {
+        if (step != Result::Success)
+            return step;
         if (m_script.throwOnSend)
             throw std::bad_alloc();
         m_reply = {};
@@ -192,28 +174,19 @@ private:
         return m_reply.result;
     }
 
-    ResultCode Receive(const char* step, ResponseBuffer& response)
-    {
-        if (const ResultCode failed = Step(step))
-            return failed;
-        const ResultCode result = Answer();
-        Fill(response);
-        return result;
-    }
-
-    void Fill(ResponseBuffer& response) const
+    ResultCode Fill(ResponseBuffer& response, ResultCode result) const
     {
         response = {};
         if (!m_reply.body)
-            return;
+            return result;
         response.length = m_reply.body->size();
         response.data = static_cast<char*>(std::malloc(m_reply.body->size() + 1));
         std::memcpy(response.data, m_reply.body->c_str(), m_reply.body->size() + 1);
+        return result;
     }
 
     Script& m_script;
-    std::shared_ptr<IWinHttpSession> m_session;
-    std::size_t m_index = 0;
+    const std::size_t m_index;
     ScriptedReply m_reply{0, std::nullopt, 0, {}};
 };
 
@@ -224,9 +197,9 @@ public:
 
     std::shared_ptr<IWinHttpSession> CreateSession() override { return std::make_shared<ScriptedSession>(m_script); }
     std::shared_ptr<IWinHttpConnection> CreateConnection() override { return std::make_shared<ScriptedConnection>(m_script); }
-    std::shared_ptr<IWinHttpRequest> CreateRequest(const std::shared_ptr<IWinHttpSession>& session) override
+    std::shared_ptr<IWinHttpRequest> CreateRequest(const std::shared_ptr<IWinHttpSession>&) override
     {
-        return std::make_shared<ScriptedRequest>(m_script, session);
+        return std::make_shared<ScriptedRequest>(m_script);
     }
 
 private:

@@ -8,50 +8,44 @@
 #include <fstream>
 #include <unistd.h>
 
-class RegistryValues::Store
+namespace
 {
-public:
-    Store() { setenv("QUENDRA_REGISTRY", m_path.c_str(), 1); }
-    ~Store() { std::filesystem::remove(m_path); }
 
-    Store(const Store&) = delete;
-    Store& operator=(const Store&) = delete;
+const std::string kPath = std::filesystem::temp_directory_path() / ("quendra-registry-" + std::to_string(getpid()) + ".json");
+Json::Value g_values;
 
-    void Set(Root root, const std::wstring& name, const Json::Value& value)
-    {
-        const char* const roots[] = {"HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE", "HKEY_USERS"};
-        const std::string user = root == Root::OtherUser ? "S-1-5-21-7\\" : "";
-        m_values[roots[static_cast<int>(root)]][user + "Software\\Ostvalen\\Quendra"][ToNarrow(name)] = value;
-        std::ofstream(m_path) << m_values;
-    }
-
-private:
-    const std::string m_path = std::filesystem::temp_directory_path() / ("quendra-registry-" + std::to_string(getpid()) + ".json");
-    Json::Value m_values;
-};
-
-RegistryValues::RegistryValues() : m_store(std::make_unique<Store>())
+void Set(RegistryValues::Root root, const std::wstring& name, const Json::Value& value)
 {
+    const char* const roots[] = {"HKEY_CURRENT_USER", "HKEY_LOCAL_MACHINE", "HKEY_USERS"};
+    const std::string user = root == RegistryValues::Root::OtherUser ? "S-1-5-21-7\\" : "";
+    g_values[roots[static_cast<int>(root)]][user + "Software\\Ostvalen\\Quendra"][ToNarrow(name)] = value;
+    std::ofstream(kPath) << g_values;
 }
 
-RegistryValues::~RegistryValues() = default;
+} // namespace
+
+RegistryValues::RegistryValues()
+{
+    setenv("QUENDRA_REGISTRY", kPath.c_str(), 1);
+}
+
+RegistryValues::~RegistryValues()
+{
+    g_values.clear();
+    std::filesystem::remove(kPath);
+}
 
 void RegistryValues::SetNumber(Root root, const std::wstring& name, std::uint32_t value)
 {
-    m_store->Set(root, name, value);
+    Set(root, name, value);
 }
 
-void RegistryValues::SetText(Root root, const std::wstring& name, const std::wstring& value)
+void RegistryValues::SetText(Root root, const std::wstring& name, const std::wstring& value, bool isExpandable)
 {
-    m_store->Set(root, name, ToNarrow(value));
-}
-
-void RegistryValues::SetExpandableText(Root root, const std::wstring& name, const std::wstring& value)
-{
-    Json::Value expandable;
-    expandable["type"] = "REG_EXPAND_SZ";
-    expandable["data"] = ToNarrow(value);
-    m_store->Set(root, name, expandable);
+    Json::Value text;
+    text["type"] = isExpandable ? "REG_EXPAND_SZ" : "REG_SZ";
+    text["data"] = ToNarrow(value);
+    Set(root, name, text);
 }
 
 void RegistryValues::SetTextList(Root root, const std::wstring& name, const std::vector<std::wstring>& values)
@@ -59,5 +53,5 @@ void RegistryValues::SetTextList(Root root, const std::wstring& name, const std:
     Json::Value list(Json::arrayValue);
     for (const std::wstring& value : values)
         list.append(ToNarrow(value));
-    m_store->Set(root, name, list);
+    Set(root, name, list);
 }

@@ -5,7 +5,6 @@
 /// rights to write to all three places), in a file of the test's own on Linux. Nobody's own values are touched.
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,12 +24,7 @@ public:
     RegistryValues(const RegistryValues&) = delete;
     RegistryValues& operator=(const RegistryValues&) = delete;
 
-    void SetNumber(Root root, const std::wstring& name, std::uint32_t value);
-    void SetText(Root root, const std::wstring& name, const std::wstring& value);
-    void SetExpandableText(Root root, const std::wstring& name, const std::wstring& value);
-    void SetTextList(Root root, const std::wstring& name, const std::vector<std::wstring>& values);
-
-private:
-    class Store;
-    std::unique_ptr<Store> m_store;
+    static void SetNumber(Root root, const std::wstring& name, std::uint32_t value);
+    static void SetText(Root root, const std::wstring& name, const std::wstring& value, bool isExpandable = false);
+    static void SetTextList(Root root, const std::wstring& name, const std::vector<std::wstring>& values);
 };

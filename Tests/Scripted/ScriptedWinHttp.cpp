@@ -10,14 +10,18 @@ namespace
 // The declarations that these definitions must match say noexcept on one platform and not on the other.
 constexpr bool kNoexcept = noexcept(WinHttpCloseHandle(nullptr));
 
+bool Fails(DWORD error)
+{
+    if (error != 0)
+        SetLastError(error);
+    return error != 0;
+}
+
 bool Succeeds(const char* function)
 {
     const int call = ++g_script.counts[function];
     const auto failure = g_script.failures.find({function, call});
-    if (failure == g_script.failures.end())
-        return true;
-    SetLastError(failure->second);
-    return false;
+    return failure == g_script.failures.end() || !Fails(failure->second);
 }
 
 HINTERNET Open(const char* function)
@@ -61,17 +65,17 @@ HINTERNET WinHttpOpenRequest(HINTERNET, LPCWSTR verb, LPCWSTR path, LPCWSTR, LPC
 BOOL WinHttpSetTimeouts(HINTERNET, int resolve, int connect, int send, int receive) noexcept(kNoexcept)
 {
     g_script.timeouts.push_back({resolve, connect, send, receive});
-    return Succeeds("WinHttpSetTimeouts") ? TRUE : FALSE;
+    return Succeeds("WinHttpSetTimeouts");
 }
 
 BOOL WinHttpSetOption(HINTERNET, DWORD, LPVOID, DWORD) noexcept(kNoexcept)
 {
-    return Succeeds("WinHttpSetOption") ? TRUE : FALSE;
+    return Succeeds("WinHttpSetOption");
 }
 
 BOOL WinHttpQueryOption(HINTERNET, DWORD, LPVOID, DWORD*) noexcept(kNoexcept)
 {
-    return Succeeds("WinHttpQueryOption") ? TRUE : FALSE;
+    return Succeeds("WinHttpQueryOption");
 }
 
 BOOL WinHttpAddRequestHeaders(HINTERNET, LPCWSTR headers, DWORD, DWORD modifiers) noexcept(kNoexcept)
@@ -96,51 +100,37 @@ BOOL WinHttpWriteData(HINTERNET, LPCVOID buffer, DWORD bytes, DWORD* written) no
     if (!Succeeds("WinHttpWriteData"))
         return FALSE;
     *written = bytes;
-    g_script.writes.emplace_back(static_cast<const char*>(buffer), bytes);
-    g_script.body += g_script.writes.back();
+    g_script.body += g_script.writes.emplace_back(static_cast<const char*>(buffer), bytes);
     return TRUE;
 }
 
 BOOL WinHttpReceiveResponse(HINTERNET, LPVOID) noexcept(kNoexcept)
 {
-    return Succeeds("WinHttpReceiveResponse") ? TRUE : FALSE;
+    return Succeeds("WinHttpReceiveResponse");
 }
 
 BOOL WinHttpQueryHeaders(HINTERNET, DWORD level, LPCWSTR, LPVOID buffer, DWORD* length, DWORD*) noexcept(kNoexcept)
 {
-    if (level == WINHTTP_QUERY_CONTENT_LENGTH)
-    {
-        if (!g_script.contentLength.empty())
-            return Answer(g_script.contentLength, buffer, length);
-        SetLastError(ERROR_WINHTTP_HEADER_NOT_FOUND);
-        return FALSE;
-    }
-    return Succeeds("WinHttpQueryHeaders") ? Answer(g_script.status, buffer, length) : FALSE;
+    if (level != WINHTTP_QUERY_CONTENT_LENGTH)
+        return Succeeds("WinHttpQueryHeaders") && Answer(g_script.status, buffer, length);
+    SetLastError(ERROR_WINHTTP_HEADER_NOT_FOUND);
+    return !g_script.contentLength.empty() && Answer(g_script.contentLength, buffer, length);
 }
 
 BOOL WinHttpQueryDataAvailable(HINTERNET, DWORD* bytes) noexcept(kNoexcept)
 {
-    if (!g_script.pieces.empty() && g_script.pieces.front().availableError != 0)
-    {
-        SetLastError(g_script.pieces.front().availableError);
-        return FALSE;
-    }
-    *bytes = g_script.pieces.empty() ? 0 : g_script.pieces.front().announced;
-    return TRUE;
+    const WinHttpScript::Piece piece = g_script.pieces.empty() ? WinHttpScript::Piece() : g_script.pieces.front();
+    *bytes = piece.announced;
+    return !Fails(piece.availableError);
 }
 
 BOOL WinHttpReadData(HINTERNET, LPVOID buffer, DWORD bytes, DWORD* read) noexcept(kNoexcept)
 {
     const WinHttpScript::Piece piece = g_script.pieces.front();
     g_script.pieces.pop_front();
-    if (piece.readError != 0)
-    {
-        SetLastError(piece.readError);
-        return FALSE;
-    }
     *read = static_cast<DWORD>(std::min<std::size_t>(bytes, piece.bytes.size()));
     std::memcpy(buffer, piece.bytes.data(), *read);
-    return TRUE;
+    return !Fails(piece.readError);
 }
 
 BOOL WinHttpCloseHandle(HINTERNET handle) noexcept(kNoexcept)

@@ -1,84 +1,48 @@
 // The built library as a client has it: its four functions, an instance's life, and a transport of the client's own.
 
-#include "Eventing/EventSink.h"
-#include "QuendraHttp/QuendraHttp.h"
-#include "QuendraHttp/Transport.h"
+#include "ScriptedTransport.h"
+#include "TraceCapture.h"
 
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <string>
-#include <vector>
 
 namespace
 {
 
-// This program has no library's objects, so it listens to events by itself.
-class Listener
-{
-public:
-    Listener() : m_provider(OpenEventSink(4, Eventing::kAnyKeyword, &Listener::Take, this)) { Init(m_provider); }
-    ~Listener()
-    {
-        Init(0);
-        CloseEventSink(m_provider);
-    }
-    Listener(const Listener&) = delete;
-    Listener& operator=(const Listener&) = delete;
-
-    std::vector<std::string> events;
-
-private:
-    static void Take(void* context, const Eventing::Event* event)
-    {
-        static_cast<Listener*>(context)->events.push_back(std::to_string(event->descriptor->id) + " " + event->sourceUnit + ":" +
-                                                          std::to_string(event->line) + " " + event->function);
-    }
-
-    Eventing::ProviderHandle m_provider;
-};
-
-// Counts how many owners it had when it was last asked; makes nothing.
-struct OwnFactory final : IWinHttpFactory
-{
-    std::shared_ptr<IWinHttpSession> CreateSession() override
-    {
-        ++sessions;
-        return nullptr;
-    }
-    std::shared_ptr<IWinHttpConnection> CreateConnection() override { return nullptr; }
-    std::shared_ptr<IWinHttpRequest> CreateRequest(const std::shared_ptr<IWinHttpSession>&) override { return nullptr; }
-
-    int sessions = 0;
-};
-
 TEST(Interface, InitIsTracedWithItsLinesAndExitDoesNothing)
 {
-    Listener listener;
-    EXPECT_EQ(listener.events, (std::vector<std::string>{"110 Interface:19 Init", "111 Interface:23 Init"}));
+    const TraceCapture trace;
+    Init(trace.Handle());
+    std::string events;
+    for (const TracedEvent& event : trace.Events())
+        events += std::to_string(event.id) + " " + event.unit + ":" + std::to_string(event.line) + " " + event.function + ", ";
+    EXPECT_EQ(events, "110 Interface:19 Init, 111 Interface:23 Init, ");
     Exit();
     IQuendraHttpAPI* instance = CreateInstance(L"device");
     ASSERT_NE(instance, nullptr);
-    EXPECT_GT(listener.events.size(), 2U) << "the provider is kept over Exit";
-    const std::size_t before = listener.events.size();
+    const std::size_t before = trace.Events().size();
+    EXPECT_GT(before, 2U) << "the provider is kept over Exit";
     EXPECT_EQ(instance->ReservedNoOp(), 0U);
-    EXPECT_EQ(listener.events.size(), before);
+    EXPECT_EQ(trace.Events().size(), before);
     instance->Release();
+    Init(0);
 }
 
 TEST(Interface, InstancesShareTheirCallersFactoryAndEndInEachWay)
 {
-    const auto factory = std::make_shared<OwnFactory>();
+    Script script;
+    const auto factory = MakeScriptedTransport(script);
     const auto create = [&] {
         IQuendraHttpAPI* instance = CreateInstanceWithFactory(factory, L"device");
         EXPECT_EQ(factory.use_count(), 2);
+        std::wstring build;
+        static_cast<void>(instance->Version(build));
         return instance;
     };
     create()->Release();
     delete create();
     ReleaseInstance(create());
     ReleaseInstance(nullptr);
-    EXPECT_EQ(factory->sessions, 3);
+    EXPECT_EQ(script.requests.size(), 3U);
     EXPECT_EQ(factory.use_count(), 1);
 }
 

@@ -22,9 +22,8 @@ class BrokenWmi final : public IClassFactory, public IWbemLocator
 public:
     BrokenWmi(HRESULT made, HRESULT connected) : m_made(made), m_connected(connected)
     {
-        EXPECT_EQ(CoRegisterClassObject(CLSID_WbemLocator, static_cast<IClassFactory*>(this), CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE,
-                                        &m_registration),
-                  S_OK);
+        auto* const maker = static_cast<IClassFactory*>(this);
+        EXPECT_EQ(CoRegisterClassObject(CLSID_WbemLocator, maker, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &m_registration), S_OK);
     }
     ~BrokenWmi() { CoRevokeClassObject(m_registration); }
 
@@ -97,20 +96,16 @@ TEST(VersionNumbers, OfTheSystemLeaveTheThreadsComAsItWas)
 
 TEST(VersionNumbers, OfTheSystemAreAbsentWithoutWmi)
 {
-    constexpr auto kServiceDisabled = static_cast<HRESULT>(0x80070422);
     const ComInit com;
-    struct Case
+    const std::tuple<HRESULT, HRESULT, const char*> cases[] = {
+        {REGDB_E_CLASSNOTREG, S_OK, "CoCreateInstance failed, error code: -2147221164"},
+        {S_OK, HRESULT_FROM_WIN32(ERROR_SERVICE_DISABLED), "ConnectServer failed, error code: -2147023838"}};
+    for (const auto& [made, connected, message] : cases)
     {
-        HRESULT made, connected;
-        const char* message;
-    };
-    for (const Case& state : {Case{REGDB_E_CLASSNOTREG, S_OK, "CoCreateInstance failed, error code: -2147221164"},
-                              Case{S_OK, kServiceDisabled, "ConnectServer failed, error code: -2147023838"}})
-    {
-        const BrokenWmi wmi(state.made, state.connected);
+        const BrokenWmi wmi(made, connected);
         TraceCapture trace;
         EXPECT_EQ(VersionNumberUtil::GetOsVersion().count, 0U);
-        EXPECT_EQ(trace.Messages(), std::vector<std::string>{state.message});
+        EXPECT_EQ(trace.Messages(), std::vector<std::string>{message});
     }
 }
 

@@ -19,44 +19,39 @@
 namespace
 {
 
-CommandLine Parse(const std::vector<std::string>& arguments, const std::string& variable = {}, const std::string& value = {})
+using Texts = std::vector<std::string>;
+
+// What becomes of each text.
+template <typename Function> void ExpectEach(const Function& function, const std::vector<std::pair<std::string, std::string>>& cases)
+{
+    for (const auto& [text, expected] : cases)
+        EXPECT_EQ(function(text), expected) << text;
+}
+
+CommandLine Parse(const Texts& arguments, const std::string& variable = {}, const std::string& value = {})
 {
     return ParseCommandLine(arguments, [&](const std::string& name) { return name == variable ? std::optional(value) : std::nullopt; });
 }
 
-TEST(ServerAddress, ReadsEachForm)
+std::string AddressOf(const std::string& text, std::optional<int> port = {})
 {
-    const struct
-    {
-        const char* text;
-        std::optional<int> port;
-        const char* url;
-        int expectedPort;
-        const char* shown;
-    } cases[] = {
-        {"files.example.com", {}, "http://files.example.com", 80, "http://files.example.com"},
-        {"HTTPS://Files.Example.com/", {}, "https://files.example.com", 443, "https://files.example.com"},
-        {"http://host:8080", {}, "http://host", 8080, "http://host:8080"},
-        {"host:8080", 8080, "http://host", 8080, "http://host:8080"},
-        {"https://host", 80, "https://host", 80, "https://host:80"},
-        {"https://[::1]:8443", {}, "https://[::1]", 8443, "https://[::1]:8443"},
-        {"[fe80::1]", 81, "http://[fe80::1]", 81, "http://[fe80::1]:81"},
-    };
-    for (const auto& item : cases)
-    {
-        const ServerAddress address = MakeAddress(ParseServer(item.text), item.port);
-        EXPECT_EQ(address.Url(), item.url) << item.text;
-        EXPECT_EQ(address.port, item.expectedPort) << item.text;
-        EXPECT_EQ(address.Text(), item.shown) << item.text;
-    }
+    const ServerAddress address = MakeAddress(ParseServer(text), port);
+    return address.Url() + " " + std::to_string(address.port) + ", " + address.Text();
 }
 
-TEST(ServerAddress, RefusesWhatNamesNoServer)
+TEST(ServerAddress, ReadsEachFormAndRefusesWhatNamesNoServer)
 {
-    for (const char* text : {"", "https://", "ftp://host", "http://host/path", "host?x", "user@host", "::1", "[::1", "[::1]x",
-                             "host:", "host:0", "host:65536", "host:80x", "a b", "a\nb", ":80", "http://http://host"})
-        EXPECT_THROW(static_cast<void>(ParseServer(text)), UsageError) << text;
-    EXPECT_THROW(static_cast<void>(MakeAddress(ParseServer("host:80"), 81)), UsageError);
+    ExpectEach([](const std::string& text) { return AddressOf(text); },
+               {{"files.example.com", "http://files.example.com 80, http://files.example.com"},
+                {"HTTPS://Files.Example.com/", "https://files.example.com 443, https://files.example.com"},
+                {"https://[::1]:8443", "https://[::1] 8443, https://[::1]:8443"}});
+    EXPECT_EQ(AddressOf("host:8080", 8080), "http://host 8080, http://host:8080");
+    EXPECT_EQ(AddressOf("https://host", 80), "https://host 80, https://host:80");
+    EXPECT_EQ(AddressOf("[fe80::1]", 81), "http://[fe80::1] 81, http://[fe80::1]:81");
+    EXPECT_THROW(AddressOf("host:80", 81), UsageError);
+    for (const char* text : {"https://", "ftp://host", "http://host/path", "host?x", "user@host", "::1", "[::1", "[::1]x", "host:0",
+                             "host:65536", "host:80x", "a\nb", ":80"})
+        EXPECT_THROW(AddressOf(text), UsageError) << text;
 }
 
 TEST(CommandLine, PrefersOptionsToTheEnvironment)
@@ -68,53 +63,47 @@ TEST(CommandLine, PrefersOptionsToTheEnvironment)
     EXPECT_EQ(Parse({"version", "--server", "host:82"}, "QUENDRA_PORT", "81").options.port, std::nullopt);
     EXPECT_EQ(Parse({"version"}, "QUENDRA_TOKEN", "env").options.token, "env");
     EXPECT_EQ(Parse({"version", "--token", ""}, "QUENDRA_TOKEN", "env").options.token, "");
-    EXPECT_THROW(static_cast<void>(Parse({"version"}, "QUENDRA_PORT", "many")), UsageError);
+    EXPECT_THROW(Parse({"version"}, "QUENDRA_PORT", "many"), UsageError);
 }
 
 TEST(CommandLine, PutsServerPathsIntoForm)
 {
-    const std::pair<const char*, const wchar_t*> cases[] = {
-        {"/", L"/"}, {"docs", L"/docs"}, {"/docs//", L"/docs"}, {"", L""}, {"/-x", L"/-x"}};
-    for (const auto& [text, path] : cases)
-        EXPECT_EQ(std::get<Command::Stat>(Parse({"stat", text}).command).path, path);
+    ExpectEach(
+        [](const std::string& text) {
+        return ToNarrow(std::get<Command::Stat>(Parse({"stat", text}).command).path);
+        },
+        {{"/", "/"}, {"docs", "/docs"}, {"/docs//", "/docs"}, {"", ""}, {"/-x", "/-x"}, {"ls", "/ls"}});
     EXPECT_EQ(std::get<Command::Put>(Parse({"put", "a", "docs/"}).command).path, L"/docs/");
-    // The name of another command is a path like any other.
-    EXPECT_EQ(std::get<Command::MakeFolder>(Parse({"mkdir", "ls"}).command).path, L"/ls");
 }
 
 TEST(Identifier, TravelsAsText)
 {
+    const std::string text = "0F8FAD5B-D9CB-469F-A165-70867728950E";
     const GUID id = {0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
-    EXPECT_EQ(IdentifierText(id), "0F8FAD5B-D9CB-469F-A165-70867728950E");
-    for (const char* text : {"0f8fad5b-d9cb-469f-a165-70867728950e", "{0F8FAD5B-D9CB-469F-A165-70867728950E}"})
-        EXPECT_EQ(IdentifierText(ParseIdentifier(text).value_or(GUID{})), IdentifierText(id)) << text;
+    EXPECT_EQ(IdentifierText(id), text);
+    for (const auto& read : {std::string("0f8fad5b-d9cb-469f-a165-70867728950e"), "{" + text + "}"})
+        EXPECT_EQ(IdentifierText(ParseIdentifier(read).value_or(GUID{})), text) << read;
     EXPECT_NE(IdentifierText(MakeIdentifier()), IdentifierText(MakeIdentifier()));
-    for (const char* text :
-         {"", "{}", "0F8FAD5B", "0F8FAD5BD9CB469FA16570867728950E", "0F8FAD5B-D9CB-469F-A165-70867728950E0",
-          "0F8FAD5B-D9CB-469F-A165-70867728950", "+F8FAD5B-D9CB-469F-A165-70867728950E", "{0F8FAD5B-D9CB-469F-A165-70867728950E"})
-        EXPECT_FALSE(ParseIdentifier(text)) << text;
+    for (const auto& refused : {std::string("0F8FAD5BD9CB469FA16570867728950E"), text + "0", text.substr(0, 34), "+" + text.substr(1),
+                                text.substr(0, 35) + "x", "{" + text, std::string("{}")})
+        EXPECT_FALSE(ParseIdentifier(refused)) << refused;
 }
 
 TEST(TimeText, ReadsWhatPeopleWrite)
 {
-    const std::pair<const char*, const wchar_t*> cases[] = {
-        {"2015-03-02T10:20:30.1234567Z", L"2015-03-02T10:20:30.123Z"},
-        {"2024-02-29 23:59Z", L"2024-02-29T23:59:00.000Z"},
-        {"1601-01-01T00:00:00.5Z", L"1601-01-01T00:00:00.500Z"},
-        {"9999-12-31T23:59:59Z", L"9999-12-31T23:59:59.000Z"},
-        {"1969-07-20Z", L"1969-07-20T00:00:00.000Z"},
-    };
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ(ParseTime(text).value_or(CAttributeTime()).ToString(), expected) << text;
+    ExpectEach([](const std::string& text) { return ToNarrow(ParseTime(text).value_or(CAttributeTime()).ToString()); },
+               {{"2015-03-02T10:20:30.1234567Z", "2015-03-02T10:20:30.123Z"},
+                {"2024-02-29 23:59Z", "2024-02-29T23:59:00.000Z"},
+                {"1601-01-01T00:00:00.5Z", "1601-01-01T00:00:00.500Z"},
+                {"9999-12-31T23:59:59Z", "9999-12-31T23:59:59.000Z"}});
     // Local time, whatever it is here, comes back as it was written.
-    for (const char* text : {"2026-03-01 12:30", "2001-12-31 00:00"})
-        EXPECT_EQ(TimeForPeople(ParseTime(text).value_or(CAttributeTime())), text);
+    ExpectEach([](const std::string& text) { return TimeForPeople(ParseTime(text).value_or(CAttributeTime())); },
+               {{"2026-03-01 12:30", "2026-03-01 12:30"}, {"2001-12-31", "2001-12-31 00:00"}, {"", "-"}});
     EXPECT_GT(ParseTime("now")->GetTicks(), ParseTime("2020-01-01")->GetTicks());
-    EXPECT_EQ(TimeForPeople(CAttributeTime()), "-");
     EXPECT_FALSE(TimeForPeople(CAttributeTime(CAttributeTime::kUnset - 1)).empty());
     for (const char* text :
          {"", "2023-02-29", "2026-13-01", "1600-12-31Z", "26-01-01", "2026-01-01T", "2026-01-01T24:00", "2026-01-01T10:60",
-          "2026-01-01T10:00:60", "2026-01-01T10:00:00.", "2026-01-01T10:00:00+01:00", "2026-01-01 ", "Z", "2026-01-01x"})
+          "2026-01-01T10:00:60", "2026-01-01T10:00:00.", "2026-01-01T10:00:00+01:00", "2026-01-01 ", "2026-01-01x"})
         EXPECT_FALSE(ParseTime(text)) << text;
 }
 
@@ -128,60 +117,44 @@ TEST(HttpDate, ReadsTheOneForm)
 
 TEST(Text, KeepsATerminalSafe)
 {
-    const std::pair<std::string, std::string> cases[] = {
-        {"plain \u00FC\U0001F600", "plain \u00FC\U0001F600"},
-        {"\x1B[2Jgone\n\r\t\x07\x7F", "\\x1B[2Jgone\\n\\r\\t\\x07\\x7F"},
-        {"\u009B31m", "\\x9B31m"},
-        {"cod\u202Egpj.exe\u2066", "cod\\u202Egpj.exe\\u2066"},
-        {std::string("a\0b", 3), "a\\x00b"},
-    };
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ(Printable(text), expected);
-    EXPECT_EQ(Printable(std::string_view("bad \xFF\xC3")).find('\xFF'), std::string::npos);
+    ExpectEach([](std::string_view text) { return Printable(text); }, {{"plain \u00FC\U0001F600", "plain \u00FC\U0001F600"},
+                                                                       {"\x1B[2Jgone\n\r\t\x07\x7F", "\\x1B[2Jgone\\n\\r\\t\\x07\\x7F"},
+                                                                       {"\u009B31m", "\\x9B31m"},
+                                                                       {"cod\u202Egpj.exe\u2066", "cod\\u202Egpj.exe\\u2066"},
+                                                                       {std::string("a\0b", 3), "a\\x00b"},
+                                                                       {"bad \xFF", "bad \uFFFD"}});
 }
 
 TEST(Text, CountsColumns)
 {
-    const std::pair<const char*, std::size_t> cases[] = {{"", 0},        {"abc", 3},          {"\u00FC", 1},
-                                                         {"u\u0308", 1}, {"\u65E5\u672C", 4}, {"\U0001F600", 2}};
-    for (const auto& [text, width] : cases)
-        EXPECT_EQ(DisplayWidth(text), width) << text;
-    EXPECT_EQ(FitTo("abcdef", 6), "abcdef");
-    EXPECT_EQ(FitTo("abcdef", 4), "abc\u2026");
-    EXPECT_EQ(FitTo("\u65E5\u672C\u8A9E", 4), "\u65E5\u2026");
-    EXPECT_EQ(FitTo("ab", 0), "");
-
+    ExpectEach([](std::string_view text) { return std::to_string(DisplayWidth(text)); },
+               {{"", "0"}, {"abc", "3"}, {"\u00FC", "1"}, {"u\u0308", "1"}, {"\u65E5\u672C", "4"}, {"\U0001F600", "2"}});
+    ExpectEach([](std::string_view text) { return FitTo(text, 4) + "|" + FitTo(text, 0); },
+               {{"abcd", "abcd|"}, {"abcdef", "abc\u2026|"}, {"\u65E5\u672C\u8A9E", "\u65E5\u2026|"}});
     Table table({{"Size", Table::Align::Right}, {"Name"}, {"Note"}});
     table.Add({"1 B", "\u65E5\u672C", "x"});
     table.Add({"1.5 KiB", "a", ""});
     EXPECT_EQ(table.Render(), "   Size  Name  Note\n    1 B  \u65E5\u672C  x\n1.5 KiB  a\n");
 }
 
-TEST(Text, WritesSizesAndDurations)
+TEST(Text, WritesSizesDurationsAndWords)
 {
-    const std::pair<std::uint64_t, const char*> sizes[] = {{0, "0 B"},           {1023, "1023 B"},  {1024, "1.0 KiB"},
-                                                           {1048575, "1.0 MiB"}, {1536, "1.5 KiB"}, {5ULL << 30, "5.0 GiB"},
-                                                           {~0ULL, "16.0 EiB"}};
-    for (const auto& [bytes, text] : sizes)
-        EXPECT_EQ(BinarySize(bytes), text);
-    const std::pair<std::uint64_t, const char*> durations[] = {{7, "0:07"}, {750, "12:30"}, {3723, "1:02:03"}};
-    for (const auto& [seconds, text] : durations)
-        EXPECT_EQ(DurationText(seconds), text);
-    const std::pair<const char*, const char*> words[] = {
-        {"/a/b.txt", "/a/b.txt"}, {"a b", "\"a b\""}, {"", "\"\""}, {"$x\"", "\"\\$x\\\"\""}};
-    for (const auto& [word, text] : words)
-        EXPECT_EQ(ShellWord(word), text);
+    ExpectEach([](const std::string& bytes) { return BinarySize(std::stoull(bytes)); },
+               {{"1023", "1023 B"}, {"1024", "1.0 KiB"}, {"1048575", "1.0 MiB"}, {"18446744073709551615", "16.0 EiB"}});
+    ExpectEach([](const std::string& seconds) { return DurationText(std::stoull(seconds)); },
+               {{"7", "0:07"}, {"750", "12:30"}, {"3723", "1:02:03"}});
+    ExpectEach([](std::string_view word) { return ShellWord(word); },
+               {{"/a/b.txt", "/a/b.txt"}, {"a b", "\"a b\""}, {"", "\"\""}, {"$x\"", "\"\\$x\\\"\""}});
 }
 
 TEST(Progress, FitsEveryWidth)
 {
-    const ProgressState states[] = {
-        {"film.mkv", 450, 1000, 10},
-        {"\u65E5\u672C\u8A9E\u65E5\u672C\u8A9E\u65E5\u672C\u8A9E\u65E5\u672C\u8A9E.txt", 5ULL << 40, 1ULL << 60, 1e9},
-        {"", 0, 0, 0},
-        {"delta", 1ULL << 20, std::nullopt, 1e6},
-        {"more than announced", 2000, 1000, 1e-9},
-    };
+    const std::string wide = "\u65E5\u672C\u8A9E\u65E5\u672C\u8A9E\u65E5\u672C\u8A9E\u65E5\u672C\u8A9E.txt";
+    const ProgressState states[] = {{"film.mkv", 450, 1000, 10},
+                                    {wide, 5ULL << 40, 1ULL << 60, 1e9},
+                                    {"", 0, 0, 0},
+                                    {"delta", 1ULL << 20, std::nullopt, 1e6},
+                                    {"more than announced", 2000, 1000, 1e-9}};
     for (const auto& state : states)
         for (std::size_t columns = 0; columns <= 130; ++columns)
             EXPECT_LE(DisplayWidth(RenderProgress(state, columns)), columns) << state.label << " in " << columns;
@@ -190,8 +163,7 @@ TEST(Progress, FitsEveryWidth)
     EXPECT_EQ(RenderProgress(states[0], 20), " 45%   0:55 left");
     EXPECT_EQ(RenderProgress(states[0], 4), " 45%");
     EXPECT_EQ(RenderProgress(states[3], 79), "delta    1.0 MiB  976.6 KiB/s");
-    // What is not all there is not 100%.
-    EXPECT_EQ(RenderProgress({"", 999'999, 1'000'000, 0}, 4), " 99%");
+    EXPECT_EQ(RenderProgress({"", 999'999, 1'000'000, 0}, 4), " 99%") << "what is not all there is not 100%";
 }
 
 TEST(Progress, MeasuresTheLastSeconds)
@@ -207,18 +179,10 @@ TEST(Progress, MeasuresTheLastSeconds)
 
 TEST(ResultMeanings, SaysWhatACodeMeans)
 {
-    const std::pair<ResultCode, const char*> cases[] = {
-        {2, "local file"},         {8, "memory"},
-        {1223, "cancelled"},       {12007, "resolved"},
-        {12029, "connect"},        {12175, "certificate"},
-        {12100, "transport"},      {19006, "API version"},
-        {20006, "log in"},         {20000, "transfer failed"},
-        {20404, "404, not found"}, {20418, "HTTP 418"},
-        {21077, "changed"},        {20005, "error 5"},
-        {0x80004005, "memory"},    {0x80072EE7, "resolved"},
-        {0x80070057, "argument"},  {403, "HTTP 403, forbidden"},
-        {99999, "platform"},       {27776, "platform"},
-    };
+    const std::pair<ResultCode, const char*> cases[] = {{2, "local file"},        {12029, "connect"},           {12100, "transport"},
+                                                        {20006, "log in"},        {20418, "HTTP 418"},          {20404, "404, not found"},
+                                                        {20005, "error 5"},       {403, "HTTP 403, forbidden"}, {0x80004005, "memory"},
+                                                        {0x80072EE7, "resolved"}, {99999, "platform"},          {27776, "platform"}};
     for (const auto& [code, part] : cases)
         EXPECT_NE(MeaningOf(code).find(part), std::string::npos) << code << ": " << MeaningOf(code);
     for (ResultCode code = 0; code < 30000; ++code)

@@ -4,9 +4,9 @@
 /// Values under the library's registry key for the life of a test: in the registry on Windows (one such test at a time, with
 /// rights to write to all three places), in a file of the test's own on Linux. Nobody's own values are touched.
 
-#include <cstdint>
+#include <json/value.h>
+
 #include <string>
-#include <vector>
 
 class RegistryValues
 {
@@ -24,7 +24,6 @@ public:
     RegistryValues(const RegistryValues&) = delete;
     RegistryValues& operator=(const RegistryValues&) = delete;
 
-    static void SetNumber(Root root, const std::wstring& name, std::uint32_t value);
-    static void SetText(Root root, const std::wstring& name, const std::wstring& value, bool isExpandable = false);
-    static void SetTextList(Root root, const std::wstring& name, const std::vector<std::wstring>& values);
+    /// @param value  a number, a text, an array of texts (REG_MULTI_SZ) or {"type":"REG_EXPAND_SZ","data":text}.
+    static void Set(Root root, const std::string& name, const Json::Value& value);
 };

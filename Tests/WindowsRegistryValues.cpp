@@ -1,4 +1,5 @@
 #include "RegistryValues.h"
+#include "TextConversion.h"
 
 #include "Platform/Platform.h"
 
@@ -17,11 +18,6 @@ struct Key
 Key g_keys[] = {{HKEY_CURRENT_USER, L"Software\\Ostvalen\\Quendra"},
                 {HKEY_LOCAL_MACHINE, L"Software\\Ostvalen\\Quendra"},
                 {HKEY_USERS, L"S-1-5-21-7\\Software\\Ostvalen\\Quendra"}};
-
-void Set(RegistryValues::Root root, const std::wstring& name, DWORD type, const void* data, std::size_t bytes)
-{
-    RegSetValueExW(g_keys[static_cast<int>(root)].key, name.c_str(), 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(bytes));
-}
 
 } // namespace
 
@@ -45,20 +41,21 @@ RegistryValues::~RegistryValues()
     }
 }
 
-void RegistryValues::SetNumber(Root root, const std::wstring& name, std::uint32_t value)
+void RegistryValues::Set(Root root, const std::string& name, const Json::Value& value)
 {
-    Set(root, name, REG_DWORD, &value, sizeof value);
-}
-
-void RegistryValues::SetText(Root root, const std::wstring& name, const std::wstring& value, bool isExpandable)
-{
-    Set(root, name, isExpandable ? REG_EXPAND_SZ : REG_SZ, value.c_str(), (value.size() + 1) * sizeof(wchar_t));
-}
-
-void RegistryValues::SetTextList(Root root, const std::wstring& name, const std::vector<std::wstring>& values)
-{
-    std::wstring all;
-    for (const std::wstring& value : values)
-        all += value + L'\0';
-    Set(root, name, REG_MULTI_SZ, all.c_str(), (all.size() + 1) * sizeof(wchar_t));
+    const auto set = [&](DWORD type, const void* data, std::size_t bytes) {
+        RegSetValueExW(g_keys[static_cast<int>(root)].key, ToWide(name).c_str(), 0, type, static_cast<const BYTE*>(data),
+                       static_cast<DWORD>(bytes));
+    };
+    if (value.isNumeric())
+    {
+        const DWORD number = value.asUInt();
+        return set(REG_DWORD, &number, sizeof number);
+    }
+    std::wstring text;
+    for (const auto& each : value.isArray() ? value : Json::Value(Json::arrayValue))
+        text += ToWide(each.asString()) + L'\0';
+    if (!value.isArray())
+        text = ToWide((value.isObject() ? value["data"] : value).asString());
+    set(value.isArray() ? REG_MULTI_SZ : value.isObject() ? REG_EXPAND_SZ : REG_SZ, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
 }

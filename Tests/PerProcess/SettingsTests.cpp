@@ -1,13 +1,14 @@
 // Settings as an administrator stores them, and the values that a process reads once.
 
+#include "ParsingSupport.h"
 #include "RegistryValues.h"
 #include "ScriptedTransport.h"
 #include "Settings.h"
 #include "TextConversion.h"
-#include "TraceCapture.h"
-#include "Tracing.h"
 #include "TransferSupport.h"
 #include "WinHttpImpl.h"
+
+#include <ctime>
 
 namespace
 {
@@ -19,16 +20,16 @@ TEST(Settings, AreTakenFromTheFirstPlaceThatHasOneOfTheType)
     RegistryValues values;
     const auto read = [](const wchar_t* user = L"") { return Settings::ReadNumber(L"Value", 5, user); };
     EXPECT_EQ(read(), 5);
-    values.SetText(Root::Machine, L"Value", L"6");
+    values.Set(Root::Machine, "Value", "6");
     EXPECT_EQ(read(), 5);
-    values.SetText(Root::User, L"Value", L"7");
-    values.SetNumber(Root::Machine, L"Value", 1);
+    values.Set(Root::User, "Value", "7");
+    values.Set(Root::Machine, "Value", 1);
     EXPECT_EQ(read(), 1) << "a text is passed over";
     EXPECT_EQ(ToNarrow(Settings::ReadText(L"Value", L"default")), "7");
     EXPECT_TRUE(Settings::ReadTextList(L"Value").empty());
-    values.SetNumber(Root::User, L"Value", 2);
+    values.Set(Root::User, "Value", 2);
     EXPECT_EQ(read(L"S-1-5-21-7"), 2) << "a user without the value is passed over";
-    values.SetNumber(Root::OtherUser, L"Value", 3);
+    values.Set(Root::OtherUser, "Value", 3);
     EXPECT_EQ(read(L"S-1-5-21-7"), 3);
     EXPECT_EQ(read(), 2);
 
@@ -42,17 +43,17 @@ TEST(Settings, AreTakenFromTheFirstPlaceThatHasOneOfTheType)
 TEST(Settings, OfEachTypeAreRead)
 {
     RegistryValues values;
-    values.SetNumber(Root::User, L"Zero", 0);
-    values.SetNumber(Root::User, L"Large", 0xFFFFFFFF);
-    values.SetText(Root::User, L"Text", L"\xe9 \x20ac");
-    values.SetText(Root::User, L"Expand", L"%HOME%\\x", true);
-    values.SetTextList(Root::User, L"List", {L"one", L"two"});
+    values.Set(Root::User, "Zero", 0);
+    values.Set(Root::User, "Large", 0xFFFFFFFF);
+    values.Set(Root::User, "Text", "\u00E9 \u20AC");
+    values.Set(Root::User, "Expand", ParseText(R"({"type":"REG_EXPAND_SZ","data":"%HOME%"})"));
+    values.Set(Root::User, "List", ParseText(R"(["one","two"])"));
     EXPECT_FALSE(Settings::ReadFlag(L"Zero", true));
     EXPECT_TRUE(Settings::ReadFlag(L"Large", false));
     EXPECT_TRUE(Settings::ReadFlag(L"Missing", true));
     EXPECT_EQ(Settings::ReadNumber(L"Large", 0), -1);
-    EXPECT_TRUE(Settings::ReadText(L"Text", L"") == L"\xe9 \x20ac");
-    EXPECT_TRUE(Settings::ReadText(L"Expand", L"") == L"%HOME%\\x") << "not expanded";
+    EXPECT_TRUE(Settings::ReadText(L"Text", L"") == L"\u00E9 \u20AC");
+    EXPECT_TRUE(Settings::ReadText(L"Expand", L"") == L"%HOME%") << "not expanded";
     EXPECT_TRUE(Settings::ReadText(L"Missing", L"default") == L"default");
     EXPECT_TRUE((Settings::ReadTextList(L"List") == std::vector<std::wstring>{L"one", L"two"}));
 }
@@ -70,9 +71,9 @@ TEST(Settings, OfTheMappingsWaitAreReadOnEveryCall)
     };
     const std::string request = "GET /sync/folders?includeAll=true&timeout=";
     EXPECT_EQ(asked(), request + "30 flags=0");
-    values.SetNumber(Root::Machine, L"OfflineMappointTimeout", 0xFFFFFFFF);
+    values.Set(Root::Machine, "OfflineMappointTimeout", 0xFFFFFFFF);
     EXPECT_EQ(asked(), request + "-1 flags=0") << "passed on as it is";
-    values.SetNumber(Root::User, L"OfflineMappointTimeout", 0);
+    values.Set(Root::User, "OfflineMappointTimeout", 0);
     EXPECT_EQ(asked(), request + "0 flags=0");
 }
 
@@ -82,17 +83,24 @@ using Stored = std::tuple<std::string, std::string>;
 class SettingsOfAProcess : public testing::TestWithParam<Stored>
 {
 protected:
-    static constexpr const wchar_t* kNames[] = {L"HTTPConnectionRequestTimeout", L"HTTPNameResolutionTimeout",   L"HTTPSendRequestTimeout",
-                                                L"HTTPReceiveResponseTimeout",   L"HTTPDeltaSendRequestTimeout", L"UploadExpiry"};
+    static constexpr const char* kNames[] = {"HTTPConnectionRequestTimeout", "HTTPNameResolutionTimeout",   "HTTPSendRequestTimeout",
+                                             "HTTPReceiveResponseTimeout",   "HTTPDeltaSendRequestTimeout", "UploadExpiry"};
 
     // What a connection, a delta's connection and a chunk make of the values.
     static std::vector<std::string> Used()
     {
         const auto session = std::make_shared<WinHttpSession>();
         session->Initialise();
-        TraceCapture trace;
         WinHttpConnection().Initialise(L"127.0.0.1", 1, session, 0, 0);
-        std::vector<std::string> used = {trace.Messages(EVT_INFO).at(0)};
+        std::vector<std::string> used;
+        for (const auto option :
+             {WINHTTP_OPTION_CONNECT_TIMEOUT, WINHTTP_OPTION_RESOLVE_TIMEOUT, WINHTTP_OPTION_SEND_TIMEOUT, WINHTTP_OPTION_RECEIVE_TIMEOUT})
+        {
+            int timeout = -1;
+            DWORD length = sizeof timeout;
+            session->QueryOption(static_cast<DWORD>(option), &timeout, length);
+            used.push_back(std::to_string(timeout));
+        }
 
         ScriptedClient client;
         client.Negotiate();
@@ -102,18 +110,12 @@ protected:
         Chunk(0, 9)(client.Api(), caller);
         for (const std::string& step : client.script.requests.at(1))
             if (const std::string header = "header qd_expiry: "; step.starts_with(header))
-                used.push_back("expires in " + std::to_string(MinutesUntil(CAttributeTime(step.substr(header.size())))) + " minutes");
+            {
+                constexpr std::int64_t kFrom1601To1970 = 11'644'473'600;
+                const std::int64_t expiry = CAttributeTime(step.substr(header.size())).GetTicks() / 10'000'000 - kFrom1601To1970;
+                used.push_back("expires in " + std::to_string((expiry - std::time(nullptr) + 30) / 60) + " minutes");
+            }
         return used;
-    }
-
-private:
-    static std::int64_t MinutesUntil(CAttributeTime time)
-    {
-        FILETIME now{};
-        GetSystemTimeAsFileTime(&now);
-        const auto ticks = static_cast<std::int64_t>((std::uint64_t{now.dwHighDateTime} << 32U) | now.dwLowDateTime);
-        constexpr std::int64_t kTicksPerMinute = 600'000'000;
-        return (time.GetTicks() - ticks + kTicksPerMinute / 2) / kTicksPerMinute;
     }
 };
 
@@ -122,24 +124,20 @@ TEST_P(SettingsOfAProcess, AreReadOnFirstUseAndKept)
     RegistryValues values;
     std::int32_t first = 0; // of the numbers that count
     const auto store = [&](Root root, const std::string& kind, std::int32_t number) {
-        for (std::uint32_t i = 0; i < std::size(kNames); ++i)
-            if (kind == "Numbers")
-                values.SetNumber(root, kNames[i], static_cast<std::uint32_t>(number) + i);
-            else if (kind == "Texts")
-                values.SetText(root, kNames[i], L"3000");
+        for (int i = 0; i < static_cast<int>(std::size(kNames)) && kind != "Nothing"; ++i)
+            values.Set(root, kNames[i], kind == "Numbers" ? Json::Value(number + i) : Json::Value("3000"));
         first = kind == "Numbers" ? number : first;
     };
     store(Root::Machine, std::get<0>(GetParam()), 1000);
     store(Root::User, std::get<1>(GetParam()), 2000);
     const auto number = [&](std::int32_t index, std::int32_t standard) { return std::to_string(first == 0 ? standard : first + index); };
-    std::vector<std::string> expected = {"Calling WinHttpSetTimeouts. CONN:" + number(0, 60000) + ", RES:" + number(1, 0) +
-                                             ", SEND:" + number(2, 60000) + ", RECV:" + number(3, 60000),
+    std::vector<std::string> expected = {number(0, 60000), number(1, 0), number(2, 60000), number(3, 60000),
                                          "server:8080 send=" + number(4, 300000) + " receive=" + number(3, 600000)};
     if (first != 0)
         expected.push_back("expires in " + std::to_string((first + 5) * 60) + " minutes");
     EXPECT_EQ(Used(), expected);
-    for (const wchar_t* name : kNames)
-        values.SetNumber(Root::User, name, 7);
+    for (const char* name : kNames)
+        values.Set(Root::User, name, 7);
     EXPECT_EQ(Used(), expected) << "a change is seen by the next process";
 }
 

@@ -11,22 +11,17 @@ namespace std
 using ::size_t;
 using int32_t = int;
 using int64_t = long long;
-using uint8_t = unsigned char;
 using uint16_t = unsigned short;
 using uint32_t = unsigned int;
 using uint64_t = unsigned long long;
-using intptr_t = long long;
-using uintptr_t = unsigned long long;
 
-template <class Element> class initializer_list
+template <class Element> struct initializer_list
 {
-public:
-    const Element* begin() const { return m_first; }
-    const Element* end() const { return m_last; }
+    const Element* begin() const;
+    const Element* end() const;
 
-private:
-    const Element* m_first = nullptr;
-    const Element* m_last = nullptr;
+    const Element* first;
+    size_t count;
 };
 
 template <class Element, size_t Count> struct array
@@ -38,10 +33,6 @@ template <class Element, size_t Count> struct array
 
 template <class Character> class basic_string
 {
-public:
-    basic_string();
-    basic_string(const basic_string&);
-    ~basic_string();
 };
 using string = basic_string<char>;
 using wstring = basic_string<wchar_t>;
@@ -49,15 +40,9 @@ using wstring = basic_string<wchar_t>;
 template <class Element> class list
 {
 };
-template <class Element> class vector
-{
-};
-
+template <class Element> class vector;
 template <class Object> class shared_ptr
 {
-public:
-    shared_ptr(const shared_ptr&);
-    ~shared_ptr();
 };
 template <class Object> class enable_shared_from_this
 {

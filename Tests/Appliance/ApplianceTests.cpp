@@ -185,9 +185,10 @@ TEST_F(ApplianceTest, MalformedRequestsAreRefusedAndHarmNobody)
                  {"POST /resume/upload/home/f", Multipart("", "x"), 400},
                  {"POST /resume/upload/home/f?resume_id=..%2f..%2fx", Multipart("", "x"), 400},
                  {"POST /share", "path=/home&target=x", 400},
-                 {"POST /nothing", "", 404},
+                 {"POST /share/more", "", 404},
                  {"GET /folders/home/f", "", 404}});
     EXPECT_EQ(user.Ask(put, Multipart(kCreate, "x"), {{"Content-Type", "multipart/form-data"}}).status, 400);
+    EXPECT_EQ(user.Ask(put, "", {{"Content-Type", "multipart/form-data; boundary=b"}}).status, 400);
     user.headers = {{"Cookie", "session_token=forged"}};
     EXPECT_EQ(user.Ask("GET /folders").ErrorId(), "6");
     EXPECT_EQ(user.Put("/home/f", Pattern(1'000'000)).ErrorId(), "6") << "the refusal reaches a client that sends all before it reads";

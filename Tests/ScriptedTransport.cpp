@@ -219,11 +219,6 @@ ScriptedClient::ScriptedClient() : m_api(CreateInstanceWithFactory(MakeScriptedT
     m_api->SetPort(8080);
 }
 
-ScriptedClient::~ScriptedClient()
-{
-    m_api->Release();
-}
-
 void ScriptedClient::Negotiate(const std::string& version, const std::string& mode)
 {
     script.replies = {{200, R"({"sync":{")" + version + R"(":{"path":"/sync"}},"audit":{"1":{"path":"/audit"}}})", 0, {}},

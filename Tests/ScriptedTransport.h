@@ -64,7 +64,7 @@ class ScriptedClient
 {
 public:
     ScriptedClient();
-    ~ScriptedClient();
+    ~ScriptedClient() { m_api->Release(); }
 
     ScriptedClient(const ScriptedClient&) = delete;
     ScriptedClient& operator=(const ScriptedClient&) = delete;

@@ -240,7 +240,7 @@ TEST_F(ApplianceTest, MovesOverwriteOnlyWhatTheyMay)
     auto expected = user.Put("/a/f", "from a").Item();
     ASSERT_EQ(user.Put("/b/f", "from b").status, 200);
     user.Expect({{"POST /folders/a/f", "operation=move&path=/b/f&overwrite=false", 409}, // there is one
-                 {"POST /folders/a", "operation=move&path=/b&overwrite=true", 409},      // a folder overwrites nothing
+                 {"POST /folders/a", "operation=move&path=/b/f&overwrite=true", 409},    // a folder overwrites nothing
                  {"POST /folders/b/f", "operation=move&path=/a&overwrite=true", 409},    // and is not overwritten
                  {"POST /folders/a", "operation=move&path=/a/sub&overwrite=true", 400},  // into itself
                  {"POST /folders/a/f", "operation=move&path=/b/f/g", 409},               // below a file

@@ -58,87 +58,71 @@ TEST(Settings, OfEachTypeAreRead)
     EXPECT_TRUE((Settings::ReadTextList(L"List") == std::vector<std::wstring>{L"one", L"two"}));
 }
 
-TEST(Settings, OfTheMappingsWaitAreReadOnEveryCall)
+// In the order in which `Used` tells them.
+constexpr const char* kNames[] = {"HTTPConnectionRequestTimeout", "HTTPNameResolutionTimeout",   "HTTPSendRequestTimeout",
+                                  "HTTPReceiveResponseTimeout",   "HTTPDeltaSendRequestTimeout", "UploadExpiry"};
+
+// What a connection, a delta's connection, a chunk and a question for the mappings make of the settings.
+std::string Used()
 {
-    RegistryValues values;
+    std::string used;
+    const auto session = std::make_shared<WinHttpSession>();
+    session->Initialise();
+    WinHttpConnection().Initialise(L"127.0.0.1", 1, session, 0, 0);
+    for (const auto option :
+         {WINHTTP_OPTION_CONNECT_TIMEOUT, WINHTTP_OPTION_RESOLVE_TIMEOUT, WINHTTP_OPTION_SEND_TIMEOUT, WINHTTP_OPTION_RECEIVE_TIMEOUT})
+    {
+        int timeout = -1;
+        DWORD length = sizeof timeout;
+        session->QueryOption(static_cast<DWORD>(option), &timeout, length);
+        used += std::to_string(timeout) + ", ";
+    }
     ScriptedClient client;
     client.Negotiate();
-    const auto asked = [&] {
-        client.script.requests.clear();
-        std::vector<CMapping*> mappings;
-        client->GetRemoteFolderMap(mappings);
-        return client.script.requests.at(0).at(0);
-    };
-    const std::string request = "GET /sync/folders?includeAll=true&timeout=";
-    EXPECT_EQ(asked(), request + "30 flags=0");
-    values.Set(Root::Machine, "OfflineMappointTimeout", 0xFFFFFFFF);
-    EXPECT_EQ(asked(), request + "-1 flags=0") << "passed on as it is";
-    values.Set(Root::User, "OfflineMappointTimeout", 0);
-    EXPECT_EQ(asked(), request + "0 flags=0");
+    Caller caller;
+    Upload(1)(client.Api(), caller);
+    used += client.script.connections.at(0);
+    Chunk(0, 9)(client.Api(), caller);
+    for (const std::string& step : client.script.requests.at(1))
+        if (const std::string header = "header qd_expiry: "; step.starts_with(header))
+        {
+            constexpr std::int64_t kFrom1601To1970 = 11'644'473'600;
+            const std::int64_t expiry = CAttributeTime(step.substr(header.size())).GetTicks() / 10'000'000 - kFrom1601To1970;
+            used += ", expires in " + std::to_string((expiry - std::time(nullptr) + 30) / 60) + " minutes";
+        }
+    std::vector<CMapping*> mappings;
+    client->GetRemoteFolderMap(mappings);
+    return used + ", " + client.script.requests.at(2).at(0);
 }
 
-// What a machine's and a user's administrator stored of the values that a process reads once: nothing, numbers, texts.
-using Stored = std::tuple<std::string, std::string>;
+// What a machine's and a user's administrator stored: nothing, numbers, texts.
+using SettingsOfAProcess = testing::TestWithParam<std::tuple<std::string, std::string>>;
 
-class SettingsOfAProcess : public testing::TestWithParam<Stored>
-{
-protected:
-    static constexpr const char* kNames[] = {"HTTPConnectionRequestTimeout", "HTTPNameResolutionTimeout",   "HTTPSendRequestTimeout",
-                                             "HTTPReceiveResponseTimeout",   "HTTPDeltaSendRequestTimeout", "UploadExpiry"};
-
-    // What a connection, a delta's connection and a chunk make of the values.
-    static std::vector<std::string> Used()
-    {
-        const auto session = std::make_shared<WinHttpSession>();
-        session->Initialise();
-        WinHttpConnection().Initialise(L"127.0.0.1", 1, session, 0, 0);
-        std::vector<std::string> used;
-        for (const auto option :
-             {WINHTTP_OPTION_CONNECT_TIMEOUT, WINHTTP_OPTION_RESOLVE_TIMEOUT, WINHTTP_OPTION_SEND_TIMEOUT, WINHTTP_OPTION_RECEIVE_TIMEOUT})
-        {
-            int timeout = -1;
-            DWORD length = sizeof timeout;
-            session->QueryOption(static_cast<DWORD>(option), &timeout, length);
-            used.push_back(std::to_string(timeout));
-        }
-
-        ScriptedClient client;
-        client.Negotiate();
-        Caller caller;
-        Upload(1)(client.Api(), caller);
-        used.push_back(client.script.connections.at(0));
-        Chunk(0, 9)(client.Api(), caller);
-        for (const std::string& step : client.script.requests.at(1))
-            if (const std::string header = "header qd_expiry: "; step.starts_with(header))
-            {
-                constexpr std::int64_t kFrom1601To1970 = 11'644'473'600;
-                const std::int64_t expiry = CAttributeTime(step.substr(header.size())).GetTicks() / 10'000'000 - kFrom1601To1970;
-                used.push_back("expires in " + std::to_string((expiry - std::time(nullptr) + 30) / 60) + " minutes");
-            }
-        return used;
-    }
-};
-
-TEST_P(SettingsOfAProcess, AreReadOnFirstUseAndKept)
+TEST_P(SettingsOfAProcess, AreReadOnFirstUseAndKeptButForTheMappingsWait)
 {
     RegistryValues values;
+    const std::string wait = "OfflineMappointTimeout";
     std::int32_t first = 0; // of the numbers that count
     const auto store = [&](Root root, const std::string& kind, std::int32_t number) {
-        for (int i = 0; i < static_cast<int>(std::size(kNames)) && kind != "Nothing"; ++i)
+        if (kind == "Nothing")
+            return;
+        values.Set(root, wait, kind == "Numbers" ? Json::Value(number - 1) : Json::Value("3000"));
+        for (int i = 0; i < static_cast<int>(std::size(kNames)); ++i)
             values.Set(root, kNames[i], kind == "Numbers" ? Json::Value(number + i) : Json::Value("3000"));
         first = kind == "Numbers" ? number : first;
     };
     store(Root::Machine, std::get<0>(GetParam()), 1000);
     store(Root::User, std::get<1>(GetParam()), 2000);
     const auto number = [&](std::int32_t index, std::int32_t standard) { return std::to_string(first == 0 ? standard : first + index); };
-    std::vector<std::string> expected = {number(0, 60000), number(1, 0), number(2, 60000), number(3, 60000),
-                                         "server:8080 send=" + number(4, 300000) + " receive=" + number(3, 600000)};
-    if (first != 0)
-        expected.push_back("expires in " + std::to_string((first + 5) * 60) + " minutes");
-    EXPECT_EQ(Used(), expected);
-    for (const char* name : kNames)
+    const std::string kept = number(0, 60000) + ", " + number(1, 0) + ", " + number(2, 60000) + ", " + number(3, 60000) +
+                             ", server:8080 send=" + number(4, 300000) + " receive=" + number(3, 600000) +
+                             (first == 0 ? "" : ", expires in " + std::to_string((first + 5) * 60) + " minutes");
+    const std::string asked = ", GET /sync/folders?includeAll=true&timeout=";
+    EXPECT_EQ(Used(), kept + asked + number(-1, 30) + " flags=0");
+    for (const std::string name : kNames)
         values.Set(Root::User, name, 7);
-    EXPECT_EQ(Used(), expected) << "a change is seen by the next process";
+    values.Set(Root::User, wait, 0xFFFFFFFF);
+    EXPECT_EQ(Used(), kept + asked + "-1 flags=0") << "the mappings' wait is read on each call, the others by the next process";
 }
 
 const auto kKinds = testing::Values("Nothing", "Numbers", "Texts");

@@ -111,25 +111,24 @@ public:
 class ApplianceTest : public testing::Test
 {
 protected:
-    ApplianceTest() { Start(); }
-
-    void Start()
+    std::unique_ptr<Appliance> Start()
     {
         ApplianceParts::Options options;
         options.root = folder / "root";
-        appliance = std::make_unique<Appliance>(options, output);
-        appliance->Start();
+        auto started = std::make_unique<Appliance>(options, output);
+        started->Start();
+        return started;
     }
 
     const TemporaryFolder folder;
     std::ostringstream output;
-    std::unique_ptr<Appliance> appliance;
+    std::unique_ptr<Appliance> appliance = Start();
+    User user{*appliance};
 };
 
 TEST_F(ApplianceTest, NothingLeadsOutOfTheRoot)
 {
     static_cast<void>(folder.Write("secret", "secret"));
-    User user(*appliance);
     Texts paths = {"/../secret",
                    "/%2e%2e/secret",
                    "/home/..%2f..%2fsecret",
@@ -163,7 +162,6 @@ TEST_F(ApplianceTest, NothingLeadsOutOfTheRoot)
 
 TEST_F(ApplianceTest, MalformedRequestsAreRefusedAndHarmNobody)
 {
-    User user(*appliance);
     const std::string put = "POST /folders/home/f";
     const std::string part = "--{B}\r\nContent-Disposition: form-data; name=";
     const std::string file = part + "\"f\"; filename=\"f\"\r\n\r\nx\r\n";
@@ -196,7 +194,6 @@ TEST_F(ApplianceTest, MalformedRequestsAreRefusedAndHarmNobody)
 
 TEST_F(ApplianceTest, ContentChangesWhollyOrNotAtAll)
 {
-    User user(*appliance);
     const auto first = user.Put("/home/f", "old content").Item();
     ASSERT_EQ(first["size"], 11);
 
@@ -219,7 +216,6 @@ TEST_F(ApplianceTest, ContentChangesWhollyOrNotAtAll)
 
 TEST_F(ApplianceTest, RangesEndWhereTheFileEnds)
 {
-    User user(*appliance);
     const auto content = Pattern(200'000);
     ASSERT_EQ(user.Put("/home/f", content).status, 200);
     const std::map<std::string, std::string> cases = {{"skip=65535&count=65538", content.substr(65535, 65538)},
@@ -235,7 +231,6 @@ TEST_F(ApplianceTest, RangesEndWhereTheFileEnds)
 
 TEST_F(ApplianceTest, MovesOverwriteOnlyWhatTheyMay)
 {
-    User user(*appliance);
     user.Expect({{"POST /folders", "operation=create&name=a", 200}, {"POST /folders", "operation=create&name=b", 200}});
     auto expected = user.Put("/a/f", "from a").Item();
     ASSERT_EQ(user.Put("/b/f", "from b").status, 200);
@@ -249,16 +244,15 @@ TEST_F(ApplianceTest, MovesOverwriteOnlyWhatTheyMay)
                  {"POST /folders/b", "operation=update&path=c", 200}});
 
     // What was recorded has moved along, and is still there after a restart, behind a record that was cut off.
-    appliance.reset();
+    appliance = nullptr;
     std::ofstream(folder / "root/.quendra-appliance/items.jsonl", std::ios::app | std::ios::binary) << "{\"set\":\"/c/f\",\"rev";
-    Start();
+    appliance = Start();
     expected["orca_path"] = "/c/f";
     EXPECT_EQ(User(*appliance).Ask("GET /folders/c/f").Item(), expected);
 }
 
 TEST_F(ApplianceTest, RefusedChunksAndDeltasLeaveNothing)
 {
-    User user(*appliance);
     const std::string id = "?resume_id=0F8FAD5B-D9CB-469F-A165-70867728950E";
     const std::string path = "/home/f" + id;
     ASSERT_EQ(user.Chunk(path, 10, 0, "12345", "qd_start"), 200);
@@ -283,7 +277,6 @@ TEST_F(ApplianceTest, RefusedChunksAndDeltasLeaveNothing)
 
 TEST_F(ApplianceTest, TheFeedLosesNothingAndEndsWithTheServer)
 {
-    User user(*appliance);
     User other(*appliance);
     // A reader that hangs up leaves the actions to the session's next one.
     User quitter(*appliance);
@@ -307,26 +300,26 @@ TEST_F(ApplianceTest, TheFeedLosesNothingAndEndsWithTheServer)
 TEST_F(ApplianceTest, ManySessionsAtOnceSeeWholeItems)
 {
     const auto use = [this](int index) {
-        User user(*appliance);
+        User client(*appliance);
         const auto own = "/own" + std::to_string(index);
         const auto content = Pattern(50'000 + static_cast<std::size_t>(index));
         for (int round = 0; round < 15; ++round)
         {
-            user.Expect({{"POST /folders/home/shared", Multipart(kCreate, std::string(30'000, static_cast<char>('a' + index))), 200},
-                         {"POST /folders/home" + own, Multipart(kCreate, content), 200}});
-            const auto read = user.Content("/home/shared");
+            client.Expect({{"POST /folders/home/shared", Multipart(kCreate, std::string(30'000, static_cast<char>('a' + index))), 200},
+                           {"POST /folders/home" + own, Multipart(kCreate, content), 200}});
+            const auto read = client.Content("/home/shared");
             EXPECT_TRUE(read == std::string(30'000, read.front())) << "the shared file is torn";
-            EXPECT_TRUE(user.Content("/home" + own) == content) << "the own file is another's";
-            user.Expect({{"POST /folders/home" + own, "operation=move&path=" + own, 200},
-                         {"GET /folders?type=all", "", 200},
-                         {"DELETE /folders" + own, "", 200}});
+            EXPECT_TRUE(client.Content("/home" + own) == content) << "the own file is another's";
+            client.Expect({{"POST /folders/home" + own, "operation=move&path=" + own, 200},
+                           {"GET /folders?type=all", "", 200},
+                           {"DELETE /folders" + own, "", 200}});
         }
     };
     std::vector<std::future<void>> users;
     for (int index = 0; index < 6; ++index)
         users.push_back(std::async(std::launch::async, use, index));
     users.clear();
-    EXPECT_EQ(User(*appliance).Ask("GET /folders/home?type=all").json["contents"].size(), 1U);
+    EXPECT_EQ(user.Ask("GET /folders/home?type=all").json["contents"].size(), 1U);
 }
 
 TEST(HeaderMenderTest, LineEndsComeOutAsTheStandardHasThem)

@@ -138,6 +138,8 @@ TEST_F(ApplianceTest, NothingLeadsOutOfTheRoot)
                    "/home%00/x",
                    "/%c0%ae%c0%ae/secret",
                    "/%ed%a0%80",
+                   "/%e0%80%af",
+                   "/%e2%82",
                    "/%",
                    "/%4"};
     paths.push_back("/" + std::string(5000, 'a'));

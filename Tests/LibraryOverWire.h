@@ -11,14 +11,23 @@
 #include <functional>
 #include <string>
 
-// A server with one API version; tests say what else it answers.
+// A server with one API version, which is a legacy one where that is 1.0; tests say what else it answers.
 inline std::string AnswerHandshake(const std::string& request, const std::string& version = "1.3")
 {
     if (request.starts_with("GET /endpoints "))
         return HttpReply(200, R"({"sync":{")" + version + R"(":{"path":"/sync"}},"audit":{"1":{"path":"/audit"}}})");
     if (request.starts_with("GET /sync/init "))
-        return HttpReply(200, R"({"device_token_auth":true})");
+        return HttpReply(200, version == "1.0" ? R"({"device_token_auth":false})" : R"({"device_token_auth":true})");
     return {};
+}
+
+// Shakes hands, and gives every other request the one reply.
+inline RawServer::Script AnswerAll(const std::string& reply, const std::string& version = "1.3")
+{
+    return AnswerEach([=](const std::string& request) {
+        const std::string handshake = AnswerHandshake(request, version);
+        return handshake.empty() ? HttpReply(200, reply) : handshake;
+    });
 }
 
 // What the request's Content-Length announces.

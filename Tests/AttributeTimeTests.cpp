@@ -20,45 +20,34 @@ TEST(AttributeTimeTests, ReadsServerTexts)
     const std::pair<std::string, std::int64_t> cases[] = {
         // The fraction: always in ticks, whatever its length.
         {"2015-03-02T10:20:30.1234567Z", kMarch2015 + 1234567},
-        {"2015-03-02T10:20:30.5Z", kMarch2015 + 5000000},
         {"2015-03-02T10:20:30.Z", kMarch2015},
         {"2015-03-02T10:20:30.123456789Z", kMarch2015 + 1234567},
         // The end of the text.
         {"2015-03-02T10:20:30.5", kMarch2015 + 5000000},
         {"2015-03-02T10:20:30.5ZZ", kMarch2015 + 5000000},
         {"2015-03-02T10:20:30.5+01:00", kMarch2015 + 5}, // anything else there ends the digits, and is not understood
-        {"2015-03-02T10:20:30.5z", kMarch2015 + 5},
         {std::string("2015-03-02T10:20:30.5Z\0junk", 27), kMarch2015 + 5000000},
         // Edges of the scale and of the calendar.
         {"1601-01-01T00:00:00.0000001Z", 1},
-        {"1900-02-28T00:00:00.0Z", 94404960000000000},
         {"1969-12-31T23:59:59.9999999Z", 116444735999999999},
         {"2000-02-29T12:00:00.0Z", 125962992000000000},
         {"9999-12-31T23:59:59.9999999Z", 2650467743999999999},
         {"30827-12-31T23:59:59.9999999Z", 9223149887999999999},
         // Impossible dates count as the start of the scale; of the fraction, what is below the millisecond stays.
         {"2015-13-02T10:20:30.5Z", 0},
-        {"2015-00-02T10:20:30.5Z", 0},
         {"2015-02-30T10:20:30.1234567Z", 4567},
-        {"2016-04-31T10:20:30.5Z", 0},
         {"2015-03-02T24:20:30.5Z", 0},
         {"2015-03-02T10:60:30.5Z", 0},
         {"2015-03-02T10:20:60.5Z", 0},
         {"1600-12-31T10:20:30.5Z", 0},
-        {"0-0-0T0:0:0.0", 0},
         // Numbers as the C library reads them: any width, white space before them, signs.
         {"2015-3-2T10:20:30.5Z", kMarch2015 + 5000000},
-        {"0002015-0003-02T10:20:30.5Z", kMarch2015 + 5000000},
         {" \t\n2015- 03-\v02T\f10: 20:\r30. 5Z", kMarch2015 + 5000000},
         {"+2015-+3-+2T+10:+20:+30.+5Z", kMarch2015 + 500000}, // the fraction's sign is one of its seven characters
         {"-2015-03-02T10:20:30.5Z", 0},
-        {"2015--3-02T10:20:30.5Z", 0},
         // Calendar fields have 16 bits.
         {"67551-03-02T10:20:30.5Z", kMarch2015 + 5000000},
-        {"2147483647-03-02T10:20:30.5Z", 0},
         {"99999999999999999999999999999999-03-02T10:20:30.5Z", 0},
-        {"2015-03-02T10:20:" + std::string(100000, '9') + ".5Z", 0},
-        {"2015-03-02T10:20:" + std::string(100000, '0') + "30.5Z", kMarch2015 + 5000000},
         {"2015-03-02T10:20:30." + std::string(100000, '5'), kMarch2015 + 5555555},
     };
     TraceCapture trace;

@@ -25,8 +25,8 @@ const Change kChanges[] = {
     Set(&I::SetSize, -1),
     Set(&I::SetExtendedValue, 7),
     Set(&I::SetAttributes, 0x21U),
-    Set(&I::SetReadOnly, 1U),
-    Set(&I::SetFolderReadOnly, 1U),
+    Set(&I::SetReadOnly, 3U),
+    Set(&I::SetFolderReadOnly, 3U),
     Set(&I::SetRevision, "R1"),
     Set(&I::SetRevision, "r1"),
     Set(&I::SetName, L"NAME"),
@@ -63,6 +63,7 @@ TEST(AttributesTests, EveryFieldIsComparedCopiedAndReset)
     for (const Change& change : kChanges)
     {
         CServerAttributes one;
+        CServerAttributes others;
         change(one);
         change(all);
         for (const Change& other : kChanges)
@@ -70,13 +71,15 @@ TEST(AttributesTests, EveryFieldIsComparedCopiedAndReset)
             CServerAttributes another;
             other(another);
             EXPECT_EQ(one.IsEqual(another), &change == &other);
+            if (&change != &other)
+                other(others);
         }
+        EXPECT_EQ(others.HasTimes(), &change >= &kChanges[4]) << "all four are there, or none is";
         EXPECT_FALSE(one.IsEqual(CServerAttributes()) || CServerAttributes().IsEqual(one));
 
         EXPECT_TRUE(CServerAttributes(one).IsEqual(one));
-        CServerAttributes assigned(all);
-        assigned = one;
-        EXPECT_TRUE(assigned.IsEqual(one));
+        others = one;
+        EXPECT_TRUE(others.IsEqual(one));
 
         one.Reset();
         EXPECT_TRUE(one.IsEqual(CServerAttributes()));
@@ -91,47 +94,14 @@ TEST(AttributesTests, EveryFieldIsComparedCopiedAndReset)
     all.ClearExtendedValue();
     all.ClearAlternatePath();
     all.ClearName();
-    EXPECT_EQ(Has(all), "nnnnnnyy");
-}
-
-TEST(AttributesTests, TimesAreThereWhenAllFourAre)
-{
-    for (std::size_t missing = 0; missing < 4; ++missing)
-    {
-        CServerAttributes record;
-        for (std::size_t index = 0; index < 4; ++index)
-            if (index != missing)
-                kChanges[index](record);
-        EXPECT_FALSE(record.HasTimes());
-    }
-}
-
-TEST(AttributesTests, NamesLoseTheirTrailingSlashes)
-{
-    for (const auto& [name, expected] : {std::pair{L"///", L""}, {L"/a/b/", L"/a/b"}, {L"/a//", L"/a"}, {L"a/\\", L"a/\\"}})
-    {
-        CServerAttributes record;
-        record.SetName(name);
-        EXPECT_EQ(record.GetName(), expected);
-        EXPECT_EQ(record.HasName(), *expected != L'\0');
-    }
-}
-
-TEST(AttributesTests, FlagsTakeTheLowestBitAndFolderReplacesAllBits)
-{
-    CServerAttributes record;
-    for (const std::uint32_t value : {3U, 2U})
-    {
-        record.SetReadOnly(value);
-        EXPECT_EQ(record.IsReadOnly(), value % 2 != 0);
-        record.SetFolderReadOnly(value);
-        EXPECT_EQ(record.IsFolderReadOnly(), value % 2 != 0);
-    }
-    record.SetAttributes(0x21);
-    record.SetDirectory(2);
-    EXPECT_EQ(record.GetAttributes(), 0x10U);
-    record.SetDirectory(0);
-    EXPECT_EQ(record.GetAttributes(), 0x80U);
+    all.SetReadOnly(2); // the lowest bit counts
+    all.SetFolderReadOnly(2);
+    EXPECT_EQ(Has(all), "nnnnnnnn");
+    all.SetAttributes(0x21);
+    all.SetDirectory(2);
+    EXPECT_EQ(all.GetAttributes(), 0x10U) << "all bits are replaced";
+    all.SetDirectory(0);
+    EXPECT_EQ(all.GetAttributes(), 0x80U);
 }
 
 TEST(AttributesTests, CopiesTakeTheRevisionFromTheVirtualGetterAndNoOwner)

@@ -3,7 +3,6 @@
 /// @file
 /// What the suites of the reply parsers share: replies from texts, records as texts.
 
-#include "Attributes.h"
 #include "JsonLibrary.h"
 #include "Mapping.h"
 #include "NotificationAction.h"
@@ -42,17 +41,6 @@ template <typename List> struct Owned : List
 };
 using Actions = Owned<std::list<CNotificationAction*>>;
 using Mappings = Owned<std::vector<CMapping*>>;
-
-/// A record on one line: revision, name, attribute bits, size, creation, access, write and change time, `r` for read-only, `f` for
-/// a folder that is.
-inline std::string Describe(const IServerAttributes& record)
-{
-    const auto time = [](CAttributeTime value) { return ' ' + ToNarrow(value.ToString()); };
-    return '\'' + record.GetRevision() + "' '" + ToNarrow(record.GetName()) + "' " + record.GetAttributesStringA() + ' ' +
-           std::to_string(record.GetSize()) + time(record.GetCreationTime()) + time(record.GetLastAccessTime()) +
-           time(record.GetLastWriteTime()) + time(record.GetChangeTime()) + (record.IsReadOnly() ? " r" : " -") +
-           (record.IsFolderReadOnly() ? "f" : "-");
-}
 
 /// An action on one line: type, value, second value.
 inline std::string Describe(const CNotificationAction& action)

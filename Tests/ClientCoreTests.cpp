@@ -13,17 +13,6 @@ namespace
 
 using Texts = std::vector<std::string>;
 
-class Client
-{
-public:
-    CNativeHttp* operator->() { return &m_client; }
-
-    Script script;
-
-private:
-    CNativeHttp m_client{MakeScriptedTransport(script), L"device"};
-};
-
 TEST(ClientSettings, ServerNamesAreTakenApartAtTheSchemeOnly)
 {
     const struct
@@ -43,7 +32,7 @@ TEST(ClientSettings, ServerNamesAreTakenApartAtTheSchemeOnly)
     for (const auto& [server, name, isSecure] : cases)
     {
         SCOPED_TRACE(server);
-        Client client;
+        ScriptedClient client;
         TraceCapture trace;
         EXPECT_EQ(client->SetServer(server), 0U);
         EXPECT_EQ(client->SetPort(443), 0U);
@@ -58,14 +47,13 @@ TEST(ClientSettings, ServerNamesAreTakenApartAtTheSchemeOnly)
 
 TEST(ClientSettings, AccessorsAreNotTraced)
 {
-    Client client;
-    TraceCapture trace;
+    ScriptedClient client;
     EXPECT_EQ(client->SetServer(nullptr), 87U);
-    trace.Clear();
+    TraceCapture trace;
     EXPECT_EQ(client->SetDeviceName(nullptr), 87U);
     EXPECT_EQ(client->SetClientTag(nullptr), 87U);
     EXPECT_EQ(client->SetClientTag("tag"), 0U);
-    EXPECT_EQ(client->GetClientTag(), "tag");
+    EXPECT_EQ(dynamic_cast<CNativeHttp&>(client.Api()).GetClientTag(), "tag");
     EXPECT_EQ(client->SetDeviceName(L"other"), 0U);
     EXPECT_EQ(client->ReservedNoOp(), 0U);
     EXPECT_EQ(CNativeHttp::AddRevision("?", ""), "");
@@ -156,13 +144,14 @@ TEST(ClientCodes, RefusalsMapToTheirErrorIdOrTheirStatus)
 
 TEST(ClientCodes, AnInvalidSessionAsksForARepetitionWhenTheTokenChanged)
 {
-    Client client;
-    client->SetSessionToken(L"current");
+    Script script;
+    CNativeHttp client(MakeScriptedTransport(script), L"device");
+    client.SetSessionToken(L"current");
     std::string invalid = R"({"errorId":"6"})";
     TraceCapture trace;
-    EXPECT_EQ(client->MapHttpErrorWithTokenCheck(403, AsReply(invalid), L"old"), 20006U);
-    EXPECT_EQ(client->MapHttpErrorWithTokenCheck(401, {}, L"old"), 20401U);
-    EXPECT_EQ(client->MapHttpErrorWithTokenCheck(401, AsReply(invalid), L"Current"), 1237U);
+    EXPECT_EQ(client.MapHttpErrorWithTokenCheck(403, AsReply(invalid), L"old"), 20006U);
+    EXPECT_EQ(client.MapHttpErrorWithTokenCheck(401, {}, L"old"), 20401U);
+    EXPECT_EQ(client.MapHttpErrorWithTokenCheck(401, AsReply(invalid), L"Current"), 1237U);
     EXPECT_EQ(trace.Messages(EVT_INFO),
               (Texts{"OriginalSession [Current] CurrentSession [current]",
                      "HTTP_STATUS_DENIED received but session token has changed. Retry required with new token"}));

@@ -74,13 +74,6 @@ public:
         return m_api->Init(mode, value);
     }
 
-    ResultCode LogIn() const
-    {
-        std::wstring policy;
-        std::uint32_t value = 0;
-        return m_api->Login(L"\x43f\xe9 &", L"p=1", L"", L"host", policy, value, {1, 2}, {});
-    }
-
 private:
     IQuendraHttpAPI* m_api;
 };

@@ -284,13 +284,13 @@ TEST(OperationRequests, ForAListingAreCancelledBeforeTheyAreSentAndNotLater)
     const CancelEvent cancel{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
     TraceCapture trace;
     Outputs outputs;
-    EXPECT_EQ(client->GetPathListing(L"/d", outputs.children, outputs.item, &cancel), 1223U);
+    EXPECT_EQ(client->GetPathListing(L"/d", outputs.children, outputs, &cancel), 1223U);
     EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>{"Listing cancelled"});
     EXPECT_EQ(client.script.requests.at(0).size(), 1U) << "opened, not sent";
 
     ResetEvent(cancel.event);
     client.script.replies = {{200, kItem, 0, [&] { SetEvent(cancel.event); }}};
-    EXPECT_EQ(client->GetPathListing(L"/d", outputs.children, outputs.item, &cancel), 0U);
+    EXPECT_EQ(client->GetPathListing(L"/d", outputs.children, outputs, &cancel), 0U);
     CloseHandle(cancel.event);
 }
 

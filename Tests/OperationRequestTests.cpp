@@ -96,7 +96,7 @@ TEST(OperationRequests, ANameMayBeLong)
     const Library library(server);
     ASSERT_EQ(library.ShakeHands(), 0U);
     Outputs outputs;
-    EXPECT_EQ(library->GetPathAttributes(L"/" + ToWide(name), outputs.item), 0U);
+    EXPECT_EQ(library->GetPathAttributes(L"/" + ToWide(name), outputs), 0U);
     EXPECT_TRUE(outputs.Told() == name);
     EXPECT_TRUE(server.Requests().back().starts_with("GET /sync/folders/" + name + " HTTP/1.1\r\n"));
 }

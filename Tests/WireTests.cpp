@@ -1,15 +1,15 @@
 // The library over its own transport against a loopback server that records bytes: what goes over the wire, and what becomes of
 // every kind of answer.
 
-#include "Attributes.h"
 #include "LibraryOverWire.h"
-#include "TextConversion.h"
+#include "Operations.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 #include <thread>
 
 namespace
@@ -24,9 +24,9 @@ TEST(Wire, HandshakeAndLoginGoOutWhole)
 {
     RawServer server(AnswerAll(R"({"session_token":"abc"})"));
     const Library library(server);
-    ASSERT_EQ(library.LogIn(), 0U);
-    std::wstring build;
-    EXPECT_EQ(library->Version(build), 12004U);
+    Outputs outputs;
+    ASSERT_EQ(LogIn()(library.Api(), outputs), 0U);
+    EXPECT_EQ(library->Version(outputs.text), 12004U);
 
     const std::vector<std::string> requests = server.Requests();
     ASSERT_EQ(requests.size(), 4U);
@@ -100,11 +100,11 @@ TEST(Wire, ATokenInThePathGoesOutEscaped)
     const Library library(server);
     ASSERT_EQ(library.ShakeHands(), 0U);
     library->SetSessionToken(ToWide("t \xC3\xA9\xF0\x9F\x98\x80"));
-    std::shared_ptr<IServerAttributes> item;
-    EXPECT_EQ(library->GetPathAttributes(L"/a", item), 13U);
+    Outputs outputs;
+    EXPECT_EQ(library->GetPathAttributes(L"/a", outputs), 13U);
     EXPECT_EQ(FirstLine(server.Requests().back()), "GET /api/t%20%C3%A9%F0%9F%98%80/folders/a HTTP/1.1");
     library->SetSessionToken(L"t\r\nHost: other");
-    EXPECT_EQ(library->GetPathAttributes(L"/a", item), 87U);
+    EXPECT_EQ(library->GetPathAttributes(L"/a", outputs), 87U);
 }
 
 TEST(Wire, ThreadsShareOneClient)
@@ -118,34 +118,26 @@ TEST(Wire, ThreadsShareOneClient)
         return request.starts_with("GET /sync/version ") ? HttpReply(200, R"({"build_number":"7"})") : HttpReply(401, R"({"errorId":"6"})");
     }));
     const Library library(server);
-    constexpr int kRounds = 20;
-    const auto repeat = [](const auto& operation) {
-        return std::thread([operation] {
-            for (int i = 0; i < kRounds; ++i)
-                operation();
-        });
+    const std::pair<Operation, std::set<ResultCode>> callers[] = {
+        {LogIn(), {0}},
+        {Call(&Api::Version), {0, 20401, 20006}}, // before the handshake the path is another
+        {List(L"/a"), {20006, 1237, 12017, 6, 8, 12019}},
+        {Call(&Api::CloseRequestHandle, L"/a"), {0}},
+        {Call(&Api::SetServer, "http://127.0.0.1"), {0}},
+        {Call(&Api::SetDeviceName, L"another"), {0}},
+        {[](Api& api, Outputs&) { return ResultCode{api.IsApiVersionAtLeast13()}; }, {0, 1}},
     };
+    constexpr int kRounds = 20;
     std::vector<std::thread> threads;
-    threads.push_back(repeat([&] { EXPECT_EQ(library.LogIn(), 0U); }));
-    threads.push_back(repeat([&] {
-        std::wstring build;
-        const ResultCode code = library->Version(build);
-        EXPECT_TRUE(code == 0 || code == 20401 || code == 20006) << code; // before the handshake the path is another
-    }));
-    threads.push_back(repeat([&] {
-        ServerItemList children;
-        std::shared_ptr<IServerAttributes> folder;
-        const ResultCode code = library->GetPathListing(L"/a", children, folder, nullptr);
-        EXPECT_TRUE(code == 20006 || code == 1237 || code == 12017 || code == 6 || code == 8 || code == 12019) << code;
-    }));
-    threads.push_back(repeat([&] { library->CloseRequestHandle(L"/a"); }));
-    threads.push_back(repeat([&] {
-        library->SetServer("http://127.0.0.1");
-        library->SetDeviceName(L"another");
-        std::wstring token;
-        library->GetSessionToken(token);
-        library->IsApiVersionAtLeast13();
-    }));
+    for (const auto& [run, expected] : callers)
+        threads.emplace_back([&library, &run = run, &expected = expected] {
+            for (int i = 0; i < kRounds; ++i)
+            {
+                Outputs outputs;
+                const ResultCode code = run(library.Api(), outputs);
+                EXPECT_TRUE(expected.contains(code)) << code;
+            }
+        });
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(logins, kRounds);

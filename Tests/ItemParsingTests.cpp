@@ -183,12 +183,6 @@ TEST(ItemExtractionTests, OneParseGivesTheReplysItemsAndTheReplyAsAnItem)
     const std::string a = "{" + item("a") + "}";
     const std::string b = "{" + item("b") + "}";
     const std::string negative = R"("attributes":-1,"size":7,)" + kTimes;
-    const auto nested = [](const std::string& open) {
-        std::string text;
-        for (int level = 0; level < 10000; ++level)
-            text += open;
-        return text;
-    };
     const std::pair<std::string, std::string> cases[] = {
         {"{" + item("d") + R"(,"contents":[)" + a + "," + b + "]}", "a b in d"},
         {"{" + item("d") + R"(,"contents":[]})", "in d"},
@@ -203,7 +197,6 @@ TEST(ItemExtractionTests, OneParseGivesTheReplysItemsAndTheReplyAsAnItem)
         {R"([{"contents":[)" + a + "]},{\"document_info\":" + b + "}]", "a b "},
         {"{}", ""},
         {"null", ""},
-        {"", ""},
         {"<html>", ""},
         {std::string("\0\0\0", 3), ""},
         // What the JSON library throws ends the extraction.
@@ -211,8 +204,7 @@ TEST(ItemExtractionTests, OneParseGivesTheReplysItemsAndTheReplyAsAnItem)
         {R"({"contents":[)" + a + "]," + negative + "}", "a thrown"},
         {R"({"contents":5,)" + kRest + "}", "thrown"},
         {"5", "thrown"},
-        {nested("["), "thrown"},
-        {nested("{\"contents\":"), "thrown"},
+        {std::string(10000, '['), "thrown"},
     };
     for (const auto& [reply, expected] : cases)
     {

@@ -14,29 +14,30 @@
 namespace
 {
 
-const std::map<std::string, Operation> kOperations =
-    {
-        {"handshake",
-         [](Api& api, Outputs&) {
+ResultCode ShakeHands(Api& api, Outputs&)
+{
     std::uint32_t mode = 0;
     std::uint32_t value = 0;
     return api.Init(mode, value);
-         }},
-        {"create", Call(&Api::CreateFolder, L"/d/new")},
-        {"get", Call(&Api::GetPathAttributes, L"/a")},
-        {"set", Call(&Api::SetPathAttributes, L"/a", MakeItem(""))},
-        {"delete", Call(&Api::DeletePath, L"/a", MakeItem("4"))},
-        {"rename", Call(&Api::RenamePath, L"/x/a", L"/x/b", 0U)},
-        {"move", Call(&Api::RenamePath, L"/x/a", L"/y/a", 1U)},
-        {"list", List(L"/d")},
-        {"changes", Call(&Api::GetChanges)},
-        {"mappings", Call(&Api::GetRemoteFolderMap)},
-        {"share", Call(&Api::GenerateLink, std::make_shared<ShareRequest>())},
-        {"audit", Call(&Api::PublishSyncStats, "x")},
-        {"wipe", Call(&Api::AcknowledgeRemoteWipe, L"ann", L"id")},
-        {"version", Call(&Api::Version)},
-        {"login", LogIn()},
-        {"register", Call(&Api::Register, L"ann", L"host")},
+}
+
+const std::map<std::string, Operation> kOperations = {
+    {"handshake", ShakeHands},
+    {"create", Call(&Api::CreateFolder, L"/d/new")},
+    {"get", Call(&Api::GetPathAttributes, L"/a")},
+    {"set", Call(&Api::SetPathAttributes, L"/a", MakeItem(""))},
+    {"delete", Call(&Api::DeletePath, L"/a", MakeItem("4"))},
+    {"rename", Call(&Api::RenamePath, L"/x/a", L"/x/b", 0U)},
+    {"move", Call(&Api::RenamePath, L"/x/a", L"/y/a", 1U)},
+    {"list", List(L"/d")},
+    {"changes", Call(&Api::GetChanges)},
+    {"mappings", Call(&Api::GetRemoteFolderMap)},
+    {"share", Call(&Api::GenerateLink, std::make_shared<ShareRequest>())},
+    {"audit", Call(&Api::PublishSyncStats, "x")},
+    {"wipe", Call(&Api::AcknowledgeRemoteWipe, L"ann", L"id")},
+    {"version", Call(&Api::Version)},
+    {"login", LogIn()},
+    {"register", Call(&Api::Register, L"ann", L"host")},
 };
 
 const std::string kRest =
@@ -167,7 +168,8 @@ void Break(ScriptedClient& client, const std::string& what, int request)
         {"no body", {200, std::nullopt, 0, {}}},
         {"created", {201, kItem, 0, {}}},
         {"old session", {401, R"({"errorId":"6"})", 0, {}}},
-        {"changed session", {401, R"({"errorId":"6"})", 0, [&] { client->SetSessionToken(L"new"); }}},
+        {"changed session", {401, R"({"errorId":"6"})", 0, [&] { client->SetSessionToken(L"OLD"); }}},
+        {"changed session, forbidden", {403, R"({"errorId":"6"})", 0, [&] { client->SetSessionToken(L"OLD"); }}},
     };
     if (what == "connection")
         client.script.connectionFailure = {request, 0x80070006, 6};
@@ -196,16 +198,19 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
         {"created", "20201 GetHTTPStatus shows failure, code: 201"}, // is no success
         {"old session", "20006 GetHTTPStatus shows failure, code: 401"},
         {"changed session", "20006 GetHTTPStatus shows failure, code: 401"},
+        {"changed session, forbidden", "20006 GetHTTPStatus shows failure, code: 403"},
     };
     const std::map<std::string, std::string> departures = {
         {"handshake: no body", "8 Received a NULL response buffer."},
-        {"login: changed session", "20006 |new GetHTTPStatus shows failure, code: 401"},
+        {"login: changed session", "20006 |OLD GetHTTPStatus shows failure, code: 401"},
+        {"login: changed session, forbidden", "20006 |OLD GetHTTPStatus shows failure, code: 403"},
         {"delete: breaks", "20009 GetResponse failed, error code: 12030"},
         {"list: changed session", "1237 GetHTTPStatus shows failure, code: 401"},
         {"changes: breaks", "12030 ERROR: GetResponse failed, error code: 12030"},
         {"changes: no body", "0"},
         {"changes: created", "20201 ERROR: GetHTTPStatus shows failure, code: 201"},
         {"changes: old session", "20006 ERROR: GetHTTPStatus shows failure, code: 401"},
+        {"changes: changed session, forbidden", "20006 ERROR: GetHTTPStatus shows failure, code: 403"},
         {"changes: changed session", "1237 ERROR: GetHTTPStatus shows failure, code: 401"},
         {"mappings: request", "12018 WinHttpRequest failed to initialise, error code: 0x80072ef2"},
         {"mappings: breaks", "12030 GetResponse failed, error code: 0x2efe"},
@@ -215,6 +220,7 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
         {"wipe: no body", "0"},
         {"wipe: created", "201 GetHTTPStatus shows failure, code: 201"},
         {"wipe: old session", "401 GetHTTPStatus shows failure, code: 401"},
+        {"wipe: changed session, forbidden", "403 GetHTTPStatus shows failure, code: 403"},
         {"wipe: changed session", "401 GetHTTPStatus shows failure, code: 401"},
         {"register: no body", "0"},
     };
@@ -241,6 +247,9 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
             }
             EXPECT_EQ(ended, departures.contains(what) ? departures.at(what) : ruling);
             EXPECT_EQ(trace.Has(EVT_INFO, "There are no notifications."), what == "changes: no body");
+            const std::string newToken = "HTTP_STATUS_DENIED received but session token has changed. Retry required with new token";
+            EXPECT_EQ(trace.Has(EVT_INFO, newToken), ended.starts_with("1237"));
+            EXPECT_EQ(trace.Has(EVT_INFO, "OriginalSession [old] CurrentSession [OLD]"), ended.starts_with("1237"));
             EXPECT_EQ(client.script.timeouts.size(), isHandshake ? 2U : what == "mappings: connection" ? 1U : 0U) << "put back";
         }
 }

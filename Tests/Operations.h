@@ -29,9 +29,11 @@ struct Outputs
     /// All that was delivered, as "one, another"; of items their names.
     [[nodiscard]] std::string Told() const
     {
-        std::vector<std::string> all = Describe(actions);
-        for (const std::string& mapping : Describe(mappings))
-            all.push_back(mapping);
+        std::vector<std::string> all;
+        for (const CNotificationAction* action : actions)
+            all.push_back(Describe(*action));
+        for (const CMapping* mapping : mappings)
+            all.push_back(Describe(*mapping));
         for (const auto& child : children)
             all.push_back(ToNarrow(child->GetName()));
         all.push_back(item ? ToNarrow(item->GetName()) : "");

@@ -58,11 +58,3 @@ inline std::string Describe(const CMapping& mapping)
            std::to_string(static_cast<std::uint32_t>(mapping.Status)) + ' ' + std::to_string(static_cast<std::uint32_t>(mapping.Type)) +
            ' ' + std::to_string(mapping.AllowSharing);
 }
-
-template <typename List> std::vector<std::string> Describe(const Owned<List>& records)
-{
-    std::vector<std::string> texts;
-    for (const auto* record : records)
-        texts.push_back(Describe(*record));
-    return texts;
-}

@@ -15,12 +15,7 @@ using Texts = std::vector<std::string>;
 
 TEST(ClientSettings, ServerNamesAreTakenApartAtTheSchemeOnly)
 {
-    const struct
-    {
-        const char* server;
-        std::string name;
-        bool isSecure;
-    } cases[] = {
+    const std::tuple<const char*, std::string, bool> cases[] = {
         {"https://files.example", "files.example", true},
         {"HTTPS://host:8443/path/", "host:8443/path/", true},
         {"http://files.example", "files.example", false},

@@ -12,32 +12,27 @@
 namespace
 {
 
-struct Reply
-{
-    std::string json;
-    std::string records;
-    std::size_t errors = 0; // what cannot be read
-};
+// Replies with what they are read as; a "!" stands for what cannot be read.
+using Replies = std::vector<std::pair<std::string, std::string>>;
 
-template <typename Parse> void ExpectRecords(const std::vector<Reply>& replies, const Parse& parse)
+template <typename Parse> void ExpectRecords(const Replies& replies, const Parse& parse)
 {
-    for (const Reply& reply : replies)
+    for (auto [reply, expected] : replies)
     {
         TraceCapture trace;
         Outputs outputs;
-        std::string body = reply.json;
-        const std::uint32_t count = parse(AsReply(body), outputs);
+        const std::uint32_t count = parse(AsReply(reply), outputs);
         EXPECT_EQ(count, outputs.actions.size() + outputs.mappings.size());
-        EXPECT_EQ(outputs.Told(), reply.records) << reply.json;
-        EXPECT_EQ(trace.Messages(EVT_ERROR).size(), reply.errors) << reply.json << trace;
-        for (const std::string& message : trace.Messages(EVT_ERROR))
-            EXPECT_TRUE(message.starts_with("JSON library has thrown a runtime_error exception (")) << message;
+        std::string told = outputs.Told();
+        for (const std::string& error : trace.Messages(EVT_ERROR))
+            told += error.starts_with("JSON library has thrown a runtime_error exception (") ? "!" : error;
+        EXPECT_EQ(told, expected) << reply;
     }
 }
 
 TEST(FeedParsing, TurnsRepliesIntoActions)
 {
-    const std::vector<Reply> replies = {
+    const Replies replies = {
         {R"({"a":"CREATE","m":"/x"})", "1 '/x' ''"},
         {R"({"a":"upload","m":"/\u4e16\ud83d\ude00"})", "2 '/\u4e16\U0001F600' ''"},
         {R"({"a":"move","m":{"from":"/a","to":"/b"}})", "3 '/a' '/b'"},
@@ -63,9 +58,9 @@ TEST(FeedParsing, TurnsRepliesIntoActions)
         {R"({"contents":{"contents":{"a":"create","m":"/x"}}})", "1 '/x' ''"},
         {R"({"contents":[],"a":"create"})", ""},
         {R"({"contents":null,"a":"create"})", ""},
-        {R"({"contents":[{"a":"create"},5,"text",[1],{"a":["x"]},{"a":"copy","m":{"x":1}},{"a":"copy"}]})", "1 '' '', 4 '' ''", 5},
-        {R"({"contents":5})", "", 1},
-        {std::string(20000, '['), "", 1},
+        {R"({"contents":[{"a":"create"},5,"text",[1],{"a":["x"]},{"a":"copy","m":{"x":1}},{"a":"copy"}]})", "1 '' '', 4 '' ''!!!!!"},
+        {R"({"contents":5})", "!"},
+        {std::string(20000, '['), "!"},
     };
     ExpectRecords(replies, [](const ResponseBuffer& reply, Outputs& outputs) {
         return CNativeHttp::GetNotificationsFromResponse(reply, outputs.actions);
@@ -79,7 +74,7 @@ TEST(FeedParsing, TurnsRepliesIntoMappings)
     std::string nested = R"({"name":"a"})";
     for (int depth = 0; depth < 900; ++depth)
         nested = R"({"contents":)" + nested + "}";
-    const std::vector<Reply> replies = {
+    const Replies replies = {
         {R"({"name":"Docs","mode":"automatic","status":"timeout","type":"SMB","folder_permissions":"readonly","permissions":"WRITE"})",
          "'/Docs' '' '' 'ROOT_READONLY' 2 1 0 0"},
         {R"({"name":"D\u00fc","description":"\ud83d\ude00","permissions":"write","allow_sharing":true,"type":"WebDAV","mode":"Offline"})",
@@ -99,8 +94,8 @@ TEST(FeedParsing, TurnsRepliesIntoMappings)
         {nested, a},
         {R"({"contents":[],"name":"a"})", ""},
         {R"({"contents":null,"name":"a"})", ""},
-        {R"({"contents":[{"name":"a"},5,[],{"name":"c","allow_sharing":"yes"},{"name":{"x":1}},{"name":"b"}]})", a + ", " + b, 4},
-        {R"({"contents":"text"})", "", 1},
+        {R"({"contents":[{"name":"a"},5,[],{"name":"c","allow_sharing":"yes"},{"name":{"x":1}},{"name":"b"}]})", a + ", " + b + "!!!!"},
+        {R"({"contents":"text"})", "!"},
     };
     ScriptedClient client;
     ExpectRecords(replies,

@@ -19,26 +19,23 @@ const std::string kWritable = R"("permissions":"WRITE")";
 const std::string kRest = kTimes + "," + kNumbers + "," + kWritable;
 const std::string kThrown = "JSON library has thrown a runtime_error exception (";
 
-struct ItemCase
-{
-    std::string members;
-    std::string expected; // what the item is read as, and the errors; "dropped" without one
-};
+// Members, with what the item is read as, and the errors.
+using Items = std::vector<std::pair<std::string, std::string>>;
 
 // Reads items of the members that a case is about and of those that all its cases share.
-template <typename Show> void ExpectItems(const std::string& shared, const Show& show, const std::vector<ItemCase>& cases)
+template <typename Show> void ExpectItems(const std::string& shared, const Show& show, const Items& items)
 {
-    for (const ItemCase& item : cases)
+    for (const auto& [members, expected] : items)
     {
         TraceCapture trace;
         ServerItemList list;
-        const std::string json = "{" + item.members + (item.members.empty() ? "" : ",") + shared + "}";
+        const std::string json = "{" + members + (members.empty() ? "" : ",") + shared + "}";
         const std::uint32_t count = CNativeHttp::ProcessJSONDictionary(ParseText(json), list, false);
         EXPECT_EQ(count, list.size());
         std::string read = list.empty() ? "dropped" : show(*list.front());
         for (const std::string& error : trace.Messages(EVT_ERROR))
             read += "; " + error;
-        EXPECT_EQ(read, item.expected) << item.members;
+        EXPECT_EQ(read, expected) << members;
     }
 }
 

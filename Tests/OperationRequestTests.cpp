@@ -20,13 +20,7 @@ TEST(OperationRequests, AreTheirVerbUrlAndBody)
     const std::string login = "user_id=ann&password=p%26ss";
     const std::string device = "&device_id=host&device_name=my+device";
     const char* const none = "2.0"; // a version that the client does not know: it knows no paths then
-    const struct
-    {
-        const char* version;
-        Operation run;
-        std::string target;
-        std::string body; // empty: none is sent
-    } cases[] = {
+    const std::tuple<const char*, Operation, std::string, std::string> cases[] = {
         {"1.3", Call(&Api::GetPathAttributes, L"/"), "GET /sync/folders/", ""},
         {"1.3", Call(&Api::GetPathAttributes, path), "GET /sync/folders/d/" + inPath, ""},
         {"1.0", Call(&Api::GetPathAttributes, L"/a"), "GET /api/tok/folders/a", ""},
@@ -68,23 +62,23 @@ TEST(OperationRequests, AreTheirVerbUrlAndBody)
         {none, LogIn({0, 9}, {11}), "POST /sessions",
          login + "&device_token=device-token" + device + "&client_platform_version=11&platform=Windows+QDClient"},
     };
-    for (const auto& sent : cases)
+    for (const auto& [version, run, target, body] : cases)
     {
-        SCOPED_TRACE(sent.version + (": " + sent.target));
-        RawServer server(AnswerAll("{}", sent.version));
+        SCOPED_TRACE(version + (": " + target));
+        RawServer server(AnswerAll("{}", version));
         const Library library(server);
         static_cast<void>(library.ShakeHands());
         library->SetSessionToken(L"tok");
         Outputs outputs;
-        static_cast<void>(sent.run(library.Api(), outputs));
+        static_cast<void>(run(library.Api(), outputs));
         const std::string request = server.Requests().back();
-        EXPECT_EQ(request.substr(0, request.find("\r\n")), sent.target + " HTTP/1.1");
-        EXPECT_EQ(request.substr(request.find("\r\n\r\n") + 4), sent.body);
+        EXPECT_EQ(request.substr(0, request.find("\r\n")), target + " HTTP/1.1");
+        EXPECT_EQ(request.substr(request.find("\r\n\r\n") + 4), body);
         EXPECT_EQ(HeaderValue(request, "Cookie"), "session_token=tok");
-        EXPECT_EQ(HeaderValue(request, "Accept"), sent.target == "POST /api/devices" ? "" : "application/json");
-        const bool hasBody = !sent.body.empty();
+        EXPECT_EQ(HeaderValue(request, "Accept"), target == "POST /api/devices" ? "" : "application/json");
+        const bool hasBody = !body.empty();
         EXPECT_EQ(HeaderValue(request, "Content-Type"), hasBody ? "application/x-www-form-urlencoded; charset=UTF-8" : "");
-        EXPECT_EQ(HeaderValue(request, "Content-Length"), hasBody ? std::to_string(sent.body.size()) : "");
+        EXPECT_EQ(HeaderValue(request, "Content-Length"), hasBody ? std::to_string(body.size()) : "");
     }
 }
 

@@ -37,16 +37,9 @@ TEST(TextConversion, ReplacesLoneSurrogates)
 
 TEST(TextConversion, ReplacesInvalidBytesAndKeepsTheirNeighbours)
 {
-    for (const std::string text : {
-             "a\x80z",             // a continuation without a start
-             "a\xC3z",             // a start without its continuation
-             "a\xE2\x82z",         // cut short
-             "a\xC0\xAFz",         // overlong
-             "a\xE0\x80\xAFz",     // overlong
-             "a\xED\xA0\x80z",     // a surrogate
-             "a\xF4\x90\x80\x80z", // beyond Unicode
-             "a\xFE\xFFz",         // no bytes of UTF-8
-         })
+    // A continuation alone, a start alone, one cut short, two overlong, a surrogate, beyond Unicode, and no bytes of UTF-8.
+    for (const std::string text :
+         {"a\x80z", "a\xC3z", "a\xE2\x82z", "a\xC0\xAFz", "a\xE0\x80\xAFz", "a\xED\xA0\x80z", "a\xF4\x90\x80\x80z", "a\xFE\xFFz"})
     {
         const std::wstring wide = ToWide(text);
         ASSERT_GE(wide.size(), 3U);

@@ -1,9 +1,11 @@
 // What all operations of the client share: its settings, its codes, its JSON helpers, its trace of replies, its request map.
 
+#include "JsonLibrary.h"
 #include "ParsingSupport.h"
 #include "ScriptedTransport.h"
 #include "TraceCapture.h"
 
+#include "Platform/Platform.h"
 #include "QuendraHttp/NativeHttp.h"
 
 #include <gtest/gtest.h>
@@ -15,6 +17,7 @@ using Texts = std::vector<std::string>;
 
 TEST(ClientSettings, ServerNamesAreTakenApartAtTheSchemeOnly)
 {
+    // What is set, the name that it holds, and whether it is secure.
     const std::tuple<const char*, std::string, bool> cases[] = {
         {"https://files.example", "files.example", true},
         {"HTTPS://host:8443/path/", "host:8443/path/", true},
@@ -108,7 +111,8 @@ TEST(ClientSettings, ATransportThatMakesNothingEndsInAnError)
     std::uint32_t value = 0;
     std::wstring text;
     EXPECT_EQ(client.Init(mode, value), 0x80070006U);
-    EXPECT_EQ(client.Version(text), 6U);
+    SetLastError(5);
+    EXPECT_EQ(client.Version(text), 6U) << "whatever failed before";
     EXPECT_EQ(client.SetSessionToken(L"x"), 6U);
     EXPECT_EQ(CreateInstanceWithFactory(nullptr, L"device"), nullptr);
     factory->hasMemory = false;
@@ -154,6 +158,48 @@ TEST(JsonHelpers, ReadMembersOfTheirTypeOnly)
     EXPECT_EQ(CNativeHttp::GetJSONValueFromResponse(AsReply(body), "n").asInt(), 1);
     for (std::string other : {std::string("[1]"), std::string("5"), std::string("{\"n\":1"), std::string(), body})
         EXPECT_TRUE(CNativeHttp::GetJSONValueFromResponse(AsReply(other), "missing").isNull());
+}
+
+TEST(JsonLibrary, ExceptionsOfTheLibraryAreTracedAndNoOthersCaught)
+{
+    TraceCapture capture;
+    {
+        const FunctionTraceScope trace("Test::Step", Unit::NativeHttp);
+        CatchJsonExceptions(trace, [] { throw std::bad_alloc(); });
+        CatchJsonExceptions(trace, [] { throw std::runtime_error("one"); });
+        CatchJsonExceptions(trace, [] { Json::throwRuntimeError("two"); });
+        CatchJsonExceptions(trace, [] { Json::throwLogicError("three"); });
+        EXPECT_THROW(CatchJsonExceptions(trace, [] { throw std::invalid_argument("four"); }), std::invalid_argument);
+    }
+    const Texts expected = {
+        std::string("JSON library has thrown a bad_alloc exception (") + std::bad_alloc().what() + ")!",
+        "JSON library has thrown a runtime_error exception (one)!",
+        "JSON library has thrown a runtime_error exception (two)!",
+        "JSON library has thrown a runtime_error exception (three)!",
+    };
+    EXPECT_EQ(capture.Messages(EVT_ERROR), expected);
+}
+
+TEST(JsonLibrary, SurrogateEscapesAreMendedOnlyWhereTheyAreUnpaired)
+{
+    const std::pair<const char*, std::string> cases[] = {
+        {R"(["\ud83d\ude00"])", "\U0001F600"},
+        {R"(["\uD83D\uDE00\ud83d\ude00"])", "\U0001F600\U0001F600"},
+        {R"(["\ud83d"])", "\ufffd"},
+        {R"(["\ude00"])", "\ufffd"},
+        {R"(["\ude00\ud83d"])", "\ufffd\ufffd"},
+        {R"(["\ud83d\n\ude00"])", "\ufffd\n\ufffd"},
+        {R"(["\\ud83d"])", "\\ud83d"},
+        {R"(["\\\ud83d"])", "\\\ufffd"},
+        {R"(["\ud7ff\ue000"])", "\ud7ff\ue000"},
+    };
+    for (const auto& [json, text] : cases)
+        EXPECT_EQ(ParseText(json)[0].asString(), text) << json;
+    for (std::string broken : {R"(["\ud83)", R"(["\)", R"(["\u)", R"(["\ud83d\u)", R"(["\ud8zz"])", "\\", "\\ud83d"})
+    {
+        Json::Value value;
+        EXPECT_FALSE(ParseJson(AsReply(broken), Comments::Skip, value)) << broken;
+    }
 }
 
 TEST(RepliesInTheTrace, AreIndentedLineByLine)

@@ -49,6 +49,8 @@ TEST(Handshake, AsksForEndpointsAndModeAndKeepsTheAnswer)
 
 TEST(Handshake, TakesTheTopOfTheFirstRunOfVersions)
 {
+    constexpr int kNothing = -1;
+    // What the server offers, the path that is chosen (none: the server is incompatible), and the value.
     const std::tuple<std::string, std::string, int> cases[] = {
         {R"({"sync":{"1.0":{"path":"/0"},"1.1":{"path":"/1"},"1.2":{"path":"/2"}}})", "/2", 0},
         {R"({"sync":{"1.1":{"path":"/1"},"1.3":{"path":"/3"}}})", "/1", 0},
@@ -65,22 +67,26 @@ TEST(Handshake, TakesTheTopOfTheFirstRunOfVersions)
         {R"({"sync":{"1.0":{"path":"/p","tos":7}}})", "/p", 1},
         {R"({"sync":{"1.0":{"path":"/p","tos":-5}}})", "/p", -2},
         // What cannot be read ends the reading; what was read before stays.
-        {R"({"sync":{"1.0":{"path":"/0","tos":"x"},"1.1":{"path":"/1"}}})", "", 0},
+        {R"({"sync":{"1.0":{"path":"/0","tos":"x"},"1.1":{"path":"/1"}}})", "", kNothing},
         {R"({"sync":{"1.0":{"path":"/0"},"1.1":{"path":["/1"]}}})", "/0", 0},
         {R"({"sync":{"0.9":5,"1.0":{"path":"/0"},"1.1":null}})", "/0", 0},
-        {R"({"sync":[{"path":"/0"}]})", "", 0},
-        {"5", "", 0},
-        {"<html>", "", 0},
-        {std::string(10000, '['), "", 0},
+        {R"({"sync":[{"path":"/0"}]})", "", kNothing},
+        {"{}", "", kNothing},
+        {R"({"sync":{"2.0":{"path":"/2"}}})", "", 0},
+        {"5", "", kNothing},
+        {"<html>", "", kNothing},
+        {std::string(10000, '['), "", kNothing},
     };
     for (const auto& [endpoints, path, value] : cases)
     {
         SCOPED_TRACE(endpoints.substr(0, 100));
         ScriptedClient client;
         client.script.replies = {{200, endpoints, 0, {}}, kMode};
+        TraceCapture trace;
         const bool isCompatible = !path.empty();
         EXPECT_EQ(ShakeHands(client), isCompatible ? "0, mode 1, value " + std::to_string(value) : kIncompatible);
         EXPECT_EQ(client.script.requests.back()[0], "GET " + path + (isCompatible ? "/init flags=0" : "/endpoints flags=0"));
+        EXPECT_EQ(trace.Has(EVT_ERROR, "Failed to extract endpoints from response"), value == kNothing);
         EXPECT_EQ(client->IsApiVersionAtLeast13(), path == "/3" || path == "/50");
     }
 }
@@ -93,27 +99,6 @@ TEST(Handshake, WithoutALoggingEndpointOfVersion1IsGood)
     EXPECT_EQ(ShakeHands(client), kDone);
     EXPECT_TRUE(trace.Has(EVT_INFO, "Logging not supported on this appliance"));
     EXPECT_EQ(client->PublishSyncStats("x"), 1341U);
-}
-
-TEST(Handshake, EndpointsThatCannotBeHadAreAnIncompatibleServer)
-{
-    const std::pair<ScriptedReply, Texts> cases[] = {
-        {{200, R"({"sync":{"2.0":{"path":"/2"}}})", 0, {}}, {}},
-        {{200, "{}", 0, {}}, {"Failed to extract endpoints from response"}},
-        {{200, std::nullopt, 0, {}}, {"Response memory is NULL!"}},
-        {{404, "no", 0, {}}, {"GetHTTPStatus shows failure, code: 404"}},
-    };
-    const std::string frame(76, '=');
-    for (auto [reply, errors] : cases)
-    {
-        ScriptedClient client;
-        client.script.replies = {reply};
-        TraceCapture trace;
-        EXPECT_EQ(ShakeHands(client), kIncompatible);
-        errors.insert(errors.end(), {frame, "FATAL ERROR: The appliance is not compatible with this version of the client", frame});
-        EXPECT_EQ(trace.Messages(EVT_ERROR), errors);
-        EXPECT_EQ(client.script.timeouts.size(), 1U) << "timeouts are put back only once the server was asked for its mode";
-    }
 }
 
 TEST(Handshake, ThatFailedIsMadeAnewAsAWhole)

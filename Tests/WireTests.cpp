@@ -37,16 +37,100 @@ TEST(Wire, HandshakeAndLoginGoOutWhole)
         return lines;
     };
     const std::string host = "Host: 127.0.0.1:" + std::to_string(server.Port());
-    EXPECT_EQ(FirstLine(requests[0]), "GET /endpoints HTTP/1.1");
     EXPECT_EQ(sorted(HeaderLines(requests[0])), (std::vector<std::string>{"Accept: application/json", host}));
-    EXPECT_EQ(FirstLine(requests[1]), "GET /sync/init HTTP/1.1");
-    EXPECT_EQ(FirstLine(requests[2]), "POST /sync/sessions HTTP/1.1");
     const std::size_t body = requests[2].size() - requests[2].find("user_id=");
     EXPECT_EQ(sorted(HeaderLines(requests[2])),
               (std::vector<std::string>{"Accept: application/json", "Content-Length: " + std::to_string(body),
                                         "Content-Type: application/x-www-form-urlencoded; charset=UTF-8", host}));
     EXPECT_EQ(HeaderValue(requests[3], "Cookie"), "session_token=abc");
     EXPECT_EQ(server.ConnectionCount(), 1U) << "one connection serves the session";
+}
+
+TEST(Wire, EachOperationIsItsVerbUrlAndBody)
+{
+    const std::wstring path = L"/d/" + ToWide("\xD0\xBF\xC3\xA9\xF0\x9F\x98\x80 &=+%~.txt");
+    const std::string inPath = "%D0%BF%C3%A9%F0%9F%98%80%20%26%3D%2B%25~.txt";
+    const std::string inForm = "%D0%BF%C3%A9%F0%9F%98%80+%26%3D%2B%25%7E.txt";
+    const std::string attributes = "&operation=update&creation_time=2020-01-02T03%3A04%3A05.600Z&modification_time=INVALID&attributes=33";
+    const auto shared = std::make_shared<ShareRequest>(ShareRequest{L"name", L"text", {L"/a", L"/b"}, {L"x@y"}});
+    const std::string share = "path=%2Fa&path=%2Fb&target=x%40y&name=name&message=text&type=USER";
+    const std::string login = "user_id=ann&password=p%26ss";
+    const std::string device = "&device_id=host&device_name=my+device";
+    const char* const none = "2.0"; // a version that the client does not know: it knows no paths then
+    // The server's API version, the operation, its verb and URL, and its body, where it sends one.
+    const std::tuple<const char*, Operation, std::string, std::string> cases[] = {
+        {"1.3", Call(&Api::GetPathAttributes, L"/"), "GET /sync/folders/", ""},
+        {"1.3", Call(&Api::GetPathAttributes, path), "GET /sync/folders/d/" + inPath, ""},
+        {"1.0", Call(&Api::GetPathAttributes, L"/a"), "GET /api/tok/folders/a", ""},
+        {"1.3", List(path), "GET /sync/folders/d/" + inPath + "?type=all", ""},
+        {"1.3", Call(&Api::CreateFolder, path), "POST /sync/folders/d", "name=" + inForm + "&operation=create"},
+        {"1.3", Call(&Api::CreateFolder, L"/top"), "POST /sync/folders", "name=top&operation=create"},
+        {"1.3", Call(&Api::CreateFolder, L"bare"), "POST /sync/foldersbare", "name=bare&operation=create"},
+        {"1.3", Call(&Api::SetPathAttributes, path, MakeItem("5")), "POST /sync/folders/d/" + inPath, "name=" + inForm + attributes},
+        {"1.3", Call(&Api::DeletePath, path, MakeItem("4f/9")), "DELETE /sync/folders/d/" + inPath + "?revision=4f/9", ""},
+        {"1.3", Call(&Api::DeletePath, L"/d", MakeItem("")), "DELETE /sync/folders/d", ""},
+        {"1.3", Call(&Api::DeletePath, L"/d", nullptr), "DELETE /sync/folders/d", ""},
+        // In place, which the directories' case does not change, a rename always overwrites.
+        {"1.3", Call(&Api::RenamePath, L"/d/a", path, 0U), "POST /sync/folders/d/a", "path=" + inForm + "&overwrite=true&operation=update"},
+        {"1.3", Call(&Api::RenamePath, L"/X\xc9/a", L"/x\xe9/b", 1U), "POST /sync/folders/X%C3%89/a",
+         "path=b&overwrite=true&operation=update"},
+        {"1.3", Call(&Api::RenamePath, L"/x\\a", L"/x\\b/c", 0U), "POST /sync/folders/x%5Ca", "path=b%2Fc&overwrite=true&operation=update"},
+        {"1.3", Call(&Api::RenamePath, L"a", L"b", 0U), "POST /sync/foldersa", "path=&overwrite=true&operation=update"},
+        {"1.3", Call(&Api::RenamePath, L"/e/a", path, 0U), "POST /sync/folders/e/a",
+         "path=%2Fd%2F" + inForm + "&overwrite=false&operation=move"},
+        {"1.3", Call(&Api::RenamePath, L"/e/a", L"/y/a", 1U), "POST /sync/folders/e/a", "path=%2Fy%2Fa&overwrite=true&operation=move"},
+        {"1.3", Call(&Api::RenamePath, L"/e/a", L"/y/a", 2U), "POST /sync/folders/e/a", "path=%2Fy%2Fa&overwrite=false&operation=move"},
+        {none, Call(&Api::GetChanges), "GET /notifs", ""},
+        {"1.0", Call(&Api::GetChanges), "GET /sync/notifs/tok", ""},
+        {"1.1", Call(&Api::GetChanges), "GET /sync/notifs", ""},
+        {none, Call(&Api::GetRemoteFolderMap), "GET /folders?includeAll=true&timeout=30", ""},
+        {"1.1", Call(&Api::GetRemoteFolderMap), "GET /sync/folders?includeAll=true&timeout=30", ""},
+        {"1.0", Call(&Api::GenerateLink, shared), "POST /api/tok/share", share},
+        {"1.3", Call(&Api::GenerateLink, shared), "POST /sync/share", share},
+        {"1.0", Call(&Api::PublishSyncStats, "a\xC3\xA9"), "POST /audit", "data=a%C3%A9&"},
+        {none, Call(&Api::AcknowledgeRemoteWipe, L"ann", L"id"), "POST /api/devices", "username=ann&device_id=id&"},
+        {"1.1", Call(&Api::AcknowledgeRemoteWipe, L"ann", L"id"), "POST /api/devices", "username=ann&device_id=id&"},
+        {"1.3", Call(&Api::Version), "GET /sync/version", ""},
+        {"1.3", Call(&Api::Register, L"ann", L"host"), "POST /sync/registrations", "user_id=ann" + device + "&platform=windows"},
+        // A legacy server gets no device token; a version of major number 0 is none.
+        {"1.0", LogIn(), "POST /sync/sessions", login + device + "&platform=Windows+QDClient"},
+        {"1.3", LogIn({4, 2}, {10, 0, 19045, 1}), "POST /sync/sessions",
+         login + "&device_token=device-token" + device +
+             "&client_version=4.2&client_platform_version=10.0.19045.1&platform=Windows+QDClient"},
+        {none, LogIn({0, 9}, {11}), "POST /sessions",
+         login + "&device_token=device-token" + device + "&client_platform_version=11&platform=Windows+QDClient"},
+    };
+    for (const auto& [version, run, target, body] : cases)
+    {
+        SCOPED_TRACE(version + (": " + target));
+        RawServer server(AnswerAll("{}", version));
+        const Library library(server);
+        static_cast<void>(library.ShakeHands());
+        library->SetSessionToken(L"tok");
+        Outputs outputs;
+        static_cast<void>(run(library.Api(), outputs));
+        const std::string request = server.Requests().back();
+        EXPECT_EQ(FirstLine(request), target + " HTTP/1.1");
+        EXPECT_EQ(request.substr(request.find("\r\n\r\n") + 4), body);
+        EXPECT_EQ(HeaderValue(request, "Cookie"), "session_token=tok");
+        EXPECT_EQ(HeaderValue(request, "Accept"), target == "POST /api/devices" ? "" : "application/json");
+        const bool hasBody = !body.empty();
+        EXPECT_EQ(HeaderValue(request, "Content-Type"), hasBody ? "application/x-www-form-urlencoded; charset=UTF-8" : "");
+        EXPECT_EQ(HeaderValue(request, "Content-Length"), hasBody ? std::to_string(body.size()) : "");
+    }
+}
+
+TEST(Wire, ANameMayBeLong)
+{
+    const std::string name(32000, 'n');
+    const std::string times = R"("creation_time":"2020-01-02T03:04:05.6Z","modification_time":"2021-01-02T03:04:05.6Z")";
+    RawServer server(AnswerAll(R"({"name":")" + name + "\"," + times + "}"));
+    const Library library(server);
+    ASSERT_EQ(library.ShakeHands(), 0U);
+    Outputs outputs;
+    EXPECT_EQ(library->GetPathAttributes(L"/" + ToWide(name), outputs), 0U);
+    EXPECT_TRUE(outputs.Told() == name);
+    EXPECT_TRUE(server.Requests().back().starts_with("GET /sync/folders/" + name + " HTTP/1.1\r\n"));
 }
 
 TEST(Wire, AnswersOfEveryKindEndInTheirCode)

@@ -22,7 +22,8 @@ ResultCode ShakeHands(Api& api, Outputs&)
 }
 
 const std::map<std::string, Operation> kOperations = {
-    {"handshake", ShakeHands},
+    {"endpoints", ShakeHands}, // the handshake's first request, and its second
+    {"mode", ShakeHands},
     {"create", Call(&Api::CreateFolder, L"/d/new")},
     {"get", Call(&Api::GetPathAttributes, L"/a")},
     {"set", Call(&Api::SetPathAttributes, L"/a", MakeItem(""))},
@@ -201,7 +202,7 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
         {"changed session, forbidden", "20006 GetHTTPStatus shows failure, code: 403"},
     };
     const std::map<std::string, std::string> departures = {
-        {"handshake: no body", "8 Received a NULL response buffer."},
+        {"mode: no body", "8 Received a NULL response buffer."},
         {"login: changed session", "20006 |OLD GetHTTPStatus shows failure, code: 401"},
         {"login: changed session, forbidden", "20006 |OLD GetHTTPStatus shows failure, code: 403"},
         {"delete: breaks", "20009 GetResponse failed, error code: 12030"},
@@ -224,17 +225,20 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
         {"wipe: changed session", "401 GetHTTPStatus shows failure, code: 401"},
         {"register: no body", "0"},
     };
+    const std::string frame(76, '=');
+    const std::string incompatible = " " + frame + " FATAL ERROR: The appliance is not compatible with this version of the client " + frame;
     for (const auto& [operation, run] : kOperations)
         for (const auto& [failure, ruling] : rule)
         {
             const std::string what = operation + ": " + failure;
             SCOPED_TRACE(what);
             ScriptedClient client;
-            const bool isHandshake = operation == "handshake";
-            if (!isHandshake)
+            const bool asksForMode = operation == "mode";
+            const bool asksForEndpoints = operation == "endpoints";
+            if (!asksForMode && !asksForEndpoints)
                 client.Negotiate();
             client->SetSessionToken(L"old");
-            Break(client, failure, isHandshake ? 2 : 1);
+            Break(client, failure, asksForMode ? 2 : 1);
             TraceCapture trace;
             std::string ended = Perform(client, run);
             for (const std::string& message : trace.Messages(EVT_ERROR))
@@ -245,12 +249,19 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
                     continue; // the operation has no such step
                 EXPECT_TRUE(client.script.requests[0].back().starts_with(step)) << "nothing is sent";
             }
-            EXPECT_EQ(ended, departures.contains(what) ? departures.at(what) : ruling);
+            std::string expected = departures.contains(what) ? departures.at(what) : ruling;
+            if (asksForEndpoints)
+                expected = "19006" + ruling.substr(ruling.find(' ')) + incompatible;
+            EXPECT_EQ(ended, expected);
             EXPECT_EQ(trace.Has(EVT_INFO, "There are no notifications."), what == "changes: no body");
             const std::string newToken = "HTTP_STATUS_DENIED received but session token has changed. Retry required with new token";
             EXPECT_EQ(trace.Has(EVT_INFO, newToken), ended.starts_with("1237"));
             EXPECT_EQ(trace.Has(EVT_INFO, "OriginalSession [old] CurrentSession [OLD]"), ended.starts_with("1237"));
-            EXPECT_EQ(client.script.timeouts.size(), isHandshake ? 2U : what == "mappings: connection" ? 1U : 0U) << "put back";
+            EXPECT_EQ(client.script.timeouts.size(), asksForMode                      ? 2U
+                                                     : asksForEndpoints               ? 1U
+                                                     : what == "mappings: connection" ? 1U
+                                                                                      : 0U)
+                << "put back";
         }
 }
 

@@ -91,6 +91,7 @@ TEST(TextComparison, IgnoresCaseInEveryLanguageAlike)
         EXPECT_EQ(EqualIgnoringAsciiCase(text, "WRITE"), EqualIgnoringCase(ToWide(text), L"WRITE")) << text;
         EXPECT_EQ(EqualIgnoringAsciiCase(text, ""), *text == '\0') << text;
     }
+    EXPECT_TRUE(EqualIgnoringAsciiCase("azAZ", "AZaz"));
 }
 
 TEST(UrlEncoding, KeepsFewCharactersAndEscapesTheOthers)

@@ -51,19 +51,10 @@ constexpr std::int64_t kMarch2015 = 130697652300000000; // 2015-03-02T10:20:30Z
 
 } // namespace
 
-TEST(AttributesTests, ADefaultRecordHasNothing)
-{
-    const CServerAttributes record;
-    EXPECT_EQ(Has(record), "nnnnnnnn");
-    EXPECT_EQ(record.GetSizeString(), L"9223372036854775807");
-    EXPECT_EQ(record.GetSizeStringA(), "9223372036854775807");
-    EXPECT_EQ(record.GetAttributesString(), L"4294967295");
-    EXPECT_EQ(record.GetAttributesStringA(), "4294967295");
-}
-
 TEST(AttributesTests, EveryFieldIsComparedCopiedAndReset)
 {
     CServerAttributes all;
+    EXPECT_EQ(Has(all), "nnnnnnnn");
     for (const Change& change : kChanges)
     {
         CServerAttributes one;
@@ -101,6 +92,10 @@ TEST(AttributesTests, EveryFieldIsComparedCopiedAndReset)
     all.SetReadOnly(2); // the lowest bit counts
     all.SetFolderReadOnly(2);
     EXPECT_EQ(Has(all), "nnnnnnnn");
+    EXPECT_EQ(all.GetSizeString(), L"9223372036854775807");
+    EXPECT_EQ(all.GetSizeStringA(), "9223372036854775807");
+    EXPECT_EQ(all.GetAttributesString(), L"4294967295");
+    EXPECT_EQ(all.GetAttributesStringA(), "4294967295");
     all.SetAttributes(0x21);
     all.SetDirectory(2);
     EXPECT_EQ(all.GetAttributes(), 0x10U) << "all bits are replaced";

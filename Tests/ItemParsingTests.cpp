@@ -60,7 +60,6 @@ TEST(ItemParsingTests, NamesAndRevisions)
                     {R"("name":"a\u0000b")", "|" + std::string("a\0b", 3)},
                     // Text members take numbers and booleans; null is no text.
                     {R"("name":5,"revision":true)", "true|5"},
-                    {R"("name":null,"revision":null)", "|"},
                     // Every plane; what is no Unicode becomes the replacement character and harms nothing else.
                     {"\"name\":\"\u0416\u4e16\U0001F600\U0010FFFF\"", "|\u0416\u4e16\U0001F600\U0010FFFF"},
                     {R"("name":"\ud83d\ud83d\ude00")", "|\ufffd\U0001F600"},
@@ -95,7 +94,6 @@ TEST(ItemParsingTests, AttributeBits)
                     {R"("attributes":33.9)", "33"},
                     {R"("attributes":4294967295)", "4294967295"},
                     {R"("attributes":32,"directory":true)", "48"},
-                    {R"("attributes":32,"directory":false)", "32"},
                     {R"("attributes":32,"directory":1)", "32"}, // a folder by its number, but not by its type
                     {R"("directory":true)", "16" + bad + "4)"},
                     {R"("directory":1)", "16" + bad + "4)"},
@@ -143,7 +141,6 @@ TEST(ItemParsingTests, Permissions)
                 {
                     {"", "read-only in read-only"},
                     {R"("permissions":"wRite")", "writable"},
-                    {R"("permissions":"READ")", "read-only in read-only"},
                     {R"("permissions":"WRITE ")", "read-only in read-only"},
                     {R"("permissions":"WR\u0131TE")", "read-only in read-only"},
                     {R"("permissions":null)", "writable"},

@@ -115,8 +115,10 @@ TEST(AttributesTests, CopiesTakeTheRevisionFromTheVirtualGetterAndNoOwner)
     EXPECT_EQ(CServerAttributes(Override()).GetRevision(), "overridden");
 
     const auto owned = std::make_shared<CServerAttributes>();
+    owned->SetSize(7);
     EXPECT_EQ(CServerAttributes(*owned).weak_from_this().lock(), nullptr);
     const auto clone = std::dynamic_pointer_cast<CServerAttributes>(owned->Clone());
+    EXPECT_TRUE(clone->IsEqual(*owned));
     *clone = *owned;
     clone->Reset();
     EXPECT_EQ(clone->shared_from_this(), clone);

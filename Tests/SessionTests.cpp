@@ -87,6 +87,7 @@ TEST(Handshake, TakesTheTopOfTheFirstRunOfVersions)
         EXPECT_EQ(ShakeHands(client), isCompatible ? "0, mode 1, value " + std::to_string(value) : kIncompatible);
         EXPECT_EQ(client.script.requests.back()[0], "GET " + path + (isCompatible ? "/init flags=0" : "/endpoints flags=0"));
         EXPECT_EQ(trace.Has(EVT_ERROR, "Failed to extract endpoints from response"), value == kNothing);
+        EXPECT_FALSE(trace.Mentions("Logging not supported")) << "of a server that offers none nothing is told";
         EXPECT_EQ(client->IsApiVersionAtLeast13(), path == "/3" || path == "/50");
     }
 }

@@ -199,10 +199,11 @@ TEST(JsonLibrary, SurrogateEscapesAreMendedOnlyWhereTheyAreUnpaired)
 TEST(RepliesInTheTrace, AreIndentedLineByLine)
 {
     TraceCapture trace;
-    std::string json = R"({"a":[1,{"b":2}],"c":"100%s"})";
+    std::string json = "/* of two\n\nlines */"
+                       R"({"a":[1,{"b":2}],"c":"100%s"})";
     CNativeHttp::LogResponse(AsReply(json));
-    EXPECT_EQ(trace.Messages(EVT_INFO), (Texts{"HTTP Response (29 bytes):", "{", "   \"a\" : [", "      1,", "      {",
-                                               "         \"b\" : 2", "      }", "   ],", "   \"c\" : \"100%s\"", "}"}));
+    EXPECT_EQ(trace.Messages(EVT_INFO), (Texts{"HTTP Response (48 bytes):", "/* of two", "lines */", "{", "   \"a\" : [", "      1,",
+                                               "      {", "         \"b\" : 2", "      }", "   ],", "   \"c\" : \"100%s\"", "}"}));
     trace.Clear();
     std::string html = "<html>";
     CNativeHttp::LogResponse(AsReply(html));

@@ -111,7 +111,7 @@ TEST(OperationReplies, EndInTheirCodeRecordsAndMessages)
         {"changes", R"({"a":"Move","m":{"from":"/a","to":"/b"}})", "0 3 '/a' '/b'",
          changes + "Creating notification action: type: 'Move', value: '/a', value2: '/b'\nThere are now 1 notification actions\n"
                    "Extracted 1 notification actions from reply"},
-        {"changes", "<html>", "0", changes + "Extracted 0 notification actions from reply"},
+        {"changes", "", "0", changes + "Extracted 0 notification actions from reply"},
         {"mappings", R"({"name":"Docs"})", "0 '/Docs' '' '' '' 1 2 2 0", mappings + "Retrieved 1 mappings from the server"},
         {"mappings", "", "13", mappings + "! ERROR: No mappings returned from the server!"},
         {"share", "", "0", "Request Path: /sync/share"},

@@ -108,6 +108,8 @@ TEST(FeedParsing, CountsTheRecordsOfEveryDepth)
     Outputs outputs;
     EXPECT_EQ(CNativeHttp::ProcessNotificationJSONArray(replies, outputs.actions), 4U);
     EXPECT_EQ(CNativeHttp::ProcessMappingJSONArray(replies, outputs.mappings), 4U);
+    std::string none = "[]";
+    EXPECT_EQ(CNativeHttp::GetNotificationsFromResponse(AsReply(none), outputs.actions), 0U) << "what was there does not count";
 }
 
 } // namespace

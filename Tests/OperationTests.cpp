@@ -307,7 +307,9 @@ TEST(OperationRequests, ForAListingAreCancelledBeforeTheyAreSentAndNotLater)
 
     ResetEvent(cancel.event);
     client.script.replies = {{200, kItem, 0, [&] { SetEvent(cancel.event); }}};
+    outputs.children = {MakeItem("")};
     EXPECT_EQ(client->GetPathListing(L"/d", outputs.children, outputs, &cancel), 0U);
+    EXPECT_EQ(outputs.children.size(), 1U) << "appended to";
     CloseHandle(cancel.event);
 }
 

@@ -1,26 +1,15 @@
 #pragma once
 
 /// @file
-/// WinHTTP's calls as the tests make them: handles that close themselves, whole exchanges in one line, and threads that are
-/// known to be blocked in a call.
+/// WinHTTP's calls as the tests make them: handles that close themselves, whole exchanges in one line.
 
 #include "Platform/Platform.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <chrono>
+#include <algorithm>
 #include <cstdint>
-#include <fstream>
-#include <functional>
-#include <future>
-#include <sstream>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <thread>
-#include <unistd.h>
-#include <utility>
-#include <vector>
 
 namespace HttpCalls
 {
@@ -30,65 +19,36 @@ inline DWORD ErrorOfCall(BOOL result)
     return result != FALSE ? ERROR_SUCCESS : GetLastError();
 }
 
-class HttpHandle
+struct CloseHttpHandle
 {
-public:
-    explicit HttpHandle(HINTERNET handle = nullptr) : m_handle(handle) {}
-    ~HttpHandle() { Close(); }
-    HttpHandle(HttpHandle&& other) noexcept : m_handle(std::exchange(other.m_handle, nullptr)) {}
-    HttpHandle& operator=(HttpHandle&&) = delete;
-
-    HINTERNET Get() const { return m_handle; }
-    void Close()
-    {
-        if (m_handle != nullptr)
-            WinHttpCloseHandle(std::exchange(m_handle, nullptr));
-    }
-
-private:
-    HINTERNET m_handle;
+    void operator()(HINTERNET handle) const { WinHttpCloseHandle(handle); }
 };
+using HttpHandle = std::unique_ptr<void, CloseHttpHandle>;
 
-struct HttpResult
+/// The outcome of an exchange as text: the status, or the error of the step that failed, and the body as far as it came: "200 body".
+inline std::string Outcome(long long code, const std::string& body = {})
 {
-    DWORD error = ERROR_SUCCESS; ///< of the first step that failed
-    int status = 0;
-    std::string body;
-};
-
-inline std::wstring StatusText(HINTERNET request)
-{
-    wchar_t text[16] = {};
-    DWORD length = sizeof(text);
-    return WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE, nullptr, text, &length, nullptr) != FALSE ? text : L"";
+    return std::to_string(code) + (body.empty() ? "" : " " + body);
 }
 
-/// Reads the body as the library does: as much as is there, until nothing is.
-inline HttpResult ReadReply(HINTERNET request)
+/// Reads the reply as the library does: as much as is there, until nothing is.
+inline std::string ReadReply(HINTERNET request)
 {
-    HttpResult result;
-    result.error = ErrorOfCall(WinHttpReceiveResponse(request, nullptr));
-    if (result.error != ERROR_SUCCESS)
-        return result;
-    const auto status = StatusText(request);
-    if (status.empty())
+    wchar_t status[16] = {};
+    DWORD size = sizeof(status);
+    bool succeeds = WinHttpReceiveResponse(request, nullptr) != FALSE &&
+                    WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE, nullptr, status, &size, nullptr) != FALSE;
+    std::string body;
+    for (DWORD available = 1; succeeds && available != 0;)
     {
-        result.error = GetLastError();
-        return result;
-    }
-    result.status = std::stoi(status);
-    while (true)
-    {
-        DWORD available = 0;
         DWORD count = 0;
-        result.error = ErrorOfCall(WinHttpQueryDataAvailable(request, &available));
-        if (result.error != ERROR_SUCCESS || available == 0)
-            return result;
-        const auto before = result.body.size();
-        result.body.resize(before + available);
-        result.error = ErrorOfCall(WinHttpReadData(request, result.body.data() + before, available, &count));
-        result.body.resize(before + count);
+        const auto before = body.size();
+        succeeds = WinHttpQueryDataAvailable(request, &available) != FALSE;
+        body.resize(before + available);
+        succeeds = succeeds && (available == 0 || WinHttpReadData(request, body.data() + before, available, &count) != FALSE);
+        body.resize(before + count);
     }
+    return Outcome(succeeds ? std::stoll(status) : GetLastError(), body);
 }
 
 inline DWORD SendWhole(HINTERNET request, std::string body = {}, const wchar_t* headers = nullptr)
@@ -101,82 +61,38 @@ inline DWORD SendWhole(HINTERNET request, std::string body = {}, const wchar_t* 
     return error;
 }
 
-inline HttpResult Exchange(HINTERNET request, const std::string& body = {}, const wchar_t* headers = nullptr)
+/// Writes the body piece by piece until it is over or an error comes.
+inline DWORD WriteBody(HINTERNET request, std::string_view body, std::size_t piece = 100'000)
+{
+    DWORD error = ERROR_SUCCESS;
+    for (DWORD written = 0; !body.empty() && error == ERROR_SUCCESS; body.remove_prefix(written))
+        error = ErrorOfCall(WinHttpWriteData(request, body.data(), static_cast<DWORD>(std::min(piece, body.size())), &written));
+    return error;
+}
+
+inline std::string Exchange(HINTERNET request, const std::string& body = {}, const wchar_t* headers = nullptr)
 {
     const DWORD error = SendWhole(request, body, headers);
-    return error == ERROR_SUCCESS ? ReadReply(request) : HttpResult{error, 0, {}};
+    return error == ERROR_SUCCESS ? ReadReply(request) : Outcome(error);
 }
 
 /// A session with a connection to one server.
-class HttpClient
+struct HttpClient
 {
-public:
     explicit HttpClient(std::uint16_t port, const wchar_t* server = L"127.0.0.1", const wchar_t* agent = nullptr)
-        : m_session(WinHttpOpen(agent, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0)),
-          m_connection(WinHttpConnect(m_session.Get(), server, port, 0))
+        : session(WinHttpOpen(agent, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0)),
+          connection(WinHttpConnect(session.get(), server, port, 0))
     {
     }
-
-    HINTERNET Session() const { return m_session.Get(); }
-    HINTERNET Connection() const { return m_connection.Get(); }
 
     HttpHandle Open(const wchar_t* verb = L"GET", const wchar_t* path = L"/", DWORD flags = 0) const
     {
-        return HttpHandle(WinHttpOpenRequest(m_connection.Get(), verb, path, nullptr, WINHTTP_NO_REFERER, nullptr, flags));
+        return HttpHandle(WinHttpOpenRequest(connection.get(), verb, path, nullptr, WINHTTP_NO_REFERER, nullptr, flags));
     }
 
-    HttpResult Get(const wchar_t* path = L"/") const { return Exchange(Open(L"GET", path).Get()); }
+    std::string Get(const wchar_t* path = L"/", DWORD flags = 0) const { return Exchange(Open(L"GET", path, flags).get()); }
 
-private:
-    HttpHandle m_session;
-    HttpHandle m_connection;
-};
-
-/// A call on a thread of its own.
-class BlockedCall
-{
-public:
-    explicit BlockedCall(std::function<DWORD()> call)
-        : m_thread([this, call = std::move(call)] {
-              m_threadId.set_value(::gettid());
-              m_result.set_value(call());
-          })
-    {
-        m_id = m_threadId.get_future().get();
-    }
-    ~BlockedCall() { m_thread.join(); }
-
-    BlockedCall(const BlockedCall&) = delete;
-    BlockedCall& operator=(const BlockedCall&) = delete;
-
-    /// Returns when the call's thread has stopped running, which it does only inside the call.
-    void AwaitBlocked() const
-    {
-        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        for (int sleeping = 0; sleeping < 20 && std::chrono::steady_clock::now() < limit;)
-        {
-            std::ifstream file("/proc/self/task/" + std::to_string(m_id) + "/stat");
-            std::stringstream text;
-            text << file.rdbuf();
-            const auto name = text.str().rfind(')');
-            sleeping = name != std::string::npos && text.str().substr(name + 2, 1) == "S" ? sleeping + 1 : 0;
-            std::this_thread::yield();
-        }
-    }
-
-    /// The call's result, which must come at once.
-    DWORD Result()
-    {
-        auto result = m_result.get_future();
-        if (result.wait_for(std::chrono::seconds(5)) != std::future_status::ready)
-            ADD_FAILURE() << "the call does not return";
-        return result.get();
-    }
-
-private:
-    std::promise<pid_t> m_threadId;
-    std::promise<DWORD> m_result;
-    std::thread m_thread;
-    pid_t m_id = 0;
+    const HttpHandle session;
+    const HttpHandle connection;
 };
 } // namespace HttpCalls

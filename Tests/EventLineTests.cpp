@@ -1,21 +1,18 @@
 // Events as a supporter reads them.
 
 #include "Tracing.h"
+#include "TransferSupport.h"
 
 #include "Eventing/EventLine.h"
 #include "Eventing/TraceFile.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <regex>
-#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <thread>
-#include <vector>
 
 namespace
 {
@@ -25,7 +22,7 @@ using namespace Eventing;
 TEST(EventLine, ShowsTheEventInColumns)
 {
     constexpr std::int64_t kLeapDay = 1'709'251'199'999;
-    const std::tuple<Event, unsigned, const char*> cases[] = {
+    const std::tuple<Eventing::Event, unsigned, const char*> cases[] = {
         {{&EVT_FUNCTION_ENTRY, "NativeHttp", 602, "CNativeHttp::Login", nullptr, 4711, kLeapDay},
          0,
          "2024-02-29T23:59:59.999Z    4711 ENTER NativeHttp:602       CNativeHttp::Login"},
@@ -57,102 +54,73 @@ TEST(EventLine, TextOfAServerNeverPassesForALine)
     }
 }
 
-class TraceFileTest : public testing::Test
+// The file's lines from the level on, where they no longer depend on time and thread.
+std::string LinesOf(const std::filesystem::path& path)
 {
-protected:
-    TraceFileTest() { std::filesystem::create_directories(m_folder); }
-
-    ~TraceFileTest() override
-    {
-        EventProviderHandle = 0;
-        std::error_code ignored;
-        std::filesystem::remove_all(m_folder, ignored);
-    }
-
-    // The file's lines from the level on, where they no longer depend on time and thread.
-    [[nodiscard]] std::vector<std::string> Lines() const
-    {
-        std::vector<std::string> lines;
-        std::ifstream file(m_path);
-        for (std::string line; std::getline(file, line);)
-            lines.push_back(line.substr(line.find('Z') + 10));
-        return lines;
-    }
-
-    // Several test programs may run at once.
-    const std::filesystem::path m_folder = std::filesystem::path(testing::TempDir()) /
-                                           ("TraceFile" + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
-    const std::filesystem::path m_path = m_folder / u8"tr\u00E4ce \u4E2D.log";
-};
-
-void Inner()
-{
-    const FunctionTraceScope trace("Inner", Unit::WinHttpImpl, 20);
-    trace.Info("in %d", 2);
-    throw std::runtime_error("inner");
+    std::string lines;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);)
+        lines += line.substr(line.find('Z') + 10) + '\n';
+    return lines;
 }
 
-void Outer()
+TEST(TraceFileTest, ShowsNestingByThreadAndIsReadableWhileItIsWritten)
 {
-    const FunctionTraceScope trace("Outer", Unit::NativeHttp, 10);
-    EXPECT_THROW(Inner(), std::runtime_error);
-    std::thread([] { const FunctionTraceScope elsewhere("Elsewhere", Unit::Interface, 30); }).join();
-}
-
-void Next()
-{
-    const FunctionTraceScope trace("Next", Unit::NativeHttp, 40);
-    trace.Error("failed");
-}
-
-TEST_F(TraceFileTest, ShowsNestingByThreadAndIsReadableWhileItIsWritten)
-{
-    const TraceFile file(m_path);
-    EventProviderHandle = file.Handle();
-    Outer();
-    Next();
-    auto lines = Lines();
-    for (std::string& line : lines) // a message's line is that of its call above
-        line = std::regex_replace(line, std::regex(R"(^((INFO |ERROR) \w+:)\d+ +)"), "$1LINE ");
-    const std::vector<std::string> expected = {
-        "ENTER NativeHttp:10        Outer",     "ENTER WinHttpImpl:20         Inner",
-        "INFO  WinHttpImpl:LINE Inner: in 2",   "CRIT  WinHttpImpl:20         Inner: [EXCEPTION EXIT]",
-        "ENTER Interface:30         Elsewhere", "EXIT  Interface:30         Elsewhere",
-        "EXIT  NativeHttp:10        Outer",     "ENTER NativeHttp:40        Next",
-        "ERROR NativeHttp:LINE Next: failed",   "EXIT  NativeHttp:40        Next",
+    const TemporaryFolder folder;
+    const auto path = folder / "" / std::filesystem::path(u8"tr\u00E4ce \u4E2D.log");
+    const TraceFile file(path);
+    const auto write = [&file](const EventDescriptor& descriptor, const char* function, const char* message = nullptr) {
+        if (message != nullptr)
+            WriteEventFormatted(file.Handle(), &descriptor, "Unit", 1, function, message);
+        else
+            WriteEventFunction(file.Handle(), &descriptor, "Unit", 1, function);
     };
-    EXPECT_EQ(lines, expected);
+    write(EVT_FUNCTION_ENTRY, "Outer");
+    write(EVT_FUNCTION_ENTRY, "Inner");
+    write(EVT_INFO, "Inner", "message");
+    write(EVT_CRITICAL, "Inner", "[EXCEPTION EXIT]");
+    std::thread([&] { write(EVT_FUNCTION_ENTRY, "Elsewhere"); }).join();
+    write(EVT_FUNCTION_EXIT, "Outer");
+    write(EVT_FUNCTION_ENTRY, "Next");
+    EXPECT_EQ(LinesOf(path), R"(ENTER Unit:1               Outer
+ENTER Unit:1                 Inner
+INFO  Unit:1                   Inner: message
+CRIT  Unit:1                 Inner: [EXCEPTION EXIT]
+ENTER Unit:1               Elsewhere
+EXIT  Unit:1               Outer
+ENTER Unit:1               Next
+)");
     EXPECT_TRUE(file.IsComplete());
 }
 
-TEST_F(TraceFileTest, ThreadsWriteWholeLines)
+TEST(TraceFileTest, ThreadsWriteWholeLines)
 {
-    constexpr int kThreads = 4;
-    constexpr int kMessages = 200;
-    {
-        const TraceFile file(m_path, 2);
-        EventProviderHandle = file.Handle();
-        std::vector<std::thread> threads;
-        for (int thread = 0; thread < kThreads; ++thread)
-            threads.emplace_back([] {
-                const FunctionTraceScope trace("Function", Unit::NativeHttp);
-                for (int message = 0; message < kMessages; ++message)
-                    trace.Error("%s", std::string(500, 'x'));
-            });
-        for (auto& thread : threads)
-            thread.join();
-    }
-    const auto lines = Lines();
-    EXPECT_EQ(lines.size(), std::size_t{kThreads} * kMessages);
-    for (const auto& line : lines)
-        ASSERT_TRUE(line.starts_with("ERROR NativeHttp:") && line.ends_with(" Function: " + std::string(500, 'x'))) << line;
+    const TemporaryFolder folder;
+    const TraceFile file(folder / "trace.log", 2);
+    const auto write = [&file] {
+        for (int message = 0; message < 200; ++message)
+        {
+            // The sink lets only errors pass, whether or not a writer has asked.
+            WriteEventFunction(file.Handle(), &EVT_FUNCTION_ENTRY, "Unit", 1, "Function");
+            WriteEventFormatted(file.Handle(), &EVT_WARNING, "Unit", 1, "Function", "%0500d", 1);
+            WriteEventFormatted(file.Handle(), &EVT_ERROR, "Unit", 1, "Function", "%0500d", 0);
+        }
+    };
+    std::thread threads[] = {std::thread(write), std::thread(write), std::thread(write), std::thread(write)};
+    std::string expected;
+    for (auto& thread : threads)
+        thread.join();
+    for (int line = 0; line < 800; ++line)
+        expected += "ERROR Unit:1               Function: " + std::string(500, '0') + '\n';
+    EXPECT_TRUE(LinesOf(folder / "trace.log") == expected);
 }
 
-TEST_F(TraceFileTest, SaysWhyItCannotBeOpened)
+TEST(TraceFileTest, SaysWhyItCannotBeOpened)
 {
+    const TemporaryFolder folder;
     try
     {
-        const TraceFile file(m_folder / "absent" / "trace.log");
+        const TraceFile file(folder / "absent" / "trace.log");
         FAIL() << "opened";
     }
     catch (const std::system_error& error)

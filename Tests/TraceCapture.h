@@ -3,20 +3,24 @@
 /// @file
 /// What the code under test traces.
 
+#include "Tracing.h"
+
+#include "Eventing/EventLine.h"
 #include "Eventing/EventSink.h"
 
-#include <cstddef>
+#include <algorithm>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 /// One event, kept.
 struct TracedEvent
 {
-    std::uint16_t id;
     std::uint8_t level;
     std::string unit;
     int line;
@@ -24,27 +28,9 @@ struct TracedEvent
     std::string message; ///< empty for an entry or exit.
     bool isEntry;
     bool isExit;
-    std::uint32_t threadId;
+    std::string text; ///< what a person reads, from the level on.
 
     [[nodiscard]] bool IsMessage() const { return !isEntry && !isExit; }
-};
-
-/// As one line: `ERROR NativeHttp:12 CNativeHttp::Login: message`.
-std::ostream& operator<<(std::ostream& stream, const TracedEvent& event);
-
-/// A level as a number (1 critical to 4 informational), or that of a descriptor: `EVT_ERROR`.
-class TraceLevel
-{
-public:
-    // NOLINTBEGIN(google-explicit-constructor): both are meant to be written where a level is wanted.
-    constexpr TraceLevel(int level) : m_level(static_cast<std::uint8_t>(level)) {}
-    constexpr TraceLevel(const Eventing::EventDescriptor& descriptor) : m_level(descriptor.level) {}
-    // NOLINTEND(google-explicit-constructor)
-
-    [[nodiscard]] constexpr std::uint8_t Value() const { return m_level; }
-
-private:
-    std::uint8_t m_level;
 };
 
 /// Keeps every event that is traced while it lives, from all threads; the library's provider handle is put back afterwards.
@@ -56,45 +42,90 @@ private:
 class TraceCapture
 {
 public:
-    explicit TraceCapture(TraceLevel level = 4, std::uint64_t keywords = Eventing::kAnyKeyword);
-    ~TraceCapture();
+    /// @param highest  a descriptor of the highest level that is kept.
+    explicit TraceCapture(const Eventing::EventDescriptor& highest = EVT_INFO, std::uint64_t keywords = Eventing::kAnyKeyword)
+        : m_handle(OpenEventSink(highest.level, keywords, TakeEvent, this)), m_previous(std::exchange(EventProviderHandle, m_handle))
+    {
+    }
+    ~TraceCapture()
+    {
+        EventProviderHandle = m_previous;
+        CloseEventSink(m_handle);
+    }
 
     TraceCapture(const TraceCapture&) = delete;
     TraceCapture& operator=(const TraceCapture&) = delete;
 
-    /// The provider handle that this listens to; `EventProviderHandle` is the same while this lives.
-    [[nodiscard]] Eventing::ProviderHandle Handle() const { return m_handle; }
-
     /// All events, in the order in which they were written.
-    [[nodiscard]] std::vector<TracedEvent> Events() const;
+    [[nodiscard]] std::vector<TracedEvent> Events() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_events;
+    }
 
-    /// All messages, without entries and exits; with a level, the messages of exactly that level.
-    [[nodiscard]] std::vector<std::string> Messages() const;
-    [[nodiscard]] std::vector<std::string> Messages(TraceLevel level) const;
+    /// All messages, without entries and exits; with a descriptor, those of its level alone.
+    [[nodiscard]] std::vector<std::string> Messages(const std::optional<Eventing::EventDescriptor>& level = {}) const
+    {
+        std::vector<std::string> messages;
+        for (const auto& event : Events())
+            if (event.IsMessage() && (!level || level->level == event.level))
+                messages.push_back(event.message);
+        return messages;
+    }
 
     /// The events of one function, its messages included.
-    [[nodiscard]] std::vector<TracedEvent> EventsOf(std::string_view function) const;
+    [[nodiscard]] std::vector<TracedEvent> EventsOf(std::string_view function) const
+    {
+        auto events = Events();
+        std::erase_if(events, [function](const TracedEvent& event) { return event.function != function; });
+        return events;
+    }
 
     /// How many messages of a level are exactly this text.
-    [[nodiscard]] std::size_t CountOf(TraceLevel level, std::string_view message) const;
+    [[nodiscard]] std::size_t CountOf(const Eventing::EventDescriptor& level, std::string_view message) const
+    {
+        return static_cast<std::size_t>(std::ranges::count(Messages(level), message));
+    }
 
     /// Whether a message of a level is exactly this text.
-    [[nodiscard]] bool Has(TraceLevel level, std::string_view message) const { return CountOf(level, message) != 0; }
+    [[nodiscard]] bool Has(const Eventing::EventDescriptor& level, std::string_view message) const { return CountOf(level, message) != 0; }
 
     /// Whether any message holds this text: to show that a secret is in none.
-    [[nodiscard]] bool Mentions(std::string_view text) const;
+    [[nodiscard]] bool Mentions(std::string_view text) const
+    {
+        return std::ranges::any_of(Messages(), [text](const std::string& message) { return message.find(text) != std::string::npos; });
+    }
 
     /// Forgets what was kept so far.
-    void Clear();
+    void Clear()
+    {
+        const std::lock_guard lock(m_mutex);
+        m_events.clear();
+    }
 
 private:
-    static void TakeEvent(void* context, const Eventing::Event* event);
+    static void TakeEvent(void* context, const Eventing::Event* event)
+    {
+        auto& self = *static_cast<TraceCapture*>(context);
+        const std::uint16_t id = event->descriptor->id;
+        constexpr std::size_t kTimeAndThread = 33;
+        std::string text = Eventing::FormatEventLine(*event, 0).substr(kTimeAndThread);
+        const std::lock_guard lock(self.m_mutex);
+        self.m_events.push_back({event->descriptor->level, event->sourceUnit, event->line, event->function,
+                                 event->message != nullptr ? event->message : "", id == Eventing::kFunctionEntryId,
+                                 id == Eventing::kFunctionExitId, std::move(text)});
+    }
 
     mutable std::mutex m_mutex;
     std::vector<TracedEvent> m_events;
-    Eventing::ProviderHandle m_handle;
-    Eventing::ProviderHandle m_previous;
+    const Eventing::ProviderHandle m_handle;
+    const Eventing::ProviderHandle m_previous;
 };
 
 /// All events, one a line.
-std::ostream& operator<<(std::ostream& stream, const TraceCapture& capture);
+inline std::ostream& operator<<(std::ostream& stream, const TraceCapture& capture)
+{
+    for (const auto& event : capture.Events())
+        stream << '\n' << event.text;
+    return stream;
+}

@@ -11,11 +11,11 @@ namespace
 TEST(Interface, InitIsTracedWithItsLinesAndExitEndsNothing)
 {
     const TraceCapture trace;
-    Init(trace.Handle());
+    Init(EventProviderHandle);
     std::string events;
     for (const TracedEvent& event : trace.Events())
-        events += std::to_string(event.id) + " " + event.unit + ":" + std::to_string(event.line) + " " + event.function + ", ";
-    EXPECT_EQ(events, "110 Interface:19 Init, 111 Interface:23 Init, ");
+        events += event.text + ", ";
+    EXPECT_EQ(events, "ENTER Interface:19         Init, EXIT  Interface:23         Init, ");
     Exit();
     IQuendraHttpAPI* instance = CreateInstance(L"device");
     ASSERT_NE(instance, nullptr);

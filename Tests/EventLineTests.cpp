@@ -26,12 +26,9 @@ TEST(EventLine, ShowsTheEventInColumns)
         {{&EVT_FUNCTION_ENTRY, "NativeHttp", 602, "CNativeHttp::Login", nullptr, 4711, kLeapDay},
          0,
          "2024-02-29T23:59:59.999Z    4711 ENTER NativeHttp:602       CNativeHttp::Login"},
-        {{&EVT_INFO, "NativeHttp", 7, "CNativeHttp::Login", "Request Path: /login", 4711, kLeapDay + 1},
-         1,
-         "2024-03-01T00:00:00.000Z    4711 INFO  NativeHttp:7           CNativeHttp::Login: Request Path: /login"},
-        {{&EVT_CRITICAL, "PathUtilities", 123456, "EncodePath", "[EXCEPTION EXIT]", 12345678, 0},
+        {{&EVT_CRITICAL, "PathUtilities", 123456, "EncodePath", "[EXCEPTION EXIT]", 12345678, kLeapDay + 1},
          2,
-         "1970-01-01T00:00:00.000Z 12345678 CRIT  PathUtilities:123456     EncodePath: [EXCEPTION EXIT]"},
+         "2024-03-01T00:00:00.000Z 12345678 CRIT  PathUtilities:123456     EncodePath: [EXCEPTION EXIT]"},
     };
     for (const auto& [event, depth, line] : cases)
         EXPECT_EQ(FormatEventLine(event, depth), line);

@@ -5,6 +5,8 @@
 
 #include "Platform/Platform.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <memory>
@@ -31,8 +33,8 @@ inline std::string Outcome(long long code, const std::string& body = {})
     return std::to_string(code) + (body.empty() ? "" : " " + body);
 }
 
-/// Reads the reply as the library does: as much as is there, until nothing is.
-inline std::string ReadReply(HINTERNET request)
+/// Reads the reply as the library does: as much as is there, or at most that much at a time, until nothing is.
+inline std::string ReadReply(HINTERNET request, DWORD most = ~DWORD{0})
 {
     wchar_t status[16] = {};
     DWORD size = sizeof(status);
@@ -44,6 +46,8 @@ inline std::string ReadReply(HINTERNET request)
         DWORD count = 0;
         const auto before = body.size();
         succeeds = WinHttpQueryDataAvailable(request, &available) != FALSE;
+        EXPECT_LE(available, 600'000U) << "the server is not held back";
+        available = std::min(available, most);
         body.resize(before + available);
         succeeds = succeeds && (available == 0 || WinHttpReadData(request, body.data() + before, available, &count) != FALSE);
         body.resize(before + count);

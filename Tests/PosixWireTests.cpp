@@ -12,12 +12,6 @@
 
 TEST(Wire, ClosingTheRequestEndsAReceiveThatTheServerHoldsOpen)
 {
-    struct Case
-    {
-        const wchar_t* key;
-        Transfer operation;
-        std::string message; // none where the server may have the whole body before its sender has seen the last write through
-    };
     const Transfer list = [](IQuendraHttpAPI& api, Caller& caller) {
         ServerItemList children;
         return api.GetPathListing(L"/held", children, caller.given, nullptr);
@@ -26,7 +20,8 @@ TEST(Wire, ClosingTheRequestEndsAReceiveThatTheServerHoldsOpen)
         std::list<CNotificationAction*> actions;
         return api.GetChanges(actions);
     };
-    const Case cases[] = {
+    // A message is not told where the server may have the whole body before its sender has seen the last write through.
+    const std::tuple<const wchar_t*, Transfer, std::string> cases[] = {
         {L"/held", list, "GetResponse failed, error code: "},
         {L"/notifs", follow, "ERROR: GetResponse failed, error code: "},
         {L"/d/a.txt", Download(), "SendRequestGetResponse failed, error code: "},
@@ -36,9 +31,9 @@ TEST(Wire, ClosingTheRequestEndsAReceiveThatTheServerHoldsOpen)
     const TemporaryFolder files;
     Caller caller;
     caller.local = files.Write("file", Pattern(100));
-    for (const Case& held : cases)
+    for (const auto& [key, transfer, message] : cases)
     {
-        SCOPED_TRACE(testing::Message() << held.key << held.message);
+        SCOPED_TRACE(testing::Message() << key << message);
         Gate received;
         RawServer server(AfterHandshake([&](RawConnection& connection, const std::string& head) {
             connection.Skip(BodyLength(head));
@@ -48,14 +43,14 @@ TEST(Wire, ClosingTheRequestEndsAReceiveThatTheServerHoldsOpen)
         const Library library(server);
         ASSERT_EQ(library.ShakeHands(), 0U);
         TraceCapture trace;
-        auto operation = std::async(std::launch::async, [&] { return held.operation(library.Api(), caller); });
+        auto operation = std::async(std::launch::async, [&, perform = transfer] { return perform(library.Api(), caller); });
         EXPECT_TRUE(received.Wait());
-        EXPECT_EQ(library->CloseRequestHandle(held.key), 0U);
+        EXPECT_EQ(library->CloseRequestHandle(key), 0U);
         const ResultCode code = operation.get();
         // The server may have read the request before its sender goes on to wait: the handle is gone by then.
         EXPECT_TRUE(code == 12017 || code == 6) << code;
-        EXPECT_TRUE(trace.Has(EVT_INFO, "Closed Request Handle for [" + ToNarrow(held.key) + "]"));
-        EXPECT_TRUE(held.message.empty() || trace.Has(EVT_ERROR, held.message + std::to_string(code))) << trace;
+        EXPECT_TRUE(trace.Has(EVT_INFO, "Closed Request Handle for [" + ToNarrow(key) + "]"));
+        EXPECT_TRUE(message.empty() || trace.Has(EVT_ERROR, message + std::to_string(code))) << trace;
         EXPECT_EQ(caller.given, nullptr);
     }
 }

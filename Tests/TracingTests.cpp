@@ -16,9 +16,7 @@ namespace
 
 // A format is checked against its arguments when it is compiled.
 using TraceDetail::Matches;
-static_assert(Matches<>("no conversion, 100%%"));
-static_assert(Matches<unsigned, std::string, std::wstring>("%d %s %S"));
-static_assert(Matches<long long, unsigned long long, long long>("%lld %I64u %08llx"));
+static_assert(Matches<long long, unsigned long long, long long>("%lld %I64u %08llx 100%%"));
 static_assert(Matches<char[3], const wchar_t*, bool>("%s %-10S %d"));
 static_assert(!Matches<>("%d"));
 static_assert(!Matches<int>("none"));

@@ -4,14 +4,10 @@
 #include "PosixHttpSupport.h"
 #include "RawServer.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
-#include <chrono>
 #include <cstring>
 #include <dlfcn.h>
 #include <fstream>
-#include <functional>
 #include <future>
 #include <netdb.h>
 #include <thread>

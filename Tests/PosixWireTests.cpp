@@ -6,8 +6,6 @@
 #include "TraceCapture.h"
 #include "TransferSupport.h"
 
-#include <gtest/gtest.h>
-
 #include <future>
 
 TEST(Wire, ClosingTheRequestEndsAReceiveThatTheServerHoldsOpen)

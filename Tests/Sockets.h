@@ -27,7 +27,6 @@ using Handle = SOCKET;
 using Length = int;
 using Size = int;
 using PollEntry = WSAPOLLFD;
-inline constexpr Handle kNone = INVALID_SOCKET;
 inline constexpr int kSendFlags = 0;
 inline const auto Close = closesocket;
 inline const auto Control = ioctlsocket;
@@ -49,7 +48,6 @@ using Handle = int;
 using Length = socklen_t;
 using Size = std::size_t;
 using PollEntry = pollfd;
-inline constexpr Handle kNone = -1;
 inline constexpr int kSendFlags = MSG_NOSIGNAL;
 inline const auto Close = ::close;
 inline const auto Control = ::ioctl;
@@ -64,6 +62,8 @@ inline bool WouldBlock()
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
 }
 #endif
+
+inline constexpr Handle kNone = static_cast<Handle>(-1);
 
 inline void MakeNonBlocking(Handle socket)
 {

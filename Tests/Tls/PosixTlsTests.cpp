@@ -7,11 +7,9 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <memory>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
-#include <string>
 
 using namespace HttpCalls;
 

@@ -84,11 +84,6 @@ TEST(PosixFiles, FailWithTheirErrorValuesAndLeaveNothingOpen)
         EXPECT_EQ(error, ErrorOfCall(handle != INVALID_HANDLE_VALUE));
         CloseHandle(handle);
     }
-    DWORD count = 0;
-    const HANDLE full = Open(L"/dev/full", GENERIC_WRITE);
-    EXPECT_EQ(ERROR_DISK_FULL, ErrorOfCall(WriteFile(full, "x", 1, &count, nullptr)));
-    EXPECT_EQ(0U, count);
-    CloseHandle(full);
     EXPECT_EQ(before, descriptors());
 
     const HANDLE open = Open(file);
@@ -147,7 +142,6 @@ TEST(PosixText, ChecksSizesAndArguments)
     EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, ErrorOfCall(MultiByteToWideChar(CP_UTF8, 0, "abc", -1, wide.data(), 3)));
     EXPECT_EQ(ERROR_INSUFFICIENT_BUFFER, ErrorOfCall(WideCharToMultiByte(CP_UTF8, 0, L"abc", -1, narrow.data(), 3, nullptr, nullptr)));
     EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(MultiByteToWideChar(CP_UTF8, 0, "abc", 0, wide.data(), 4)));
-    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(MultiByteToWideChar(CP_UTF8, 0, nullptr, 1, wide.data(), 4)));
     EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(MultiByteToWideChar(1252, 0, "abc", -1, wide.data(), 4)));
     EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(WideCharToMultiByte(CP_UTF8, 0, L"abc", -1, narrow.data(), -1, nullptr, nullptr)));
     EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(WideCharToMultiByte(CP_UTF8, 0, L"abc", -1, narrow.data(), 4, nullptr, &used)));
@@ -169,11 +163,6 @@ class PosixRegistry : public testing::Test
 {
 protected:
     PosixRegistry() { ::setenv("QUENDRA_REGISTRY", (m_folder / "registry.json").c_str(), 1); }
-    ~PosixRegistry() override
-    {
-        ::unsetenv("QUENDRA_REGISTRY");
-        ::unsetenv("XDG_CONFIG_HOME");
-    }
 
     void Write(const std::string& text) const { static_cast<void>(m_folder.Write("registry.json", text)); }
 

@@ -200,23 +200,24 @@ TEST(PosixWinHttpReply, WaitsWithTheServerUntilItIsRead)
 
 TEST(PosixWinHttpReply, MayComeBeforeTheBodyIsSent)
 {
-    // The server stops reading; it answers and waits, or answers and ends in order, or breaks off.
-    const std::tuple<std::string, void (RawConnection::*)(), DWORD, const char*> cases[] = {
-        {HttpReply(401, "no"), &RawConnection::Hold, 0, "401 no"},
-        {HttpReply(401, "no"), &RawConnection::AwaitEnd, 0, "401 no"},
-        {"", &RawConnection::Reset, 12030, "12030"},
+    // The server stops reading; it answers and waits, or answers and ends in order, or breaks off. Or the sender stops.
+    const std::tuple<std::string, void (RawConnection::*)(), std::size_t, DWORD, const char*> cases[] = {
+        {HttpReply(401, "no"), &RawConnection::Hold, 100'000'000, 0, "401 no"},
+        {HttpReply(401, "no"), &RawConnection::AwaitEnd, 100'000'000, 0, "401 no"},
+        {"", &RawConnection::Reset, 100'000'000, 12030, "12030"},
+        {HttpReply(200, "early"), &RawConnection::AwaitEnd, 0, 0, "200 early"},
     };
-    for (const auto& [reply, end, error, outcome] : cases)
+    for (const auto& [reply, end, size, error, outcome] : cases)
     {
         RawServer server([reply = reply, end = end](RawConnection& connection) {
             connection.ReadHead();
-            connection.Skip(1000);
+            connection.Skip(1);
             connection.Send(reply);
             (connection.*end)();
         });
         const auto request = HttpClient(server.Port()).Open(L"POST");
         ASSERT_EQ(ERROR_SUCCESS, SendWhole(request.get(), {}, L"Content-Length: 100000001"));
-        EXPECT_EQ(error, WriteBody(request.get(), std::string(100'000'000, 'x')));
+        EXPECT_EQ(error, WriteBody(request.get(), std::string(size, 'x')));
         EXPECT_EQ(error, WriteBody(request.get(), "x"));
         EXPECT_EQ(outcome, ReadReply(request.get()));
     }
@@ -359,7 +360,7 @@ TEST(PosixWinHttpHandles, AreChecked)
     EXPECT_EQ(12018U, ErrorOfCall(WinHttpConnect(open, L"x", 1, 0) != nullptr));
     EXPECT_EQ(12018U, ErrorOfCall(WinHttpSetTimeouts(client.connection.get(), 1, 1, 1, 1)));
     EXPECT_EQ(12019U, ErrorOfCall(WinHttpReceiveResponse(open, nullptr)));
-    EXPECT_EQ(12019U, ErrorOfCall(WinHttpWriteData(open, "x", 1, &count)));
+    EXPECT_EQ(12019U, ErrorOfCall(WinHttpWriteData(open, "x", 1, nullptr)));
     EXPECT_EQ(12019U, ErrorOfCall(WinHttpReadData(open, &byte, 1, &count)));
     EXPECT_EQ(12019U, ErrorOfCall(WinHttpQueryDataAvailable(open, &count)));
     EXPECT_EQ(12019U, ErrorOfCall(WinHttpQueryHeaders(open, 19, nullptr, text, &size, nullptr)));

@@ -48,8 +48,9 @@ TEST(FunctionTraceScope, WritesEntryMessagesAndExitWhereTheyAreAskedFor)
         return kind + (" NativeHttp:" + std::to_string(kFirstLine + line)) + "        Traced::Function" + message;
     };
     const std::string entry = at("\nENTER", 0);
+    const std::string error = at("\nERROR", 3, ": code: 5");
     const std::string messages = at("\nINFO ", 1, ": sizes: -1 of 9223372036854775808, 0000beef") +
-                                 at("\nWARN ", 2, ": narrow text and string, wide h\u00F6st") + at("\nERROR", 3, ": code: 5");
+                                 at("\nWARN ", 2, ": narrow text and string, wide h\u00F6st") + error;
     const std::string exit = at("\nEXIT ", 0);
     const std::string exceptionExit = at("\nCRIT ", 0, ": [EXCEPTION EXIT]");
     constexpr std::uint64_t kFunctions = 1;
@@ -59,7 +60,7 @@ TEST(FunctionTraceScope, WritesEntryMessagesAndExitWhereTheyAreAskedFor)
         {EVT_INFO, kMessages, entry + messages + exit, entry + messages + exceptionExit},
         // An exit by an exception is asked for like any exit, but written as a message: only who listens to both gets it.
         {EVT_INFO, kFunctions, entry + exit, entry},
-        {EVT_ERROR, Eventing::kAnyKeyword, at("\nERROR", 3, ": code: 5"), at("\nERROR", 3, ": code: 5")},
+        {EVT_ERROR, Eventing::kAnyKeyword, error, error},
         {EVT_CRITICAL, kMessages, "", ""},
         {EVT_INFO, 0, "", ""},
         {Eventing::EventDescriptor{}, Eventing::kAnyKeyword, "", ""}};

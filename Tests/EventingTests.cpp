@@ -49,8 +49,8 @@ TEST(EventFormat, FollowsTheConversionsOnEveryPlatform)
         {Formatted("%p", reinterpret_cast<void*>(std::uintptr_t{0xABCDEF})), "0x0000000000abcdef"},
         {Formatted("%S", L"\U0001F600 \U0010FFFF"), "\xF0\x9F\x98\x80 \xF4\x8F\xBF\xBF"},
         {Formatted("%S", std::wstring{wchar_t{0xD800}, L'x', wchar_t{0xDC00}}.c_str()), "\xEF\xBF\xBDx\xEF\xBF\xBD"},
-        {Formatted("%s%S%100000d", kLong.c_str(), std::wstring(1'000'000, L'n').c_str(), 5),
-         kLong + kLong + std::string(99'999, ' ') + "5"},
+        {Formatted("%s%S%100000d%64d", kLong.c_str(), std::wstring(1'000'000, L'n').c_str(), 5, 6),
+         kLong + kLong + std::string(99'999, ' ') + "5" + std::string(63, ' ') + "6"},
         {Formatted(""), ""},
         {Formatted(static_cast<const char*>(nullptr)), ""},
         // It stops before arguments that it cannot know.

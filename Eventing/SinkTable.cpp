@@ -90,6 +90,8 @@ Eventing::ProviderHandle OpenEventSink(std::uint8_t level, std::uint64_t keyword
         ProviderHandle expected = kFree;
         if (!slot.handle.compare_exchange_strong(expected, kReserved))
             continue;
+        // The lock is made here, by one thread: that of mingw-w64, made by two writers at once on their first use, loses one of them.
+        std::unique_lock(slot.writing).unlock();
         slot.level.store(level, std::memory_order_relaxed);
         slot.keywords.store(keywords, std::memory_order_relaxed);
         slot.callback = callback;

@@ -93,7 +93,8 @@ struct ProgressRecord final : IProgressCallback
     void OnBlock(std::uint64_t blockSize, std::uint64_t position) override
     {
         calls += std::to_string(blockSize) + "@" + std::to_string(position) + " ";
-        inOrder = inOrder && position >= last;
+        inOrder = inOrder && (isFirst || position == last + blockSize);
+        isFirst = false;
         moved += blockSize;
         last = position;
         if (onBlock)
@@ -101,13 +102,14 @@ struct ProgressRecord final : IProgressCallback
     }
     void OnStatusSize(std::uint32_t size) override
     {
-        inOrder = inOrder && calls.empty();
         calls += "status:" + std::to_string(size / sizeof(wchar_t)) + " ";
+        isFirst = true;
     }
 
     std::function<void()> onBlock;
     std::string calls;
-    bool inOrder = true; ///< the status first, no position below an earlier one.
+    bool isFirst = true; ///< of what is sent, or after the status of what is received.
+    bool inOrder = true; ///< each block begins where the one before it ended.
     std::uint64_t moved = 0;
     std::uint64_t last = 0;
 };
@@ -115,6 +117,9 @@ struct ProgressRecord final : IProgressCallback
 /// The server's answer to an upload.
 inline const std::string kReply = R"({"name":"new.txt","revision":"8","creation_time":"2020-01-02T03:04:05.6Z",)"
                                   R"("modification_time":"2020-01-02T03:04:05.6Z","size":1,"attributes":32})";
+
+/// A refusal that brings the item's current state.
+inline const std::string kConflict = R"({"errorId":"1077",)" + kReply.substr(1);
 
 /// What a caller has at hand, and where an operation leaves what it gives.
 struct Caller
@@ -195,7 +200,20 @@ inline std::map<std::string, Transfer> FileTransfers(std::int64_t size = 9)
             {"download", Download()}, {"delta", DeltaDownload()},  {"range", Range(1, size)}};
 }
 
+/// The same and the rest of the chunked upload's protocol.
+inline std::map<std::string, Transfer> AllTransfers(std::int64_t size = 9)
+{
+    std::map<std::string, Transfer> all = FileTransfers(size);
+    all.insert({{"complete", kComplete}, {"cancel", kCancel}, {"metadata", kMetadata}});
+    return all;
+}
+
 inline bool IsUpload(const std::string& name)
 {
     return name.ends_with("upload");
+}
+
+inline bool IsDownload(const std::string& name)
+{
+    return name == "download" || name == "delta" || name == "range";
 }

@@ -1,69 +1,18 @@
 // Transfers over real sockets: every request byte by byte, and what becomes of those that are cancelled, closed or broken off on
 // the way.
 
-#include "LibraryOverWire.h"
-#include "TraceCapture.h"
-#include "Tracing.h"
-#include "TransferSupport.h"
+#include "TransferWire.h"
 
-#include <algorithm>
-#include <atomic>
+#include "Eventing/EventSink.h"
+
+#include <array>
+#include <cstdio>
+#include <utility>
 
 namespace
 {
 
-// Larger than what the system's socket buffers take.
-constexpr std::uint64_t kLarge = 48 << 20;
-
-// A server that serves as a test says, and a client that has shaken hands with it. What the test says uses lives longer.
-class Conversation
-{
-public:
-    explicit Conversation(std::function<void(RawConnection&, const std::string& head)> serve)
-        : m_server(AfterHandshake(std::move(serve))), m_library(m_server)
-    {
-        EXPECT_EQ(m_library.ShakeHands(), 0U);
-    }
-
-    [[nodiscard]] IQuendraHttpAPI& Api() const { return m_library.Api(); }
-
-private:
-    const RawServer m_server;
-    const Library m_library;
-};
-
-class TransferWire : public testing::Test
-{
-protected:
-    // A caller whose files are there: what uploads send and what downloads write into.
-    [[nodiscard]] Caller CallerWith(const std::string& content, const std::string& target = "before") const
-    {
-        Caller caller;
-        caller.item = MakeItem(static_cast<std::int64_t>(content.size()));
-        caller.signature = folder.Write("sent", content);
-        caller.local = folder.Write("target", target);
-        return caller;
-    }
-
-    // One whose files are large, and sparse where the file system can.
-    [[nodiscard]] Caller LargeCaller() const
-    {
-        Caller caller = CallerWith("");
-        std::filesystem::resize_file(folder / "sent", kLarge);
-        caller.item = MakeItem(kLarge);
-        return caller;
-    }
-
-    // Uploads send the file "sent", downloads write the file "target".
-    static ResultCode Perform(IQuendraHttpAPI& api, const std::string& name, const Transfer& transfer, Caller& caller)
-    {
-        if (IsUpload(name))
-            caller.local = caller.signature;
-        return transfer(api, caller);
-    }
-
-    const TemporaryFolder folder;
-};
+using Texts = std::vector<std::string>;
 
 TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
 {
@@ -165,8 +114,13 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
     {
         SCOPED_TRACE(transfer.name);
         Caller caller = CallerWith(content);
+        if (transfer.name == "delta")
+            caller.signature = L"\\\\?\\" + caller.signature; // taken off before the file is opened
         const TraceCapture trace;
         EXPECT_EQ(Perform(library.Api(), transfer.name, transfer.run, caller), 0U);
+        const bool bringsItem = IsUpload(transfer.name) || transfer.name == "complete";
+        EXPECT_EQ(bringsItem, caller.given && caller.given->GetName() == L"new.txt" && caller.given->GetRevision() == "8");
+        EXPECT_EQ(IsDownload(transfer.name), caller.given == caller.item);
 
         std::string head = server.Requests().back();
         std::string body = head.substr(head.find("\r\n\r\n") + 4);
@@ -229,7 +183,7 @@ void ServeLarge(RawConnection& connection, const std::string& head, const std::f
     }
 }
 
-TEST_F(TransferWire, ACancelEndsATransferOnItsWay)
+TEST_F(TransferWire, ACancelEndsATransferOnItsWayAndBeforeItIsSent)
 {
     for (const auto& [name, transfer] : FileTransfers(kLarge))
     {
@@ -248,6 +202,15 @@ TEST_F(TransferWire, ACancelEndsATransferOnItsWay)
         const std::string target = folder.Read("target");
         // What came before stays.
         EXPECT_TRUE(name == "range" || target == (name == "download" ? std::string(record->moved, 'x') : "before"));
+
+        const TraceCapture trace;
+        EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), 1223U);
+        EXPECT_EQ(trace.Messages(EVT_ERROR), Texts{IsUpload(name)    ? "Upload cancelled"
+                                                   : name == "range" ? "DownloadData cancelled"
+                                                                     : "Download cancelled"});
+        EXPECT_EQ(wire.Requests(), 1) << "of one that is cancelled already nothing reaches the server";
+        EXPECT_EQ(folder.Read("target"), target);
+        EXPECT_TRUE(std::filesystem::remove(folder / "target") && std::filesystem::remove(folder / "sent")) << "nobody holds them open";
     }
 }
 
@@ -280,98 +243,186 @@ TEST_F(TransferWire, ProgressIsToldInOrderUpToTheTotal)
         connection.Send(HttpReply(200, HeaderValue(head, "Accept") == "application/json" ? kReply : content));
     });
     const std::string blocks = "16384@16384 16384@32768 16384@49152 16384@65536 16384@81920 16384@98304 1696@100000 ";
-    const std::string chunk = "16384@26384 16384@42768 7232@50000 ";
-    for (const auto& [name, transfer] : std::map<std::string, Transfer>{{"upload", Upload(0)},
-                                                                        {"delta upload", Upload(1)},
-                                                                        {"chunk upload", Chunk(10'000, 40'000)},
-                                                                        {"download", Download()},
-                                                                        {"delta", DeltaDownload()},
-                                                                        {"range", Range(1, 100'000)}})
+    struct Case
     {
-        SCOPED_TRACE(name);
+        const char* name;
+        Transfer run;
+        std::string told; ///< of what is sent, exactly; what is received comes in blocks of the transport's own.
+        std::uint64_t moved;
+        std::uint64_t last = 100'000;
+    };
+    for (const Case& transfer : {Case{"upload", Upload(0), blocks, 100'000}, Case{"delta upload", Upload(1), blocks, 100'000},
+                                 Case{"chunk upload", Chunk(10'000, 40'000), "16384@26384 16384@42768 7232@50000 ", 40'000, 50'000},
+                                 Case{"download", Download(), "status:4 ", 100'000}, Case{"range", Range(1, 100'000), "status:4 ", 100'000},
+                                 Case{"delta", DeltaDownload(), blocks + "status:4 ", 200'000}})
+    {
+        SCOPED_TRACE(transfer.name);
         Caller caller = CallerWith(content);
         const auto record = std::make_shared<ProgressRecord>();
         caller.progress = record;
-        EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), 0U);
-        EXPECT_EQ(record->moved, name == "chunk upload" ? 40'000U : name == "delta" ? 200'000U : 100'000U);
-        EXPECT_EQ(record->last, name == "chunk upload" ? 50'000U : 100'000U);
-        EXPECT_TRUE(!IsUpload(name) || record->calls == (name == "chunk upload" ? chunk : blocks)) << record->calls;
-        EXPECT_TRUE(IsUpload(name) || record->calls.find("status:4 ") == (name == "delta" ? blocks.size() : 0U)) << record->calls;
-        EXPECT_EQ(record->inOrder, name != "delta") << "a delta tells of the signature first";
-        EXPECT_TRUE(IsUpload(name) || folder.Read("target") == (name == "range" ? "b" : "") + content);
+        EXPECT_EQ(Perform(wire.Api(), transfer.name, transfer.run, caller), 0U);
+        EXPECT_TRUE(IsUpload(transfer.name) ? record->calls == transfer.told : record->calls.starts_with(transfer.told)) << record->calls;
+        EXPECT_TRUE(record->inOrder) << record->calls;
+        EXPECT_EQ(record->moved, transfer.moved);
+        EXPECT_EQ(record->last, transfer.last);
+        EXPECT_TRUE(IsUpload(transfer.name) || folder.Read("target").ends_with(content));
     }
 }
 
-TEST_F(TransferWire, ABrokenTransferIsNeverASuccess)
+TEST_F(TransferWire, ABrokenOrRefusedTransferEndsInItsCodeAndNoneInASuccess)
 {
-    // Where several codes stand, the kinds of transfer or the platforms' transports differ.
-    using Codes = std::vector<ResultCode>;
-    const Codes closed = {12030, 12152};
-    const Codes reset = {12030, 12152, 10054};
-    constexpr std::uint64_t kAll = ~std::uint64_t{0};
+    const std::string part = kReply.substr(0, 40);
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 41\r\n\r\n";
+    // The next transfer must not take a connection that is ending.
+    const auto whole = [](int status, const std::string& body) { return HttpReply(status, body, "Connection: close\r\n"); };
+    // What cancels an upload is told by its status alone.
+    for (const Ending& ending :
+         {Ending{"before the request's body", "", "12030: all", {}, 0}, Ending{"in the request's body", "", "12030: all", {}, 100'000},
+          Ending{"before the reply", "", "12030: all", {}}, Ending{"in the status line", "HTTP/1.1 2", "12030: all", {}},
+          Ending{"before the reply's body", head,
+                 "0: cancel; 8: metadata; 13: chunk upload, complete; 12030: delta, download, range; 12152: delta upload, upload", ""},
+          Ending{"before the reply's last byte", head + part,
+                 "0: cancel; 13: chunk upload, complete, delta upload, metadata, upload; 12030: delta, download, range", part},
+          Ending{"after an empty reply", whole(200, ""),
+                 "0: cancel, delta, download, range; 8: metadata; 13: chunk upload, complete; 12152: delta upload, upload", ""},
+          Ending{"after a reply of no use", whole(200, "{}"),
+                 "0: cancel, delta, download, metadata, range; 13: chunk upload, complete, delta upload, upload", "{}"},
+          Ending{"after a refusal",
+                 whole(404, R"({"errorId":"5"})"),
+                 "20005: cancel, chunk upload, complete, delta upload, download, metadata, upload; 20404: delta, range",
+                 {}},
+          Ending{"in a refusal",
+                 "HTTP/1.1 404 No\r\nContent-Length: 2\r\n\r\n{",
+                 "20000: download; 20404: cancel, chunk upload, complete, delta, delta upload, metadata, range, upload",
+                 {}},
+          Ending{"after a conflict",
+                 whole(409, kConflict),
+                 "20409: delta, range; 21077: cancel, chunk upload, complete, delta upload, download, metadata, upload",
+                 {}},
+          Ending{"after a part",
+                 whole(206, part),
+                 "20000: download; 20206: cancel, chunk upload, complete, delta, delta upload, metadata, range, upload",
+                 {}},
+          Ending{"after nothing",
+                 whole(204, ""),
+                 "12152: chunk upload; 20000: download; 20204: cancel, complete, delta, delta upload, metadata, range, upload",
+                 {}}})
+        for (const bool resets : {false, true})
+            ExpectCodes(ending, resets);
+}
+
+TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsErrorAndMessage)
+{
     struct Case
     {
-        const char* what;
-        bool isUpload;
-        std::uint64_t reads; ///< bytes of the body, at most
-        std::string reply;
-        bool resets;
-        Codes expected;
-        std::string content = "before"; ///< of what a download writes, afterwards
+        const char* name;
+        Transfer run;
+        const char* message;
+        std::vector<std::pair<std::string, unsigned>> faults;
+        bool isSent = false;
     };
-    const std::string whole = Pattern(1000);
-    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n";
+    const std::pair<std::string, unsigned> noFile = {(folder / "missing").string(), 2};
+    const std::pair<std::string, unsigned> noFolder = {(folder / "no folder" / "missing").string(), 3};
+    const std::pair<std::string, unsigned> full = {"/dev/full", 112};
     const Case cases[] = {
-        {"closed before the reply", false, kAll, "", false, closed},
-        {"reset before the reply", false, kAll, "", true, reset},
-        {"closed in the status", false, kAll, "HTTP/1.1 2", false, closed},
-        {"reset in the status", false, kAll, "HTTP/1.1 2", true, reset},
-        {"closed before the body", false, kAll, head, false, {12030}, ""},
-        {"closed in the body", false, kAll, head + whole.substr(0, 300), false, {12030}, whole.substr(0, 300)},
-        {"closed before the last byte", false, kAll, head + whole.substr(0, 999), false, {12030}, whole.substr(0, 999)},
-        {"refused", false, kAll, HttpReply(404, R"({"errorId":"5"})"), false, {20005, 20404}},
-        {"refused, and cut", false, kAll, "HTTP/1.1 404 No\r\nContent-Length: 1000\r\n\r\n{", false, {20000, 20404}},
-        {"part of it", false, kAll, HttpReply(206, whole), false, {20000, 20206}},
-        {"nothing of it", false, kAll, "HTTP/1.1 204 No\r\n\r\n", false, {20000, 20204}},
-        {"closed in the body", true, 100'000, "", false, {12030, 12152, 10054, 12002}},
-        {"reset before the body", true, 0, "", true, reset},
-        {"reset in the body", true, 100'000, "", true, reset},
-        {"closed before the reply", true, kAll, "", false, closed},
-        {"reset before the reply", true, kAll, "", true, reset},
-        {"closed in the status", true, kAll, "HTTP/1.1 2", false, closed},
-        {"closed before the reply's body", true, kAll, head, false, {12152, 13}},
-        {"closed in the reply", true, kAll, head + kReply.substr(0, 40), false, {13}},
-        {"refused", true, kAll, HttpReply(503, "busy"), false, {20503}},
+        {"upload", Upload(0), "SendMultipartFile failed, error code: %u", {noFile, noFolder}, true},
+        {"delta upload", Upload(1), "SendMultipartFile failed, error code: %u", {noFile, noFolder}, true},
+        {"chunk upload", Chunk(0, 7), "SendMultipartFile failed, error code: %u", {noFile, noFolder}, true},
+        {"delta", DeltaDownload(), "httpRequest->SendMultipartFile, error code: 0x0", {noFile, noFolder}, true},
+        {"download", Download(), "SendRequestGetResponse failed, error code: %u", {noFolder, full}},
+        {"delta", DeltaDownload(), "httpRequest->GetResponse, error code: %u", {noFolder, full}},
+        {"range", Range(1, 9), "GetResponse failed, error code: 0x%x", {noFile, noFolder, full}},
     };
-    for (const Case& broken : cases)
+    const Conversation wire([](RawConnection& connection, const std::string& head) {
+        connection.Skip(BodyLength(head));
+        connection.Send(HttpReply(200, "content"));
+    });
+    for (const Case& transfer : cases)
     {
-        for (const auto& [name, transfer] : FileTransfers(kLarge))
+        for (const auto& [path, code] : transfer.faults)
         {
-            if (IsUpload(name) != broken.isUpload)
+            if (path == full.first && !std::filesystem::exists(path))
                 continue;
-            SCOPED_TRACE(std::string(broken.what) + ", " + name);
-            const Conversation wire([&](RawConnection& connection, const std::string& received) {
-                connection.Skip(std::min(broken.reads, BodyLength(received)));
-                connection.Send(broken.reply);
-                if (broken.resets)
-                    connection.Reset();
-                throw ConnectionEnded();
-            });
-            Caller caller = broken.reads == kAll ? CallerWith("content") : LargeCaller();
-            const ResultCode code = Perform(wire.Api(), name, transfer, caller);
-            EXPECT_TRUE(std::count(broken.expected.begin(), broken.expected.end(), code) != 0) << code;
+            SCOPED_TRACE(transfer.name + (", " + path));
+            Caller caller = CallerWith("content");
+            (transfer.isSent ? caller.signature : caller.local) = std::filesystem::path(path).wstring();
+            const int requests = wire.Requests();
+            const TraceCapture trace;
+            EXPECT_EQ(Perform(wire.Api(), transfer.name, transfer.run, caller), code);
             EXPECT_EQ(caller.given, nullptr);
-            std::string content = broken.content;
-            if (name == "range" && content != "before") // its place is the second byte
-                content = "b" + content + std::string("before").substr(std::min<std::size_t>(content.size() + 1, 6));
-            EXPECT_EQ(folder.Read("target"), content);
-            EXPECT_TRUE(std::filesystem::remove(folder / "target")) << "nobody holds it open";
-            if (broken.content == "before")
-            {
-                static_cast<void>(transfer(wire.Api(), caller));
-                EXPECT_FALSE(std::filesystem::exists(folder / "target")) << "a download without a body to keep makes no file";
-            }
-            EXPECT_TRUE(std::filesystem::remove(folder / "sent")) << "nobody holds it open";
+            EXPECT_EQ(wire.Requests(), requests + (transfer.isSent ? 0 : 1));
+            std::array<char, 100> message{};
+            std::snprintf(message.data(), message.size(), transfer.message, code);
+            const std::string step = transfer.isSent ? "CreateFile for path: " + path : code == 112 ? "WriteFile" : "CreateFile";
+            EXPECT_EQ(trace.Messages(EVT_ERROR), (Texts{step + " failed, error code: " + std::to_string(code), message.data()}));
+            EXPECT_FALSE(path != full.first && std::filesystem::exists(path));
+        }
+    }
+}
+
+// Does something once, when the library traces a message that begins with a text; keeps the errors that it traces.
+class AtMessage
+{
+public:
+    AtMessage(std::string beginning, std::function<void()> action)
+        : m_beginning(std::move(beginning)),
+          m_action(std::move(action)),
+          m_previous(std::exchange(EventProviderHandle, OpenEventSink(4, Eventing::kAnyKeyword, Take, this)))
+    {
+    }
+    ~AtMessage() { CloseEventSink(std::exchange(EventProviderHandle, m_previous)); }
+
+    AtMessage(const AtMessage&) = delete;
+    AtMessage& operator=(const AtMessage&) = delete;
+
+    [[nodiscard]] const Texts& Errors() const { return m_errors; }
+
+private:
+    static void Take(void* context, const Eventing::Event* event)
+    {
+        auto& self = *static_cast<AtMessage*>(context);
+        const std::string_view message = event->message != nullptr ? event->message : "";
+        if (event->descriptor->level == EVT_ERROR.level && !message.empty())
+            self.m_errors.emplace_back(message);
+        if (self.m_action && message.starts_with(self.m_beginning))
+            std::exchange(self.m_action, nullptr)();
+    }
+
+    const std::string m_beginning;
+    std::function<void()> m_action;
+    Texts m_errors;
+    const Eventing::ProviderHandle m_previous;
+};
+
+TEST_F(TransferWire, AFileThatChangesBetweenMeasuringAndSendingKeepsTheAnnouncedLength)
+{
+    const std::string content = Pattern(100'000);
+    for (const auto& [name, transfer] : FileTransfers(100'000))
+    {
+        for (const std::uint64_t size : {60'000U, 150'000U})
+        {
+            if (name == "download" || name == "range")
+                continue;
+            SCOPED_TRACE(name + ": " + std::to_string(size));
+            std::string body;
+            Gate ended;
+            const Conversation wire([&](RawConnection& connection, const std::string& head) {
+                const std::shared_ptr<void> atEnd(nullptr, [&](void*) { ended.Open(); });
+                connection.Skip(BodyLength(head), [&](std::string_view piece) { body += piece; });
+                connection.Send(HttpReply(200, kReply));
+            });
+            Caller caller = CallerWith(content);
+            const AtMessage change("Size request for [", [&] { std::filesystem::resize_file(folder / "sent", size); });
+            const bool shrinks = size < content.size();
+            const char* const message =
+                name == "delta" ? "httpRequest->SendMultipartFile, error code: 38" : "SendMultipartFile failed, error code: 38";
+            EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), shrinks ? 38U : 0U);
+            EXPECT_EQ(change.Errors(),
+                      shrinks ? (Texts{"ReadFile failed with 40000 of 100000 bytes left, error code: 38", message}) : Texts{});
+            EXPECT_EQ(caller.given == nullptr, shrinks);
+            EXPECT_TRUE(ended.Wait()) << "nobody waits for the rest of the body";
+            EXPECT_EQ(body.find("\r\n\r\n" + content + "\r\n--{") == std::string::npos, shrinks);
+            EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), 0U);
         }
     }
 }

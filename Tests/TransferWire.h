@@ -1,0 +1,135 @@
+#pragma once
+
+/// @file
+/// Transfers over real sockets: a conversation with a server of the test, a caller's files, and what becomes of every transfer
+/// whose connection ends on the way.
+
+#include "LibraryOverWire.h"
+#include "TraceCapture.h"
+#include "Tracing.h"
+#include "TransferSupport.h"
+
+#include <algorithm>
+#include <atomic>
+#include <optional>
+
+/// Larger than what the system's socket buffers take.
+inline constexpr std::uint64_t kLarge = 48 << 20;
+
+/// A server that serves as a test says, and a client that has shaken hands with it. What the test says uses lives longer.
+class Conversation
+{
+public:
+    explicit Conversation(std::function<void(RawConnection&, const std::string& head)> serve)
+        : m_server(AfterHandshake([this, serve = std::move(serve)](RawConnection& connection, const std::string& head) {
+              ++m_requests;
+              serve(connection, head);
+          })),
+          m_library(m_server)
+    {
+        EXPECT_EQ(m_library.ShakeHands(), 0U);
+    }
+
+    [[nodiscard]] IQuendraHttpAPI& Api() const { return m_library.Api(); }
+
+    /// Requests whose head has come, without the handshake's.
+    [[nodiscard]] int Requests() const { return m_requests; }
+
+private:
+    std::atomic<int> m_requests = 0;
+    const RawServer m_server;
+    const Library m_library;
+};
+
+class TransferWire : public testing::Test
+{
+protected:
+    /// A caller whose files are there: what uploads send and what downloads write into.
+    [[nodiscard]] Caller CallerWith(const std::string& content) const
+    {
+        Caller caller;
+        caller.item = MakeItem(static_cast<std::int64_t>(content.size()));
+        caller.signature = folder.Write("sent", content);
+        caller.local = folder.Write("target", "before");
+        return caller;
+    }
+
+    /// One whose files are large, and sparse where the file system can.
+    [[nodiscard]] Caller LargeCaller() const
+    {
+        Caller caller = CallerWith("");
+        std::filesystem::resize_file(folder / "sent", kLarge);
+        caller.item = MakeItem(kLarge);
+        return caller;
+    }
+
+    /// Uploads send the file "sent", downloads write the file "target".
+    static ResultCode Perform(IQuendraHttpAPI& api, const std::string& name, const Transfer& transfer, Caller& caller)
+    {
+        if (IsUpload(name))
+            caller.local = caller.signature;
+        return transfer(api, caller);
+    }
+
+    static constexpr std::uint64_t kAll = ~std::uint64_t{0};
+
+    /// A connection's end.
+    struct Ending
+    {
+        const char* where;
+        std::string reply;               ///< what the server has sent by then.
+        std::string expected;            ///< "code: transfers; code: transfers"
+        std::optional<std::string> body; ///< what has come of a download; none: its file is not touched.
+        std::uint64_t reads = kAll;      ///< what the server has read of the request's body, at most.
+    };
+
+    /// Performs every transfer against a server that ends the connection: closes it, then once more with a reset.
+    void ExpectCodes(const Ending& ending, bool resets) const
+    {
+        SCOPED_TRACE(std::string(ending.where) + (resets ? ", reset" : ", closed"));
+        const Conversation wire([&](RawConnection& connection, const std::string& head) {
+            connection.Skip(std::min(ending.reads, BodyLength(head)));
+            connection.Send(ending.reply);
+            if (resets)
+                connection.Reset();
+            throw ConnectionEnded();
+        });
+        std::map<ResultCode, std::string> outcomes;
+        for (const auto& [name, transfer] : AllTransfers(kLarge))
+        {
+            SCOPED_TRACE(name);
+            Caller caller = ending.reads == kAll ? CallerWith("content") : LargeCaller();
+            const TraceCapture trace;
+            const ResultCode code = Perform(wire.Api(), name, transfer, caller);
+            const bool isLost = ending.reply.find("\r\n\r\n") == std::string::npos && (code == 12152 || code == 10054);
+            std::string& transfers = outcomes[isLost ? 12030 : code]; // the platforms' transports tell it differently
+            transfers += (transfers.empty() ? "" : ", ") + name;
+
+            const bool bringsItem = code == 21077 && IsUpload(name);
+            EXPECT_EQ(caller.given != nullptr, bringsItem || (code == 0 && IsDownload(name)));
+            EXPECT_TRUE(!bringsItem || caller.given->GetName() == L"new.txt");
+            EXPECT_EQ(trace.Has(EVT_INFO, "Extracted attributes from upload reply"), bringsItem);
+            EXPECT_EQ(trace.Has(EVT_ERROR, "Failed to extract attributes from response"), code == 13 && name != "metadata");
+            EXPECT_EQ(trace.Mentions("GetHTTPStatus shows failure, code: "),
+                      !IsDownload(name) && ending.reply.size() > 12 && ending.reply.substr(9, 3) != "200");
+
+            std::string content = IsDownload(name) ? ending.body.value_or("before") : "before";
+            if (name == "range" && ending.body) // its place is the second byte
+                content = "b" + content + std::string("before").substr(std::min<std::size_t>(content.size() + 1, 6));
+            EXPECT_EQ(folder.Read("target"), content);
+            EXPECT_TRUE(std::filesystem::remove(folder / "target")) << "nobody holds it open";
+            if (!ending.body)
+            {
+                static_cast<void>(transfer(wire.Api(), caller));
+                EXPECT_FALSE(std::filesystem::exists(folder / "target")) << "a download without a body to keep makes no file";
+            }
+            EXPECT_TRUE(std::filesystem::remove(folder / "sent")) << "nobody holds it open";
+        }
+        std::string told;
+        for (const auto& [code, transfers] : outcomes)
+            told += (told.empty() ? "" : "; ") + std::to_string(code) + ": " + (outcomes.size() == 1 ? "all" : transfers);
+        EXPECT_EQ(told, ending.expected);
+    }
+
+    const TemporaryFolder folder;
+};

@@ -1,9 +1,7 @@
-// Downloads onto a disk that is full, and what transfers leave open, over real sockets.
+// What downloads leave on a disk that is full, ends that only this platform's transport tells from others, and what transfers leave
+// open, over real sockets.
 
-#include "LibraryOverWire.h"
-#include "TraceCapture.h"
-#include "Tracing.h"
-#include "TransferSupport.h"
+#include "TransferWire.h"
 
 #include <csignal>
 #include <sys/resource.h>
@@ -31,69 +29,54 @@ private:
     rlimit m_before{};
 };
 
-TEST(TransferDisk, WhenFullEndsADownloadWithItsError)
+std::ptrdiff_t OpenFiles()
 {
-    const std::string content = Pattern(300'000);
-    RawServer server(AfterHandshake([&](RawConnection& connection, const std::string& head) {
-        connection.Skip(BodyLength(head));
-        connection.Send(HttpReply(200, content));
-    }));
-    const TemporaryFolder folder;
-    const Library library(server);
-    ASSERT_EQ(library.ShakeHands(), 0U);
-    TraceCapture trace;
-    for (const auto& [name, transfer] : {std::pair{"whole", Download()}, std::pair{"delta", DeltaDownload()}})
-    {
-        SCOPED_TRACE(name);
-        Caller caller;
-        caller.signature = folder.Write("signature", "s");
-        const auto record = std::make_shared<ProgressRecord>();
-        caller.progress = record;
-        for (const wchar_t* const target : {L"/dev/full", L""})
-        {
-            caller.local = *target != L'\0' ? target : (folder / "target").wstring();
-            trace.Clear();
-            const FileSizeLimit limit(100'000);
-            EXPECT_EQ(transfer(library.Api(), caller), 112U);
-            EXPECT_TRUE(trace.Has(EVT_ERROR, "WriteFile failed, error code: 112"));
-            EXPECT_EQ(caller.given, nullptr);
-        }
-        EXPECT_EQ(folder.Read("target"), content.substr(0, 100'000)) << "what found room stays";
-        EXPECT_LE(record->last, 100'000U);
-    }
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
 }
 
-TEST(Transfers, LeaveNothingOpenHoweverTheyEnd)
+TEST_F(TransferWire, ADownloadOntoAFullDiskKeepsWhatFoundRoom)
 {
-    const auto descriptors = [] {
-        const std::filesystem::directory_iterator all("/proc/self/fd");
-        return std::distance(begin(all), end(all));
-    };
-    const TemporaryFolder folder;
-    const auto before = descriptors();
-    for (const std::string reply : {"", "HTTP/1.1 200 OK\r\nContent-Le", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc",
-                                    "HTTP/1.1 404 No\r\nContent-Length: 0\r\n\r\n"})
+    const std::string content = Pattern(300'000);
+    const auto before = OpenFiles();
     {
-        RawServer server([&](RawConnection& connection) {
-            connection.ReadRequest();
-            connection.Send(reply);
+        const Conversation wire([&](RawConnection& connection, const std::string& head) {
+            connection.Skip(BodyLength(head));
+            connection.Send(HttpReply(200, content));
         });
-        const Library library(server);
-        for (const auto& [name, transfer] : FileTransfers())
+        for (const auto& [name, transfer] : FileTransfers(300'000))
         {
-            SCOPED_TRACE(name + ": " + reply);
-            Caller caller;
-            caller.signature = folder.Write("sent", Pattern(100));
-            caller.local = IsUpload(name) ? caller.signature : folder.Write("target", "before");
-            const ResultCode code = transfer(library.Api(), caller);
-            EXPECT_NE(code, 0U);
-            // Wine's WinHTTP takes a reply that ends in its headers for a whole one.
-            EXPECT_TRUE(!reply.ends_with("Content-Le") || (code == 12030 && (IsUpload(name) || folder.Read("target") == "before")));
-            caller.local = (folder / "missing" / "file").wstring();
-            EXPECT_NE(transfer(library.Api(), caller), 0U);
+            if (!IsDownload(name))
+                continue;
+            SCOPED_TRACE(name);
+            Caller caller = CallerWith("");
+            const auto record = std::make_shared<ProgressRecord>();
+            caller.progress = record;
+            const FileSizeLimit limit(100'000);
+            EXPECT_EQ(transfer(wire.Api(), caller), 112U);
+            EXPECT_EQ(caller.given, nullptr);
+            EXPECT_EQ(folder.Read("target"), ((name == "range" ? "b" : "") + content).substr(0, 100'000));
+            EXPECT_LE(record->last, 100'000U);
         }
     }
-    EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(OpenFiles(), before);
+}
+
+TEST_F(TransferWire, ABodyWithoutALengthIsWholeOnlyAtAnEndOfItsOwnAndNothingStaysOpen)
+{
+    const std::string part = kReply.substr(0, 40);
+    const std::string chunk = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nConnection: close\r\n\r\n28\r\n" + part;
+    const std::string cut = "0: cancel; 13: chunk upload, complete, delta upload, metadata, upload; 12030: delta, download, range";
+    const std::string whole = "0: cancel, delta, download, range; 13: chunk upload, complete, delta upload, metadata, upload";
+    const auto before = OpenFiles();
+    for (const bool resets : {false, true})
+        for (const Ending& ending :
+             {Ending{"in the headers", "HTTP/1.1 200 OK\r\nContent-Le", "12030: all", {}}, Ending{"in a chunk", chunk, cut, part},
+              Ending{"after a chunk", chunk + "\r\n", cut, part}, Ending{"in the last chunk", chunk + "\r\n0\r\n", cut, part},
+              Ending{"after the last chunk", chunk + "\r\n0\r\n\r\n", whole, part},
+              Ending{"of the connection", "HTTP/1.1 200 OK\r\n\r\n" + part, resets ? cut : whole, part}})
+            ExpectCodes(ending, resets);
+    EXPECT_EQ(OpenFiles(), before);
 }
 
 } // namespace

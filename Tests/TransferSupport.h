@@ -137,40 +137,43 @@ using Transfer = std::function<ResultCode(IQuendraHttpAPI&, Caller&)>;
 
 inline constexpr GUID kUpload{0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
 
-inline Transfer Upload(std::uint32_t delta)
+/// One that puts the item of the server's answer in the place of the caller's.
+inline Transfer ReplacingItem(std::function<ResultCode(IQuendraHttpAPI&, Caller&, Item&)> send)
 {
-    return [delta](IQuendraHttpAPI& api, Caller& caller) {
+    return [send = std::move(send)](IQuendraHttpAPI& api, Caller& caller) {
         Item item = caller.item;
-        const ResultCode result = api.UploadFile(caller.local, L"/d/a.txt", item, &delta, caller.cancel, caller.progress);
+        const ResultCode result = send(api, caller, item);
         caller.given = item == caller.item ? nullptr : item;
         return result;
     };
+}
+
+inline Transfer Upload(std::uint32_t delta)
+{
+    return ReplacingItem([delta](IQuendraHttpAPI& api, Caller& caller, Item& item) {
+        return api.UploadFile(caller.local, L"/d/a.txt", item, &delta, caller.cancel, caller.progress);
+    });
 }
 
 inline Transfer Chunk(std::int64_t offset, std::int64_t length, std::int32_t begin = 0)
 {
-    return [=](IQuendraHttpAPI& api, Caller& caller) {
-        Item item = caller.item;
+    return ReplacingItem([=](IQuendraHttpAPI& api, Caller& caller, Item& item) {
         std::int64_t chunk = length;
-        const ResultCode result =
-            api.ResumableUpload(caller.local, L"/d/a.txt", item, kUpload, &offset, &chunk, begin, caller.cancel, caller.progress);
-        caller.given = item == caller.item ? nullptr : item;
-        return result;
-    };
+        return api.ResumableUpload(caller.local, L"/d/a.txt", item, kUpload, &offset, &chunk, begin, caller.cancel, caller.progress);
+    });
 }
 
-inline Transfer Download()
+inline Transfer Download(bool isDelta = false)
 {
-    return [](IQuendraHttpAPI& api, Caller& caller) {
-        return api.DownloadFile(L"/d/a.txt", caller.local, caller.item, caller.given, L"", caller.cancel, caller.progress);
+    return [isDelta](IQuendraHttpAPI& api, Caller& caller) {
+        return api.DownloadFile(L"/d/a.txt", caller.local, caller.item, caller.given, isDelta ? caller.signature : L"", caller.cancel,
+                                caller.progress);
     };
 }
 
 inline Transfer DeltaDownload()
 {
-    return [](IQuendraHttpAPI& api, Caller& caller) {
-        return api.DownloadFile(L"/d/a.txt", caller.local, caller.item, caller.given, caller.signature, caller.cancel, caller.progress);
-    };
+    return Download(true);
 }
 
 inline Transfer Range(std::uint64_t skip, std::int64_t count)

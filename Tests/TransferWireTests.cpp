@@ -103,10 +103,7 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
          "Download data request for " + paths + "Revision: 7\nDownloadData request [/sync/folders/d/a.txt?skip=3&count=5&revision=7]\n" +
              "Successfully downloaded data into file: " + target + '\n'},
     };
-    RawServer server(AnswerEach([](const std::string& request) {
-        const std::string handshake = AnswerHandshake(request);
-        return handshake.empty() ? HttpReply(200, kReply) : handshake;
-    }));
+    RawServer server(AnswerAll(kReply));
     const Library library(server);
     ASSERT_EQ(library.ShakeHands(), 0U);
     library->SetSessionToken(L"abc");

@@ -85,7 +85,7 @@ private:
     CancelEvent m_cancel{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
 };
 
-/// Remembers every call as text, "status:4 3@3 2@5 " (sizes of status texts in characters), and the ends of what it was told.
+/// Remembers every call as text, "status:4 3@3 2@5 " (sizes of status texts in characters), and where it has come to.
 struct ProgressRecord final : IProgressCallback
 {
     explicit ProgressRecord(std::function<void()> atBlock = {}) : onBlock(std::move(atBlock)) {}
@@ -93,9 +93,7 @@ struct ProgressRecord final : IProgressCallback
     void OnBlock(std::uint64_t blockSize, std::uint64_t position) override
     {
         calls += std::to_string(blockSize) + "@" + std::to_string(position) + " ";
-        inOrder = inOrder && (isFirst || position == last + blockSize);
-        isFirst = false;
-        moved += blockSize;
+        inOrder = inOrder && position == last + blockSize;
         last = position;
         if (onBlock)
             onBlock();
@@ -103,15 +101,13 @@ struct ProgressRecord final : IProgressCallback
     void OnStatusSize(std::uint32_t size) override
     {
         calls += "status:" + std::to_string(size / sizeof(wchar_t)) + " ";
-        isFirst = true;
+        last = 0;
     }
 
     std::function<void()> onBlock;
     std::string calls;
-    bool isFirst = true; ///< of what is sent, or after the status of what is received.
-    bool inOrder = true; ///< each block begins where the one before it ended.
-    std::uint64_t moved = 0;
-    std::uint64_t last = 0;
+    bool inOrder = true;    ///< each block began where the one before it had ended.
+    std::uint64_t last = 0; ///< where the first begins, and the last has ended: of what is sent, after a status of what is received.
 };
 
 /// The server's answer to an upload.

@@ -4,6 +4,8 @@
 #include "PeakMemory.h"
 #include "TransferWire.h"
 
+#include <cstdio>
+
 namespace
 {
 
@@ -120,11 +122,7 @@ private:
             return ReceiveUpload(connection, head);
         unsigned long long skip = 0;
         unsigned long long count = std::filesystem::file_size(m_path);
-        if (const std::size_t query = head.find("?skip="); query != std::string::npos)
-        {
-            skip = std::strtoull(head.c_str() + query + 6, nullptr, 10);
-            count = std::strtoull(head.c_str() + head.find("&count=") + 7, nullptr, 10);
-        }
+        static_cast<void>(std::sscanf(head.c_str(), "GET %*[^?]?skip=%llu&count=%llu", &skip, &count));
         connection.Send("HTTP/1.1 200 OK\r\nContent-Length: ");
         connection.Send(std::to_string(count) + "\r\n\r\n");
         for (Reader file(m_path, skip); count > 0;)

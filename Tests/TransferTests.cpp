@@ -53,21 +53,7 @@ TEST(Transfers, DownloadsAskForTheItemWhereTheServerIsOfTheOldKind)
     }
 }
 
-TEST(Transfers, OmitWhatIsNotThere)
-{
-    for (const auto& [name, transfer] : FileTransfers())
-    {
-        SCOPED_TRACE(name);
-        Scene scene;
-        scene.caller.item = MakeItem(100, "");
-        EXPECT_EQ(scene.Perform(transfer), 0U);
-        for (const std::string& step : scene.client.script.requests.at(0))
-            EXPECT_EQ(step.find("revision"), std::string::npos) << step;
-        EXPECT_FALSE(scene.trace.Mentions("Revision: "));
-    }
-}
-
-TEST(Transfers, EachStepThatFailsEndsWithItsMessageAndCodeOrIsNotJudged)
+TEST(Transfers, OmitARevisionThatIsNotThereAndEachStepThatFailsEndsWithItsMessageAndCodeOrIsNotJudged)
 {
     const std::string open = "WinHttpRequest failed to initialise, error code: 77";
     const std::string file = "SendMultipartFile failed, error code: 77";
@@ -80,10 +66,9 @@ TEST(Transfers, EachStepThatFailsEndsWithItsMessageAndCodeOrIsNotJudged)
     const std::string header = "AddHeader failed, error code: 77";
     const std::string lastPost = "httpRequest->SendPostData, error code: 77";
     const std::map<std::string, Texts> messages = {
-        {"upload", {open, file, headers, field, field, field, field, field, field, start, post, file, end, post, receive}},
-        {"delta upload", {open, file, "", field, field, field, field, field, start, "", file, "", post, receive}},
-        {"chunk upload",
-         {open, header, header, header, header, header, header, header, file, headers, start, file, end, lastPost, receive}},
+        {"upload", {open, file, headers, field, field, field, field, field, start, post, file, end, post, receive}},
+        {"delta upload", {open, file, "", field, field, field, field, start, "", file, "", post, receive}},
+        {"chunk upload", {open, header, header, header, header, header, header, file, headers, start, file, end, lastPost, receive}},
         {"complete", {open, header, header, headers, start, end, lastPost, receive}},
         {"cancel", {open, "GetResponse failed, error code: 77"}},
         {"metadata", {open, "GetResponse failed, error code: 0x4d"}},
@@ -110,11 +95,17 @@ TEST(Transfers, EachStepThatFailsEndsWithItsMessageAndCodeOrIsNotJudged)
                 script.failingStepResult = 77;
             }
             SCOPED_TRACE(name + ": " + script.failingStep);
+            scene.caller.item = MakeItem(100, "");
             EXPECT_EQ(scene.Perform(transfer), message.empty() ? 0U : 77U);
             EXPECT_EQ(scene.trace.Messages(EVT_ERROR), message.empty() ? Texts{} : Texts{message});
             EXPECT_EQ(scene.caller.given != nullptr, message.empty() && name != "cancel" && name != "metadata");
+            EXPECT_FALSE(scene.trace.Mentions("Revision: "));
             if (failing == 0)
                 steps = script.requests.at(0);
+            for (const std::string& step : steps)
+                EXPECT_EQ(step.find("revision"), std::string::npos) << step;
+            EXPECT_EQ(script.connections.at(0),
+                      name == "delta upload" ? "server:8080 send=300000 receive=600000" : "server:8080 send=0 receive=0");
             ASSERT_EQ(steps.size(), messages.at(name).size());
         }
     }
@@ -149,27 +140,21 @@ TEST(Transfers, JudgeWhatATransportOfTheCallersOwnAnswers)
     }
 }
 
-TEST(Transfers, AskForARepetitionWhenAnotherLoginChangedTheToken)
+TEST(Transfers, HeedWhatHappensWhileTheyAreOnTheirWay)
 {
     for (const auto& [name, transfer] : AllTransfers())
     {
         SCOPED_TRACE(name);
-        Scene scene({401, kInvalidSession, 0, [&] { scene.client->SetSessionToken(L"new"); }});
-        EXPECT_EQ(scene.Perform(transfer), 1237U);
-        EXPECT_EQ(scene.caller.given, nullptr);
-    }
-}
+        Scene relogged({401, R"({"errorId":"6"})", 0, [&] { relogged.client->SetSessionToken(L"new"); }});
+        EXPECT_EQ(relogged.Perform(transfer), 1237U);
+        EXPECT_EQ(relogged.caller.given, nullptr);
 
-TEST(Transfers, UploadsAreCancelledAlsoAfterTheAnswer)
-{
-    for (const auto& [name, transfer] : FileTransfers())
-    {
-        SCOPED_TRACE(name);
+        // Only uploads look at the event after the answer.
         const Event event;
-        Scene scene({200, kReply, 0, [&] { event.Signal(); }});
-        scene.caller.cancel = event.Cancel();
-        EXPECT_EQ(scene.Perform(transfer), IsUpload(name) ? 1223U : 0U);
-        EXPECT_EQ(scene.caller.given == nullptr, IsUpload(name));
+        Scene cancelled({200, kReply, 0, [&] { event.Signal(); }});
+        cancelled.caller.cancel = event.Cancel();
+        EXPECT_EQ(cancelled.Perform(transfer), IsUpload(name) ? 1223U : 0U);
+        EXPECT_TRUE(!IsUpload(name) || cancelled.caller.given == nullptr);
     }
 }
 
@@ -196,15 +181,6 @@ TEST(Transfers, DifferInWhenAConnectionCountsAsFailed)
         EXPECT_EQ(scene.trace.Messages(EVT_ERROR), transfer.message == nullptr ? Texts{} : Texts{transfer.message});
         EXPECT_EQ(scene.client.script.timeouts, transfer.timeouts);
     }
-}
-
-TEST(Transfers, DeltasHaveTimeoutsOfTheirOwn)
-{
-    Scene scene;
-    for (const auto& transfer : {Upload(1), Upload(0), DeltaDownload()})
-        scene.Perform(transfer);
-    EXPECT_EQ(scene.client.script.connections,
-              (Texts{"server:8080 send=300000 receive=600000", "server:8080 send=0 receive=0", "server:8080 send=0 receive=0"}));
 }
 
 TEST(ChunkedUpload, TellsItsCallerTheCorrectedLength)

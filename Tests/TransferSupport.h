@@ -69,20 +69,15 @@ private:
 };
 
 /// A cancel event.
-class Event
+struct Event : CancelEvent
 {
-public:
-    Event() = default;
-    ~Event() { CloseHandle(m_cancel.event); }
+    explicit Event(bool resetsItself = false) : CancelEvent{CreateEventW(nullptr, resetsItself ? FALSE : TRUE, FALSE, nullptr)} {}
+    ~Event() { CloseHandle(event); }
 
     Event(const Event&) = delete;
     Event& operator=(const Event&) = delete;
 
-    [[nodiscard]] const CancelEvent& Cancel() const { return m_cancel; }
-    void Signal() const { SetEvent(m_cancel.event); }
-
-private:
-    CancelEvent m_cancel{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+    void Signal() const { SetEvent(event); }
 };
 
 /// Remembers every call as text, "status:4 3@3 2@5 " (sizes of status texts in characters), and where it has come to.

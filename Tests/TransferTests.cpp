@@ -152,7 +152,7 @@ TEST(Transfers, HeedWhatHappensWhileTheyAreOnTheirWay)
         // Only uploads look at the event after the answer.
         const Event event;
         Scene cancelled({200, kReply, 0, [&] { event.Signal(); }});
-        cancelled.caller.cancel = event.Cancel();
+        cancelled.caller.cancel = event;
         EXPECT_EQ(cancelled.Perform(transfer), IsUpload(name) ? 1223U : 0U);
         EXPECT_TRUE(!IsUpload(name) || cancelled.caller.given == nullptr);
     }

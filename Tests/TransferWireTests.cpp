@@ -181,7 +181,7 @@ TEST_F(TransferWire, ACancelOrAClosedRequestEndsATransferOnItsWayAndACancelOneTh
             const Conversation wire([&](RawConnection& connection, const std::string& head) { ServeLarge(connection, head, end); });
             api = &wire.Api();
             Caller caller = LargeCaller();
-            caller.cancel = event.Cancel();
+            caller.cancel = event;
             const auto record = std::make_shared<ProgressRecord>();
             caller.progress = record;
             TraceCapture trace;

@@ -325,7 +325,7 @@ TEST_F(TransportSteps, ACancelEventHidesHowADownloadEnds)
     const Event event;
     event.Signal();
     g_script.pieces = {{0, "", 12002, 0}};
-    EXPECT_EQ(GetFile(&event.Cancel()), 1223U);
+    EXPECT_EQ(GetFile(&event), 1223U);
 }
 
 } // namespace

@@ -9,26 +9,6 @@
 namespace
 {
 
-// Lets no file of this process grow further.
-class FileSizeLimit
-{
-public:
-    explicit FileSizeLimit(rlim_t bytes)
-    {
-        std::signal(SIGXFSZ, SIG_IGN);
-        ::getrlimit(RLIMIT_FSIZE, &m_before);
-        const rlimit limit{bytes, m_before.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() { ::setrlimit(RLIMIT_FSIZE, &m_before); }
-
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-private:
-    rlimit m_before{};
-};
-
 std::ptrdiff_t OpenFiles()
 {
     const std::filesystem::directory_iterator all("/proc/self/fd");
@@ -39,6 +19,7 @@ TEST_F(TransferWire, ADownloadOntoAFullDiskKeepsWhatFoundRoom)
 {
     const std::string content = Pattern(300'000);
     const auto before = OpenFiles();
+    std::signal(SIGXFSZ, SIG_IGN);
     {
         const Conversation wire([&](RawConnection& connection, const std::string& head) {
             connection.Skip(BodyLength(head));
@@ -52,7 +33,11 @@ TEST_F(TransferWire, ADownloadOntoAFullDiskKeepsWhatFoundRoom)
             Caller caller = CallerWith("");
             const auto record = std::make_shared<ProgressRecord>();
             caller.progress = record;
-            const FileSizeLimit limit(100'000);
+            rlimit unlimited{};
+            ::getrlimit(RLIMIT_FSIZE, &unlimited);
+            const rlimit limit{100'000, unlimited.rlim_max};
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+            const std::shared_ptr<void> atEnd(nullptr, [&](void*) { ::setrlimit(RLIMIT_FSIZE, &unlimited); });
             EXPECT_EQ(transfer(wire.Api(), caller), 112U);
             EXPECT_EQ(caller.given, nullptr);
             EXPECT_EQ(folder.Read("target"), ((name == "range" ? "b" : "") + content).substr(0, 100'000));

@@ -45,21 +45,14 @@ class TransferWire : public testing::Test
 {
 protected:
     /// A caller whose files are there: what uploads send and what downloads write into.
-    [[nodiscard]] Caller CallerWith(const std::string& content) const
+    /// @param size  of a larger file, which is sparse where the file system can.
+    [[nodiscard]] Caller CallerWith(const std::string& content, std::uint64_t size = 0) const
     {
         Caller caller;
-        caller.item = MakeItem(static_cast<std::int64_t>(content.size()));
         caller.signature = folder.Write("sent", content);
         caller.local = folder.Write("target", "b");
-        return caller;
-    }
-
-    /// One whose files are large, and sparse where the file system can.
-    [[nodiscard]] Caller LargeCaller() const
-    {
-        Caller caller = CallerWith("");
-        std::filesystem::resize_file(folder / "sent", kLarge);
-        caller.item = MakeItem(kLarge);
+        std::filesystem::resize_file(caller.signature, std::max<std::uint64_t>(size, content.size()));
+        caller.item = MakeItem(static_cast<std::int64_t>(std::filesystem::file_size(caller.signature)));
         return caller;
     }
 
@@ -98,7 +91,7 @@ protected:
         for (const auto& [name, transfer] : AllTransfers(kLarge))
         {
             SCOPED_TRACE(name);
-            Caller caller = ending.reads == kAll ? CallerWith("content") : LargeCaller();
+            Caller caller = CallerWith("content", ending.reads == kAll ? 0 : kLarge);
             if (!ending.body)
                 std::filesystem::remove(folder / "target");
             const TraceCapture trace;

@@ -17,16 +17,6 @@ namespace
 using Piece = WinHttpScript::Piece;
 using Texts = std::vector<std::string>;
 
-// A reply in memory that a test does not have to free.
-struct Reply : ResponseBuffer
-{
-    Reply() = default;
-    ~Reply() { std::free(data); }
-    Reply(const Reply&) = delete;
-    Reply& operator=(const Reply&) = delete;
-    [[nodiscard]] std::string Text() const { return std::string(data == nullptr ? "" : data, length); }
-};
-
 class TransportSteps : public testing::Test
 {
 protected:
@@ -58,7 +48,7 @@ protected:
     std::shared_ptr<WinHttpConnection> connection;
     std::shared_ptr<WinHttpRequest> request;
     std::shared_ptr<IProgressCallback> progress;
-    Reply reply;
+    ResponseBuffer reply;
 };
 
 TEST_F(TransportSteps, EachCallThatFailsEndsItsOperationWithItsErrorAndMessage)
@@ -71,27 +61,21 @@ TEST_F(TransportSteps, EachCallThatFailsEndsItsOperationWithItsErrorAndMessage)
     };
     DWORD length = 0;
     const std::string add = "WinHttpAddRequestHeaders";
-    const Case cases[] =
-        {
-            {[&] { return session->Initialise(); }, true},
-            {[&] {
-        const ResultCode result = InitialiseConnection();
-        g_script.counts.erase("WinHttpSetTimeouts"); // is warned of only
-        return result;
-             },
-             true},
-            {[&] { return request->Initialise(L"/path", L"GET", connection, nullptr, 0); }, true},
-            {[&] { return session->SetOption(3, nullptr, 0); }, true},
-            {[&] { return session->QueryOption(3, nullptr, length); }, true},
-            {[&] { return request->AddHeader(L"a", L"b"); }, false, {{{add, 1}, {"Failed to add header [a: b], error: 12030"}}}},
-            {[&] { return request->AppendFormData("a", L"b", true); }, false, {{{add, 1}, {"Failed to AddRequestHeaders - 12030"}}}},
-            {[&] { return request->AddMultipartHeaders(true); }, false, {{{add, 1}, {}}, {{add, 2}, {}}}},
-            {[&] { return request->StartRequest(5); }},
-            {[&] { return request->SendPostData(); }, false, {{{"WinHttpWriteData", 1}, {}}}},
-            {[&] { return request->GetResponse(reply); }, false, {{{add, 1}, {}}}},
-            {[&] { return GetFile(); },
-             false,
-             {{{"WinHttpSendRequest", 1}, {"WinHttpSendRequest failed, error code: 12030", "SendRequest failed, error code: 12030"}}}},
+    const Case cases[] = {
+        {[&] { return session->Initialise(); }, true},
+        {[&] { return InitialiseConnection(); }, true},
+        {[&] { return request->Initialise(L"/path", L"GET", connection, nullptr, 0); }, true},
+        {[&] { return session->SetOption(3, nullptr, 0); }, true},
+        {[&] { return session->QueryOption(3, nullptr, length); }, true},
+        {[&] { return request->AddHeader(L"a", L"b"); }, false, {{{add, 1}, {"Failed to add header [a: b], error: 12030"}}}},
+        {[&] { return request->AppendFormData("a", L"b", true); }, false, {{{add, 1}, {"Failed to AddRequestHeaders - 12030"}}}},
+        {[&] { return request->AddMultipartHeaders(true); }, false, {{{add, 1}, {}}, {{add, 2}, {}}}},
+        {[&] { return request->StartRequest(5); }},
+        {[&] { return request->SendPostData(); }, false, {{{"WinHttpWriteData", 1}, {}}}},
+        {[&] { return request->GetResponse(reply); }, false, {{{add, 1}, {}}}},
+        {[&] { return GetFile(); },
+         false,
+         {{{"WinHttpSendRequest", 1}, {"WinHttpSendRequest failed, error code: 12030", "SendRequest failed, error code: 12030"}}}},
     };
     for (const Case& operation : cases)
     {
@@ -102,7 +86,8 @@ TEST_F(TransportSteps, EachCallThatFailsEndsItsOperationWithItsErrorAndMessage)
         EXPECT_FALSE(counts.empty());
         for (const auto& [function, count] : counts)
         {
-            for (int call = 1; call <= count; ++call)
+            const bool isWarnedOf = function == "WinHttpSetTimeouts" && &operation == &cases[1];
+            for (int call = 1; call <= count && !isWarnedOf; ++call)
             {
                 SCOPED_TRACE(std::to_string(&operation - cases) + ": " + function + " " + std::to_string(call));
                 Restart();
@@ -265,12 +250,13 @@ TEST_F(TransportSteps, RepliesInMemoryAreReadPieceByPiece)
         g_script = {};
         g_script.pieces = body.pieces;
         g_script.status = L"404";
-        Reply read;
+        ResponseBuffer read;
         EXPECT_EQ(request->ReceiveResponse(read), body.expected);
         EXPECT_EQ(request->GetHTTPStatus(), 404U) << "told, and not judged";
-        EXPECT_TRUE(read.Text() == body.text);
+        EXPECT_TRUE(std::string_view(read.data, read.length) == body.text);
         EXPECT_EQ(read.data == nullptr, body.text.empty());
         EXPECT_TRUE(read.data == nullptr || read.data[read.length] == '\0');
+        std::free(read.data);
     }
 }
 

@@ -32,23 +32,18 @@ struct Scene
 
 TEST(Transfers, DownloadsAskForTheItemWhereTheServerIsOfTheOldKind)
 {
-    struct Case
-    {
-        const char* version;
-        const char* mode;
-        bool asks;
-    };
-    for (const Case& server : {Case{"1.1", R"({"device_token_auth":false})", true}, Case{"1.2", R"({"device_token_auth":false})", false},
-                               Case{"1.1", R"({"device_token_auth":true})", false}})
+    for (const auto& [version, mode, asks] :
+         {std::tuple{"1.1", R"({"device_token_auth":false})", true}, std::tuple{"1.2", R"({"device_token_auth":false})", false},
+          std::tuple{"1.1", R"({"device_token_auth":true})", false}})
     {
         for (const Transfer& download : {Download(), DeltaDownload(), Range(1, 2)})
         {
-            Scene scene({200, std::nullopt, 0, {}}, server.version, server.mode);
+            Scene scene({200, std::nullopt, 0, {}}, version, mode);
             scene.client.script.replies.push_back({200, kReply, 0, {}});
             EXPECT_EQ(scene.Perform(download), 0U);
-            EXPECT_EQ(scene.client.script.requests.size(), server.asks ? 2U : 1U);
+            EXPECT_EQ(scene.client.script.requests.size(), asks ? 2U : 1U);
             ASSERT_NE(scene.caller.given, nullptr);
-            EXPECT_TRUE(server.asks ? scene.caller.given->GetName() == L"new.txt" : scene.caller.given == scene.caller.item);
+            EXPECT_TRUE(asks ? scene.caller.given->GetName() == L"new.txt" : scene.caller.given == scene.caller.item);
         }
     }
 }
@@ -165,64 +160,59 @@ TEST(Transfers, DifferInWhenAConnectionCountsAsFailed)
         Transfer run;
         ResultCode result;
         ResultCode expected;
-        const char* message;
+        Texts errors;
         std::vector<std::vector<int>> timeouts = {};
     };
     for (const Case& transfer :
-         {Case{Chunk(0, 9), 5, 0, nullptr},
-          Case{Chunk(0, 9), 0x80070005, 12, "WinHttpConnection failed to initialise, error code: -2147024891"},
-          Case{Upload(0), 5, 12, "WinHttpConnection failed to initialise, error code: 5"},
-          Case{kMetadata, 5, 12, "WinHttpConnection failed to initialise, error code: 0x00000005"},
-          Case{Range(0, 1), 5, 12, "WinHttpConnection failed to initialise, error code: 5", {{60000, 60000, 300000, 300000}}}})
+         {Case{Chunk(0, 9), 5, 0, {}},
+          Case{Chunk(0, 9), 0x80070005, 12, {"WinHttpConnection failed to initialise, error code: -2147024891"}},
+          Case{Upload(0), 5, 12, {"WinHttpConnection failed to initialise, error code: 5"}},
+          Case{kMetadata, 5, 12, {"WinHttpConnection failed to initialise, error code: 0x00000005"}},
+          Case{Range(0, 1), 5, 12, {"WinHttpConnection failed to initialise, error code: 5"}, {{60000, 60000, 300000, 300000}}}})
     {
         Scene scene;
         scene.client.script.connectionFailure = {1, transfer.result, 12};
         EXPECT_EQ(scene.Perform(transfer.run), transfer.expected);
-        EXPECT_EQ(scene.trace.Messages(EVT_ERROR), transfer.message == nullptr ? Texts{} : Texts{transfer.message});
+        EXPECT_EQ(scene.trace.Messages(EVT_ERROR), transfer.errors);
         EXPECT_EQ(scene.client.script.timeouts, transfer.timeouts);
     }
 }
 
 TEST(ChunkedUpload, TellsItsCallerTheCorrectedLength)
 {
-    struct Case
-    {
-        std::int64_t offset, length, expected;
-        const char* message;
-    };
-    for (const Case& chunk : {Case{60, 50, 40, "Past end of file: 60 + 50 > 100"}, Case{60, 40, 40, nullptr}, Case{60, 30, 30, nullptr},
-                              Case{60, 0x7FFFFFFFFFFFFFFF, 40, "Past end of file: 60 + 9223372036854775807 > 100"},
-                              Case{100, 0, 0, nullptr}, Case{101, 1, 0, "Past end of file: 101 + 1 > 100"}})
+    using Row = std::tuple<std::int64_t, std::int64_t, std::int64_t, Texts>;
+    for (const auto& [offset, length, expected, errors] :
+         std::vector<Row>{{60, 50, 40, {"Past end of file: 60 + 50 > 100"}},
+                          {60, 40, 40, {}},
+                          {60, 30, 30, {}},
+                          {60, 0x7FFFFFFFFFFFFFFF, 40, {"Past end of file: 60 + 9223372036854775807 > 100"}},
+                          {100, 0, 0, {}},
+                          {101, 1, 0, {"Past end of file: 101 + 1 > 100"}}})
     {
         Scene scene;
-        std::int64_t length = chunk.length;
-        EXPECT_EQ(scene.client->ResumableUpload(L"local", L"/d/a.txt", scene.caller.item, kUpload, &chunk.offset, &length, 0, {}, nullptr),
-                  0U);
-        EXPECT_EQ(length, chunk.expected);
-        EXPECT_EQ(scene.trace.Messages(EVT_ERROR), chunk.message == nullptr ? Texts{} : Texts{chunk.message});
+        std::int64_t chunk = length;
+        EXPECT_EQ(scene.client->ResumableUpload(L"local", L"/d/a.txt", scene.caller.item, kUpload, &offset, &chunk, 0, {}, nullptr), 0U);
+        EXPECT_EQ(chunk, expected);
+        EXPECT_EQ(scene.trace.Messages(EVT_ERROR), errors);
     }
 }
 
 TEST(ChunkedUpload, ReadsWhatTheServerHas)
 {
-    struct Case
+    using Row = std::tuple<const char*, ResultCode, std::int64_t, std::uint32_t>;
+    for (const auto& [reply, expected, expectedOffset, expectedLocked] :
+         std::vector<Row>{{R"({"bytes_received":5000000000,"is_locked":"true"})", 0, 5000000000, 1},
+                          {R"({"bytes_received":"5000000000","is_locked":"yes"})", 0, 5000000000, 0},
+                          {R"({"bytes_received":true,"is_locked":true})", 0, 77, 7},
+                          {R"({"bytes_received":1.5})", 0, 77, 7},
+                          {"[]", 13, 77, 7}})
     {
-        const char* reply;
-        ResultCode expected;
-        std::int64_t offset;
-        std::uint32_t locked;
-    };
-    for (const Case& metadata : {Case{R"({"bytes_received":5000000000,"is_locked":"true"})", 0, 5000000000, 1},
-                                 Case{R"({"bytes_received":"5000000000","is_locked":"yes"})", 0, 5000000000, 0},
-                                 Case{R"({"bytes_received":true,"is_locked":true})", 0, 77, 7}, Case{R"({"bytes_received":1.5})", 0, 77, 7},
-                                 Case{"[]", 13, 77, 7}})
-    {
-        Scene scene({200, metadata.reply, 0, {}});
+        Scene scene({200, reply, 0, {}});
         std::int64_t offset = 77;
         std::uint32_t locked = 7;
-        EXPECT_EQ(scene.client->GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked), metadata.expected);
-        EXPECT_EQ(offset, metadata.offset);
-        EXPECT_EQ(locked, metadata.locked);
+        EXPECT_EQ(scene.client->GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked), expected);
+        EXPECT_EQ(offset, expectedOffset);
+        EXPECT_EQ(locked, expectedLocked);
         EXPECT_EQ(scene.trace.Has(EVT_INFO, "Got offset 5000000000"), offset != 77);
         EXPECT_EQ(scene.trace.Has(EVT_INFO, "Got locked " + std::to_string(locked)), locked != 7);
     }

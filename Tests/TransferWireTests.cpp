@@ -275,24 +275,19 @@ TEST_F(TransferWire, ABrokenOrRefusedTransferEndsInItsCodeAndNoneInASuccess)
 
 TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsErrorAndMessage)
 {
-    struct Case
-    {
-        const char* name;
-        const char* message;
-        bool isSent = false;
-    };
     const std::pair<std::string, unsigned> faults[] = {
         {(folder / "missing").string(), 2}, {(folder / "no folder" / "missing").string(), 3}, {"/dev/full", 112}};
     const Conversation wire([](RawConnection& connection, const std::string& head) {
         connection.Skip(BodyLength(head));
         connection.Send(HttpReply(200, "content"));
     });
-    for (const auto& [name, format, isSent] :
-         {Case{"upload", "SendMultipartFile failed, error code: %u", true},
-          Case{"delta upload", "SendMultipartFile failed, error code: %u", true},
-          Case{"chunk upload", "SendMultipartFile failed, error code: %u", true},
-          Case{"delta", "httpRequest->SendMultipartFile, error code: 0x0", true}, Case{"delta", "httpRequest->GetResponse, error code: %u"},
-          Case{"download", "SendRequestGetResponse failed, error code: %u"}, Case{"range", "GetResponse failed, error code: 0x%x"}})
+    for (const auto& [name, isSent, format] : {std::tuple{"upload", true, "SendMultipartFile failed, error code: %u"},
+                                               std::tuple{"delta upload", true, "SendMultipartFile failed, error code: %u"},
+                                               std::tuple{"chunk upload", true, "SendMultipartFile failed, error code: %u"},
+                                               std::tuple{"delta", true, "httpRequest->SendMultipartFile, error code: 0x0"},
+                                               std::tuple{"delta", false, "httpRequest->GetResponse, error code: %u"},
+                                               std::tuple{"download", false, "SendRequestGetResponse failed, error code: %u"},
+                                               std::tuple{"range", false, "GetResponse failed, error code: 0x%x"}})
     {
         for (const auto& [path, code] : faults)
         {

@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 #include <map>
+#include <tuple>
 
 namespace
 {
@@ -140,18 +141,16 @@ TEST_F(TransportSteps, AttachKeepsOneHandleAndClosesTheOther)
 {
     int first = 0;
     int second = 0;
-    EXPECT_TRUE(session->Attach(&first));
-    EXPECT_FALSE(trace.Has(EVT_ERROR, "Attach handle non-null"));
-    EXPECT_TRUE(session->Attach(&first)) << "the same handle again stays open";
-    EXPECT_TRUE(g_script.closed.empty());
-    EXPECT_TRUE(session->Attach(&second));
-    EXPECT_EQ(g_script.closed, std::vector<HINTERNET>{&first});
-    EXPECT_FALSE(session->Attach(nullptr));
+    using Row = std::tuple<int*, std::size_t, std::size_t>;
+    for (const auto& [handle, closed, told] : {Row{&first, 0, 0}, Row{&first, 0, 1}, Row{&second, 1, 2}, Row{nullptr, 2, 3}})
+    {
+        EXPECT_EQ(session->Attach(handle), handle != nullptr);
+        EXPECT_EQ(g_script.closed.size(), closed) << "the same handle again stays open";
+        EXPECT_EQ(trace.CountOf(EVT_ERROR, "Attach handle non-null"), told);
+    }
+    session->Close();
+    session->Close();
     EXPECT_EQ(g_script.closed, (std::vector<HINTERNET>{&first, &second}));
-    session->Close();
-    session->Close();
-    EXPECT_EQ(g_script.closed.size(), 2U);
-    EXPECT_EQ(trace.CountOf(EVT_ERROR, "Attach handle non-null"), 3U);
 }
 
 TEST_F(TransportSteps, HeadersAreAddedAndBodiesCollectedInTheStatedWays)
@@ -227,36 +226,27 @@ TEST_F(TransportSteps, AFieldBeyondItsLimitIsNotSentCutShort)
 
 TEST_F(TransportSteps, RepliesInMemoryAreReadPieceByPiece)
 {
-    struct Case
+    using Row = std::tuple<const char*, std::deque<Piece>, ResultCode, std::string>;
+    for (const auto& [what, pieces, expected, text] :
+         std::vector<Row>{{"no body", {}, 0, ""},
+                          {"two pieces", {{3, "abc", 0, 0}, {2, "de", 0, 0}}, 0, "abcde"},
+                          {"a failing query ends the body", {{3, "abc", 0, 0}, {0, "", 12030, 0}}, 0, "abc"},
+                          {"what a read leaves unfilled is zero", {{5, "ab", 0, 0}, {1, "c", 0, 0}}, 0, std::string("ab\0\0\0c", 6)},
+                          {"a failing read ends the body", {{3, "abc", 0, 0}, {2, "", 0, 12030}, {1, "x", 0, 0}}, 0, "abc"},
+                          {"a read of nothing ends the body", {{3, "", 0, 0}, {1, "x", 0, 0}}, 0, std::string(3, '\0')},
+                          {"the largest piece", {{0x500000, std::string(0x500000, 'x'), 0, 0}}, 0, std::string(0x500000, 'x')},
+                          {"too much at once", {{3, "abc", 0, 0}, {0x500001, "", 0, 0}}, 122, "abc"}})
     {
-        const char* what;
-        std::deque<Piece> pieces;
-        ResultCode expected;
-        std::string text;
-    };
-    const std::vector<Case> cases = {
-        {"no body", {}, 0, ""},
-        {"two pieces", {{3, "abc", 0, 0}, {2, "de", 0, 0}}, 0, "abcde"},
-        {"a failing query ends the body", {{3, "abc", 0, 0}, {0, "", 12030, 0}}, 0, "abc"},
-        {"what a read leaves unfilled is zero", {{5, "ab", 0, 0}, {1, "c", 0, 0}}, 0, std::string("ab\0\0\0c", 6)},
-        {"a failing read ends the body", {{3, "abc", 0, 0}, {2, "", 0, 12030}, {1, "x", 0, 0}}, 0, "abc"},
-        {"a read of nothing ends the body", {{3, "", 0, 0}, {1, "x", 0, 0}}, 0, std::string(3, '\0')},
-        {"the largest piece", {{0x500000, std::string(0x500000, 'x'), 0, 0}}, 0, std::string(0x500000, 'x')},
-        {"too much at once", {{3, "abc", 0, 0}, {0x500001, "", 0, 0}}, 122, "abc"},
-    };
-    for (const Case& body : cases)
-    {
-        SCOPED_TRACE(body.what);
+        SCOPED_TRACE(what);
         g_script = {};
-        g_script.pieces = body.pieces;
+        g_script.pieces = pieces;
         g_script.status = L"404";
-        ResponseBuffer read;
-        EXPECT_EQ(request->ReceiveResponse(read), body.expected);
+        EXPECT_EQ(request->ReceiveResponse(reply), expected);
         EXPECT_EQ(request->GetHTTPStatus(), 404U) << "told, and not judged";
-        EXPECT_TRUE(std::string_view(read.data, read.length) == body.text);
-        EXPECT_EQ(read.data == nullptr, body.text.empty());
-        EXPECT_TRUE(read.data == nullptr || read.data[read.length] == '\0');
-        std::free(read.data);
+        EXPECT_TRUE(std::string_view(reply.data, reply.length) == text);
+        EXPECT_EQ(reply.data == nullptr, text.empty());
+        EXPECT_TRUE(reply.data == nullptr || reply.data[reply.length] == '\0');
+        std::free(reply.data);
     }
 }
 

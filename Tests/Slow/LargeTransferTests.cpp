@@ -97,31 +97,22 @@ protected:
     std::atomic<std::uint64_t> m_fileBytes = 0;
 
 private:
-    // An upload's body: fields, the file's head, its bytes, the end.
-    void ReceiveUpload(RawConnection& connection, const std::string& head)
-    {
-        Reader file(m_path, std::strtoull(HeaderValue(head, "qd_offset").c_str(), nullptr, 10));
-        std::uint64_t length = BodyLength(head);
-        std::string part;
-        do
-        {
-            part = connection.ReadHead();
-            length -= part.size();
-        } while (part.find("filename=") == std::string::npos);
-        const std::string end = "\r\n--" + part.substr(part.rfind("--{") + 2, 38) + "--\r\n";
-        length -= end.size();
-        connection.Skip(length, [&](std::string_view piece) { m_isRight = m_isRight && file.Matches(piece); });
-        m_isRight = m_isRight && connection.Read(end.size()) == end;
-        m_fileBytes += length;
-        connection.Send(HttpReply(200, kReply));
-    }
-
     void Serve(RawConnection& connection, const std::string& head)
     {
-        if (head.starts_with("POST"))
-            return ReceiveUpload(connection, head);
         unsigned long long skip = 0;
         unsigned long long count = std::filesystem::file_size(m_path);
+        if (head.starts_with("POST"))
+        {
+            constexpr unsigned end = 46; // after the file's bytes: the line's end and the boundary's
+            static_cast<void>(std::sscanf(HeaderValue(head, "qd_offset").c_str(), "%llu", &skip));
+            static_cast<void>(std::sscanf(HeaderValue(head, "qd_block_size").c_str(), "%llu", &count));
+            Reader file(m_path, skip);
+            connection.Skip(BodyLength(head) - count - end);
+            connection.Skip(count, [&](std::string_view piece) { m_isRight = m_isRight && file.Matches(piece); });
+            connection.Skip(end);
+            m_fileBytes += count;
+            return connection.Send(HttpReply(200, kReply));
+        }
         static_cast<void>(std::sscanf(head.c_str(), "GET %*[^?]?skip=%llu&count=%llu", &skip, &count));
         connection.Send("HTTP/1.1 200 OK\r\nContent-Length: ");
         connection.Send(std::to_string(count) + "\r\n\r\n");

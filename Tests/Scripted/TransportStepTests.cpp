@@ -273,8 +273,8 @@ TEST_F(TransportSteps, DownloadsGoIntoTheFileAndKeepWhatTheyWroteWhenTheyFail)
           Case{L"206", L"", {abc}, 20206, "before", "status:4 "},
           Case{L"200", L"", {abc, {0, "", 12002, 0}}, 12002, "abc", one, "WinHttpQueryDataAvailable failed, error code: 12002"},
           Case{L"200", L"", {abc, {3, "", 0, 12030}}, 12030, "abc", one, "WinHttpReadData failed, error code: 12030"},
-          Case{L"200", L"5000000000", {abc}, 12030, "abc", one, "The body ended after 3 of 5000000000 bytes, error code: 12030"},
-          Case{L"200", L"3", {}, 12030, "", "status:4 ", "The body ended after 0 of 3 bytes, error code: 12030"}})
+          Case{L"200", L"4294967299", {abc}, 12030, "abc", one, "The body ended after 3 of 4294967299 bytes, error code: 12030"},
+          Case{L"200", L"1", {}, 12030, "", "status:4 ", "The body ended after 0 of 1 bytes, error code: 12030"}})
     {
         SCOPED_TRACE(std::to_string(download.expected) + ": " + download.content + download.message);
         Restart();

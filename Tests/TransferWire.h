@@ -102,7 +102,7 @@ protected:
 
             const bool bringsItem = code == 21077 && IsUpload(name);
             EXPECT_EQ(caller.given != nullptr, bringsItem || (code == 0 && IsDownload(name)));
-            EXPECT_TRUE(!bringsItem || caller.given->GetName() == L"new.txt");
+            EXPECT_TRUE(!bringsItem || (caller.given && caller.given->GetName() == L"new.txt"));
             EXPECT_EQ(trace.Has(EVT_INFO, "Extracted attributes from upload reply"), bringsItem);
             EXPECT_EQ(trace.Has(EVT_ERROR, "Failed to extract attributes from response"), code == 13 && name != "metadata");
             EXPECT_EQ(trace.Mentions("GetHTTPStatus shows failure, code: "),

@@ -117,6 +117,14 @@ TEST_F(Multipart, SizeModeTellsWhatDataModeSends)
             EXPECT_EQ(record->last, start + expected.size());
         }
     }
+    // A file that has grown since goes out as it was.
+    Restart();
+    std::uint64_t measured = 0;
+    path = folder.Write("file", Pattern(100));
+    EXPECT_EQ(Send({}, &measured), 0U);
+    path = folder.Write("file", Pattern(150));
+    EXPECT_EQ(Send(), 0U);
+    EXPECT_EQ(g_script.body, FilePart(Pattern(100)));
 }
 
 TEST_F(Multipart, HeadsBeyondTheirLimitAreRefusedBeforeAnythingIsSent)

@@ -108,30 +108,24 @@ TEST(Transfers, OmitARevisionThatIsNotThereAndEachStepThatFailsEndsWithItsMessag
 
 TEST(Transfers, JudgeWhatATransportOfTheCallersOwnAnswers)
 {
-    struct Case
+    using Row = std::tuple<Transfer, ScriptedReply, ResultCode, std::string>;
+    for (const auto& [transfer, reply, expected, message] :
+         std::vector<Row>{{Upload(1), {409, R"({"errorId":"1077"})", 0, {}}, 21077, "GetHTTPStatus shows failure, code: 409"},
+                          {Upload(0), {401, kInvalidSession, 0, {}}, 20006, "GetHTTPStatus shows failure, code: 401"},
+                          {Chunk(0, 9), {401, kInvalidSession, 0, {}}, 20006, "GetHTTPStatus shows failure, code: 401"},
+                          {Download(), {404, "gone", 20000, {}}, 20000, "SendRequestGetResponse failed, error code: 20000"},
+                          {Download(), {404, R"({"errorId":"5"})", 27775, {}}, 20005, "SendRequestGetResponse failed, error code: 27775"},
+                          {Download(), {0, R"({"errorId":"5"})", 27776, {}}, 27776, "SendRequestGetResponse failed, error code: 27776"},
+                          {Download(), {204, std::nullopt, 0, {}}, 0, "GetHTTPStatus shows failure, code: 204"},
+                          {Download(), {401, std::nullopt, 0, {}}, 0, "GetHTTPStatus shows failure, code: 401"},
+                          {DeltaDownload(), {404, std::nullopt, 0, {}}, 404, "GetHTTPStatus shows failure, code: 404"},
+                          {Range(0, 1), {416, std::nullopt, 0, {}}, 416, "GetHTTPStatus shows failure, code: 416"}})
     {
-        Transfer run;
-        ScriptedReply reply;
-        ResultCode expected;
-        const char* message;
-    };
-    for (const Case& answer :
-         {Case{Upload(1), {409, R"({"errorId":"1077"})", 0, {}}, 21077, "GetHTTPStatus shows failure, code: 409"},
-          Case{Upload(0), {401, kInvalidSession, 0, {}}, 20006, "GetHTTPStatus shows failure, code: 401"},
-          Case{Chunk(0, 9), {401, kInvalidSession, 0, {}}, 20006, "GetHTTPStatus shows failure, code: 401"},
-          Case{Download(), {404, "gone", 20000, {}}, 20000, "SendRequestGetResponse failed, error code: 20000"},
-          Case{Download(), {404, R"({"errorId":"5"})", 27775, {}}, 20005, "SendRequestGetResponse failed, error code: 27775"},
-          Case{Download(), {0, R"({"errorId":"5"})", 27776, {}}, 27776, "SendRequestGetResponse failed, error code: 27776"},
-          Case{Download(), {204, std::nullopt, 0, {}}, 0, "GetHTTPStatus shows failure, code: 204"},
-          Case{Download(), {401, std::nullopt, 0, {}}, 0, "GetHTTPStatus shows failure, code: 401"},
-          Case{DeltaDownload(), {404, std::nullopt, 0, {}}, 404, "GetHTTPStatus shows failure, code: 404"},
-          Case{Range(0, 1), {416, std::nullopt, 0, {}}, 416, "GetHTTPStatus shows failure, code: 416"}})
-    {
-        SCOPED_TRACE(std::to_string(answer.expected) + ": " + answer.message);
-        Scene scene(answer.reply);
-        EXPECT_EQ(scene.Perform(answer.run), answer.expected);
+        SCOPED_TRACE(std::to_string(expected) + ": " + message);
+        Scene scene(reply);
+        EXPECT_EQ(scene.Perform(transfer), expected);
         EXPECT_EQ(scene.caller.given, nullptr);
-        EXPECT_TRUE(scene.trace.Has(EVT_ERROR, answer.message)) << scene.trace;
+        EXPECT_TRUE(scene.trace.Has(EVT_ERROR, message)) << scene.trace;
     }
 }
 
@@ -155,26 +149,19 @@ TEST(Transfers, HeedWhatHappensWhileTheyAreOnTheirWay)
 
 TEST(Transfers, DifferInWhenAConnectionCountsAsFailed)
 {
-    struct Case
-    {
-        Transfer run;
-        ResultCode result;
-        ResultCode expected;
-        Texts errors;
-        std::vector<std::vector<int>> timeouts = {};
-    };
-    for (const Case& transfer :
-         {Case{Chunk(0, 9), 5, 0, {}},
-          Case{Chunk(0, 9), 0x80070005, 12, {"WinHttpConnection failed to initialise, error code: -2147024891"}},
-          Case{Upload(0), 5, 12, {"WinHttpConnection failed to initialise, error code: 5"}},
-          Case{kMetadata, 5, 12, {"WinHttpConnection failed to initialise, error code: 0x00000005"}},
-          Case{Range(0, 1), 5, 12, {"WinHttpConnection failed to initialise, error code: 5"}, {{60000, 60000, 300000, 300000}}}})
+    using Row = std::tuple<Transfer, ResultCode, ResultCode, Texts, std::vector<std::vector<int>>>;
+    for (const auto& [transfer, result, expected, errors, timeouts] : std::vector<Row>{
+             {Chunk(0, 9), 5, 0, {}, {}},
+             {Chunk(0, 9), 0x80070005, 12, {"WinHttpConnection failed to initialise, error code: -2147024891"}, {}},
+             {Upload(0), 5, 12, {"WinHttpConnection failed to initialise, error code: 5"}, {}},
+             {kMetadata, 5, 12, {"WinHttpConnection failed to initialise, error code: 0x00000005"}, {}},
+             {Range(0, 1), 5, 12, {"WinHttpConnection failed to initialise, error code: 5"}, {{60000, 60000, 300000, 300000}}}})
     {
         Scene scene;
-        scene.client.script.connectionFailure = {1, transfer.result, 12};
-        EXPECT_EQ(scene.Perform(transfer.run), transfer.expected);
-        EXPECT_EQ(scene.trace.Messages(EVT_ERROR), transfer.errors);
-        EXPECT_EQ(scene.client.script.timeouts, transfer.timeouts);
+        scene.client.script.connectionFailure = {1, result, 12};
+        EXPECT_EQ(scene.Perform(transfer), expected);
+        EXPECT_EQ(scene.trace.Messages(EVT_ERROR), errors);
+        EXPECT_EQ(scene.client.script.timeouts, timeouts);
     }
 }
 

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 #include <regex>
+#include <tuple>
 #include <utility>
 
 namespace
@@ -62,16 +63,9 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
     const std::string scrubbed = "Scrubbed LocalPath: " + target + "\nRevision: 7\n";
     const std::string downloaded = "\nSuccessfully downloaded file: " + target + '\n';
 
-    struct Case
-    {
-        std::string name;
-        Transfer run;
-        std::string line;
-        std::string headers;
-        std::string body;
-        std::string told;
-    };
-    const Case cases[] = {
+    // Its name, the operation, and what is expected: the request's line, headers and body, and what is told.
+    using Row = std::tuple<std::string, Transfer, std::string, std::string, std::string, std::string>;
+    const Row rows[] = {
         {"upload", Upload(0), "POST /sync/folders/d/a.txt", json + form,
          part("operation", "create") + created + modified + rest + file(content),
          tag + "Upload local path: [" + sent +
@@ -108,17 +102,17 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
     const Library library(server);
     ASSERT_EQ(library.ShakeHands(), 0U);
     library->SetSessionToken(L"abc");
-    for (const Case& transfer : cases)
+    for (const auto& [name, transfer, expectedLine, expectedHeaders, expectedBody, expectedMessages] : rows)
     {
-        SCOPED_TRACE(transfer.name);
+        SCOPED_TRACE(name);
         Caller caller = CallerWith(content);
-        if (transfer.name == "delta")
+        if (name == "delta")
             caller.signature = L"\\\\?\\" + caller.signature; // taken off before the file is opened
         const TraceCapture trace;
-        EXPECT_EQ(Perform(library.Api(), transfer.name, transfer.run, caller), 0U);
-        const bool bringsItem = IsUpload(transfer.name) || transfer.name == "complete";
+        EXPECT_EQ(Perform(library.Api(), name, transfer, caller), 0U);
+        const bool bringsItem = IsUpload(name) || name == "complete";
         EXPECT_EQ(bringsItem, caller.given && caller.given->GetName() == L"new.txt" && caller.given->GetRevision() == "8");
-        EXPECT_EQ(IsDownload(transfer.name), caller.given == caller.item);
+        EXPECT_EQ(IsDownload(name), caller.given == caller.item);
 
         const std::string request = server.Requests().back();
         const std::string masked = std::regex_replace(request, std::regex(R"(\{[-0-9A-F]{36}\})"), "G");
@@ -126,18 +120,18 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
         const std::string body = masked.substr(head.size());
         const std::uint64_t bodyBytes = request.size() - (request.find("\r\n\r\n") + 4);
         const std::string length = body.empty() ? "" : "Content-Length: " + std::to_string(bodyBytes) + '\n';
-        EXPECT_EQ(head.substr(0, head.find("\r\n")), transfer.line + " HTTP/1.1");
+        EXPECT_EQ(head.substr(0, head.find("\r\n")), expectedLine + " HTTP/1.1");
         std::string headers;
         for (const std::string& line : HeaderLines(head))
             if (!line.starts_with("Host: ") && line != "Connection: Keep-Alive" && line != "Content-Length: 0") // the platform's own
                 headers += line + '\n';
-        EXPECT_EQ(headers, transfer.headers + "Cookie: session_token=abc\n" + length);
-        EXPECT_EQ(body, transfer.body);
+        EXPECT_EQ(headers, expectedHeaders + "Cookie: session_token=abc\n" + length);
+        EXPECT_EQ(body, expectedBody);
         std::string told, replies;
         for (const TracedEvent& event : trace.Events())
             if (event.IsMessage() && event.level == EVT_INFO.level && event.unit == "NativeHttp")
                 (event.function == "CNativeHttp::LogResponse" ? replies : told) += event.message + '\n';
-        EXPECT_EQ(told, transfer.told);
+        EXPECT_EQ(told, expectedMessages);
         EXPECT_TRUE(replies.empty() || told.find("Chunk uploaded successfully") == std::string::npos) << "of a chunk the item is enough";
     }
     EXPECT_EQ(folder.Read("target"), std::string("b\0\0", 3) + kReply) << "a range goes to its place";

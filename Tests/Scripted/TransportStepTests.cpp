@@ -173,12 +173,10 @@ TEST_F(TransportSteps, HeadersAreAddedAndBodiesCollectedInTheStatedWays)
     EXPECT_EQ(request->SendPostData(), 12030U);
     EXPECT_EQ(request->GetPostDataLength(), 0U) << "data that was posted is not kept";
 
+    const std::map<DWORD, std::string> ways = {{0x60000000, " joins, "}, {0xA0000000, " replaces, "}, {0x40000000, " only joins, "}};
     std::string added;
     for (const WinHttpScript::Header& header : g_script.headers)
-        added += ToNarrow(header.text.substr(0, header.text.find(L':'))) + (header.modifiers == 0x60000000   ? " joins, "
-                                                                            : header.modifiers == 0xA0000000 ? " replaces, "
-                                                                            : header.modifiers == 0x40000000 ? " only joins, "
-                                                                                                             : " is added, ");
+        added += ToNarrow(header.text.substr(0, header.text.find(L':'))) + ways.at(header.modifiers);
     EXPECT_EQ(added, "qd_start joins, Content-Type replaces, Content-Type replaces, Accept joins, Cookie only joins, Accept joins, "
                      "Cookie only joins, Accept only joins, Cookie only joins, Accept joins, Content-Type replaces, Accept joins, "
                      "Content-Type replaces, ");

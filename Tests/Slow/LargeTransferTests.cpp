@@ -31,19 +31,8 @@ public:
         return std::string_view(m_block).substr(0, static_cast<std::size_t>(m_file.gcount()));
     }
 
-    // Whether these bytes are the next ones.
-    bool Matches(std::string_view bytes)
-    {
-        std::string_view next;
-        do
-        {
-            next = Next(bytes.size());
-            if (!bytes.starts_with(next))
-                return false;
-            bytes.remove_prefix(next.size());
-        } while (!next.empty());
-        return bytes.empty();
-    }
+    // Whether these bytes, a block at most, are the next ones.
+    bool Matches(std::string_view bytes) { return Next(bytes.size()) == bytes; }
 
 private:
     std::ifstream m_file;

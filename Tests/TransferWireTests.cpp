@@ -56,7 +56,8 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
         return "Uploading " + length + "-byte chunk of [" + sent + "] from " + offset + " with GUID [" + guid + "]\n" + clamped +
                "Endpoint: [" + resume + "]\n" + markers + "Chunk uploaded successfully: " + sent + '\n' + taken + '\n';
     };
-    const std::string begins = "Sending begin marker\n", ends = "Sending end marker\n";
+    const std::string begins = "Sending begin marker\n";
+    const std::string ends = "Sending end marker\n";
     const std::string tag = "Uploading [" + sent + "] with API tag [7]\n";
     const std::string uploaded = "Revision: 7\nFile uploaded successfully: " + sent + '\n' + taken;
     const std::string paths = "LocalPath: " + target + ", ServerPath: /d/a.txt\n";
@@ -127,7 +128,8 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
                 headers += line + '\n';
         EXPECT_EQ(headers, expectedHeaders + "Cookie: session_token=abc\n" + length);
         EXPECT_EQ(body, expectedBody);
-        std::string told, replies;
+        std::string told;
+        std::string replies;
         for (const TracedEvent& event : trace.Events())
             if (event.IsMessage() && event.level == EVT_INFO.level && event.unit == "NativeHttp")
                 (event.function == "CNativeHttp::LogResponse" ? replies : told) += event.message + '\n';
@@ -163,6 +165,7 @@ TEST_F(TransferWire, ACancelOrAClosedRequestEndsATransferOnItsWayAndACancelOneTh
         for (const bool closes : {false, true})
         {
             SCOPED_TRACE(name + (closes ? ", closed" : ", cancelled"));
+            TraceCapture trace; // ends after the server, whose thread traces where it closes the request
             const Event event;
             std::atomic<IQuendraHttpAPI*> api = nullptr;
             const auto end = [&] { closes ? static_cast<void>(api.load()->CloseRequestHandle(L"/d/a.txt")) : event.Signal(); };
@@ -172,7 +175,6 @@ TEST_F(TransferWire, ACancelOrAClosedRequestEndsATransferOnItsWayAndACancelOneTh
             caller.cancel = event;
             const auto record = std::make_shared<ProgressRecord>();
             caller.progress = record;
-            TraceCapture trace;
             const ResultCode code = Perform(wire.Api(), name, transfer, caller);
             EXPECT_TRUE(closes ? code == 12017 || code == 6 || code == 12019 || code == 12018 : code == 1223) << code;
             EXPECT_EQ(caller.given, nullptr);

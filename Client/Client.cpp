@@ -87,15 +87,19 @@ void Client::ReportFailure(const std::string& operation, ResultCode code, const 
 {
     const std::string meaning = advice.empty() ? MeaningOf(code) : MeaningOf(code) + "; " + advice;
     Note("quendra: " + operation + " failed: " + CodeText(code) + " (" + meaning + ")");
-    if (!m_options.json)
+    PrintFailure(m_options, m_surroundings, meaning, operation, code);
+}
+
+void PrintFailure(const Options& options, const Surroundings& surroundings, const std::string& meaning, const Json::Value& operation,
+                  const Json::Value& code)
+{
+    if (!options.json)
         return;
-    Json::Value error;
-    error["operation"] = operation;
-    error["code"] = code;
-    error["meaning"] = meaning;
     Json::Value document;
-    document["error"] = error;
-    m_surroundings.output << OneLineJson(document) << '\n' << std::flush;
+    document["error"]["operation"] = operation;
+    document["error"]["code"] = code;
+    document["error"]["meaning"] = meaning;
+    surroundings.output << OneLineJson(document) << '\n' << std::flush;
 }
 
 Json::Value OkDocument()

@@ -59,6 +59,10 @@ private:
     std::unique_ptr<IQuendraHttpAPI, ApiDeleter> m_api;
 };
 
+/// Prints a failure on standard output where `--json` asks for it. Operation and code are null where the program itself failed.
+void PrintFailure(const Options& options, const Surroundings& surroundings, const std::string& meaning, const Json::Value& operation = {},
+                  const Json::Value& code = {});
+
 /// `{"ok":true}`
 [[nodiscard]] Json::Value OkDocument();
 

@@ -120,6 +120,7 @@ int RunCommand(const CommandLine& line, const Surroundings& surroundings)
     catch (const std::exception& error)
     {
         surroundings.errors << "quendra: " << Printable(std::string_view(error.what())) << std::endl;
+        PrintFailure(line.options, surroundings, error.what());
         return ExitStatus::Failed;
     }
 }

@@ -75,6 +75,12 @@ private:
         m_skip = m_command.skip.value_or(0);
         const std::uint64_t rest = m_size ? *m_size - std::min(*m_size, m_skip) : kLargest - m_skip;
         m_count = m_command.count.value_or(rest);
+        // A range at a multiple of 4 GiB would empty the local file: it is asked for with the byte before it.
+        if (m_skip != 0 && (m_skip & 0xFFFFFFFF) == 0)
+        {
+            --m_skip;
+            ++m_count;
+        }
     }
 
     [[nodiscard]] std::optional<std::uint64_t> Total() const
@@ -115,10 +121,7 @@ private:
         if (!m_command.signature.empty())
             return "a delta starts afresh: " + command + " --signature " + ShellWord(Printable(m_command.signature));
 
-        std::uint64_t position = m_skip + moved;
-        // A range at a multiple of 4 GiB would empty the local file.
-        if (position != 0 && (position & 0xFFFFFFFF) == 0)
-            --position;
+        const std::uint64_t position = m_skip + moved;
         if (position == 0)
             return "nothing was received; start again: " + command;
         command += " --skip " + std::to_string(position);
@@ -147,8 +150,9 @@ void UploadWhole(Client& client, const Command::Put& command)
         const Cancellation cancellation(client, target, kTransferGrace);
         const ResultCode code = client.Api().UploadFile(file.path, target, attributes, &deltaFlag, cancellation.Event(), progress);
         progress->Finish();
-        if (code != Result::Success && cancellation.IsRequested() && !command.delta)
-            client.Note("quendra: the upload starts afresh next time; with --chunk-size 8MB one that is interrupted can be resumed");
+        if (code != Result::Success && cancellation.IsRequested())
+            client.Note(std::string("quendra: the upload starts afresh next time") +
+                        (command.delta ? "" : "; with --chunk-size 8MB one that is interrupted can be resumed"));
         CheckTransfer("UploadFile", code, cancellation, attributes);
     }
     client.Print(ItemResult(attributes), UploadedText(file, target, attributes));

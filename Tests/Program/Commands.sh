@@ -314,6 +314,8 @@ range --count 100000
 range --skip 250000 --count 999999999
 range --skip 100000 --count 150000 --json
 same "$work/part" "$file"
+range --skip 4GB --count 5 # beyond the end nothing comes, and nothing is lost
+same "$work/part" "$file"
 run 1 get $whole "$(native "$work/other")" --skip 5 # a file that is not there has no position 5
 
 # Deltas.
@@ -331,6 +333,8 @@ else
     cp "$file" "$work/delta"
     run 1 put "$(native "$work/delta")" $whole --delta
     warns ': 20004 ('
+    run 1 get $whole "$(native "$work/got")" --signature "$(native "$work/delta")"
+    warns ': 20501 ('
 fi
 
 # Chunks: whole, interrupted, asked, resumed, finished elsewhere, cancelled.
@@ -386,7 +390,8 @@ same "$work/big2" "$big"
 run 0 rm /home/big
 
 interrupt_upload /home/big
-run 1 put "$(native "$file")" /home/big --chunk-size 1MB --resume "$id"
+run 1 put "$(native "$file")" /home/big --chunk-size 1MB --resume "$id" --json
+says '{"error":{"code":null,"meaning":"The server has '
 warns 'more than local is long: it is not the same file'
 run 0 upload-cancel /home/big "$id"
 prints 'Abandoned the upload to /home/big.'

@@ -211,15 +211,7 @@ std::wstring ToText(const std::filesystem::path& path)
 
 std::wstring LocalPath(const std::wstring& argument)
 {
-    const DWORD size = GetFullPathNameW(argument.c_str(), 0, nullptr, nullptr);
-    if (size == 0)
-        return argument;
-    std::wstring path(size, L'\0');
-    const DWORD length = GetFullPathNameW(argument.c_str(), size, path.data(), nullptr);
-    if (length == 0 || length >= size)
-        return argument;
-    path.resize(length);
-    return PathUtilities::NormalizePath(path);
+    return PathUtilities::NormalizePath(PathUtilities::MakeAbsolute(argument));
 }
 
 ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)

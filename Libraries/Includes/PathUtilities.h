@@ -23,4 +23,10 @@ namespace PathUtilities
 /// @return the path to open.
 [[nodiscard]] std::wstring NormalizePath(const std::wstring& path);
 
+/// Makes a path absolute as the platform does, with the current folder where it starts from there; on Windows dots are resolved
+/// and separators become backslashes.
+/// @param path  local path.
+/// @return the path as it was where the platform cannot tell.
+[[nodiscard]] std::wstring MakeAbsolute(const std::wstring& path);
+
 } // namespace PathUtilities

@@ -2,6 +2,8 @@
 
 #include "Tracing.h"
 
+#include "Platform/Platform.h"
+
 #include <optional>
 #include <string_view>
 
@@ -49,4 +51,15 @@ std::wstring PathUtilities::NormalizePath(const std::wstring& path)
     if (extended->back() == L'\\')
         extended->pop_back();
     return *std::move(extended);
+}
+
+std::wstring PathUtilities::MakeAbsolute(const std::wstring& path)
+{
+    const DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+    std::wstring absolute(size, L'\0');
+    const DWORD length = size == 0 ? 0 : GetFullPathNameW(path.c_str(), size, absolute.data(), nullptr);
+    if (length == 0 || length >= size)
+        return path;
+    absolute.resize(length);
+    return absolute;
 }

@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cwchar>
 #include <fcntl.h>
+#include <filesystem>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -164,6 +166,34 @@ HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD /*sharing*/, void* security
         return utf8 ? Open(*utf8, OpenFlags(access, disposition), handle) : ERROR_INVALID_NAME;
     });
     return handle;
+}
+
+DWORD GetFullPathNameW(LPCWSTR path, DWORD capacity, LPWSTR fullPath, LPWSTR* filePart) noexcept
+{
+    DWORD length = 0;
+    SucceedsAsCall([&]() -> DWORD {
+        if (path == nullptr || filePart != nullptr)
+        {
+            return ERROR_INVALID_PARAMETER;
+        }
+        if (*path == L'\0')
+        {
+            return ERROR_INVALID_NAME;
+        }
+        const auto folder = *path == L'/' ? std::wstring() : ToWideText(std::filesystem::current_path().native()) + L'/';
+        const auto absolute = folder + path;
+        length = static_cast<DWORD>(absolute.size());
+        if (length < capacity)
+        {
+            std::wmemcpy(fullPath, absolute.c_str(), absolute.size() + 1);
+        }
+        else
+        {
+            ++length;
+        }
+        return ERROR_SUCCESS;
+    });
+    return length;
 }
 
 BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept

@@ -122,6 +122,9 @@ union LARGE_INTEGER
 /// Opens a regular file (a folder fails with 5). Sharing is not enforced: POSIX has no mandatory locks.
 QUENDRA_PLATFORM_API HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD sharing, void* security, DWORD disposition, DWORD attributes,
                                         HANDLE pattern) noexcept;
+/// Makes a path absolute; dots in it stay, as where they lead depends on links. The file part must be null (else 87).
+/// @return how many characters were written without the terminator, or with it where they do not fit; 0 on failure.
+QUENDRA_PLATFORM_API DWORD GetFullPathNameW(LPCWSTR path, DWORD capacity, LPWSTR fullPath, LPWSTR* filePart) noexcept;
 QUENDRA_PLATFORM_API BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept;
 QUENDRA_PLATFORM_API BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method) noexcept;
 /// The overlapped argument must be null (else 87); a read at the end gives 0 bytes.

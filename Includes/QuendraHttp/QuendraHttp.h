@@ -209,7 +209,7 @@ public:
     /// @param cancelEvent         tested before anything is sent, after each block and once the server has answered.
     /// @param progress            may be empty.
     /// @return 1223 when cancelled, 13 for a reply that cannot be read, 12152 for none, 1237 (repeat), 87 without attributes or
-    ///         flag; a refusal; a platform error.
+    ///         flag, 122 for a name that is too long for its part's header (nothing is sent); a refusal; a platform error.
     virtual ResultCode UploadFile(const std::wstring& localPath, const std::wstring& serverPath,
                                   std::shared_ptr<IServerAttributes>& attributes, const std::uint32_t* deltaFlag,
                                   const CancelEvent& cancelEvent, const std::shared_ptr<IProgressCallback>& progress) = 0;
@@ -265,8 +265,8 @@ public:
     /// @param signaturePath       local signature file; empty for a whole file.
     /// @param cancelEvent         tested before anything is sent and after each block.
     /// @param progress            may be empty.
-    /// @return 1223 when cancelled, 12030 for a body that ends early; a refusal: of a whole file 20000 plus the "errorId" (20000 without
-    ///         one), of a delta 20000 plus the HTTP status; a platform error.
+    /// @return 1223 when cancelled, 12030 for a body that ends early, 122 for a delta's name as for `UploadFile`'s; a refusal: of a
+    ///         whole file 20000 plus the "errorId" (20000 without one), of a delta 20000 plus the HTTP status; a platform error.
     virtual ResultCode DownloadFile(const std::wstring& serverPath, const std::wstring& localPath,
                                     const std::shared_ptr<IServerAttributes>& attributes, std::shared_ptr<IServerAttributes>& outAttributes,
                                     const std::wstring& signaturePath, const CancelEvent& cancelEvent,

@@ -134,7 +134,7 @@ public:
         /// @param length       bytes of the range; cut at the end of the file.
         /// @param progress     may be empty.
         /// @param sizeOut      where it is given, it gets the part's size in bytes, and nothing is written.
-        /// @return 1223 when cancelled; a platform error.
+        /// @return 1223 when cancelled; 122 for a part header of more than 8192 bytes, nothing written; a platform error.
         virtual ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName,
                                              const CancelEvent* cancelEvent, const std::int64_t* offset, const std::int64_t* length,
                                              const std::shared_ptr<IProgressCallback>& progress, std::uint64_t* sizeOut) = 0,
@@ -145,7 +145,7 @@ public:
         /// @param cancelEvent  tested after each block; may be null.
         /// @param progress     may be empty.
         /// @param sizeOut      where it is given, it gets the part's size in bytes, and nothing is written.
-        /// @return 1223 when cancelled; a platform error.
+        /// @return 1223 when cancelled; 122 for a part header of more than 8192 bytes, nothing written; a platform error.
         virtual ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName,
                                              const CancelEvent* cancelEvent, const std::shared_ptr<IProgressCallback>& progress,
                                              std::uint64_t* sizeOut) = 0);
@@ -154,12 +154,12 @@ public:
         /// Slot 9. As slot 10, for wide text, which goes through the thread's ANSI code page.
         /// @param name   field name.
         /// @param value  the field's value.
-        /// @return 0 or a platform error.
+        /// @return 122 for a part header of more than 8192 bytes, nothing collected; a platform error.
         virtual ResultCode AddMultipartFormData(const wchar_t* name, const wchar_t* value) = 0,
         /// Slot 10. Collects one form field of a multipart body.
         /// @param name   field name.
         /// @param value  the field's value, sent as it is.
-        /// @return 0 or a platform error.
+        /// @return 122 for a part header of more than 8192 bytes, nothing collected; a platform error.
         virtual ResultCode AddMultipartFormData(const char* name, const char* value) = 0);
 
     /// Slot 11. Collects the closing boundary of a multipart body.

@@ -19,7 +19,7 @@ linux=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libjsoncpp-dev libu
        openssl ca-certificates)
 tests=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev llvm binutils dpkg-dev file doxygen rdiff)
 tools=(clang clang-tidy clang-format git)
-windows=(g++-mingw-w64-x86-64-posix wine64 pkg-config googletest libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring)
+windows=(g++-mingw-w64-x86-64-posix wine64 pkg-config googletest libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring openssl)
 
 say() { printf '%s\n' "$*" >&2; }
 

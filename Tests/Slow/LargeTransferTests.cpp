@@ -46,7 +46,7 @@ protected:
     void ExpectNoGrowth(const std::function<void(std::uint64_t size, Caller& caller)>& transfer)
     {
         std::uint64_t before = 0;
-        for (const std::uint64_t size : {24 * kStride, kSize})
+        for (const std::uint64_t size : {kAllowedGrowth, kSize})
         {
             before = PeakMemory();
             ASSERT_GT(before, 0U);

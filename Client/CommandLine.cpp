@@ -218,13 +218,15 @@ void AddFolderCommands(CLI::App& app, Command::Any& chosen)
 
 void AddTransferCommands(CLI::App& app, Command::Any& chosen)
 {
-    CommandBuilder<Command::Get> get(app, chosen, "get", "Download a file, a range of it, or a delta against a local copy",
-                                     "  quendra get /docs/plan.txt plan.txt\n"
-                                     "  quendra get /films/long.mkv long.mkv --skip 100MB --count 50MB\n"
-                                     "  quendra get /docs/plan.txt plan.delta --signature plan.sig\n"
-                                     "A range is written at its own position of LOCAL, which must exist unless the range starts at 0.");
+    CommandBuilder<Command::Get> get(
+        app, chosen, "get", "Download a file, a range of it, or a delta against a local copy",
+        "  quendra get /docs/plan.txt plan.txt\n"
+        "  quendra get /films/long.mkv long.mkv --skip 100MB --count 50MB\n"
+        "  quendra get /docs/plan.txt plan.delta --signature plan.sig\n"
+        "A range that starts at 0 makes LOCAL anew; any other goes to its own position of LOCAL, which must exist.");
     get.Positional("PATH", &Command::Get::path, ServerPath, "The file on the server");
-    get.Positional("LOCAL", &Command::Get::local, kText, "The local file to write, replaced if it exists, or a folder to write it into");
+    get.Positional("LOCAL", &Command::Get::local, kText,
+                   "The local file to write, or a folder to write it into; but for a range, a file that exists is replaced");
     get.Named("--revision", &Command::Get::revision, kNarrow, "Download this revision")->type_name("REVISION");
     CLI::Option* signature = get.Named("--signature", &Command::Get::signature, kText, "Signature of the local copy: download a delta");
     signature->type_name("FILE")->check([](const std::string& text) { return text.empty() ? "it names no file" : std::string(); });

@@ -79,7 +79,7 @@ private:
         if (m_skip != 0 && (m_skip & 0xFFFFFFFF) == 0)
         {
             --m_skip;
-            ++m_count;
+            m_count = std::min(m_count + 1, kLargest);
         }
     }
 

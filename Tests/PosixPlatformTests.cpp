@@ -57,6 +57,22 @@ TEST(PosixFiles, AreWrittenReadAndTruncated)
     EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOfCall(GetFileSizeEx(file, &number)));
 }
 
+TEST(PosixFiles, PathsAreMadeAbsolute)
+{
+    const std::wstring here = std::filesystem::current_path().wstring();
+    for (const auto& [path, expected] : {std::pair{L"/a/../b", std::wstring(L"/a/../b")}, {L"\u00e4/./b", here + L"/\u00e4/./b"}})
+    {
+        std::wstring full(expected.size() + 1, L'x');
+        const auto length = static_cast<DWORD>(expected.size());
+        EXPECT_EQ(length + 1, GetFullPathNameW(path, length, full.data(), nullptr)) << "no room for the terminator";
+        EXPECT_EQ(length, GetFullPathNameW(path, length + 1, full.data(), nullptr));
+        EXPECT_EQ(expected + L'\0', full);
+    }
+    wchar_t* part = nullptr;
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(GetFullPathNameW(L"a", 0, nullptr, &part) != 0));
+    EXPECT_EQ(ERROR_INVALID_NAME, ErrorOfCall(GetFullPathNameW(L"", 0, nullptr, nullptr) != 0));
+}
+
 TEST(PosixFiles, FailWithTheirErrorValuesAndLeaveNothingOpen)
 {
     const TemporaryFolder folder;

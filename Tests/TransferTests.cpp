@@ -48,7 +48,7 @@ TEST(Transfers, DownloadsAskForTheItemWhereTheServerIsOfTheOldKind)
     }
 }
 
-TEST(Transfers, OmitARevisionThatIsNotThereAndEachStepThatFailsEndsWithItsMessageAndCodeOrIsNotJudged)
+TEST(Transfers, EndWhereAStepFailsUnlessItIsNotJudged)
 {
     const std::string open = "WinHttpRequest failed to initialise, error code: 77";
     const std::string file = "SendMultipartFile failed, error code: 77";

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Compares the documents with what they repeat: the README's program, the table of results, the interface's operations, the settings'
-# names, and the files that links name.
+# names, the events, and the files that links name.
 set -uo pipefail
 cd "$(dirname "$0")/../.." || exit 1
 failures=0
@@ -32,6 +32,16 @@ check 'Docs/Rest.md: the operations in the order of their slots' \
 check 'Docs/Settings.md: the names' \
     "$(grep -rhoE 'L"(HTTP[A-Za-z]+Timeout|UploadExpiry|Offline[A-Za-z]+)"' QuendraHttp | tr -d 'L"' | sort -u)" \
     "$(sed -nE 's/^\| `([A-Za-z]+)` \|.*$/\1/p' Docs/Settings.md | sort -u)"
+
+events() { # id, level, opcode, task, keyword of each descriptor of version 0 and channel 16
+    sed -nE 's/^inline constexpr .* EVT_[A-Z_]+\{([^,]+), 0, 16, ([0-9]+), ([0-9]+), ([0-9]+), (0x[0-9]+)\};$/\1 \2 \3 \4 \5/p' \
+        Libraries/Includes/Tracing.h | while read -r id rest; do
+        [[ $id != Eventing::* ]] || id=$(sed -nE "s/^.* ${id#Eventing::} = ([0-9]+);.*$/\1/p" Eventing/Eventing.h)
+        echo "$id $rest"
+    done | sort
+}
+check 'Docs/Tracing.md: the events' "$(events)" \
+    "$(sed -nE 's/^\| [a-z]+ \| ([0-9]+) \| ([0-9]+) \| ([0-9]+) \| ([0-9]+) \| (0x[0-9]+) \|$/\1 \2 \3 \4 \5/p' Docs/Tracing.md)"
 
 for document in README.md CHANGELOG.md Docs/*.md; do
     missing=$(grep -oE '\]\([^)#:]+\)' "$document" | tr -d ']()' | sort -u |

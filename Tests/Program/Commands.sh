@@ -513,6 +513,7 @@ mkdir -p "$work/tls/sync/1.3"
 answer() { printf 'HTTP/1.0 200 OK\r\nContent-Length: %d\r\nDate: %s\r\n\r\n%s' ${#2} "$3" "$2" >"$work/tls/$1"; }
 answer endpoints '{"sync":{"1.3":{"path":"/sync/1.3","tos":0}}}' "$(date -u '+%a, %d %b %Y %T GMT')"
 answer sync/1.3/init '{"device_token_auth":true}' "$(date -u '+%a, %d %b %Y %T GMT')"
+refuse() { printf 'HTTP/1.0 %s No\r\nContent-Length: 0\r\n\r\n' "$1" >"$work/tls/endpoints"; } # status
 certificate() { # name, names, days
     openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout "$work/key.pem" -out "$work/request" -subj "/CN=$1" \
         2>/dev/null
@@ -548,6 +549,12 @@ on linux && says 'ok      Certificate CN=own' 'ok      Handshake   mode device-t
 answer endpoints '{"sync":{"2.0":{"path":"/sync/2.0"}}}' "$(date -u '+%a, %d %b %Y %T GMT')"
 with_certificate own own
 on linux && says 'offers sync 2.0 at /sync/2.0' '-> the server offers none of the versions that this library speaks'
+if on linux; then # elsewhere the certificate is what comes first
+    refuse 503 && with_certificate own own && says '-> the server, or a gateway before it, is out of order'
+    refuse 401 && with_certificate own own && says '-> something on the way wants a login of its own'
+    refuse 302 && with_certificate own own && says '-> the server sends requests on to another address'
+    refuse 404 && with_certificate own own && says '-> is this the right server?'
+fi
 
 run 0 logout --json
 prints '{"ok":true}'

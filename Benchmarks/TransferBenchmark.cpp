@@ -11,6 +11,7 @@
 #include "RawServer.h"
 #include "TextConversion.h"
 
+#include "Platform/Platform.h"
 #include "QuendraHttp/QuendraHttp.h"
 
 #include <algorithm>
@@ -90,7 +91,11 @@ public:
         std::uint32_t value = 0;
         Require(m_api->Init(mode, value), "Init");
     }
-    ~Client() { m_api->Release(); }
+    ~Client()
+    {
+        m_api->Release();
+        CloseHandle(m_cancel.event);
+    }
 
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
@@ -98,7 +103,7 @@ public:
     void Download(const std::string& file) const
     {
         std::shared_ptr<IServerAttributes> taken;
-        Require(m_api->DownloadFile(L"/data", ToWide(file), std::make_shared<CServerAttributes>(), taken, L"", {}, nullptr),
+        Require(m_api->DownloadFile(L"/data", ToWide(file), std::make_shared<CServerAttributes>(), taken, L"", m_cancel, nullptr),
                 "DownloadFile");
     }
 
@@ -106,11 +111,12 @@ public:
     {
         std::shared_ptr<IServerAttributes> item = std::make_shared<CServerAttributes>();
         const std::uint32_t asDelta = 0;
-        Require(m_api->UploadFile(ToWide(file), L"/data", item, &asDelta, {}, nullptr), "UploadFile");
+        Require(m_api->UploadFile(ToWide(file), L"/data", item, &asDelta, m_cancel, nullptr), "UploadFile");
     }
 
 private:
     IQuendraHttpAPI* m_api;
+    const CancelEvent m_cancel{CreateEventW(nullptr, TRUE, FALSE, nullptr)}; // asked once a block, and never signalled
 };
 
 void AnswerOneConnection(RawConnection& connection)

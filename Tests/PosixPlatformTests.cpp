@@ -5,8 +5,10 @@
 #include "TransferSupport.h"
 
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <ctime>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -133,6 +135,48 @@ TEST(PosixEvents, AreTakenByOneOrSeenByAll)
             EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOfCall(CloseHandle(closed)));
     }
     EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(CreateEventW(nullptr, TRUE, TRUE, L"name") != nullptr));
+}
+
+// A transfer asks its cancel event once a block: a question that put the thread to sleep would cost more than the block.
+TEST(PosixEvents, AreAskedWithoutAThreadThatGivesUpTheProcessor)
+{
+    for (const BOOL manual : {TRUE, FALSE})
+    {
+        const HANDLE event = CreateEventW(nullptr, manual, FALSE, nullptr);
+        rusage before = {};
+        rusage after = {};
+        ASSERT_EQ(0, ::getrusage(RUSAGE_THREAD, &before));
+        for (int call = 0; call < 1000; ++call)
+            EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(event, 0));
+        ASSERT_EQ(0, ::getrusage(RUSAGE_THREAD, &after));
+        EXPECT_GT(100, after.ru_nvcsw - before.ru_nvcsw);
+        CloseHandle(event);
+    }
+}
+
+// Who asks an automatic event and who waits for it share its signals: each is taken once.
+TEST(PosixEvents, LoseNoSignalBetweenOneWhoAsksAndOneWhoWaits)
+{
+    constexpr int kSignals = 2000;
+    const HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    std::atomic<int> taken = 0;
+    const auto take = [&](DWORD wait) {
+        while (taken < kSignals)
+            taken += WaitForSingleObject(event, wait) == WAIT_OBJECT_0 ? 1 : 0;
+    };
+    std::thread asker(take, 0);
+    std::thread waiter(take, 1);
+    for (int signal = 0; signal < kSignals; ++signal)
+    {
+        SetEvent(event);
+        while (taken == signal)
+            std::this_thread::yield();
+    }
+    asker.join();
+    waiter.join();
+    EXPECT_EQ(kSignals, taken);
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(event, 0));
+    CloseHandle(event);
 }
 
 TEST(PosixLastError, IsEachThreadsOwn)

@@ -4,6 +4,7 @@
 #include "CallGuard.h"
 #include "KernelObject.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 
@@ -17,7 +18,7 @@ public:
     void Set()
     {
         const std::lock_guard lock(m_mutex);
-        m_signalled = true;
+        m_signalled.store(true, std::memory_order_release);
         if (m_manualReset)
         {
             m_changed.notify_all();
@@ -28,34 +29,36 @@ public:
         }
     }
 
-    void Reset()
-    {
-        const std::lock_guard lock(m_mutex);
-        m_signalled = false;
-    }
+    void Reset() { m_signalled.store(false, std::memory_order_release); }
 
+    /// A wait of 0 milliseconds, which transfers do once a block, takes neither a lock nor a system call.
     /// @return whether the event was signalled in time; an automatic event is then taken by this waiter alone.
     bool Wait(DWORD milliseconds)
     {
+        if (milliseconds == 0)
+        {
+            return Take();
+        }
         std::unique_lock lock(m_mutex);
-        const auto isSignalled = [this] { return m_signalled; };
+        const auto take = [this] { return Take(); };
         if (milliseconds == INFINITE)
         {
-            m_changed.wait(lock, isSignalled);
+            m_changed.wait(lock, take);
+            return true;
         }
-        else if (!m_changed.wait_for(lock, std::chrono::milliseconds(milliseconds), isSignalled))
-        {
-            return false;
-        }
-        m_signalled = m_manualReset;
-        return true;
+        return m_changed.wait_for(lock, std::chrono::milliseconds(milliseconds), take);
     }
 
 private:
+    bool Take()
+    {
+        return m_signalled.load(std::memory_order_acquire) && (m_manualReset || m_signalled.exchange(false, std::memory_order_acquire));
+    }
+
     const bool m_manualReset;
+    std::atomic<bool> m_signalled;
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    bool m_signalled;
 };
 
 /// Runs the action on the event behind the handle.

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <unordered_map>
 #include <utility>
 
@@ -48,7 +49,7 @@ public:
     /// Null where the handle is unknown or closed.
     std::shared_ptr<Object> Find(void* handle) const
     {
-        const std::lock_guard lock(m_mutex);
+        const std::shared_lock lock(m_mutex);
         const auto found = m_objects.find(handle);
         return found == m_objects.end() ? nullptr : found->second;
     }
@@ -70,6 +71,6 @@ public:
 private:
     HandleTable() = default;
 
-    mutable std::mutex m_mutex;
+    mutable std::shared_mutex m_mutex;
     std::unordered_map<void*, std::shared_ptr<Object>> m_objects;
 };

@@ -5,6 +5,9 @@
 
 #include "HandleTable.h"
 
+#include <type_traits>
+#include <typeinfo>
+
 /// A file or an event.
 class KernelObject
 {
@@ -18,8 +21,11 @@ public:
 
 using KernelHandles = HandleTable<KernelObject>;
 
-/// The object of that type behind the handle; null where there is none.
+/// The object of exactly that type behind the handle; null where there is none.
 template <class Type> std::shared_ptr<Type> FindKernelObject(void* handle)
 {
-    return std::dynamic_pointer_cast<Type>(KernelHandles::Instance().Find(handle));
+    static_assert(std::is_final_v<Type>);
+    auto object = KernelHandles::Instance().Find(handle);
+    const auto* const found = object.get();
+    return found != nullptr && typeid(*found) == typeid(Type) ? std::static_pointer_cast<Type>(std::move(object)) : nullptr;
 }

@@ -29,7 +29,7 @@ struct Appliance::Parts
           items(options.root, state, feed),
           uploads(state),
           router(options.apiVersions, sessions),
-          server(ChannelsFor(options), [this](const Request& request) { return Serve(request); }),
+          server(ChannelsFor(options), options.mostConnections, [this](const Request& request) { return Serve(request); }),
           log(options.logsRequests ? &output : nullptr)
     {
         items.EnsureHome();

@@ -3,9 +3,9 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <map>
 #include <ostream>
 #include <regex>
+#include <sstream>
 #include <string>
 
 namespace ApplianceParts
@@ -14,9 +14,19 @@ namespace ApplianceParts
 namespace
 {
 
+constexpr const char* kLegacy = "legacy";
+constexpr const char* kDeviceToken = "device-token";
+
 std::filesystem::path FromUtf8(const std::string& text)
 {
     return std::filesystem::path(std::u8string(text.begin(), text.end()));
+}
+
+std::string CheckPort(const std::string& text)
+{
+    static const std::regex pattern("0*([0-9]{1,5})");
+    std::smatch match;
+    return std::regex_match(text, match, pattern) && std::stoi(match[1]) <= 65535 ? "" : "a port is a number from 0 to 65535";
 }
 
 std::string CheckUser(const std::string& text)
@@ -25,10 +35,22 @@ std::string CheckUser(const std::string& text)
     return colon == std::string::npos || colon == 0 ? "a user is given as NAME:PASSWORD" : "";
 }
 
-std::string CheckVersion(const std::string& text)
+std::string CheckMode(const std::string& text)
 {
-    static const std::regex pattern("[0-9]{1,4}(\\.[0-9]{1,4})?");
-    return std::regex_match(text, pattern) ? "" : "a version is given as MAJOR.MINOR, such as 1.3";
+    return text == kLegacy || text == kDeviceToken ? "" : "a mode is legacy or device-token";
+}
+
+// Clients look for these versions and no others.
+std::string CheckVersions(const std::string& text)
+{
+    static const std::regex pattern("(1(\\.([0-9]|[1-4][0-9]|50))?(,(?!$)|$))+");
+    return std::regex_match(text, pattern) ? "" : "the versions of the API are 1 and 1.0 to 1.50";
+}
+
+// A check without a description, which the help would show behind the option's type.
+CLI::Validator Check(std::string (*check)(const std::string&))
+{
+    return {check, ""};
 }
 
 } // namespace
@@ -40,40 +62,53 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
     std::string user = options.user + ":" + options.password;
     std::string certificate;
     std::string privateKey;
+    std::string mode = kLegacy;
+    std::string versions;
 
     CLI::App app("A sample server that keeps its items in a folder: for trying things out and for tests, not for production.",
                  "quendra-appliance");
+    app.get_formatter()->label("REQUIRED", "(required)");
     app.add_option("--root", root, "The folder that holds the items; made where it does not exist")->required()->type_name("FOLDER");
-    app.add_option("--port", options.port, "The loopback port to listen on; 0: any free one")
-        ->check(CLI::Range(0, 65535))
-        ->capture_default_str();
-    app.add_option("--user", user, "The one user and the password")->check(CheckUser)->type_name("NAME:PASSWORD")->capture_default_str();
-    auto* const certificateOption =
-        app.add_option("--cert", certificate, "The certificate chain (PEM) to serve https with")->type_name("FILE");
-    auto* const keyOption = app.add_option("--key", privateKey, "The certificate's private key (PEM)")->type_name("FILE");
-    certificateOption->needs(keyOption);
-    keyOption->needs(certificateOption);
-    const std::map<std::string, ServerMode> modes = {{"legacy", ServerMode::Legacy}, {"device-token", ServerMode::DeviceToken}};
-    app.add_option("--mode", options.mode, "How devices log in: legacy or device-token")
-        ->transform(CLI::Transformer(modes))
-        ->type_name("MODE");
-    app.add_option("--api", options.apiVersions, "The API versions to offer, separated by commas")
-        ->delimiter(',')
-        ->check(CheckVersion)
-        ->type_name("1.0,1.1,...")
-        ->capture_default_str();
+    app.add_option("--port", options.port, "The port of 127.0.0.1 to listen on; default: any free one")
+        ->check(Check(CheckPort))
+        ->type_name("N");
+    app.add_option("--user", user, "The one user and the password; default: demo:demo")
+        ->check(Check(CheckUser))
+        ->type_name("NAME:PASSWORD");
+    app.add_option("--cert", certificate, "The certificate chain (PEM) to serve https with; goes with --key")->type_name("FILE");
+    app.add_option("--key", privateKey, "The certificate's private key (PEM)")->type_name("FILE");
+    app.add_option("--mode", mode, "How devices log in: legacy (default) or device-token")->check(Check(CheckMode))->type_name("MODE");
+    app.add_option("--api", versions, "The API versions to offer; default: 1.0,1.1,1.2,1.3")
+        ->check(Check(CheckVersions))
+        ->type_name("VERSION,...");
     app.add_flag("--log", options.logsRequests, "Print a line for each request");
 
+    const auto refuse = [&](const std::string& message) {
+        errors << "quendra-appliance: " << message << "\nTry 'quendra-appliance --help'.\n";
+        exitStatus = 2;
+        return std::nullopt;
+    };
     try
     {
         std::reverse(arguments.begin(), arguments.end()); // as CLI11 takes them
         app.parse(arguments);
     }
-    catch (const CLI::ParseError& error)
+    catch (const CLI::CallForHelp&)
     {
-        exitStatus = app.exit(error, output, errors) == 0 ? 0 : 2;
+        output << app.help();
+        exitStatus = 0;
         return std::nullopt;
     }
+    catch (const CLI::ExtrasError&)
+    {
+        return refuse("the argument '" + app.remaining().front() + "' was not expected");
+    }
+    catch (const CLI::ParseError& error)
+    {
+        return refuse(error.what());
+    }
+    if (certificate.empty() != privateKey.empty())
+        return refuse("--cert and --key go together");
 
     const auto colon = user.find(':');
     options.root = FromUtf8(root);
@@ -81,6 +116,12 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
     options.password = user.substr(colon + 1);
     options.certificate = FromUtf8(certificate);
     options.privateKey = FromUtf8(privateKey);
+    options.mode = mode == kLegacy ? ServerMode::Legacy : ServerMode::DeviceToken;
+    if (!versions.empty())
+        options.apiVersions.clear();
+    std::istringstream list(versions);
+    for (std::string version; std::getline(list, version, ',');)
+        options.apiVersions.push_back(version);
     return options;
 }
 

@@ -3,17 +3,16 @@
 namespace ApplianceParts
 {
 
-namespace
-{
-
-constexpr std::size_t kMostConnections = 1000;
-
-} // namespace
-
 void ConnectionThreads::enqueue(std::function<void()> connection)
 {
     std::unique_lock lock(m_mutex);
-    m_finishedOne.wait(lock, [this] { return m_running.size() < kMostConnections; });
+    while (m_running.size() >= m_most)
+    {
+        lock.unlock();
+        m_makeRoom();
+        lock.lock();
+        m_finishedOne.wait_for(lock, std::chrono::milliseconds(100), [this] { return m_running.size() < m_most; });
+    }
     JoinFinished(lock);
     const auto self = m_running.emplace(m_running.end());
     *self = std::thread([this, self, connection = std::move(connection)] {

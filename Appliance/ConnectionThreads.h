@@ -17,7 +17,11 @@ namespace ApplianceParts
 class ConnectionThreads final : public httplib::TaskQueue
 {
 public:
-    /// Runs a connection on a thread of its own. Waits while as many run as the appliance serves at once.
+    /// @param most      connections that run at once.
+    /// @param makeRoom  called when a connection comes and that many run: ends one that nobody will miss, if there is one.
+    ConnectionThreads(std::size_t most, std::function<void()> makeRoom) : m_most(most), m_makeRoom(std::move(makeRoom)) {}
+
+    /// Runs a connection on a thread of its own. Waits while too many run.
     void enqueue(std::function<void()> connection) override;
 
     /// Returns when every connection has ended.
@@ -28,6 +32,8 @@ private:
 
     void JoinFinished(std::unique_lock<std::mutex>& lock);
 
+    std::size_t m_most;
+    std::function<void()> m_makeRoom;
     std::mutex m_mutex;
     std::condition_variable m_finishedOne;
     Threads m_running;

@@ -35,6 +35,7 @@ enum class ErrorId
     Incomplete = 11,
     Busy = 12,
     StorageFailed = 13,
+    HeaderMissing = 14,
     RevisionConflict = 1077
 };
 

@@ -143,9 +143,10 @@ std::string HttpDate(std::chrono::system_clock::time_point time)
 class HttpServer::Implementation final : public httplib::Server
 {
 public:
-    Implementation(ChannelFactory channels, HttpServer::Handler handler) : m_channels(std::move(channels)), m_handler(std::move(handler))
+    Implementation(ChannelFactory channels, std::size_t mostConnections, HttpServer::Handler handler)
+        : m_channels(std::move(channels)), m_handler(std::move(handler))
     {
-        new_task_queue = [] { return new ConnectionThreads; };
+        new_task_queue = [this, mostConnections] { return new ConnectionThreads(mostConnections, [this] { EndLongestIdle(); }); };
         set_socket_options([](socket_t socket) { System::PrepareListener(static_cast<System::Socket>(socket)); });
         set_tcp_nodelay(true);
         set_keep_alive_max_count(kMostRequestsPerConnection);
@@ -204,6 +205,7 @@ private:
     {
         System::Socket socket;
         Connection* connection;
+        std::optional<std::chrono::steady_clock::time_point> idleSince; // nothing while a request is served
     };
 
     static void End(const Live& live)
@@ -223,7 +225,7 @@ private:
             {
                 Connection connection(std::move(channel), static_cast<System::Socket>(socket), number);
                 SetConnection(number, &connection);
-                ServeRequests(connection);
+                ServeRequests(connection, number);
                 SetConnection(number, nullptr);
             }
             Leave(number);
@@ -233,11 +235,12 @@ private:
         return true;
     }
 
-    void ServeRequests(Connection& connection)
+    void ServeRequests(Connection& connection, int number)
     {
         bool isClosed = false;
         for (auto left = keep_alive_max_count_; left > 0 && !isClosed && connection.WaitForRequest(kIdleTimeout); --left)
         {
+            SetIdle(number, false);
             const auto isServed = process_request(connection, left == 1, isClosed, [](httplib::Request& request) {
                 request.path = kEveryPath;
                 request.ranges.clear();
@@ -246,6 +249,7 @@ private:
             });
             if (!isServed)
                 break;
+            SetIdle(number, true);
         }
     }
 
@@ -294,7 +298,7 @@ private:
         const std::lock_guard guard(m_mutex);
         if (m_isStopping)
             return 0;
-        m_live.emplace(++m_lastNumber, Live{socket, nullptr});
+        m_live.emplace(++m_lastNumber, Live{socket, nullptr, std::chrono::steady_clock::now()});
         return m_lastNumber;
     }
 
@@ -305,6 +309,23 @@ private:
         live.connection = connection;
         if (m_isStopping)
             End(live);
+    }
+
+    void SetIdle(int number, bool isIdle)
+    {
+        const std::lock_guard guard(m_mutex);
+        m_live.at(number).idleSince = isIdle ? std::optional(std::chrono::steady_clock::now()) : std::nullopt;
+    }
+
+    void EndLongestIdle()
+    {
+        const std::lock_guard guard(m_mutex);
+        const Live* longest = nullptr;
+        for (const auto& [number, live] : m_live)
+            if (live.idleSince && (longest == nullptr || *live.idleSince < *longest->idleSince))
+                longest = &live;
+        if (longest != nullptr)
+            End(*longest);
     }
 
     Connection* ConnectionOf(int number)
@@ -329,8 +350,8 @@ private:
     bool m_isStopping = false;
 };
 
-HttpServer::HttpServer(ChannelFactory channels, Handler handler)
-    : m_implementation(std::make_unique<Implementation>(std::move(channels), std::move(handler)))
+HttpServer::HttpServer(ChannelFactory channels, std::size_t mostConnections, Handler handler)
+    : m_implementation(std::make_unique<Implementation>(std::move(channels), mostConnections, std::move(handler)))
 {
 }
 

@@ -18,7 +18,8 @@ public:
     using Handler = std::function<Reply(const Request&)>;
 
     /// @param handler  called on the connection's own thread; may block, which holds up nobody else. May throw `ApiError`.
-    HttpServer(ChannelFactory channels, Handler handler);
+    /// @param mostConnections  served at once; a further one takes the place of the one that has been idle longest.
+    HttpServer(ChannelFactory channels, std::size_t mostConnections, Handler handler);
     ~HttpServer();
 
     HttpServer(const HttpServer&) = delete;

@@ -163,7 +163,8 @@ Item ItemStore::Move(const ItemPath& from, const ItemPath& to, bool mayOverwrite
 {
     const std::unique_lock lock(m_mutex);
     const auto source = Require(from);
-    if (from.IsRoot() || to.IsRoot() || to.IsBelow(from))
+    RequireMovable(from);
+    if (to.IsRoot() || to.IsBelow(from))
         throw ApiError(400, ErrorId::NameNotAllowed, "the item cannot be moved there");
     if (from == to)
         return source;
@@ -193,8 +194,7 @@ void ItemStore::Remove(const ItemPath& path, const std::string& revision)
     {
         const std::unique_lock lock(m_mutex);
         const auto item = Require(path);
-        if (path.IsRoot())
-            throw ApiError(403, ErrorId::NameNotAllowed, "the root stays");
+        RequireMovable(path);
         CheckRevision(item, revision);
         fs::rename(Locate(path), grave);
         m_journal.Remove(path.Text());
@@ -271,6 +271,14 @@ void ItemStore::RequireFolder(const ItemPath& path) const
 {
     if (!Require(path).isFolder)
         throw ApiError(409, ErrorId::WrongKind, "the item " + path.Text() + " is no folder");
+}
+
+void ItemStore::RequireMovable(const ItemPath& path) const
+{
+    // Compared as files: where the file system folds case, the home folder has several names.
+    std::error_code none;
+    if (path.IsRoot() || fs::equivalent(Locate(path), Locate(ItemPath::FromText(kHomePath)), none))
+        throw ApiError(403, ErrorId::NameNotAllowed, "the folder " + path.Text() + " cannot be deleted, moved or renamed");
 }
 
 fs::path ItemStore::Locate(const ItemPath& path) const

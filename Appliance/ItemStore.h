@@ -99,6 +99,8 @@ private:
     [[nodiscard]] Item Require(const ItemPath& path) const;
     [[nodiscard]] Item RequireFile(const ItemPath& path, const std::string& revision) const;
     void RequireFolder(const ItemPath& path) const;
+    /// The root and the home folder stay where they are.
+    void RequireMovable(const ItemPath& path) const;
     void Record(const ItemPath& path, const Item& item);
 
     std::filesystem::path m_root;

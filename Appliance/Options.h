@@ -26,6 +26,7 @@ struct Options
     std::filesystem::path privateKey;
     ServerMode mode = ServerMode::Legacy;
     bool logsRequests = false;
+    std::size_t mostConnections = 500; ///< at once; each takes a thread, a socket and perhaps a file.
     std::vector<std::string> apiVersions = {"1.0", "1.1", "1.2", "1.3"};
 };
 

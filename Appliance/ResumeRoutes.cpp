@@ -24,7 +24,8 @@ std::string HeaderOf(const Request& request, const std::string& name)
 {
     const auto value = request.header(name);
     if (!value)
-        throw ApiError(400, ErrorId::Malformed, "the header " + name + " is missing");
+        throw ApiError(400, ErrorId::HeaderMissing,
+                       "the header " + name + " is missing: some proxies drop headers whose names have underscores");
     return *value;
 }
 
@@ -76,8 +77,13 @@ public:
     {
         const auto id = IdOf(call);
         const auto path = ItemPath::FromUrl(call.rest);
+        const auto newPath = call.request.header("qd_new_path");
+        // Every chunk has these two. Looked for first: without any header a new upload looks like the rest of one that nobody began.
+        if (!newPath)
+            for (const char* name : {"qd_offset", "qd_block_size"})
+                (void)HeaderOf(call.request, name);
         const auto lease = m_uploads.Acquire(id);
-        if (const auto newPath = call.request.header("qd_new_path"))
+        if (newPath)
             return Complete(id, path, ItemPath::FromText(*newPath));
 
         if (IsSet(call.request, "qd_start"))

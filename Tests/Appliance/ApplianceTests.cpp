@@ -1,6 +1,7 @@
 // The sample server where no well-behaved client leads it: what it refuses, what it keeps whole, and many clients at once.
 
 #include "Appliance.h"
+#include "CommandLine.h"
 #include "Delta.h"
 #include "HeaderMender.h"
 #include "Multipart.h"
@@ -115,6 +116,7 @@ protected:
     {
         ApplianceParts::Options options;
         options.root = folder / "root";
+        options.mostConnections = mostConnections;
         auto started = std::make_unique<Appliance>(options, output);
         started->Start();
         return started;
@@ -122,6 +124,7 @@ protected:
 
     const TemporaryFolder folder;
     std::ostringstream output;
+    std::size_t mostConnections = 30;
     std::unique_ptr<Appliance> appliance = Start();
     User user{*appliance};
 };
@@ -129,10 +132,11 @@ protected:
 TEST_F(ApplianceTest, NothingLeadsOutOfTheRoot)
 {
     static_cast<void>(folder.Write("secret", "secret"));
+    user.Expect({{"POST /folders/home", "operation=create&name=sub", 200}});
     const auto isRefused = [this](const std::string& path) {
         for (const auto& answer :
              {user.Ask("GET /folders" + path + "?skip=0"), user.Ask("GET /folders" + path), user.Put(path, "overwritten"),
-              user.Ask("DELETE /folders" + path), user.Ask("POST /folders/home", "operation=move&path=" + path)})
+              user.Ask("DELETE /folders" + path), user.Ask("POST /folders/home/sub", "operation=move&path=" + path)})
             EXPECT_TRUE(std::set({400, 404, 409}).contains(answer.status)) << answer.status << " " << path.substr(0, 100);
     };
     for (const char* path :
@@ -175,6 +179,9 @@ TEST_F(ApplianceTest, MalformedRequestsAreRefusedAndHarmNobody)
                  {put, Multipart("", "x"), 400},
                  {"POST /folders/nowhere/f", Multipart(kCreate, "x"), 404},
                  {"POST /folders/home", Multipart(kCreate, "x"), 409},
+                 {"DELETE /folders", "", 403},
+                 {"DELETE /folders/home", "", 403},
+                 {"POST /folders/home", "operation=update&path=house", 403},
                  {"POST /resume/upload/home/f", Multipart("", "x"), 400},
                  {"POST /resume/upload/home/f?resume_id=..%2f..%2fx", Multipart("", "x"), 400},
                  {"POST /share", "path=/home&target=x", 400},
@@ -182,6 +189,7 @@ TEST_F(ApplianceTest, MalformedRequestsAreRefusedAndHarmNobody)
                  {"GET /folders/home/f", "", 404}});
     EXPECT_EQ(user.Ask(put, Multipart(kCreate, "x"), {{"Content-Type", "multipart/form-data"}}).status, 400);
     EXPECT_EQ(user.Ask(put, "", {{"Content-Type", "multipart/form-data; boundary=b"}}).status, 400);
+    EXPECT_EQ(user.Ask("POST /resume/upload/home/f?resume_id=1", Multipart("", "x")).ErrorId(), "14") << "a proxy drops qd_ headers";
     user.headers = {{"Cookie", "session_token=forged"}};
     EXPECT_EQ(user.Ask("GET /folders").ErrorId(), "6");
     EXPECT_EQ(user.Put("/home/f", Pattern(1'000'000)).ErrorId(), "6") << "the refusal reaches a client that sends all before it reads";
@@ -292,6 +300,15 @@ TEST_F(ApplianceTest, TheFeedLosesNothingAndEndsWithTheServer)
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
+TEST_F(ApplianceTest, IdleConnectionsMakeRoomForNewOnes)
+{
+    std::vector<std::unique_ptr<User>> users;
+    while (users.size() < 2 * mostConnections)
+        users.push_back(std::make_unique<User>(*appliance));
+    for (const auto& each : users)
+        EXPECT_EQ(each->Ask("GET /folders").status, 200);
+}
+
 TEST_F(ApplianceTest, ManySessionsAtOnceSeeWholeItems)
 {
     const auto use = [this](int index) {
@@ -359,6 +376,37 @@ TEST(MultipartParserTest, PartsAreTheSameHoweverTheBodyArrives)
         parser.Finish();
         ASSERT_EQ(notes.text, "empty=;a=1\r\n2;file:" + lookalikes) << size;
     }
+}
+
+TEST(ApplianceCommandLineTest, ArgumentsAreCheckedOneByOne)
+{
+    // What the message says, or the help; nothing where the arguments are right.
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"--root", "r", "--api", "1,1.0,1.50", "--port", "65535", "--mode", "device-token"}, ""},
+        {{}, "--root is required"},
+        {{"--root", "r", "a", "b"}, "the argument 'a' was not expected"},
+        {{"--root", "r", "--api", "1.3,"}, "the versions of the API are"},
+        {{"--root", "r", "--api", "1.3,7"}, "the versions of the API are 1 and 1.0 to 1.50"},
+        {{"--root", "r", "--port", "65536"}, "a port is a number from 0 to 65535"},
+        {{"--root", "r", "--user", "demo"}, "a user is given as NAME:PASSWORD"},
+        {{"--root", "r", "--mode", "new"}, "a mode is legacy or device-token"},
+        {{"--root", "r", "--key", "k"}, "--cert and --key go together"}};
+    for (const auto& [arguments, message] : cases)
+    {
+        std::ostringstream output;
+        std::ostringstream errors;
+        int status = 0;
+        EXPECT_EQ(ApplianceParts::ParseCommandLine(arguments, output, errors, status).has_value(), message.empty()) << message;
+        EXPECT_EQ(status, message.empty() ? 0 : 2) << message;
+        EXPECT_NE(errors.str().find(message), std::string::npos) << errors.str();
+    }
+
+    std::ostringstream help;
+    int status = 1;
+    EXPECT_FALSE(ApplianceParts::ParseCommandLine({"--help"}, help, help, status).has_value());
+    EXPECT_EQ(status, 0);
+    for (const char* raw : {"INT", "->", "{", "[1", "Needs", "REQUIRED"})
+        EXPECT_EQ(help.str().find(raw), std::string::npos) << raw << " in\n" << help.str();
 }
 
 } // namespace

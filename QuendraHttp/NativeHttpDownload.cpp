@@ -32,7 +32,7 @@ ResultCode CNativeHttp::DownloadFile(const std::wstring& serverPath, const std::
                                      std::shared_ptr<IServerAttributes>& outAttributes, const std::wstring& signaturePath,
                                      const CancelEvent& cancelEvent, const std::shared_ptr<IProgressCallback>& progress)
 {
-    return RunOperation("CNativeHttp::DownloadFile", [&](const FunctionTraceScope&) -> ResultCode {
+    return RunOperation("CNativeHttp::DownloadFile", [&, attributes, progress](const FunctionTraceScope&) -> ResultCode {
         return signaturePath.empty()
                    ? _Internal_DownloadFile(serverPath, localPath, attributes, outAttributes, cancelEvent, progress)
                    : _Internal_DownloadDelta(serverPath, localPath, signaturePath, attributes, outAttributes, cancelEvent, progress);
@@ -86,7 +86,7 @@ ResultCode CNativeHttp::_Internal_DownloadFile(const std::wstring& serverPath, c
         if (exchange.Status() != 200)
         {
             trace.Error(kRefused, exchange.Status());
-            // Anything but a changed session counts as success here: callers of transports that accept more than 200 rely on it.
+            // By contract anything but a changed session counts as success here. The library's own transport reports success for 200 only.
             return CheckForChangedSessionToken(exchange.Status(), exchange.StartToken(), Result::Success);
         }
         trace.Info("Successfully downloaded file: %S", localPath);
@@ -130,7 +130,7 @@ ResultCode CNativeHttp::_Internal_DownloadDelta(const std::wstring& serverPath, 
         std::uint64_t partBytes = 0;
         if (const ResultCode failed = request.SendMultipartFile("file", signature, fileName, &cancelEvent, progress, &partBytes))
         {
-            // The message has always carried 0 here; the result is the failure's.
+            // By contract the message carries 0; the result is the failure's.
             trace.Error("httpRequest->SendMultipartFile, error code: 0x%x", 0);
             return failed;
         }
@@ -161,7 +161,7 @@ ResultCode CNativeHttp::DownloadData(const std::wstring& serverPath, const std::
                                      const std::int64_t* count, const CancelEvent& cancelEvent,
                                      const std::shared_ptr<IProgressCallback>& progress)
 {
-    return RunOperation("CNativeHttp::DownloadData", [&](const FunctionTraceScope& trace) -> ResultCode {
+    return RunOperation("CNativeHttp::DownloadData", [&, attributes, progress](const FunctionTraceScope& trace) -> ResultCode {
         if (skip == nullptr || count == nullptr)
             return Result::InvalidParameter;
         trace.Info("Download data request for LocalPath: %S, ServerPath: %S", localPath, serverPath);

@@ -100,7 +100,7 @@ ResultCode CNativeHttp::GetPathAttributes(const std::wstring& path, std::shared_
 ResultCode CNativeHttp::SetPathAttributes(const std::wstring& path, const std::shared_ptr<IServerAttributes>& attributes,
                                           std::shared_ptr<IServerAttributes>& newAttributes)
 {
-    return RunOperation("CNativeHttp::SetPathAttributes", [&](const FunctionTraceScope& trace) -> ResultCode {
+    return RunOperation("CNativeHttp::SetPathAttributes", [&, attributes](const FunctionTraceScope& trace) -> ResultCode {
         trace.Info("Request to set attributes for path: %S", path);
         if (!attributes)
             return Result::InvalidParameter;
@@ -127,7 +127,7 @@ ResultCode CNativeHttp::SetPathAttributes(const std::wstring& path, const std::s
 
 ResultCode CNativeHttp::DeletePath(const std::wstring& path, const std::shared_ptr<IServerAttributes>& attributes)
 {
-    return RunOperation("CNativeHttp::DeletePath", [&](const FunctionTraceScope& trace) -> ResultCode {
+    return RunOperation("CNativeHttp::DeletePath", [&, attributes](const FunctionTraceScope& trace) -> ResultCode {
         trace.Info("Request to delete server path: %S", path);
         Exchange exchange(*this, trace);
         if (const ResultCode failed = exchange.Connect())
@@ -136,7 +136,7 @@ ResultCode CNativeHttp::DeletePath(const std::wstring& path, const std::shared_p
         trace.Info("Request Path: %S", url);
         if (const ResultCode failed = exchange.OpenRequest(L"DELETE", url))
             return failed;
-        // A transfer that fails is reported like a refusal without a status: callers rely on it.
+        // By contract a transfer that fails ends like a refusal without a status.
         if (exchange.Send() != Result::Success)
             return MapHttpError(0, exchange.Response());
         if (const ResultCode failed = exchange.RequireBody())
@@ -168,7 +168,7 @@ ResultCode CNativeHttp::RenamePath(const std::wstring& source, const std::wstrin
         }
         else
         {
-            // A rename in place always overwrites, whatever the caller asked: servers and callers know it so.
+            // By contract a rename in place always overwrites, whatever the caller asked.
             trace.Info("Using UPDATE operation");
             exchange.Field("path", to.name).Field("overwrite", L"true").LastField("operation", L"update");
         }

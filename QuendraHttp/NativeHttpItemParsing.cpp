@@ -141,7 +141,7 @@ bool ReadTimes(const ItemMembers& members, IServerAttributes& record, const Func
     }
     else
     {
-        // Worded like the one above; people filter on it.
+        // By contract worded like the one above.
         trace.Error("Invalid or missing 'creation_time' in server response.");
     }
     return true;

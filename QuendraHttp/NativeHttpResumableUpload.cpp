@@ -155,13 +155,13 @@ ResultCode CNativeHttp::ResumableUpload(const std::wstring& localPath, const std
                                         std::int64_t* length, std::int32_t beginFlag, const CancelEvent& cancelEvent,
                                         const std::shared_ptr<IProgressCallback>& progress)
 {
-    return RunOperation("CNativeHttp::ResumableUpload", [&](const FunctionTraceScope& trace) -> ResultCode {
+    return RunOperation("CNativeHttp::ResumableUpload", [&, sent = attributes, progress](const FunctionTraceScope& trace) -> ResultCode {
         // A size below zero can come from a server; there is no chunk of such a file.
-        if (!attributes || offset == nullptr || length == nullptr || *offset < 0 || *length < 0 || attributes->GetSize() < 0)
+        if (!sent || offset == nullptr || length == nullptr || *offset < 0 || *length < 0 || sent->GetSize() < 0)
             return Result::InvalidParameter;
         const std::wstring identifier = TextOf(uploadId);
         trace.Info("Uploading %lld-byte chunk of [%S] from %lld with GUID [%S]", *length, localPath, *offset, identifier);
-        if (const std::int64_t size = attributes->GetSize(); PassesEnd(*offset, *length, size))
+        if (const std::int64_t size = sent->GetSize(); PassesEnd(*offset, *length, size))
         {
             trace.Error("Past end of file: %lld + %lld > %lld", *offset, *length, size);
             *length = std::max<std::int64_t>(size - *offset, 0);
@@ -175,7 +175,7 @@ ResultCode CNativeHttp::ResumableUpload(const std::wstring& localPath, const std
         exchange.Track(serverPath);
         if (const ResultCode cancelled = exchange.CheckCancelled(cancelEvent, "Upload cancelled"))
             return cancelled;
-        if (const ResultCode failed = AddChunkHeaders(trace, exchange, *attributes, chunk))
+        if (const ResultCode failed = AddChunkHeaders(trace, exchange, *sent, chunk))
             return failed;
         if (const ResultCode failed = SendChunk(exchange, localPath, serverPath, chunk, cancelEvent, progress))
             return failed;
@@ -283,7 +283,7 @@ ResultCode CNativeHttp::GetMetaDataFromResponse(const ResponseBuffer& response, 
             *offset = isText ? std::strtoll(received->asCString(), nullptr, 10) : received->asInt64();
             trace.Info("Got offset %lld", *offset);
         }
-        // A server that sends a JSON boolean here tells nothing: its callers have always been left with what they had.
+        // By contract only a text counts: a JSON boolean leaves the flag as the caller set it.
         if (const Json::Value* const isLocked = FindMember(root, "is_locked"); isLocked != nullptr && isLocked->isString())
         {
             *locked = isLocked->asString() == "true" ? 1 : 0;

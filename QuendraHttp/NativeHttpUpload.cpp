@@ -165,7 +165,7 @@ ResultCode CNativeHttp::UploadFile(const std::wstring& localPath, const std::wst
                                    std::shared_ptr<IServerAttributes>& attributes, const std::uint32_t* deltaFlag,
                                    const CancelEvent& cancelEvent, const std::shared_ptr<IProgressCallback>& progress)
 {
-    return RunOperation("CNativeHttp::UploadFile", [&](const FunctionTraceScope& trace) -> ResultCode {
+    return RunOperation("CNativeHttp::UploadFile", [&, progress](const FunctionTraceScope& trace) -> ResultCode {
         if (!attributes || deltaFlag == nullptr)
             return Result::InvalidParameter;
         trace.Info("Uploading [%S] with API tag [%s]", localPath, attributes->GetRevision());
@@ -178,10 +178,10 @@ ResultCode CNativeHttp::_Internal_UploadFile(const std::wstring& localPath, cons
                                              std::shared_ptr<IServerAttributes>& attributes, const CancelEvent& cancelEvent,
                                              const std::shared_ptr<IProgressCallback>& progress)
 {
-    return RunOperation("CNativeHttp::_Internal_UploadFile", [&](const FunctionTraceScope& trace) -> ResultCode {
+    return RunOperation("CNativeHttp::_Internal_UploadFile", [&, sent = attributes](const FunctionTraceScope& trace) -> ResultCode {
         trace.Info(kWholeFile.pathsMessage, localPath, serverPath);
         Exchange exchange(*this, trace);
-        if (const ResultCode failed = Send({kWholeFile, localPath, serverPath, *attributes, cancelEvent, progress}, trace, exchange, 0, 0))
+        if (const ResultCode failed = Send({kWholeFile, localPath, serverPath, *sent, cancelEvent, progress}, trace, exchange, 0, 0))
             return failed;
         if (const ResultCode ended = JudgeUpload(trace, exchange, localPath, attributes))
             return ended;
@@ -194,13 +194,13 @@ ResultCode CNativeHttp::_Internal_UploadDelta(const std::wstring& localPath, con
                                               std::shared_ptr<IServerAttributes>& attributes, const CancelEvent& cancelEvent,
                                               const std::shared_ptr<IProgressCallback>& progress)
 {
-    return RunOperation("CNativeHttp::_Internal_UploadDelta", [&](const FunctionTraceScope& trace) -> ResultCode {
+    return RunOperation("CNativeHttp::_Internal_UploadDelta", [&, sent = attributes](const FunctionTraceScope& trace) -> ResultCode {
         trace.Info(kDelta.pathsMessage, localPath, serverPath);
         Exchange exchange(*this, trace);
         const auto sendTimeout = static_cast<std::uint32_t>(g_deltaSendTimeout.Get());
         const auto receiveTimeout = static_cast<std::uint32_t>(g_deltaReceiveTimeout.Get());
         if (const ResultCode failed =
-                Send({kDelta, localPath, serverPath, *attributes, cancelEvent, progress}, trace, exchange, sendTimeout, receiveTimeout))
+                Send({kDelta, localPath, serverPath, *sent, cancelEvent, progress}, trace, exchange, sendTimeout, receiveTimeout))
             return failed;
         if (const ResultCode ended = JudgeUpload(trace, exchange, localPath, attributes))
             return ended;

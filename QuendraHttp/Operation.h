@@ -33,7 +33,8 @@ struct OperationName
 };
 
 /// Runs an operation of the client inside its trace scope.
-/// @param body  takes the scope, returns the operation's result.
+/// @param body  takes the scope, returns the operation's result. It captures the caller's shared pointers by value, which holds what
+///              they point to for the length of the call: a callback may drop the caller's own.
 template <typename Body> ResultCode RunOperation(OperationName name, const Body& body) noexcept
 {
     return RunGuarded([&] {

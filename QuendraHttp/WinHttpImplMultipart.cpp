@@ -93,7 +93,7 @@ ResultCode WinHttpRequest::AddMultipartHeaders(bool acceptJson)
     if (const ResultCode failed =
             AddHeaderText(acceptJson ? L"Accept: application/json" : L"Accept: application/octet-stream", kAddAndCoalesce))
         return failed;
-    // The lone line feed at the end is how this header has always been handed over; WinHTTP takes it off.
+    // The header ends in a lone line feed, which WinHTTP takes off.
     return AddHeaderText(L"Content-Type: multipart/form-data; boundary=\"" + m_boundary + L"\"\n", kReplaceOrAdd);
 }
 

@@ -140,7 +140,7 @@ ResultCode WinHttpRequest::GetResponse(const std::wstring& path, const CancelEve
 
     ResultCode result = Result::Success;
     {
-        // Only the low half decides: an offset of a multiple of 4 GiB truncates the file, and callers know it so.
+        // By contract the low half alone decides: an offset of a multiple of 4 GiB truncates the file.
         const bool resumes = offsetLow != 0;
         const FileHandle file(CreateFileW(OpenablePath(path).c_str(), GENERIC_WRITE, 0, nullptr, resumes ? OPEN_EXISTING : CREATE_ALWAYS,
                                           FILE_ATTRIBUTE_NORMAL, nullptr));

@@ -8,6 +8,7 @@
 namespace
 {
 
+using Api = IQuendraHttpAPI;
 using Texts = std::vector<std::string>;
 
 const std::string kInvalidSession = R"({"errorId":"6"})";
@@ -144,6 +145,64 @@ TEST(Transfers, HeedWhatHappensWhileTheyAreOnTheirWay)
         cancelled.caller.cancel = event;
         EXPECT_EQ(cancelled.Perform(transfer), IsUpload(name) ? 1223U : 0U);
         EXPECT_TRUE(!IsUpload(name) || cancelled.caller.given == nullptr);
+    }
+}
+
+TEST(Transfers, HoldWhatTheirCallerDropsMeanwhile)
+{
+    using Progress = std::shared_ptr<IProgressCallback>;
+    struct Pointers
+    {
+        Item item = MakeItem();
+        Progress progress = std::make_shared<ProgressRecord>();
+        Item given;
+    };
+    const auto upload = [](std::uint32_t delta) {
+        return [delta](Api& api, Pointers& own) { return api.UploadFile(L"l", L"/a", own.item, &delta, {}, own.progress); };
+    };
+    const auto download = [](const wchar_t* signature) {
+        return [=](Api& api, Pointers& own) { return api.DownloadFile(L"/a", L"l", own.item, own.given, signature, {}, own.progress); };
+    };
+    const std::map<std::string, std::function<ResultCode(Api&, Pointers&)>> operations =
+        {
+            {"upload", upload(0)},
+            {"delta upload", upload(1)},
+            {"chunk upload",
+             [](Api& api, Pointers& own) {
+        std::int64_t offset = 0;
+        std::int64_t length = 9;
+        return api.ResumableUpload(L"l", L"/a", own.item, kUpload, &offset, &length, 0, {}, own.progress);
+             }},
+            {"download", download(L"")},
+            {"delta", download(L"sig")},
+            {"range",
+             [](Api& api, Pointers& own) {
+        const std::uint64_t skip = 0;
+        const std::int64_t count = 9;
+        return api.DownloadData(L"/a", L"l", own.item, own.given, &skip, &count, {}, own.progress);
+             }},
+                                                                            {"set",
+                                                                             [](Api& api, Pointers& own) {
+        return api.SetPathAttributes(L"/a", own.item, own.given);
+                                                                             }},
+        {"remove", [](Api& api, Pointers& own) { return api.DeletePath(L"/a", own.item); }},
+        };
+    for (const auto& [name, operation] : operations)
+    {
+        SCOPED_TRACE(name);
+        Pointers own;
+        const std::weak_ptr<IServerAttributes> item = own.item;
+        const std::weak_ptr<IProgressCallback> progress = own.progress;
+        const bool takesProgress = name != "set" && name != "remove";
+        Scene scene({200, kReply, 0, [&] {
+                         own = {nullptr, nullptr, nullptr};
+                         EXPECT_FALSE(item.expired());
+                         EXPECT_EQ(progress.expired(), !takesProgress);
+                     }});
+        EXPECT_EQ(operation(scene.client.Api(), own), 0U);
+        EXPECT_TRUE(name == "remove" || (IsUpload(name) ? own.item : own.given) != nullptr);
+        own = {nullptr, nullptr, nullptr};
+        EXPECT_TRUE(item.expired() && progress.expired()) << "released with the call";
     }
 }
 

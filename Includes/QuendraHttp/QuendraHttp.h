@@ -47,6 +47,12 @@ using ServerItemList = std::list<std::shared_ptr<IServerAttributes>>;
 /// A server path begins at the user's root with "/" and is separated by "/"; it is not encoded. A local path is one of the
 /// platform's. A refusal is a code from `Result::RefusalBase` on: plus the reply's "errorId", or plus the HTTP status. A platform error
 /// is that of the step which failed: set-up, sending, receiving, reading or writing the local file.
+///
+/// What a shared pointer that is handed in points to is held for the call: a callback may drop the caller's own.
+///
+/// Replies other than file content are held in memory, whatever their size: the one bound is that of a single piece, 5 MiB, behind
+/// which the operation ends in 122. The records that are read from them are the server's word. A name may hold separators, be ".." or
+/// be empty: check it before it becomes part of a local path.
 class IQuendraHttpAPI
 {
 public:
@@ -101,7 +107,8 @@ public:
     /// @param[out] handshakeValue   as `Init` gives it.
     /// @param clientVersion         left out where the first component is 0.
     /// @param clientPlatformVersion left out where the first component is 0.
-    /// @return 5 for a reply without a token, 8 for none, 122 for a field that is too long (nothing is sent); a refusal;
+    /// @return 5 for a reply without a token, or with one that holds CR, LF or NUL, 8 for none, 122 for a field that is too long (nothing
+    /// is sent); a refusal;
     ///         a platform error.
     virtual ResultCode Login(const std::wstring& userId, const std::wstring& password, const std::wstring& deviceToken,
                              const std::wstring& deviceId, std::wstring& policy, std::uint32_t& handshakeValue,
@@ -123,13 +130,14 @@ public:
     virtual ResultCode GetSessionToken(std::wstring& token) = 0;
 
     /// Slot 12. Replaces the session token; no request is made.
-    /// @param token  empty for none.
+    /// @param token  empty for none. With one that holds CR, LF or NUL every request ends in 87.
     /// @return 0; 6 where the transport gave no session.
     virtual ResultCode SetSessionToken(const std::wstring& token) = 0;
 
     /// Slot 13. Waits for changes on the server. Another thread ends the wait with `CloseRequestHandle(L"/notifs")`.
     /// @param[in,out] actions  appended to; the caller deletes the records.
-    /// @return 0, also where nothing changed; 1237 (repeat); a refusal; a platform error.
+    /// @return 0, also where nothing changed, and for any reply without a body, whatever its status: a refusal, or one that broke or
+    ///         was closed behind its head; 1237 (repeat); a refusal; a platform error.
     virtual ResultCode GetChanges(std::list<CNotificationAction*>& actions) = 0;
 
     /// Slot 14. The server's folder mappings.
@@ -159,6 +167,9 @@ public:
     virtual std::uint32_t GetMappingsFromResponse(const ResponseBuffer& response, std::vector<CMapping*>& mappings) = 0;
 
     /// Slot 18. A folder and what is in it. `CloseRequestHandle` with the path ends it.
+    ///
+    /// A child without readable times is left out. One whose members have types that cannot be converted ends the list, and the
+    /// children behind it are missing: the result is 0 all the same.
     /// @param path              server path.
     /// @param[in,out] children  appended to, also where the folder's own record cannot be read.
     /// @param[out] folder       the folder itself.
@@ -192,7 +203,8 @@ public:
     /// Slot 22. Ends the request that runs for a path on another thread; does nothing where there is none. Listings, uploads,
     /// downloads and the change feed can be ended so.
     /// @param path  the server path that the operation was given; "/notifs" for `GetChanges`.
-    /// @return 0. The operation that is ended returns a platform error.
+    /// @return 0. The operation that is ended returns a platform error. Where the head of a reply into memory has come by then, what is
+    ///         there of the body counts as the reply: a listing ends in 13, or 8 without a body, the change feed may end in 0.
     virtual ResultCode CloseRequestHandle(const std::wstring& path) = 0;
 
     /// Slot 23. Creates a folder.
@@ -224,7 +236,8 @@ public:
     /// @param beginFlag           non-zero for an upload's first chunk.
     /// @param cancelEvent         tested like `UploadFile`'s.
     /// @param progress            may be empty.
-    /// @return like `UploadFile`, 12152 for a refusal without a body, 87 for a negative offset, length or size.
+    /// @return like `UploadFile`, but 13 also for a reply without a body and 12152 for a refusal without one; 87 also for a null pointer
+    ///         and a negative offset, length or size.
     virtual ResultCode ResumableUpload(const std::wstring& localPath, const std::wstring& serverPath,
                                        std::shared_ptr<IServerAttributes>& attributes, const GUID& uploadId, const std::int64_t* offset,
                                        std::int64_t* length, std::int32_t beginFlag, const CancelEvent& cancelEvent,
@@ -273,7 +286,7 @@ public:
                                     const std::shared_ptr<IProgressCallback>& progress) = 0;
 
     /// Slot 30. Receives a range of a file and writes it at the same position of the local file. `CloseRequestHandle` with the server
-    /// path ends it.
+    /// path ends it. The server is not held to the range: all that it sends is written, from the range's first byte on.
     /// @param serverPath          the item's path.
     /// @param localPath           must exist, except for a range that begins at 0 or at a multiple of 4 GiB: that creates or truncates it.
     /// @param attributes          names the revision to receive; may be empty for the newest.
@@ -290,7 +303,7 @@ public:
                                     const std::shared_ptr<IProgressCallback>& progress) = 0;
 
     /// Slot 31. Publishes audit data.
-    /// @param data  UTF-8.
+    /// @param data  UTF-8; at most 1018 characters as a form encodes it (1024 with the field's name).
     /// @return 1341 for a server without an audit endpoint, 122 for data that is too long (nothing is sent); a refusal; a
     ///         platform error.
     virtual ResultCode PublishSyncStats(const std::string& data) = 0;
@@ -329,6 +342,6 @@ QUENDRA_HTTP_API IQuendraHttpAPI* CreateInstance(const std::wstring& deviceName)
 /// Makes an instance over a caller's transport.
 /// @param factory     shared by the instance for its life.
 /// @param deviceName  what login and registration call this machine.
-/// @return as `CreateInstance`.
+/// @return as `CreateInstance`; null also without a factory.
 QUENDRA_HTTP_API IQuendraHttpAPI* CreateInstanceWithFactory(const std::shared_ptr<IWinHttpFactory>& factory,
                                                             const std::wstring& deviceName);

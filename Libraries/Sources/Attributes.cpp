@@ -158,7 +158,7 @@ template <typename Base> std::int64_t CAttributes<Base>::GetSize() const
     return m_size;
 }
 
-// Unsigned although the size is signed: callers rely on it.
+// By contract unsigned, although the size is signed.
 template <typename Base> std::string CAttributes<Base>::GetSizeStringA() const
 {
     return std::to_string(static_cast<std::uint64_t>(m_size));

@@ -45,9 +45,9 @@ enum class Comments
 /// A string's UTF-8, in place; nothing for a value of another type.
 [[nodiscard]] std::optional<std::string_view> StringIn(const Json::Value& value);
 
-/// Runs a step that works on JSON values. The library's exceptions end here, traced; a step that changes its caller's variables
-/// leaves them as they were when it was thrown out.
-template <typename Body> void CatchJsonExceptions(const FunctionTraceScope& trace, const Body& body)
+/// Runs a step that works on JSON values. What the library throws for values that it cannot convert ends here, traced; a step that
+/// changes its caller's variables leaves them as they were when it was thrown out. Missing memory goes on to the caller.
+template <typename Body> void CatchJsonErrors(const FunctionTraceScope& trace, const Body& body)
 {
     const auto runtimeError = [&trace](const std::exception& error) {
         trace.Error("JSON library has thrown a runtime_error exception (%s)!", error.what());
@@ -56,10 +56,6 @@ template <typename Body> void CatchJsonExceptions(const FunctionTraceScope& trac
     {
         body();
     }
-    catch (const std::bad_alloc& error)
-    {
-        trace.Error("JSON library has thrown a bad_alloc exception (%s)!", error.what());
-    }
     catch (const std::runtime_error& error)
     {
         runtimeError(error);
@@ -67,5 +63,18 @@ template <typename Body> void CatchJsonExceptions(const FunctionTraceScope& trac
     catch (const Json::Exception& error) // what newer versions of the library throw; not a std::runtime_error
     {
         runtimeError(error);
+    }
+}
+
+/// As `CatchJsonErrors`, and ends the step, traced, where memory runs out.
+template <typename Body> void CatchJsonExceptions(const FunctionTraceScope& trace, const Body& body)
+{
+    try
+    {
+        CatchJsonErrors(trace, body);
+    }
+    catch (const std::bad_alloc& error)
+    {
+        trace.Error("JSON library has thrown a bad_alloc exception (%s)!", error.what());
     }
 }

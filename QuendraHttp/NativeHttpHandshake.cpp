@@ -141,7 +141,7 @@ ResultCode CNativeHttp::ChooseVersion(const FunctionTraceScope& trace, ServerSta
         trace.Error("%s", kFrame);
         return Result::IncompatibleServer;
     }
-    // The message names 1.1 whatever was chosen: supporters' filters know it so.
+    // By contract the message names 1.1 whatever was chosen.
     trace.Info("Found endpoint %S compatible with %d.%d, path=%S, TOS=%d", chosen->key, 1, 1, chosen->endpoint.path, chosen->endpoint.tos);
     server.apiVersion = chosen->version;
     server.endpointPath = chosen->endpoint.path;
@@ -229,11 +229,14 @@ ResultCode CNativeHttp::GetEndpoints(const ServerState& server, EndpointTable& s
 std::uint32_t CNativeHttp::GetEndpointsFromResponse(const ResponseBuffer& response, EndpointTable& synchronisation, EndpointTable& logging)
 {
     const FunctionTraceScope trace("CNativeHttp::GetEndpointsFromResponse", Unit::NativeHttp, kGetEndpointsFromResponseLine);
+    Json::Value root;
+    bool isJson = false;
+    CatchJsonExceptions(trace, [&] { isJson = ParseJson(response, Comments::Skip, root); });
+    if (!isJson)
+        return 0;
     std::uint32_t count = 0;
-    CatchJsonExceptions(trace, [&] {
-        Json::Value root;
-        if (!ParseJson(response, Comments::Skip, root))
-            return;
+    // What is read here is kept for the instance's life: where memory runs out, half of it would pass for what the server offers.
+    CatchJsonErrors(trace, [&] {
         const Json::Value& reply = root;
         ReadEndpoints(reply["qd"], synchronisation, count);
         ReadEndpoints(reply["sync"], synchronisation, count);

@@ -2,6 +2,7 @@
 
 #include "ApiPath.h"
 #include "Exchange.h"
+#include "HeaderText.h"
 #include "Operation.h"
 #include "TextConversion.h"
 
@@ -79,18 +80,20 @@ ResultCode CNativeHttp::Login(const std::wstring& userId, const std::wstring& pa
             return refused;
 
         ResultCode result = Result::Success;
-        std::string token;
-        if (GetJSONStringFromResponse(exchange.Response(), "session_token", token))
+        std::string text;
+        const bool isText = GetJSONStringFromResponse(exchange.Response(), "session_token", text);
+        // A token that no request could carry is none: kept, it would end every request from here on, the next login included.
+        if (const std::wstring token = ToWide(text); isText && !BreaksHeader(token))
         {
-            trace.Info("Login successful. New session token: %s", token);
-            m_session->SetSessionToken(ToWide(token));
+            trace.Info("Login successful. New session token: %s", text);
+            m_session->SetSessionToken(token);
         }
         else
         {
             trace.Error("Session token is empty!");
             result = Result::AccessDenied;
         }
-        // Written before the test, whether there is one or not: supporters' filters know it so.
+        // By contract written before the test, whether there is a policy block or not.
         trace.Info("Response contains policy block, processing...");
         if (const std::string_view body = BodyOf(exchange.Response()); Contains(body, "policy_block"))
             policy = ToWide(body);

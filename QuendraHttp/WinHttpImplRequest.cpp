@@ -1,5 +1,6 @@
 #include "WinHttpImplRequest.h"
 
+#include "HeaderText.h"
 #include "TextConversion.h"
 #include "UrlEncoding.h"
 
@@ -10,12 +11,6 @@ namespace
 
 constexpr DWORD kWholeText = static_cast<DWORD>(-1);
 constexpr std::size_t kMaximumFieldCharacters = 1024;
-
-// Whether a text would end a header line: nothing that a server sent may become structure of a request.
-bool BreaksHeader(std::wstring_view text)
-{
-    return text.find_first_of(std::wstring_view(L"\r\n\0", 3)) != std::wstring_view::npos;
-}
 
 ResultCode RefuseHeader(const FunctionTraceScope& trace, const char* what)
 {

@@ -204,6 +204,7 @@ public:
 
     /// Reads the endpoint tables of a reply.
     /// @return the number of synchronisation endpoints found.
+    /// @throws std::bad_alloc where memory runs out behind the parse.
     static std::uint32_t GetEndpointsFromResponse(const ResponseBuffer& response, EndpointTable& synchronisation, EndpointTable& logging);
 
     /// Appends the item, or at the top of a reply the items, that a JSON object describes.

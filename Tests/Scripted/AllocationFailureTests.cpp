@@ -1,4 +1,5 @@
-// The parsers of the feed and of the mappings while memory runs out: one entry is lost, its neighbours are read.
+// The parsers while memory runs out: of the feed and of the mappings one entry is lost and its neighbours are read; the endpoints, which
+// hold for an instance's life, are read as a whole or not at all.
 
 #include "FailingAllocation.h"
 #include "ParsingSupport.h"
@@ -55,6 +56,32 @@ TEST(AllocationFailures, CostTheMappingsOneMapping)
     EXPECT_EQ(FailEachAllocation<Mappings>("[" + entry + "," + entry + "," + entry + "]", &CNativeHttp::ProcessMappingJSONArray),
               (Texts{"Failed to create mapping for [a name of some length] - error [-2147467259]",
                      "JSON library has thrown a bad_alloc exception "}));
+}
+
+TEST(AllocationFailures, EndTheReadingOfEndpointsUnlessTheyAreAllRead)
+{
+    std::string json = R"({"sync":{"1.0":{"path":"/a path of some length"},"1.1":{"path":"/another path of some length"}},)"
+                       R"("audit":{"1":{"path":"/a path of some length"}}})";
+    std::set<std::string> outcomes;
+    bool hasFailed = true;
+    for (int allocation = 1; hasFailed; ++allocation)
+    {
+        EndpointTable synchronisation;
+        EndpointTable logging;
+        std::string outcome = "no memory";
+        t_allocationToFail = allocation;
+        try
+        {
+            static_cast<void>(CNativeHttp::GetEndpointsFromResponse(AsReply(json), synchronisation, logging));
+            outcome.clear();
+        }
+        catch (const std::bad_alloc&) // NOLINT(bugprone-empty-catch): the outcome says so
+        {
+        }
+        hasFailed = std::exchange(t_allocationToFail, 0) == 0;
+        outcomes.insert(outcome.empty() ? std::to_string(synchronisation.size()) + " and " + std::to_string(logging.size()) : outcome);
+    }
+    EXPECT_EQ(outcomes, (std::set<std::string>{"0 and 0", "2 and 1", "no memory"}));
 }
 
 } // namespace

@@ -15,6 +15,7 @@ constexpr int kInitExitLine = 23;
 
 void WriteFunctionEvent(const Eventing::EventDescriptor& descriptor, int line)
 {
+    const LastErrorKeeper keeper;
     if (IsEventEnabled(EventProviderHandle, &descriptor) != 0)
         WriteEventFunction(EventProviderHandle, &descriptor, Unit::Interface, line, "Init");
 }

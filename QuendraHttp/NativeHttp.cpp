@@ -178,8 +178,7 @@ std::string CNativeHttp::AddRevision(const std::string& query, const std::string
 {
     if (revision.empty())
         return {};
-    const FunctionTraceScope trace("CNativeHttp::AddRevision", Unit::NativeHttp, kAddRevisionLine);
-    trace.Info({"Revision: %s", kAddRevisionLine}, revision);
+    TraceInfo("CNativeHttp::AddRevision", Unit::NativeHttp, {"Revision: %s", kAddRevisionLine}, revision);
     return query + "revision=" + revision;
 }
 

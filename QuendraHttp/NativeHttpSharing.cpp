@@ -48,6 +48,7 @@ ResultCode CNativeHttp::PublishSyncStats(const std::string& data)
             return Result::ServerDisabled;
         }
         trace.Info("Publishing auditing data to endpoint [%S]", path);
+        trace.Info("Request Path: %S", path);
         if (const ResultCode failed = exchange.OpenRequest(L"POST", path))
             return failed;
         // Replies to audit data are not logged.
@@ -84,11 +85,12 @@ ResultCode CNativeHttp::AcknowledgeRemoteWipe(const std::wstring& userName, cons
             result = request.ReceiveResponse(exchange.Response());
         if (const ResultCode failed = exchange.Check("ReceiveResponse failed, error code: %d", result))
             return failed;
+        exchange.LogReply();
         if (const std::uint32_t status = exchange.Status(); status != 200)
         {
-            // The bare status, not a mapped code: callers rely on it.
             trace.Error(kRefused, status);
-            return status;
+            // By contract the bare status, not a mapped code. A reply without a status is no success.
+            return status != 0 ? status : Result::InvalidServerResponse;
         }
         trace.Info("Remote wipe successfully acknowledged");
         return Result::Success;

@@ -88,6 +88,7 @@ TEST(ClientSettings, FunctionsAreIdentifiedByTheirLines)
         {"GetSessionToken", 624}, {"SetSessionToken", 636}, {"Login", 652},   {"Register", 782}};
     for (const auto& [function, line] : lines)
         EXPECT_EQ(trace.EventsOf(std::string("CNativeHttp::") + function).at(0).line, line) << function;
+    EXPECT_EQ(trace.EventsOf("CNativeHttp::AddRevision").size(), 1U) << "it has no entry and no exit";
 }
 
 TEST(ClientSettings, ATransportThatMakesNothingEndsInAnError)

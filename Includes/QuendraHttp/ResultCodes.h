@@ -32,7 +32,7 @@ inline constexpr ResultCode IncompatibleServer = 19006;    ///< a code of the li
 inline constexpr ResultCode RefusalBase = 20000;           ///< a refusal is this plus the reply's "errorId", else plus the HTTP status.
 inline constexpr ResultCode SessionInvalid = 20006;        ///< the refusal with the errorId 6.
 inline constexpr ResultCode Conflict = 21077;              ///< the refusal with the errorId 1077; it carries the item's current attributes.
-inline constexpr ResultCode LastRefusal = 27775;           ///< the highest code of a refusal.
+inline constexpr ResultCode LastRefusal = 27775;           ///< the highest one whose reply a whole download reads; refusals end at none.
 inline constexpr ResultCode Failed = 0x80004005;           ///< E_FAIL.
 
 } // namespace Result

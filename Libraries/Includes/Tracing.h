@@ -160,6 +160,18 @@ template <typename... Arguments> struct TraceFormat
     int line;
 };
 
+/// Writes an informational message of a function that has no scope of its own.
+/// @param function, sourceUnit  as of a `FunctionTraceScope`.
+template <typename... Arguments>
+void TraceInfo(const char* function, const char* sourceUnit, TraceFormat<std::type_identity_t<Arguments>...> format,
+               const Arguments&... arguments)
+{
+    const LastErrorKeeper keeper;
+    if (EventProviderHandle != 0 && IsEventEnabled(EventProviderHandle, &EVT_INFO) != 0)
+        WriteEventFormatted(EventProviderHandle, &EVT_INFO, sourceUnit, format.line, function, format.text,
+                            TraceDetail::Pass(arguments)...);
+}
+
 /// Opens a function's trace: writes its entry when it is made, its exit when it ends, and its messages in between.
 ///
 /// The exit carries the line of the entry, and an exit by an exception is asked for at the exit descriptor's level but written

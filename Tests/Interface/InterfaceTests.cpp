@@ -29,6 +29,17 @@ TEST(Interface, InitIsTracedWithItsLinesAndExitEndsNothing)
     Init(0);
 }
 
+TEST(Interface, InitKeepsTheLastErrorOfItsCaller)
+{
+    const auto spoil = [](void*, const Eventing::Event*) { SetLastError(99); };
+    const Eventing::ProviderHandle sink = OpenEventSink(EVT_INFO.level, Eventing::kAnyKeyword, spoil, nullptr);
+    SetLastError(7);
+    Init(sink);
+    EXPECT_EQ(GetLastError(), 7U);
+    Init(0);
+    CloseEventSink(sink);
+}
+
 TEST(Interface, InstancesShareTheirCallersFactoryAndEndInEachWay)
 {
     Script script;

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs a build and unpacks its packages, each into a folder of its own, and uses them from outside: a client with pkg-config, one
-# with find_package, and the programs.
+# Installs a build and unpacks its packages, each into a folder of its own, and uses them from outside: a client with pkg-config as
+# the README shows it, one with find_package, one with add_subdirectory, and the programs.
 #
 #     CheckPackage.sh BUILD COMPILER SYSTEM [EMULATOR...]
 #
@@ -63,9 +63,12 @@ done
 [ "$(find "$prefix/share/doc/quendra-http/notices" -size +200c | wc -l)" -ge 5 ] || fail 'Notices are missing.'
 
 step 'A client with pkg-config'
-read -ra flags < <(PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig pkg-config --cflags --libs 'QuendraHttp >= 1.0')
-"$compiler" -std=c++20 "$root/Docs/Examples/OwnTransport.cpp" "${flags[@]}" -o "$work/OwnTransport$suffix"
-use_libraries "$prefix"
+# Elsewhere than Windows the program finds the library by itself.
+[ "$system" != Windows ] || use_libraries "$prefix"
+cp "$root/Docs/Examples/OwnTransport.cpp" "$work/client.cpp"
+command=$(sed -n 's/^    c++ /"$compiler" /p' "$root/README.md")
+[ "$system" != Windows ] || command=${command%-Wl*}
+(cd "$work" && PKG_CONFIG_PATH=$prefix/lib/pkgconfig eval "$command -o OwnTransport$suffix")
 run "$work/OwnTransport$suffix" | tee "$work/output"
 grep -q '^done' "$work/output" || fail 'The client did not come to its end.'
 
@@ -84,6 +87,11 @@ step 'A client with find_package'
 quiet cmake -S "$here" -B "$work/client" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_SYSTEM_NAME="$system" \
     -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix"
 quiet cmake --build "$work/client"
+
+if [ "$system" != Windows ]; then
+    step 'A client with add_subdirectory'
+    quiet cmake -S "$here" -B "$work/subdirectory" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" -DQUENDRA_SOURCES="$root"
+fi
 
 step 'The programs, and a client over the network'
 unset LD_LIBRARY_PATH WINEPATH # the programs find their libraries by themselves
@@ -105,3 +113,5 @@ run "$prefix/bin/quendra$suffix" put "$(local_path "$work/file")" /home/file --q
 use_libraries "$prefix"
 run "$work/client/LogInAndDownload$suffix" "$QUENDRA_SERVER" "$QUENDRA_PORT" demo demo /home/file "$(local_path "$work/copy")"
 cmp "$work/file" "$work/copy"
+run "$work/client/UploadInChunks$suffix" "$QUENDRA_SERVER" "$QUENDRA_PORT" demo demo "$(local_path "$work/file")" /home/chunks
+cmp "$work/file" "$work/items/home/chunks"

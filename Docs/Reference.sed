@@ -2,3 +2,5 @@
 s/QUENDRA_OVERLOAD_PAIR($//
 s/= 0,$/= 0;/
 s/= 0);$/= 0;/
+# Doxygen knows no links to a heading of the same document.
+s/\[\([^]]*\)\](#[a-z-]*)/\1/g

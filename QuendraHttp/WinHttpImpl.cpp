@@ -102,6 +102,14 @@ ResultCode WinHttpSession::Initialise()
         trace.Error("WinHttpSetTimeouts failed, error code: %d", error);
         return FoldIntoHResult(error);
     }
+    // A redirect would carry the token, or a password, to a place that the caller has not named.
+    DWORD never = WINHTTP_OPTION_REDIRECT_POLICY_NEVER;
+    if (!WinHttpSetOption(Handle(), WINHTTP_OPTION_REDIRECT_POLICY, &never, sizeof never))
+    {
+        const DWORD error = GetLastError();
+        trace.Error("WinHttpSetOption failed, error code: %d", error);
+        return FoldIntoHResult(error);
+    }
     trace.Info("Successfully initialised http session");
     return Result::Success;
 }

@@ -3,15 +3,31 @@
 #include "OpenablePath.h"
 #include "WinHttpImplRequest.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <string_view>
 #include <vector>
 
 namespace
 {
 
 constexpr DWORD kMaximumPiece = 0x500000;
+
+// Where a Location leads: scheme, server and port. The rest may hold secrets.
+std::wstring PlaceOf(std::wstring_view location)
+{
+    const auto slashes = std::min(location.find(L"//"), location.size());
+    const auto scheme = location.substr(0, slashes);
+    const bool isRelative = !scheme.empty() && (scheme.back() != L':' || scheme.find_first_of(L"/?#") != std::wstring_view::npos);
+    if (isRelative || slashes == location.size())
+        return L"another path of its own";
+    auto server = location.substr(slashes + 2);
+    server = server.substr(0, server.find_first_of(L"/\\?#"));
+    server.remove_prefix(server.rfind(L'@') + 1);
+    return std::wstring(scheme) + L"//" + std::wstring(server);
+}
 
 } // namespace
 
@@ -53,7 +69,20 @@ ResultCode WinHttpRequest::ReceiveStatusText(const FunctionTraceScope& trace, To
         trace.Error("WinHttpQueryHeaders failed, error code: %d", error);
         return error;
     }
+    if (status.front() == L'3')
+        TellRedirect(trace);
     return Result::Success;
+}
+
+void WinHttpRequest::TellRedirect(const FunctionTraceScope& trace) const
+{
+    const LastErrorKeeper keeper;
+    DWORD size = 0;
+    WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_LOCATION, WINHTTP_HEADER_NAME_BY_INDEX, nullptr, &size, WINHTTP_NO_HEADER_INDEX);
+    std::wstring location(size / sizeof(wchar_t) + 1, L'\0');
+    if (WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_LOCATION, WINHTTP_HEADER_NAME_BY_INDEX, location.data(), &size,
+                            WINHTTP_NO_HEADER_INDEX))
+        trace.Warning("The server redirects to %S. Redirects are not followed.", PlaceOf(location.c_str()));
 }
 
 ResultCode WinHttpRequest::ReceiveResponse(ResponseBuffer& response)

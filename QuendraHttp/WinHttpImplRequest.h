@@ -80,6 +80,7 @@ private:
     ResultCode AddHeaderText(const std::wstring& text, DWORD modifiers);
     ResultCode AddSessionCookie(const FunctionTraceScope& trace);
     ResultCode ReceiveStatusText(const FunctionTraceScope& trace, ToDebugger toDebugger, std::wstring& status, DWORD& statusBytes);
+    void TellRedirect(const FunctionTraceScope& trace) const;
     ResultCode StreamIntoFile(const FunctionTraceScope& trace, const FileHandle& file, const CancelEvent* cancelEvent,
                               IProgressCallback* progress, bool& cancelled);
     ResultCode SendFileRange(const FunctionTraceScope& trace, const FileHandle& file, std::int64_t offset, std::int64_t length,
@@ -88,7 +89,7 @@ private:
 
     const std::shared_ptr<IWinHttpSession> m_session;
     BodyBuffer m_body;
-    BodyBuffer m_sentBody; // what WinHTTP may send again, to where it is redirected, until the reply comes
+    BodyBuffer m_sentBody; // what WinHTTP may read, on a fresh connection once more, until the reply comes
     std::uint32_t m_httpStatus = 0;
     const std::wstring m_boundary;
     std::optional<std::int64_t> m_measuredLength; // of the file part, in bytes

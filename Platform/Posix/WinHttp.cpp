@@ -158,6 +158,12 @@ BOOL WinHttpSetTimeouts(HINTERNET handle, int resolve, int connect, int send, in
 BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD length) noexcept
 {
     return With<TimedObject>(handle, [&](const std::shared_ptr<TimedObject>& object) -> DWORD {
+        if (option == WINHTTP_OPTION_REDIRECT_POLICY)
+        {
+            DWORD policy = ~WINHTTP_OPTION_REDIRECT_POLICY_NEVER;
+            std::memcpy(&policy, buffer, buffer != nullptr && length == sizeof policy ? sizeof policy : 0);
+            return policy == WINHTTP_OPTION_REDIRECT_POLICY_NEVER ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
+        }
         DWORD error = ERROR_SUCCESS;
         object->ChangeTimeouts([&](Timeouts& timeouts) {
             int* const timeout = TimeoutOf(timeouts, option);
@@ -248,7 +254,7 @@ BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID bu
         {
             return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
         }
-        const bool isKnown = level == WINHTTP_QUERY_STATUS_CODE || level == WINHTTP_QUERY_CONTENT_LENGTH;
+        const bool isKnown = level == WINHTTP_QUERY_STATUS_CODE || level == WINHTTP_QUERY_CONTENT_LENGTH || level == WINHTTP_QUERY_LOCATION;
         if (!isKnown || name != nullptr || length == nullptr)
         {
             return ERROR_INVALID_PARAMETER;
@@ -257,11 +263,12 @@ BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID bu
         {
             return DeliverText(std::to_wstring(reply->status), buffer, length);
         }
-        if (!reply->contentLength || (index != nullptr && *index != 0))
+        const auto& header = level == WINHTTP_QUERY_LOCATION ? reply->location : reply->contentLength;
+        if (!header || (index != nullptr && *index != 0))
         {
             return ERROR_WINHTTP_HEADER_NOT_FOUND;
         }
-        const DWORD error = DeliverText(ToWideText(*reply->contentLength), buffer, length);
+        const DWORD error = DeliverText(ToWideText(*header), buffer, length);
         if (index != nullptr && error == ERROR_SUCCESS)
         {
             ++*index;

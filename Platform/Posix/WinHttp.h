@@ -25,7 +25,6 @@ inline constexpr DWORD ERROR_WINHTTP_HEADER_NOT_FOUND = 12150;
 inline constexpr DWORD ERROR_WINHTTP_INVALID_SERVER_RESPONSE = 12152;
 inline constexpr DWORD ERROR_WINHTTP_INVALID_HEADER = 12153;
 inline constexpr DWORD ERROR_WINHTTP_HEADER_ALREADY_EXISTS = 12155;
-inline constexpr DWORD ERROR_WINHTTP_REDIRECT_FAILED = 12156;
 inline constexpr DWORD ERROR_WINHTTP_SECURE_FAILURE = 12175;
 
 inline constexpr DWORD WINHTTP_ACCESS_TYPE_DEFAULT_PROXY = 0;
@@ -38,11 +37,14 @@ inline constexpr DWORD WINHTTP_ADDREQ_FLAG_REPLACE = 0x80000000;
 
 inline constexpr DWORD WINHTTP_QUERY_CONTENT_LENGTH = 5;
 inline constexpr DWORD WINHTTP_QUERY_STATUS_CODE = 19;
+inline constexpr DWORD WINHTTP_QUERY_LOCATION = 33;
 
 inline constexpr DWORD WINHTTP_OPTION_RESOLVE_TIMEOUT = 2;
 inline constexpr DWORD WINHTTP_OPTION_CONNECT_TIMEOUT = 3;
 inline constexpr DWORD WINHTTP_OPTION_SEND_TIMEOUT = 5;
 inline constexpr DWORD WINHTTP_OPTION_RECEIVE_TIMEOUT = 6;
+inline constexpr DWORD WINHTTP_OPTION_REDIRECT_POLICY = 88;
+inline constexpr DWORD WINHTTP_OPTION_REDIRECT_POLICY_NEVER = 0;
 
 inline const LPCWSTR WINHTTP_NO_PROXY_NAME = nullptr;
 inline const LPCWSTR WINHTTP_NO_PROXY_BYPASS = nullptr;
@@ -63,7 +65,8 @@ QUENDRA_PLATFORM_API HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR 
 /// one limit: the sum of theirs, or none where connecting has none. Send and receive limit the time without progress. A request takes its
 /// session's values when it is opened.
 QUENDRA_PLATFORM_API BOOL WinHttpSetTimeouts(HINTERNET handle, int resolve, int connect, int send, int receive) noexcept;
-/// Knows the four timeout options, of 4 bytes each, on a session or a request; another option fails with 12009.
+/// Knows the four timeout options, of 4 bytes each, on a session or a request, and the redirect policy "never", which always
+/// holds here; another policy fails with 87, another option with 12009.
 QUENDRA_PLATFORM_API BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD length) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD* length) noexcept;
 /// A line without a name and a colon fails with 12153; lines before it stay added.
@@ -73,9 +76,9 @@ QUENDRA_PLATFORM_API BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers,
                                              DWORD totalLength, DWORD_PTR context) noexcept;
 /// More than was announced fails with 12019. Bytes that a server no longer waits for, because it has refused, count as written.
 QUENDRA_PLATFORM_API BOOL WinHttpWriteData(HINTERNET request, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten) noexcept;
-/// Follows up to 10 redirects (then 12156): never from https to http, without Cookie and Authorization to another host.
+/// A redirect is a reply like any other: it is not followed.
 QUENDRA_PLATFORM_API BOOL WinHttpReceiveResponse(HINTERNET request, LPVOID reserved) noexcept;
-/// Knows the status code and the content length, as text; asked for others it fails with 87.
+/// Knows the status code, the content length and the location, as text; asked for others it fails with 87.
 QUENDRA_PLATFORM_API BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID buffer, DWORD* length,
                                               DWORD* index) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpQueryDataAvailable(HINTERNET request, DWORD* bytes) noexcept;

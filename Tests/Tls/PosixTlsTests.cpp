@@ -124,22 +124,6 @@ TEST_F(PosixTls, TakesTrustedCertificatesOfTheRightHostOnly)
     EXPECT_EQ("12175", Get(plain));
 }
 
-TEST_F(PosixTls, NeverRedirectsToPlainHttp)
-{
-    Trust(loopback);
-    RawServer plain(AnswerEach([](const std::string&) { return HttpReply(200, "plain"); }));
-    const auto location = "Location: http://127.0.0.1:" + std::to_string(plain.Port()) + "/\r\n";
-    RawServer server(Answer(loopback, HttpReply(302, "", location)));
-    EXPECT_EQ("12156", Get(server));
-    EXPECT_EQ(0U, plain.ConnectionCount());
-
-    // The other way is open.
-    RawServer secure(Answer(loopback, HttpReply(200, "secret")));
-    RawServer sender(AnswerEach(
-        [&](const std::string&) { return HttpReply(301, "", "Location: https://127.0.0.1:" + std::to_string(secure.Port()) + "/\r\n"); }));
-    EXPECT_EQ("200 secret", HttpClient(sender.Port()).Get());
-}
-
 TEST_F(PosixTls, TakesACutReplyForBroken)
 {
     Trust(loopback);

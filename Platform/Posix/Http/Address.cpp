@@ -1,36 +1,10 @@
 #include "Address.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
 #include <arpa/inet.h>
-#include <charconv>
-#include <memory>
-#include <new>
 
 namespace
 {
-struct UrlCleanup
-{
-    void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
-};
-struct TextCleanup
-{
-    void operator()(char* text) const noexcept { curl_free(text); }
-};
-
-/// A part of a URL; nothing where it has none.
-std::optional<std::string> PartOf(CURLU* url, CURLUPart part, unsigned flags = 0)
-{
-    char* text = nullptr;
-    if (curl_url_get(url, part, &text, flags) != CURLUE_OK)
-    {
-        return std::nullopt;
-    }
-    const std::unique_ptr<char, TextCleanup> owned(text);
-    return std::string(text);
-}
-
 bool IsIpv6(const std::string& text)
 {
     in6_addr address = {};
@@ -41,11 +15,6 @@ bool MayStandInTarget(char character)
 {
     constexpr std::string_view kAllowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$&'()*+,;=:@/?%";
     return kAllowed.find(character) != std::string_view::npos;
-}
-
-char LowerAscii(char character)
-{
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
 }
 } // namespace
 
@@ -97,40 +66,4 @@ std::string TargetForPath(std::string_view path)
         target.push_back(kDigits[byte & 0xFU]);
     }
     return target;
-}
-
-std::optional<Address> ResolveLocation(const Address& from, const std::string& location)
-{
-    const std::unique_ptr<CURLU, UrlCleanup> url(curl_url());
-    if (!url)
-    {
-        throw std::bad_alloc();
-    }
-    // The second setting is resolved against the first.
-    if (curl_url_set(url.get(), CURLUPART_URL, from.Url().c_str(), CURLU_PATH_AS_IS) != CURLUE_OK ||
-        curl_url_set(url.get(), CURLUPART_URL, location.c_str(), CURLU_ALLOW_SPACE) != CURLUE_OK)
-    {
-        return std::nullopt;
-    }
-    const auto scheme = PartOf(url.get(), CURLUPART_SCHEME);
-    const auto host = PartOf(url.get(), CURLUPART_HOST);
-    const auto port = PartOf(url.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT);
-    const auto path = PartOf(url.get(), CURLUPART_PATH);
-    const auto query = PartOf(url.get(), CURLUPART_QUERY);
-    if (!host || !port || !path || (scheme != "http" && scheme != "https"))
-    {
-        return std::nullopt;
-    }
-    Address address;
-    address.secure = scheme == "https";
-    address.host = *host;
-    address.target = TargetForPath(query ? *path + "?" + *query : *path);
-    std::from_chars(port->data(), port->data() + port->size(), address.port);
-    return address;
-}
-
-bool IsSameHost(const Address& left, const Address& right)
-{
-    return std::equal(left.host.begin(), left.host.end(), right.host.begin(), right.host.end(),
-                      [](char a, char b) { return LowerAscii(a) == LowerAscii(b); });
 }

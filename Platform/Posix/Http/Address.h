@@ -25,9 +25,3 @@ struct Address
 /// The request target for a path: what must not stand in one is percent-escaped, what is escaped already stays, a missing
 /// '/' in front is added.
 [[nodiscard]] std::string TargetForPath(std::string_view path);
-
-/// Where a `Location` leads from an address; nothing where that is no place that HTTP reaches.
-[[nodiscard]] std::optional<Address> ResolveLocation(const Address& from, const std::string& location);
-
-/// Whether two addresses name the same server, whatever the ports.
-[[nodiscard]] bool IsSameHost(const Address& left, const Address& right);

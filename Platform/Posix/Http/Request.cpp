@@ -6,9 +6,6 @@
 ///       +- Send failed --+
 ///
 /// What fails after Send fails for good: the request stays in "sent" and repeats the error.
-///
-/// Redirects are followed inside Receive, each as an exchange of its own, since what may be sent on to another place is
-/// not curl's to decide.
 
 #include "Request.h"
 
@@ -17,8 +14,6 @@
 
 namespace
 {
-constexpr int kMaxRedirects = 10;
-
 constexpr INTERNET_PORT kHttpPort = 80;
 constexpr INTERNET_PORT kHttpsPort = 443;
 
@@ -26,17 +21,6 @@ constexpr INTERNET_PORT kHttpsPort = 443;
 bool ExpectsBody(const std::string& verb)
 {
     return verb == "POST" || verb == "PUT";
-}
-
-bool KeepsVerb(long status)
-{
-    return status == 307 || status == 308;
-}
-
-bool IsRedirect(const ReplyHead& head)
-{
-    const bool isRedirectStatus = head.status == 301 || head.status == 302 || head.status == 303 || KeepsVerb(head.status);
-    return isRedirectStatus && head.location.has_value();
 }
 
 /// How long the set-up of a connection may take: the name's resolution and the rest are one time to curl.
@@ -148,63 +132,12 @@ DWORD Request::Receive()
     {
         return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
     }
-    for (int redirects = 0;; ++redirects)
+    const DWORD error = m_transfer->AwaitHead(GetTimeouts().receive);
+    if (error == ERROR_SUCCESS)
     {
-        if (const DWORD error = m_transfer->AwaitHead(GetTimeouts().receive); error != ERROR_SUCCESS)
-        {
-            return error;
-        }
-        if (!IsRedirect(m_transfer->Head()))
-        {
-            m_state = State::Replied;
-            return ERROR_SUCCESS;
-        }
-        if (redirects == kMaxRedirects)
-        {
-            return ERROR_WINHTTP_REDIRECT_FAILED;
-        }
-        if (const DWORD error = FollowTo(*m_transfer->Head().location); error != ERROR_SUCCESS)
-        {
-            return error;
-        }
+        m_state = State::Replied;
     }
-}
-
-/// Sends the request to the place that a reply names, changed as its status demands.
-DWORD Request::FollowTo(const std::string& location)
-{
-    const auto next = ResolveLocation(m_address, location);
-    if (!next || (m_address.secure && !next->secure))
-    {
-        return ERROR_WINHTTP_REDIRECT_FAILED;
-    }
-    if (const DWORD error = m_transfer->Drain(GetTimeouts().receive); error != ERROR_SUCCESS)
-    {
-        return error;
-    }
-    if (KeepsVerb(m_transfer->Head().status))
-    {
-        // A body that was written piece by piece is gone.
-        if (m_body.size() != m_bodyLength.value_or(0))
-        {
-            return ERROR_WINHTTP_REDIRECT_FAILED;
-        }
-    }
-    else if (m_verb != "GET" && m_verb != "HEAD")
-    {
-        m_verb = "GET";
-        m_body.clear();
-        m_bodyLength.reset();
-        m_headers.Remove(kContentLength);
-        m_headers.Remove("Content-Type");
-    }
-    if (!IsSameHost(m_address, *next))
-    {
-        m_headers.Remove("Cookie");
-        m_headers.Remove("Authorization");
-    }
-    m_address = *next;
-    return StartTransfer();
+    return error;
 }
 
 const ReplyHead* Request::Reply() const noexcept

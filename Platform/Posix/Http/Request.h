@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// A request: what it will send, the exchange that it is in, and the redirects that it follows.
+/// A request: what it will send, and the exchange that it is in.
 
 #include "Address.h"
 #include "HttpObject.h"
@@ -45,10 +45,9 @@ private:
 
     DWORD AnnounceBody(std::string_view body, std::uint64_t totalLength);
     DWORD StartTransfer();
-    DWORD FollowTo(const std::string& location);
 
     const std::shared_ptr<Connection> m_connection;
-    std::string m_verb;
+    const std::string m_verb;
     bool m_knowsHost = true;
     Address m_address;
     RequestHeaders m_headers;

@@ -101,11 +101,6 @@ const std::string* RequestHeaders::Find(std::string_view name) const
     return found == m_headers.end() ? nullptr : &found->value;
 }
 
-void RequestHeaders::Remove(std::string_view name)
-{
-    std::erase_if(m_headers, [name](const Header& header) { return EqualsIgnoringCase(header.name, name); });
-}
-
 std::vector<std::string> RequestHeaders::LinesForCurl() const
 {
     std::vector<std::string> lines;

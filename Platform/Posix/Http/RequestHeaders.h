@@ -23,8 +23,6 @@ public:
     /// The first header's value, or null.
     const std::string* Find(std::string_view name) const;
 
-    void Remove(std::string_view name);
-
     /// The lines as curl takes them, with those that curl would add of its own switched off. The length of the body is not
     /// among them: curl writes it.
     std::vector<std::string> LinesForCurl() const;

@@ -35,9 +35,6 @@ constexpr std::size_t kMaxBuffered = 256 * 1024;
 /// system calls and wakes the server up, however short it is.
 constexpr std::size_t kCollectedBytes = 256 * 1024;
 
-/// A body that nobody wants is read up to here for the sake of its connection.
-constexpr std::uint64_t kMaxDrained = 1024 * 1024;
-
 /// How long curl is left alone at most; it wakes up earlier for all that concerns it.
 constexpr int kLongestPoll = 60'000;
 
@@ -210,20 +207,6 @@ DWORD Transfer::AwaitBody(int timeout)
         Finish(ERROR_SUCCESS);
     }
     return Buffered() != 0 ? ERROR_SUCCESS : m_error;
-}
-
-DWORD Transfer::Drain(int timeout)
-{
-    m_discardsReply = true;
-    m_replyRead = m_reply.size();
-    if (m_receivePaused && !m_over)
-    {
-        m_receivePaused = false;
-        Resume();
-    }
-    const DWORD error = RunUntil([this] { return m_over || m_replyReceived > kMaxDrained || BodyLeft() != 0; }, timeout);
-    // Of a body that nobody wants, the failure is none either.
-    return error == ERROR_WINHTTP_OPERATION_CANCELLED ? error : ERROR_SUCCESS;
 }
 
 std::size_t Transfer::Take(char* target, std::size_t capacity) noexcept
@@ -468,22 +451,19 @@ std::size_t Transfer::OnBody(const char* bytes, std::size_t size, std::size_t co
     auto& transfer = *static_cast<Transfer*>(self);
     const std::size_t length = size * count;
     transfer.m_moved = true;
-    if (!transfer.m_discardsReply)
+    if (transfer.Buffered() != 0 && transfer.Buffered() + length > kMaxBuffered)
     {
-        if (transfer.Buffered() != 0 && transfer.Buffered() + length > kMaxBuffered)
-        {
-            transfer.m_receivePaused = true;
-            return CURL_WRITEFUNC_PAUSE;
-        }
-        try
-        {
-            transfer.m_reply.insert(transfer.m_reply.end(), bytes, bytes + length);
-        }
-        catch (...)
-        {
-            transfer.m_error = ERROR_NOT_ENOUGH_MEMORY;
-            return length == 0 ? 1 : 0;
-        }
+        transfer.m_receivePaused = true;
+        return CURL_WRITEFUNC_PAUSE;
+    }
+    try
+    {
+        transfer.m_reply.insert(transfer.m_reply.end(), bytes, bytes + length);
+    }
+    catch (...)
+    {
+        transfer.m_error = ERROR_NOT_ENOUGH_MEMORY;
+        return length == 0 ? 1 : 0;
     }
     transfer.m_replyReceived += length;
     return length;

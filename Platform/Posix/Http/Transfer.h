@@ -64,9 +64,6 @@ public:
     /// Waits until bytes of the reply's body are here (`Buffered`) or it is over.
     DWORD AwaitBody(int timeout);
 
-    /// Passes over the reply's body, so that the connection can be used again; a long one is not worth it.
-    DWORD Drain(int timeout);
-
     /// What `AwaitHead` has waited for.
     const ReplyHead& Head() const noexcept { return m_head; }
 
@@ -127,7 +124,6 @@ private:
     // The way back.
     ReplyHead m_head;
     bool m_hasHead = false;
-    bool m_discardsReply = false;
     bool m_receivePaused = false;
     std::vector<char> m_reply;
     std::size_t m_replyRead = 0;

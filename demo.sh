@@ -272,7 +272,7 @@ quendra wipe-ack demo old-laptop
 title 'What the trace shows'
 show stat /home/Archive --trace -
 "${client[@]}" stat /home/Archive --trace - </dev/null 2>&1 >/dev/null | grep -i 'GetPathAttributes' | head -n 4 || fail 'no trace'
-quendra rm /home/Archive
+quendra rm /home/Archive --recursive
 quendra logout
 
 title "Done: $SECONDS s"

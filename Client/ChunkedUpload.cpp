@@ -58,7 +58,7 @@ public:
         : m_client(client),
           m_command(command),
           m_file(OpenLocalFile("ResumableUpload", command.local)),
-          m_target(UploadTarget(command.path, m_file)),
+          m_target(TargetIn(client, command.path, m_file.name)),
           m_id(command.resume ? *command.resume : MakeIdentifier())
     {
     }
@@ -118,7 +118,7 @@ private:
             progress->Finish();
             // The server keeps the bytes, but goes on refusing to end the upload here.
             if (code == Result::Conflict && !cancellation.IsRequested())
-                m_client.Note("quendra: to finish it under another path: quendra upload-complete " + ShellWord(Printable(m_target)) +
+                m_client.Note("quendra: to finish it under another path: quendra upload-complete " + System::ShellWord(ToNarrow(m_target)) +
                               " NEWPATH " + IdentifierText(m_id));
             else
                 m_client.Note("quendra: to resume: " + ResumeCommand());
@@ -130,9 +130,9 @@ private:
 
     std::string ResumeCommand() const
     {
-        std::string command = "quendra put " + ShellWord(Printable(m_command.local)) + " " + ShellWord(Printable(m_target));
+        std::string command = "quendra put " + System::ShellWord(ToNarrow(m_command.local)) + " " + System::ShellWord(ToNarrow(m_target));
         if (!m_command.revision.empty())
-            command += " --revision " + ShellWord(Printable(std::string_view(m_command.revision)));
+            command += " --revision " + System::ShellWord(m_command.revision);
         return command + " --chunk-size " + std::to_string(*m_command.chunkSize) + " --resume " + IdentifierText(m_id);
     }
 

@@ -46,6 +46,10 @@ void Client::Connect(bool withToken)
     else
         throw UsageError("no server is named: use --server URL, or log in first: quendra --server URL login USER");
 
+    // Whoever saved a session named the server then, and was told.
+    if (m_options.server && !m_server.secure && !m_server.IsThisMachine())
+        Note("quendra: warning: http:// protects neither passwords nor files on the way to " + m_server.host + "; use https://");
+
     m_api.reset(m_surroundings.createInstance(m_surroundings.machineName));
     if (!m_api)
         throw OperationFailed("CreateInstance", Result::NotEnoughMemory);
@@ -85,7 +89,7 @@ void Client::Note(const std::string& line) const
 
 void Client::ReportFailure(const std::string& operation, ResultCode code, const std::string& advice) const
 {
-    const std::string meaning = advice.empty() ? MeaningOf(code) : MeaningOf(code) + "; " + advice;
+    const std::string meaning = FailureMeaning(code, m_answers.Answer(), advice);
     Note("quendra: " + operation + " failed: " + CodeText(code) + " (" + meaning + ")");
     PrintFailure(m_options, m_surroundings, meaning, operation, code);
 }

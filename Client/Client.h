@@ -5,6 +5,7 @@
 
 #include "CommandLine.h"
 #include "ServerAddress.h"
+#include "ServerAnswer.h"
 #include "Surroundings.h"
 
 #include <json/json.h>
@@ -18,7 +19,11 @@ class IQuendraHttpAPI;
 class Client
 {
 public:
-    Client(const Options& options, const Surroundings& surroundings) : m_options(options), m_surroundings(surroundings) {}
+    /// @param answers  hears what the server answers; all three must outlive the client.
+    Client(const Options& options, const Surroundings& surroundings, const AnswerReader& answers)
+        : m_options(options), m_surroundings(surroundings), m_answers(answers)
+    {
+    }
 
     /// Makes the library's instance and tells it server, device and, for `withToken`, the session.
     /// @throws UsageError where no server is named, OperationFailed, ProgramError
@@ -44,7 +49,10 @@ public:
     /// Prints a line for people on standard error.
     void Note(const std::string& line) const;
 
-    /// Reports a failed operation in both forms that there are.
+    /// What the server answered to the last operation.
+    [[nodiscard]] ServerAnswer Answer() const { return m_answers.Answer(); }
+
+    /// Reports the operation that failed last, in both forms that there are.
     void ReportFailure(const std::string& operation, ResultCode code, const std::string& advice) const;
 
 private:
@@ -55,6 +63,7 @@ private:
 
     const Options& m_options;
     const Surroundings& m_surroundings;
+    const AnswerReader& m_answers;
     ServerAddress m_server;
     std::unique_ptr<IQuendraHttpAPI, ApiDeleter> m_api;
 };

@@ -175,7 +175,7 @@ void AddSessionCommands(CLI::App& app, Command::Any& chosen)
         .Positional("USER", &Command::Register::user, kText, "The user's name");
 
     CommandBuilder<Command::Login> login(app, chosen, "login", "Open a session and save it for later commands",
-                                         "  quendra --server https://files.example.com login ann\n"
+                                         "  quendra --server files.example.com login ann\n"
                                          "  QUENDRA_PASSWORD=... quendra --server http://localhost:8080 login ann\n"
                                          "The password comes from QUENDRA_PASSWORD, else from a prompt, else from standard input.");
     login.Positional("USER", &Command::Login::user, kText, "The user's name");
@@ -204,14 +204,15 @@ void AddFolderCommands(CLI::App& app, Command::Any& chosen)
     touch.Named("--attributes", &Command::Touch::attributes, AttributesArgument, "Windows file-attribute bits")->type_name("NUMBER");
 
     CommandBuilder<Command::Remove> remove(app, chosen, "rm", "Delete an item",
-                                           "  quendra rm /docs/old.txt\n  quendra rm /docs/old.txt --revision 7");
+                                           "  quendra rm /docs/old.txt --revision 7\n  quendra rm /docs/2025 --recursive");
     remove.Positional("PATH", &Command::Remove::path, ServerPath, "The item on the server");
     remove.Named("--revision", &Command::Remove::revision, kNarrow, "Delete this revision only")->type_name("REVISION");
+    remove.Flag("--recursive", &Command::Remove::recursive, "Delete also a folder that is not empty, with all that is in it");
 
     CommandBuilder<Command::Move> move(app, chosen, "mv", "Rename or move an item",
                                        "  quendra mv /docs/a.txt /docs/b.txt\n  quendra mv /docs/a.txt /archive/a.txt --overwrite");
     move.Positional("SOURCE", &Command::Move::source, ServerPath, "The item on the server");
-    move.Positional("TARGET", &Command::Move::target, ServerPath, "Its new path");
+    move.Positional("TARGET", &Command::Move::target, ServerTarget, "Its new path, or the folder to move it into");
     move.Flag("--overwrite", &Command::Move::overwrite,
               "Let a move to another folder replace what is there (a new name in the same folder always does)");
 }
@@ -226,7 +227,7 @@ void AddTransferCommands(CLI::App& app, Command::Any& chosen)
         "A range that starts at 0 makes LOCAL anew; any other goes to its own position of LOCAL, which must exist.");
     get.Positional("PATH", &Command::Get::path, ServerPath, "The file on the server");
     get.Positional("LOCAL", &Command::Get::local, kText,
-                   "The local file to write, or a folder to write it into; but for a range, a file that exists is replaced");
+                   "The local file, or a folder to write it into; but for a range, a file that exists is replaced once all has come");
     get.Named("--revision", &Command::Get::revision, kNarrow, "Download this revision")->type_name("REVISION");
     CLI::Option* signature = get.Named("--signature", &Command::Get::signature, kText, "Signature of the local copy: download a delta");
     signature->type_name("FILE")->check([](const std::string& text) { return text.empty() ? "it names no file" : std::string(); });
@@ -240,7 +241,7 @@ void AddTransferCommands(CLI::App& app, Command::Any& chosen)
         "  quendra put long.mkv /films/long.mkv --chunk-size 8MB\n"
         "  quendra put long.mkv /films/long.mkv --chunk-size 8MB --resume 0F8FAD5B-D9CB-469F-A165-70867728950E");
     put.Positional("LOCAL", &Command::Put::local, kText, "The local file");
-    put.Positional("PATH", &Command::Put::path, ServerTarget, "The file on the server, or with a slash behind it the folder");
+    put.Positional("PATH", &Command::Put::path, ServerTarget, "The file on the server, or the folder to put it into");
     put.Named("--revision", &Command::Put::revision, kNarrow, "Replace this revision only")->type_name("REVISION");
     CLI::Option* delta = put.Flag("--delta", &Command::Put::delta, "LOCAL is a delta against what the server has");
     CLI::Option* chunkSize = put.Size("--chunk-size", &Command::Put::chunkSize, "Upload in chunks of this size", 1);
@@ -296,7 +297,7 @@ void AddOptions(CLI::App& app, Options& options)
     };
     addText(
         "--server", "URL", [&options](const std::string& text) { options.server = ParseServer(text); },
-        "host, http://host or https://host; default: QUENDRA_SERVER, else the saved session's");
+        "https://host, which is also meant by a bare host, or http://host; default: QUENDRA_SERVER, else the saved session's");
     addText(
         "--port", "N", [&options](const std::string& text) { options.port = ParsePort(text); },
         "default: QUENDRA_PORT, else 443 for https, else 80");
@@ -397,6 +398,9 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments, const Environme
     AddCompletion(app);
     GroupNewCommands(app, "The program itself");
 
+    for (const auto& argument : arguments)
+        if (ToNarrow(ToWide(argument)) != argument)
+            throw UsageError("'" + argument + "' is not valid UTF-8, which names are taken in");
     if (arguments.empty())
         throw UsageError("a command is missing");
     std::reverse(arguments.begin(), arguments.end()); // the order in which the parser takes a vector
@@ -409,6 +413,14 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments, const Environme
         std::ostringstream text;
         app.exit(help, text, text);
         throw HelpRequest{text.str()};
+    }
+    catch (const CLI::ExtrasError&)
+    {
+        std::string words; // the parser's own list is in the reverse order
+        for (const auto& word : app.remaining(true))
+            words += " " + word;
+        throw UsageError(app.get_subcommands().empty() ? WithoutCommand(app)
+                                                       : app.get_subcommands().front()->get_name() + ": not expected:" + words);
     }
     catch (const CLI::ParseError& error)
     {

@@ -76,6 +76,7 @@ struct Remove
 {
     std::wstring path;
     std::string revision;
+    bool recursive = false;
 };
 
 struct Move

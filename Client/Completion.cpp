@@ -46,6 +46,8 @@ constexpr const char* kTail = R"bash(    esac
         mapfile -t COMPREPLY < <(compgen -W "$options $_quendra_options" -- "$current")
     elif [ -z "$command" ]; then
         mapfile -t COMPREPLY < <(compgen -W "$_quendra_commands" -- "$current")
+    elif [ "$command" = completion ]; then
+        mapfile -t COMPREPLY < <(compgen -W bash -- "$current")
     elif [[ $current == /* && $command$arguments != put0 && $command$arguments != get1 && $command != audit ]]; then
         _quendra_items "$current"
     else

@@ -1,5 +1,5 @@
-// What a supporter asks first: the library and its settings, then the road to the server, step by step. A step that fails says
-// what was tried and what to try next; those that lie behind it are still tried, where they can be.
+// What a supporter asks first: the library and its settings, then the road to the server, step by step, each shown when it is done.
+// A step that fails says what was tried and what to try next; those that lie behind it are still tried, where they can be.
 //
 //     proxy -> name -> connection -> TLS -> certificate -> clock -> handshake
 
@@ -16,7 +16,6 @@
 #include "QuendraHttp/QuendraHttp.h"
 #include "QuendraHttp/Settings.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <utility>
@@ -30,11 +29,11 @@ constexpr std::int64_t kLargestClockDifference = 300;
 
 struct Step
 {
-    std::string name;
+    const char* name;
     bool isGood = true;
-    std::vector<std::string> lines; // printable, the first one sums up
-    std::string next;               // what to try, where it failed
-    Json::Value details;
+    std::vector<std::string> lines{}; // printable, the first one sums up
+    std::string next{};               // what to try, where it failed
+    Json::Value details{};
 
     void Fail(const std::string& line, const std::string& advice)
     {
@@ -57,8 +56,9 @@ public:
         AskForSettings();
         if (!m_client.IsConnected())
         {
-            Begin("Server").Fail("none is named",
-                                 "name one: quendra doctor --server URL; or log in first: quendra --server URL login USER");
+            Step step{"Server"};
+            step.Fail("none is named", "name one: quendra doctor --server URL; or log in first: quendra --server URL login USER");
+            End(step);
             return Report();
         }
         // The least that shows a library behind the interface.
@@ -83,12 +83,18 @@ public:
 private:
     [[nodiscard]] const ServerAddress& Server() const { return m_client.Server(); }
 
+    void Show(const std::string& text) const
+    {
+        if (!m_client.PrintsJson())
+            m_client.Print({}, text);
+    }
+
     void AddFact(const std::string& name, const std::string& label, const std::string& value)
     {
         m_document[name] = value;
         std::string line = label;
         line.resize(10, ' ');
-        m_text += line + Printable(std::string_view(value)) + "\n";
+        Show(line + Printable(std::string_view(value)) + "\n");
     }
 
     void AskForFacts()
@@ -133,25 +139,48 @@ private:
             const std::string unit = *setting->unit != '\0' ? std::string(" ") + setting->unit : std::string();
             table.Add({ToNarrow(setting->name), std::to_string(value) + unit, source, setting->subject});
         }
-        m_text += "\n" + table.Render() + "\n";
+        Show("\n" + table.Render() + "\n");
     }
 
-    Step& Begin(const char* name) { return m_steps.emplace_back(Step{name, true, {}, {}, {}}); }
+    // Shows a step that is done.
+    void End(const Step& step)
+    {
+        Json::Value entry = step.details;
+        entry["name"] = step.name;
+        entry["ok"] = step.isGood;
+        std::string text = step.name;
+        text.resize(12, ' ');
+        text.insert(0, step.isGood ? "ok      " : "FAILED  ");
+        for (std::size_t index = 0; index < step.lines.size(); ++index)
+        {
+            text += (index > 0 ? std::string(20, ' ') : "") + step.lines[index] + "\n";
+            entry["lines"].append(step.lines[index]);
+        }
+        if (!step.next.empty())
+        {
+            entry["next"] = step.next;
+            text += std::string(20, ' ') + "-> " + step.next + "\n";
+        }
+        m_document["checks"].append(entry);
+        m_hasFailed = m_hasFailed || !step.isGood;
+        Show(text);
+    }
 
     Probe::ProxySetting CheckProxy()
     {
-        Step& step = Begin("Proxy");
+        Step step{"Proxy"};
         Probe::ProxySetting proxy = Probe::ProxyFor(Server());
         step.details["proxy"] = proxy.proxy.empty() ? Json::Value() : Json::Value(proxy.proxy);
         step.lines.push_back(proxy.proxy.empty() ? "none" : Printable(std::string_view(proxy.proxy)));
         if (!proxy.source.empty())
             step.lines.back() += " (" + Printable(std::string_view(proxy.source)) + ")";
+        End(step);
         return proxy;
     }
 
     void CheckName(const Probe::ProxySetting& proxy)
     {
-        Step& step = Begin("Name");
+        Step step{"Name"};
         const Probe::Resolution found = Probe::Resolve(Server().host);
         for (const auto& address : found.addresses)
             step.details["addresses"].append(address);
@@ -167,36 +196,37 @@ private:
         else
             step.Fail("asked the system for the address of " + Server().host + ": " + Printable(std::string_view(found.problem)),
                       "check the spelling of --server, the network and its name servers");
+        End(step);
     }
 
     void CheckConnection(const Probe::Reply& reply, std::chrono::milliseconds took)
     {
-        Step& step = Begin("Connection");
-        const std::string asked = "asked " + Server().Text() + " for " + kEndpoints;
+        Step step{"Connection"};
+        const std::string line = "asked " + Server().Text() + " for " + kEndpoints + ": " + Printable(std::string_view(reply.failure));
         if (reply.isConnected && reply.failure.empty())
         {
             step.details["milliseconds"] = static_cast<Json::Int64>(took.count());
             step.lines.push_back((reply.peer.empty() ? Server().Text() : reply.peer) + " answered with HTTP " +
                                  std::to_string(reply.status) + " in " + std::to_string(took.count()) + " ms");
-            return;
         }
-        const std::string line = asked + ": " + Printable(std::string_view(reply.failure));
-        if (!reply.isConnected)
+        else if (!reply.isConnected)
             step.Fail(line, "check that the server runs, its port (--port), and firewalls and proxies on the way");
         else if (Server().secure && !reply.isSecure)
-            step.Fail(line, "the port may not speak TLS: try --server http://" + Server().host + ", or another --port");
+            step.Fail(line, "the port does not speak the TLS of https, which a bare host means too: check --port and the server");
         else
             step.Fail(line, "is there another kind of server at this port? Does it want https://?");
+        End(step);
     }
 
     void CheckTls(const Probe::Reply& reply)
     {
         if (!reply.isSecure)
             return;
-        Step& step = Begin("TLS");
+        Step step{"TLS"};
         step.details["protocol"] = reply.protocol.empty() ? Json::Value() : Json::Value(reply.protocol);
         step.details["cipher"] = reply.cipher.empty() ? Json::Value() : Json::Value(reply.cipher);
         step.lines.push_back(reply.protocol.empty() ? "the system does not tell the protocol" : reply.protocol + ", " + reply.cipher);
+        End(step);
     }
 
     [[nodiscard]] std::string AdviceOn(Probe::Trouble trouble) const
@@ -220,7 +250,7 @@ private:
     {
         if (reply.chain.empty())
             return;
-        Step& step = Begin("Certificate");
+        Step step{"Certificate"};
         for (const Probe::Certificate& certificate : reply.chain)
         {
             Json::Value entry;
@@ -241,6 +271,7 @@ private:
             }
             step.details["chain"].append(entry);
         }
+        End(step);
     }
 
     void CheckClock(const std::string& date)
@@ -248,7 +279,7 @@ private:
         const auto server = ParseHttpDate(date);
         if (!server)
             return;
-        Step& step = Begin("Clock");
+        Step step{"Clock"};
         const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
         const std::int64_t ahead = (*server - now).count();
         step.details["serverAheadSeconds"] = static_cast<Json::Int64>(ahead);
@@ -258,11 +289,12 @@ private:
             step.Fail(difference, "set the clock of the machine that is wrong: certificates and the times of items depend on it");
         else
             step.lines.push_back(std::llabs(ahead) <= 1 ? "the same as the server's" : difference);
+        End(step);
     }
 
     void CheckHandshake(const Probe::Reply& reply)
     {
-        Step& step = Begin("Handshake");
+        Step step{"Handshake"};
         std::uint32_t serverMode = 0;
         std::uint32_t handshakeValue = 0;
         const ResultCode code = m_client.Api().Init(serverMode, handshakeValue);
@@ -279,24 +311,56 @@ private:
         else
         {
             step.Fail("shook hands with " + Server().Text() + ": " + CodeText(code) + " (" + MeaningOf(code) + ")",
-                      HasFailed()                          ? "mend what failed above; '--trace -' shows each request"
-                      : code == Result::IncompatibleServer ? AdviceOnEndpoints(reply.status, !offered.empty())
-                                                           : "'--trace -' shows each request and its reply");
+                      m_hasFailed ? "mend what failed above; '--trace -' shows each request" : AdviceOn(reply, code, !offered.empty()));
+            if (const std::string answerer = Answerer(reply); !answerer.empty())
+                step.lines.push_back(answerer);
         }
         step.lines.insert(step.lines.end(), offered.begin(), offered.end());
+        End(step);
     }
 
-    // What to do where the handshake finds no version: the library takes a list that it cannot get for an empty one.
-    static std::string AdviceOnEndpoints(int status, bool areOffered)
+    static bool IsRedirect(const Probe::Reply& reply) { return reply.status >= 300 && reply.status < 400; }
+
+    static bool IsWebPage(const Probe::Reply& reply)
     {
-        if (areOffered)
+        const std::size_t first = reply.body.find_first_not_of(" \t\r\n");
+        return first != std::string::npos && reply.body[first] == '<';
+    }
+
+    // Who seems to have answered in the server's place, and how; empty where nothing tells.
+    static std::string Answerer(const Probe::Reply& reply)
+    {
+        if (reply.status == 511)
+            return "HTTP 511: the network wants a login before it lets requests through";
+        if (IsRedirect(reply))
+        {
+            // What lies behind the path may be secret.
+            const std::string target = reply.location.substr(0, reply.location.find_first_of("?#"));
+            return "HTTP " + std::to_string(reply.status) + ": a redirect" +
+                   (target.empty() ? " that does not say where to" : " to " + Printable(std::string_view(target)));
+        }
+        if (reply.status == 200 && IsWebPage(reply))
+            return "HTTP 200 with a web page in place of the list of versions: a portal, a proxy or another kind of server";
+        return {};
+    }
+
+    // What to do where the handshake failed: the library takes a list of versions that it cannot get for an empty one.
+    [[nodiscard]] std::string AdviceOn(const Probe::Reply& reply, ResultCode code, bool areVersionsOffered) const
+    {
+        if (reply.status == 511)
+            return "log in to the network: open any http:// page in a browser";
+        if (IsRedirect(reply))
+            return "redirects are not followed: name the address in --server, or log in to the network's portal first";
+        if (reply.status == 200 && IsWebPage(reply))
+            return "open " + Server().Text() + " in a browser to see whose page it is";
+        if (code != Result::IncompatibleServer)
+            return "'--trace -' shows each request and its reply";
+        if (areVersionsOffered)
             return "the server offers none of the versions that this library speaks: one of the two needs an update";
-        if (status >= 500)
+        if (reply.status >= 500)
             return "the server, or a gateway before it, is out of order: try again later, then ask who runs it";
-        if (status == 401 || status == 403 || status == 407)
+        if (reply.status == 401 || reply.status == 403 || reply.status == 407)
             return "something on the way wants a login of its own: a proxy, a gateway or the network's portal";
-        if (status >= 300 && status < 400)
-            return "the server sends requests on to another address: name that in --server, or log in to the network's portal first";
         return "is this the right server? Its " + std::string(kEndpoints) + " lists no versions";
     }
 
@@ -322,43 +386,17 @@ private:
         return {lines, root};
     }
 
-    [[nodiscard]] bool HasFailed() const
-    {
-        return std::any_of(m_steps.begin(), m_steps.end(), [](const Step& step) { return !step.isGood; });
-    }
-
     bool Report()
     {
-        for (const Step& step : m_steps)
-        {
-            Json::Value entry = step.details;
-            entry["name"] = step.name;
-            entry["ok"] = step.isGood;
-            std::string name = step.name;
-            name.resize(12, ' ');
-            m_text += (step.isGood ? "ok      " : "FAILED  ") + name;
-            for (std::size_t index = 0; index < step.lines.size(); ++index)
-            {
-                m_text += (index > 0 ? std::string(20, ' ') : "") + step.lines[index] + "\n";
-                entry["lines"].append(step.lines[index]);
-            }
-            if (!step.next.empty())
-            {
-                entry["next"] = step.next;
-                m_text += std::string(20, ' ') + "-> " + step.next + "\n";
-            }
-            m_document["checks"].append(entry);
-        }
-        const bool isGood = !HasFailed();
-        m_document["ok"] = isGood;
-        m_client.Print(m_document, m_text);
-        return isGood;
+        m_document["ok"] = !m_hasFailed;
+        if (m_client.PrintsJson())
+            m_client.Print(m_document, {});
+        return !m_hasFailed;
     }
 
     const Client& m_client;
     Json::Value m_document;
-    std::string m_text;
-    std::vector<Step> m_steps;
+    bool m_hasFailed = false;
 };
 
 } // namespace

@@ -87,10 +87,9 @@ ResultCode WaitForChanges(const Client& client, Actions& actions)
 // Whether a failure can pass without anybody's doing.
 bool MayPass(ResultCode code)
 {
-    // A transport may hand the socket's own error through (10000 to 11999), as Wine's does for a connection that was reset.
-    const bool isTransport = (code >= 10000 && code <= 11999) || (code >= 12001 && code <= 12192);
     const bool isBusyServer = code >= Result::RefusalBase + 500 && code <= Result::RefusalBase + 599;
-    return isTransport || isBusyServer || code == Result::RefusalBase + 429 || code == Result::Retry || code == Result::InvalidHandle;
+    return IsConnectionFailure(code) || isBusyServer || code == Result::RefusalBase + 429 || code == Result::Retry ||
+           code == Result::InvalidHandle;
 }
 
 class FeedFollower
@@ -130,7 +129,7 @@ private:
         if (!MayPass(code))
             throw OperationFailed("GetChanges", code);
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(m_pause).count();
-        m_client.Note("quendra: GetChanges failed: " + CodeText(code) + " (" + MeaningOf(code) + "); next try in " +
+        m_client.Note("quendra: GetChanges failed: " + CodeText(code) + " (" + FailureMeaning(code, m_client.Answer()) + "); next try in " +
                       std::to_string(seconds) + " s");
         m_cancellation.Pause(m_pause);
         m_pause = std::min(m_pause * 2, kLongestPause);

@@ -4,6 +4,7 @@
 #include "Failures.h"
 #include "Items.h"
 #include "Text.h"
+#include "TextComparison.h"
 #include "TextConversion.h"
 #include "TimeText.h"
 
@@ -67,6 +68,33 @@ std::shared_ptr<IServerAttributes> CurrentAttributes(const Client& client, const
     return item;
 }
 
+// A folder is deleted with all that is in it: that has to be meant.
+void RequireEmpty(const Client& client, const std::wstring& path)
+{
+    const auto item = CurrentAttributes(client, path);
+    if (item->HasAttributes() && !IsDirectory(*item))
+        return;
+    ServerItemList children;
+    std::shared_ptr<IServerAttributes> folder;
+    Check("GetPathListing", client.Api().GetPathListing(path, children, folder, nullptr));
+    if (!children.empty())
+        throw ProgramError(Printable(path) + " is a folder that is not empty: --recursive deletes it with all that is in it");
+}
+
+// The library takes a path apart at a backslash first. Where both then seem to be in one folder, it sends the server only what is
+// behind the backslash, which names another item.
+void RequireSafeNames(const std::wstring& source, const std::wstring& target)
+{
+    if (source.find(L'\\') == std::wstring::npos && target.find(L'\\') == std::wstring::npos)
+        return;
+    const auto folderOf = [](const std::wstring& path) {
+        const std::size_t backslash = path.rfind(L'\\');
+        return path.substr(0, backslash != std::wstring::npos ? backslash : path.rfind(L'/'));
+    };
+    if (EqualIgnoringCase(folderOf(source), folderOf(target)))
+        throw ProgramError("A name with a backslash cannot be changed to this one in one step: move the item to another folder first");
+}
+
 } // namespace
 
 namespace Command
@@ -122,15 +150,21 @@ void Execute(Client& client, const Touch& command)
 
 void Execute(Client& client, const Remove& command)
 {
+    if (!command.recursive)
+        RequireEmpty(client, command.path);
     Check("DeletePath", client.Api().DeletePath(command.path, RevisionOnly(command.revision)));
     client.Print(OkDocument(), "Deleted " + Printable(command.path) + ".\n");
 }
 
 void Execute(Client& client, const Move& command)
 {
+    // A folder's new spelling finds the folder itself on a server that ignores case.
+    const bool isOtherPath = !EqualIgnoringCase(command.source, command.target);
+    const std::wstring target = isOtherPath ? TargetIn(client, command.target, LeafName(command.source)) : command.target;
+    RequireSafeNames(command.source, target);
     std::shared_ptr<IServerAttributes> item;
-    Check("RenamePath", client.Api().RenamePath(command.source, command.target, command.overwrite ? 1 : 0, item));
-    client.Print(ItemResult(item), "Moved " + Printable(command.source) + " to " + Printable(command.target) + RevisionNote(item) + ".\n");
+    Check("RenamePath", client.Api().RenamePath(command.source, target, command.overwrite ? 1 : 0, item));
+    client.Print(ItemResult(item), "Moved " + Printable(command.source) + " to " + Printable(target) + RevisionNote(item) + ".\n");
 }
 
 } // namespace Command

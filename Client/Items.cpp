@@ -2,10 +2,12 @@
 
 #include "Attributes.h"
 #include "Client.h"
+#include "Failures.h"
 #include "Text.h"
 #include "TextConversion.h"
 
 #include "Platform/Platform.h"
+#include "QuendraHttp/QuendraHttp.h"
 
 namespace
 {
@@ -55,6 +57,27 @@ std::string SizeText(const IServerAttributes& item)
 std::string RevisionNote(const std::shared_ptr<IServerAttributes>& item)
 {
     return item && !item->GetRevision().empty() ? ", revision " + Printable(std::string_view(item->GetRevision())) : std::string();
+}
+
+std::wstring LeafName(const std::wstring& serverPath)
+{
+    return serverPath.substr(serverPath.rfind(L'/') + 1);
+}
+
+std::wstring TargetIn(const Client& client, const std::wstring& target, const std::wstring& name)
+{
+    if (target.ends_with(L'/'))
+        return target + name;
+    std::shared_ptr<IServerAttributes> item;
+    const ResultCode code = client.Api().GetPathAttributes(target, item);
+    if (code == Result::Success)
+        return IsDirectory(*item) ? target + L'/' + name : target;
+    // What is refused for the path's own sake, or cannot be described, is no folder to put something into.
+    const std::uint32_t status = client.Answer().status;
+    const bool isAboutPath = status == 400 || (status >= 403 && status <= 406) || status == 409 || status == 410;
+    if (!isAboutPath && code != Result::InvalidData)
+        throw OperationFailed("GetPathAttributes", code);
+    return target;
 }
 
 std::shared_ptr<IServerAttributes> RevisionOnly(const std::string& revision)

@@ -72,8 +72,9 @@ struct Reply
     std::vector<Certificate> chain; ///< the server's own first.
 
     int status = 0;
-    std::string date; ///< the header.
-    std::string body; ///< cut off at 64 KiB.
+    std::string date;     ///< the header.
+    std::string location; ///< the header.
+    std::string body;     ///< cut off at 64 KiB.
 };
 
 /// Sends a GET request without a session, as the library would, except that it goes on whatever the server's certificate is like.

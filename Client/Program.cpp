@@ -3,14 +3,17 @@
 #include "Client.h"
 #include "CommandLine.h"
 #include "Failures.h"
+#include "ServerAnswer.h"
 #include "Surroundings.h"
 #include "Text.h"
 #include "TextConversion.h"
 #include "Tracing.h"
 
+#include "Eventing/EventSink.h"
 #include "Eventing/TraceFile.h"
 #include "QuendraHttp/QuendraHttp.h"
 
+#include <algorithm>
 #include <concepts>
 #include <exception>
 #include <filesystem>
@@ -21,7 +24,7 @@
 namespace
 {
 
-// The library between its two exports, and the trace that it writes to.
+// The library between its two exports, and who listens to its events.
 class Library
 {
 public:
@@ -29,14 +32,16 @@ public:
     {
         if (!traceFile.empty())
             m_trace = OpenTrace(traceFile);
+        m_sink = OpenEventSink(kInformational, Eventing::kAnyKeyword, TakeEvent, this);
         // The program has a copy of its own of what it shares with the library.
-        EventProviderHandle = m_trace ? m_trace->Handle() : 0;
+        EventProviderHandle = m_sink;
         Check("Init", static_cast<ResultCode>(m_surroundings.initialiseLibrary(EventProviderHandle)));
     }
 
     ~Library()
     {
         m_surroundings.exitLibrary();
+        CloseEventSink(m_sink);
         EventProviderHandle = 0;
     }
 
@@ -44,8 +49,26 @@ public:
     Library& operator=(const Library&) = delete;
 
     [[nodiscard]] bool IsTraceComplete() const { return !m_trace || m_trace->IsComplete(); }
+    [[nodiscard]] const AnswerReader& Answers() const { return m_answers; }
 
 private:
+    static constexpr std::uint8_t kInformational = 4;
+
+    static void TakeEvent(void* context, const Eventing::Event* event) noexcept
+    {
+        auto& self = *static_cast<Library*>(context);
+        if (self.m_trace)
+            self.m_trace->Take(*event);
+        try
+        {
+            self.m_answers.Take(*event);
+        }
+        catch (const std::exception&)
+        {
+            // A failure is told with less detail, then.
+        }
+    }
+
     static std::unique_ptr<Eventing::TraceFile> OpenTrace(const std::string& file)
     {
         try
@@ -61,14 +84,15 @@ private:
 
     const Surroundings& m_surroundings;
     std::unique_ptr<Eventing::TraceFile> m_trace;
+    AnswerReader m_answers;
+    Eventing::ProviderHandle m_sink = 0;
 };
 
 template <typename Type, typename... Types> constexpr bool IsOneOf = (std::same_as<Type, Types> || ...);
 
 template <typename Type>
 constexpr bool kWorksWithoutSession = IsOneOf<Type, Command::Handshake, Command::Doctor, Command::Login, Command::Register>;
-template <typename Type>
-constexpr bool kShakesHandsItself = IsOneOf<Type, Command::Handshake, Command::Doctor, Command::Login, Command::Logout>;
+template <typename Type> constexpr bool kShakesHandsItself = IsOneOf<Type, Command::Handshake, Command::Doctor, Command::Logout>;
 
 template <typename Type> void Run(Client& client, const Type& command)
 {
@@ -76,7 +100,7 @@ template <typename Type> void Run(Client& client, const Type& command)
     const bool needsServer = !std::same_as<Type, Command::Logout> && (!std::same_as<Type, Command::Doctor> || client.KnowsServer());
     if (needsServer)
         client.Connect(!kWorksWithoutSession<Type>);
-    // The other commands need the endpoints' paths.
+    // The other commands need the endpoints' paths, and a password goes only to a server that has answered as one.
     if constexpr (!kShakesHandsItself<Type>)
     {
         std::uint32_t serverMode = 0;
@@ -91,7 +115,7 @@ int RunCommand(const CommandLine& line, const Surroundings& surroundings)
     try
     {
         const Library library(surroundings, line.options.trace);
-        Client client(line.options, surroundings);
+        Client client(line.options, surroundings, library.Answers());
         try
         {
             std::visit([&client](const auto& command) { Run(client, command); }, line.command);
@@ -129,6 +153,9 @@ int RunCommand(const CommandLine& line, const Surroundings& surroundings)
 
 int RunProgram(const std::vector<std::string>& arguments, const Surroundings& surroundings)
 {
+    // Known also where the rest of the line makes no sense.
+    Options options;
+    options.json = std::ranges::find(arguments, "--json") != arguments.end();
     try
     {
         return RunCommand(ParseCommandLine(arguments, surroundings.environment), surroundings);
@@ -142,6 +169,7 @@ int RunProgram(const std::vector<std::string>& arguments, const Surroundings& su
     {
         surroundings.errors << "quendra: " << Printable(std::string_view(error.what()))
                             << "\nTry 'quendra --help' or 'quendra COMMAND --help'." << std::endl;
+        PrintFailure(options, surroundings, error.what());
         return ExitStatus::WrongUsage;
     }
 }

@@ -1,5 +1,7 @@
 #include "ResultMeanings.h"
 
+#include "ServerAnswer.h"
+
 #include "QuendraHttp/ResultMeanings.h"
 
 #include <algorithm>
@@ -36,10 +38,52 @@ std::string RefusalMeaning(std::uint32_t error)
         return std::string(text);
     if (error >= 100 && error <= 599)
         return StatusMeaning(error);
-    return "the server refused: its error " + std::to_string(error) + "; --trace - shows its reply";
+    return "the server refused: its error " + std::to_string(error);
+}
+
+bool IsRefusal(ResultCode code)
+{
+    return (code >= Result::RefusalBase && code < 0x80000000) || (code >= 100 && code <= 599);
+}
+
+// Whether a code says that no server was found behind the address. What stands in the way, a check of the whole way shows.
+bool NeedsDoctor(ResultCode code)
+{
+    constexpr ResultCode kNoHandshake = 19006;
+    constexpr ResultCode kNoName = 12007;
+    constexpr ResultCode kNoConnection = 12029;
+    const ResultCode plain = (code & 0xFFFF0000) == kHResultOfPlatform ? code & 0xFFFF : code;
+    return plain == kNoHandshake || plain == kNoName || plain == kNoConnection;
 }
 
 } // namespace
+
+std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const std::string& advice)
+{
+    std::string text = MeaningOf(code);
+    if (!answer.redirect.empty())
+        text += "; the server redirects to " + answer.redirect + ": --server wants that address";
+    if (IsRefusal(code) || NeedsDoctor(code))
+    {
+        const std::string status = answer.status == 0 ? std::string() : "HTTP " + std::to_string(answer.status);
+        const bool tellsStatus = !status.empty() && text.find(status) == std::string::npos;
+        if (!answer.message.empty())
+            text += "; it says \"" + answer.message + "\"" + (tellsStatus ? " with " + status : "");
+        else if (tellsStatus)
+            text += "; it answered with " + status;
+    }
+    if (!advice.empty())
+        text += "; " + advice;
+    if (NeedsDoctor(code))
+        text += "; 'quendra doctor' tells why";
+    return text;
+}
+
+bool IsConnectionFailure(ResultCode code)
+{
+    // A transport may hand the socket's own error through (10000 to 11999), as Wine's does for a connection that was reset.
+    return (code >= 10000 && code <= 11999) || (code >= 12001 && code <= 12192);
+}
 
 std::string CodeText(ResultCode code)
 {
@@ -56,11 +100,9 @@ std::string MeaningOf(ResultCode code)
         return std::string(text);
     if ((code & 0xFFFF0000) == kHResultOfPlatform)
         return MeaningOf(code & 0xFFFF);
-    if (code >= Result::RefusalBase && code <= Result::LastRefusal)
-        return RefusalMeaning(code - Result::RefusalBase);
     // Some operations pass a refusal's bare HTTP status.
-    if (code >= 100 && code <= 599)
-        return StatusMeaning(code);
+    if (IsRefusal(code))
+        return code < Result::RefusalBase ? StatusMeaning(code) : RefusalMeaning(code - Result::RefusalBase);
     if (code >= 12001 && code <= 12192)
         return "an error of the HTTP transport";
     return "an error of the platform";

@@ -50,6 +50,12 @@ std::size_t HostLength(std::string_view text, std::string_view rest)
 
 } // namespace
 
+bool ServerAddress::IsThisMachine() const
+{
+    return host == "localhost" || host.ends_with(".localhost") || host == "[::1]" ||
+           (host.starts_with("127.") && host.find_first_not_of("0123456789.") == std::string::npos);
+}
+
 std::string ServerAddress::Url() const
 {
     return (secure ? "https://" : "http://") + host;

@@ -20,14 +20,17 @@ struct ServerAddress
     /// What the library's `SetServer` takes: `http://host` or `https://host`.
     [[nodiscard]] std::string Url() const;
 
+    /// Whether requests stay on this machine.
+    [[nodiscard]] bool IsThisMachine() const;
+
     /// For people: the URL, with the port where it is not the scheme's own.
     [[nodiscard]] std::string Text() const;
 };
 
-/// A server's text: a host, `http://host` or `https://host`, each with an optional `:port`.
+/// A server's text: `https://host`, `http://host` or a host, which means https, each with an optional `:port`.
 struct ServerText
 {
-    bool secure = false;
+    bool secure = true;
     std::string host;
     std::optional<int> port;
 };

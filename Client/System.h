@@ -52,12 +52,21 @@ namespace System
 [[nodiscard]] std::wstring ToText(const std::filesystem::path& path);
 
 /// A local path as the library's file operations take it: on Windows absolute, in the form that may be longer than 260 characters.
+/// A device, such as `nul`, keeps its name.
+/// @throws UsageError for what names no file of its own, as with a `:` within on Windows.
 [[nodiscard]] std::wstring LocalPath(const std::wstring& argument);
+
+/// Whether a name can be a file's in a local folder.
+[[nodiscard]] bool IsFileName(const std::wstring& name);
+
+/// An argument as one can paste it into the system's shell, and in one line.
+[[nodiscard]] std::string ShellWord(std::string_view text);
 
 /// What an upload tells of a local file.
 struct FileFacts
 {
     bool isFolder = false;
+    bool isRegular = false; ///< neither a folder nor a pipe, a socket or a device.
     std::int64_t size = 0;
     std::int64_t createdTicks = 0; ///< like `CAttributeTime`.
     std::int64_t modifiedTicks = 0;
@@ -66,6 +75,15 @@ struct FileFacts
 
 /// @return 0, or the platform's error.
 [[nodiscard]] ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts);
+
+/// Makes an empty file that will take another one's place: with its access rights, where it exists.
+/// @return 0, or the platform's error: `Result::FileExists` where there is one, `Result::AccessDenied` where the other may not be
+///         written.
+[[nodiscard]] ResultCode MakeSuccessor(const std::wstring& path, const std::wstring& other);
+
+/// @param ticks  like `CAttributeTime`.
+/// @return 0, or the platform's error.
+[[nodiscard]] ResultCode SetModifiedTime(const std::wstring& path, std::int64_t ticks);
 
 /// Writes a file that only its user can read, from the moment it is there; replaces an older one as a whole.
 [[nodiscard]] std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_view content);

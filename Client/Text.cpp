@@ -132,21 +132,6 @@ std::string DurationText(std::uint64_t seconds)
     return start + ":" + twoDigits(seconds % 60);
 }
 
-std::string ShellWord(std::string_view text)
-{
-    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_./:=+,@%\\{}";
-    if (!text.empty() && text.find_first_not_of(kPlain) == std::string_view::npos)
-        return std::string(text);
-    std::string quoted = "\"";
-    for (const char character : text)
-    {
-        if (character == '"' || character == '$' || character == '`')
-            quoted += '\\';
-        quoted += character;
-    }
-    return quoted + "\"";
-}
-
 std::string Table::Render() const
 {
     std::vector<std::size_t> widths;

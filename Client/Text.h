@@ -26,9 +26,6 @@
 /// `0:07`, `12:30`, `1:02:03`
 [[nodiscard]] std::string DurationText(std::uint64_t seconds);
 
-/// An argument as one can paste it into a shell.
-[[nodiscard]] std::string ShellWord(std::string_view text);
-
 /// Rows in aligned columns, two spaces apart.
 class Table
 {

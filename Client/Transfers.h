@@ -32,11 +32,8 @@ struct LocalFile
 };
 
 /// @param operation  the one that a failure is reported for.
-/// @throws OperationFailed for what is no readable file.
+/// @throws OperationFailed for what cannot be looked at, ProgramError for what is no regular file.
 [[nodiscard]] LocalFile OpenLocalFile(const char* operation, const std::wstring& argument);
-
-/// The path that an upload goes to: a target that ends in a slash gets the file's name.
-[[nodiscard]] std::wstring UploadTarget(const std::wstring& target, const LocalFile& file);
 
 /// @throws OperationFailed for a code other than 0; one that Ctrl-C brought about counts as cancelled. A conflict's advice names
 ///         the revision that the server has.

@@ -39,7 +39,8 @@ bool LeavesFunction(const Event& event)
 TraceFile::TraceFile(const std::filesystem::path& path, std::uint8_t level, std::uint64_t keywords)
     : m_file(path == "-" ? std::ofstream() : OpenFile(path)), m_stream(path == "-" ? std::cerr : m_file)
 {
-    m_handle = OpenEventSink(level, keywords, TakeEvent, this);
+    const auto take = [](void* self, const Event* event) { static_cast<TraceFile*>(self)->Take(*event); };
+    m_handle = OpenEventSink(level, keywords, take, this);
     if (m_handle == 0)
         throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again), "Too many traces are open");
 }
@@ -55,17 +56,16 @@ bool TraceFile::IsComplete() const
     return m_isComplete;
 }
 
-void TraceFile::TakeEvent(void* context, const Event* event) noexcept
+void TraceFile::Take(const Event& event) noexcept
 {
-    auto& self = *static_cast<TraceFile*>(context);
-    const std::lock_guard lock(self.m_mutex);
+    const std::lock_guard lock(m_mutex);
     try
     {
-        self.Write(*event);
+        Write(event);
     }
     catch (const std::exception&)
     {
-        self.m_isComplete = false;
+        m_isComplete = false;
     }
 }
 

@@ -31,11 +31,13 @@ public:
     /// What the library's `Init` takes.
     [[nodiscard]] ProviderHandle Handle() const noexcept { return m_handle; }
 
+    /// Writes an event that came another way than by the handle: a host that listens itself hands its events on.
+    void Take(const Event& event) noexcept;
+
     /// Whether every event so far has reached the file.
     [[nodiscard]] bool IsComplete() const;
 
 private:
-    static void TakeEvent(void* context, const Event* event) noexcept;
     void Write(const Event& event);
     unsigned DepthFor(const Event& event);
 

@@ -218,13 +218,17 @@ private:
         long status = 0;
         curl_easy_getinfo(m_curl.get(), CURLINFO_RESPONSE_CODE, &status);
         m_reply.status = static_cast<int>(status);
-        constexpr std::string_view kDate = "date:";
-        if (line.size() > kDate.size() && curl_strnequal(line.data(), kDate.data(), kDate.size()) != 0)
-        {
-            line.remove_prefix(kDate.size());
-            line.remove_prefix(std::min(line.size(), line.find_first_not_of(' ')));
-            m_reply.date = line.substr(0, line.find_last_not_of("\r\n ") + 1);
-        }
+        TakeValue(line, "date:", m_reply.date);
+        TakeValue(line, "location:", m_reply.location);
+    }
+
+    static void TakeValue(std::string_view line, std::string_view name, std::string& value)
+    {
+        if (line.size() <= name.size() || curl_strnequal(line.data(), name.data(), name.size()) == 0)
+            return;
+        line.remove_prefix(name.size());
+        line.remove_prefix(std::min(line.size(), line.find_first_not_of(' ')));
+        value = line.substr(0, line.find_last_not_of("\r\n ") + 1);
     }
 
     static std::size_t OnBody(const char* data, std::size_t /*one*/, std::size_t size, void* self)

@@ -1,5 +1,6 @@
 #include "System.h"
 
+#include "Text.h"
 #include "TextConversion.h"
 
 #include "Platform/Platform.h"
@@ -79,6 +80,33 @@ private:
 std::int64_t ToTicks(std::int64_t seconds, std::int64_t nanoseconds)
 {
     return (seconds + kUnixEpochSeconds) * kTicksPerSecond + nanoseconds / 100;
+}
+
+ResultCode CodeOf(int error)
+{
+    switch (error)
+    {
+    case 0:
+        return Result::Success;
+    case ENOENT:
+        return ERROR_FILE_NOT_FOUND;
+    case ENOTDIR:
+        return ERROR_PATH_NOT_FOUND;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case ETXTBSY:
+        return ERROR_ACCESS_DENIED;
+    case EEXIST:
+        return ERROR_FILE_EXISTS;
+    case ENOSPC:
+    case EDQUOT:
+        return ERROR_DISK_FULL;
+    case ENAMETOOLONG:
+        return ERROR_FILENAME_EXCED_RANGE;
+    default:
+        return ERROR_GEN_FAILURE;
+    }
 }
 
 bool WriteAll(int file, std::string_view content)
@@ -199,26 +227,38 @@ std::wstring LocalPath(const std::wstring& argument)
     return argument;
 }
 
+bool IsFileName(const std::wstring& name)
+{
+    return !name.empty() && name != L"." && name != L".." && name.find_first_of(std::wstring(L"/\0", 2)) == std::wstring::npos;
+}
+
+std::string ShellWord(std::string_view text)
+{
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_./:=+,@%";
+    if (!text.empty() && text.find_first_not_of(kPlain) == std::string_view::npos)
+        return std::string(text);
+    const bool isPrintable = Printable(text) == text;
+    std::string quoted;
+    for (const char character : text)
+    {
+        if (character == '\'')
+            quoted += isPrintable ? "'\\''" : "\\'";
+        else if (character == '\\' && !isPrintable)
+            quoted += "\\\\";
+        else
+            quoted += character;
+    }
+    // The escapes of a line are those of the shell.
+    return isPrintable ? "'" + quoted + "'" : "$'" + Printable(std::string_view(quoted)) + "'";
+}
+
 ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)
 {
     struct statx found = {};
     if (statx(AT_FDCWD, ToNarrow(path).c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &found) != 0)
-    {
-        switch (errno)
-        {
-        case ENOENT:
-            return ERROR_FILE_NOT_FOUND;
-        case ENOTDIR:
-            return ERROR_PATH_NOT_FOUND;
-        case EACCES:
-            return ERROR_ACCESS_DENIED;
-        case ENAMETOOLONG:
-            return ERROR_FILENAME_EXCED_RANGE;
-        default:
-            return ERROR_GEN_FAILURE;
-        }
-    }
+        return CodeOf(errno);
     facts.isFolder = S_ISDIR(found.stx_mode);
+    facts.isRegular = S_ISREG(found.stx_mode);
     facts.size = static_cast<std::int64_t>(found.stx_size);
     facts.modifiedTicks = ToTicks(found.stx_mtime.tv_sec, found.stx_mtime.tv_nsec);
     // Not every file system remembers when a file was made.
@@ -226,6 +266,34 @@ ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)
     facts.createdTicks = knowsBirth ? ToTicks(found.stx_btime.tv_sec, found.stx_btime.tv_nsec) : facts.modifiedTicks;
     facts.attributes = facts.isFolder ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
     return Result::Success;
+}
+
+ResultCode MakeSuccessor(const std::wstring& path, const std::wstring& other)
+{
+    mode_t rights = 0666; // less what the user's mask takes away
+    std::optional<mode_t> given;
+    if (const Descriptor existing(open(ToNarrow(other).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)); existing.Get() >= 0)
+    {
+        struct stat facts = {};
+        if (fstat(existing.Get(), &facts) != 0)
+            return CodeOf(errno);
+        given = rights = facts.st_mode & 0777;
+    }
+    else if (errno != ENOENT)
+    {
+        return CodeOf(errno);
+    }
+    const Descriptor file(open(ToNarrow(path).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, rights));
+    if (file.Get() < 0)
+        return errno == ENOENT ? ERROR_PATH_NOT_FOUND : CodeOf(errno);
+    return given && fchmod(file.Get(), *given) != 0 ? CodeOf(errno) : Result::Success;
+}
+
+ResultCode SetModifiedTime(const std::wstring& path, std::int64_t ticks)
+{
+    const std::int64_t seconds = ticks / kTicksPerSecond - kUnixEpochSeconds;
+    const timespec times[] = {{0, UTIME_OMIT}, {static_cast<time_t>(seconds), static_cast<long>(ticks % kTicksPerSecond * 100)}};
+    return utimensat(AT_FDCWD, ToNarrow(path).c_str(), times, 0) == 0 ? Result::Success : CodeOf(errno);
 }
 
 std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_view content)

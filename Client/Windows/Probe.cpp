@@ -290,6 +290,8 @@ void Ask(const ServerAddress& server, std::string_view path, Reply& reply)
     const Handle session(WinHttpOpen(nullptr, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
     if (!session)
         return failed();
+    DWORD never = WINHTTP_OPTION_REDIRECT_POLICY_NEVER; // where the server points to is told, not tried
+    WinHttpSetOption(session.get(), WINHTTP_OPTION_REDIRECT_POLICY, &never, sizeof never);
     WinHttpSetTimeouts(session.get(), kConnectMilliseconds, kConnectMilliseconds, kReplyMilliseconds, kReplyMilliseconds);
     const Handle connection(
         WinHttpConnect(session.get(), ToWide(WithoutBrackets(server.host)).c_str(), static_cast<INTERNET_PORT>(server.port), 0));
@@ -329,6 +331,7 @@ void Ask(const ServerAddress& server, std::string_view path, Reply& reply)
     const std::string status = Header(request.get(), WINHTTP_QUERY_STATUS_CODE);
     reply.status = std::atoi(status.c_str());
     reply.date = Header(request.get(), WINHTTP_QUERY_DATE);
+    reply.location = Header(request.get(), WINHTTP_QUERY_LOCATION);
     ReadBody(request.get(), reply.body);
 }
 

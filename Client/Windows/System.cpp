@@ -1,10 +1,14 @@
 #include "System.h"
 
+#include "Failures.h"
 #include "PathUtilities.h"
+#include "Text.h"
+#include "TextComparison.h"
 #include "TextConversion.h"
 
 #include "Platform/Platform.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <fcntl.h>
 #include <io.h>
@@ -56,6 +60,8 @@ private:
     HANDLE m_input;
     DWORD m_previous = 0;
 };
+
+constexpr std::wstring_view kDevices = L"\\\\.\\";
 
 std::int64_t ToTicks(const FILETIME& time)
 {
@@ -211,20 +217,87 @@ std::wstring ToText(const std::filesystem::path& path)
 
 std::wstring LocalPath(const std::wstring& argument)
 {
-    return PathUtilities::NormalizePath(PathUtilities::MakeAbsolute(argument));
+    const std::wstring absolute = PathUtilities::MakeAbsolute(argument);
+    if (absolute.starts_with(kDevices))
+        return absolute;
+    // Behind the drive it would name a stream of a file.
+    const std::size_t drive = absolute.find(L":\\");
+    if (const std::size_t colon = absolute.rfind(L':'); colon != std::wstring::npos && colon != drive)
+        throw UsageError("'" + ToNarrow(argument) + "': a file's name has no ':' here");
+    const std::wstring path = PathUtilities::NormalizePath(absolute);
+    return path.ends_with(L':') ? path + L'\\' : path; // the root of a drive
+}
+
+bool IsFileName(const std::wstring& name)
+{
+    // With the prefix of long paths the system would take names that other programs cannot open.
+    constexpr std::wstring_view kForbidden = L"<>:\"/\\|?*";
+    constexpr std::wstring_view kDeviceNames[] = {L"CON", L"PRN", L"AUX", L"NUL"};
+    constexpr std::wstring_view kNumberedDevices[] = {L"COM", L"LPT"};
+    const auto isForbidden = [=](wchar_t character) { return character < L' ' || kForbidden.find(character) != std::wstring_view::npos; };
+    if (name.empty() || name.back() == L'.' || name.back() == L' ' || std::ranges::any_of(name, isForbidden))
+        return false;
+    const std::wstring_view stem = std::wstring_view(name).substr(0, name.find(L'.'));
+    const auto isStem = [stem](std::wstring_view device) { return EqualIgnoringCase(stem, device); };
+    const auto isNumbered = [stem](std::wstring_view device) {
+        return stem.size() == 4 && stem.back() >= L'1' && stem.back() <= L'9' && EqualIgnoringCase(stem.substr(0, 3), device);
+    };
+    return std::ranges::none_of(kDeviceNames, isStem) && std::ranges::none_of(kNumberedDevices, isNumbered);
+}
+
+std::string ShellWord(std::string_view text)
+{
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_./:=+@\\";
+    const std::string printable = Printable(text);
+    if (!printable.empty() && printable.find_first_not_of(kPlain) == std::string::npos)
+        return printable;
+    // Backslashes stand for themselves except before a quote.
+    std::string quoted = "\"";
+    std::size_t backslashes = 0;
+    for (const char character : printable)
+    {
+        if (character == '"')
+            quoted.append(backslashes + 1, '\\');
+        backslashes = character == '\\' ? backslashes + 1 : 0;
+        quoted += character;
+    }
+    return quoted.append(backslashes, '\\') + "\"";
 }
 
 ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)
 {
+    if (path.starts_with(kDevices))
+        return Result::Success;
     WIN32_FILE_ATTRIBUTE_DATA data = {};
     if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
         return GetLastError();
     facts.isFolder = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    facts.isRegular = !facts.isFolder;
     facts.size = static_cast<std::int64_t>((static_cast<std::uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow);
     facts.createdTicks = ToTicks(data.ftCreationTime);
     facts.modifiedTicks = ToTicks(data.ftLastWriteTime);
     facts.attributes = data.dwFileAttributes;
     return Result::Success;
+}
+
+ResultCode MakeSuccessor(const std::wstring& path, const std::wstring& other)
+{
+    const DWORD attributes = GetFileAttributesW(other.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0)
+        return ERROR_ACCESS_DENIED;
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return GetLastError();
+    CloseHandle(file);
+    return Result::Success;
+}
+
+ResultCode SetModifiedTime(const std::wstring& path, std::int64_t ticks)
+{
+    const Handle file(
+        CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const FILETIME time = {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+    return file.get() != INVALID_HANDLE_VALUE && SetFileTime(file.get(), nullptr, nullptr, &time) ? Result::Success : GetLastError();
 }
 
 std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_view content)

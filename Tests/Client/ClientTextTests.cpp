@@ -7,12 +7,15 @@
 #include "Client/Progress.h"
 #include "Client/ResultMeanings.h"
 #include "Client/ServerAddress.h"
+#include "Client/ServerAnswer.h"
+#include "Client/System.h"
 #include "Client/Text.h"
 #include "Client/TimeText.h"
 #include "TextConversion.h"
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -20,6 +23,8 @@ namespace
 {
 
 using Texts = std::vector<std::string>;
+
+constexpr bool kIsWindows = std::filesystem::path::preferred_separator == '\\';
 
 // What becomes of each text.
 template <typename Function> void ExpectEach(const Function& function, const std::vector<std::pair<std::string, std::string>>& cases)
@@ -42,12 +47,17 @@ std::string AddressOf(const std::string& text, std::optional<int> port = {})
 TEST(ServerAddress, ReadsEachFormAndRefusesWhatNamesNoServer)
 {
     ExpectEach([](const std::string& text) { return AddressOf(text); },
-               {{"files.example.com", "http://files.example.com 80, http://files.example.com"},
+               {{"files.example.com", "https://files.example.com 443, https://files.example.com"},
+                {"http://files.example.com", "http://files.example.com 80, http://files.example.com"},
                 {"HTTPS://Files.Example.com/", "https://files.example.com 443, https://files.example.com"},
                 {"https://[::1]:8443", "https://[::1] 8443, https://[::1]:8443"}});
-    EXPECT_EQ(AddressOf("host:8080", 8080), "http://host 8080, http://host:8080");
+    EXPECT_EQ(AddressOf("host:8080", 8080), "https://host 8080, https://host:8080");
     EXPECT_EQ(AddressOf("https://host", 80), "https://host 80, https://host:80");
-    EXPECT_EQ(AddressOf("[fe80::1]", 81), "http://[fe80::1] 81, http://[fe80::1]:81");
+    EXPECT_EQ(AddressOf("http://[fe80::1]", 81), "http://[fe80::1] 81, http://[fe80::1]:81");
+    for (const char* text : {"localhost", "LOCALHOST:1", "127.0.0.1", "127.9.9.9", "[::1]", "a.localhost"})
+        EXPECT_TRUE(MakeAddress(ParseServer(text), {}).IsThisMachine()) << text;
+    for (const char* text : {"127.example.com", "localhost.example.com", "10.0.0.1", "[::2]", "mylocalhost"})
+        EXPECT_FALSE(MakeAddress(ParseServer(text), {}).IsThisMachine()) << text;
     EXPECT_THROW(AddressOf("host:80", 81), UsageError);
     for (const char* text : {"https://", "ftp://host", "http://host/path", "host?x", "user@host", "::1", "[::1", "[::1]x", "host:0",
                              "host:65536", "host:80x", "a\nb", ":80"})
@@ -64,6 +74,24 @@ TEST(CommandLine, PrefersOptionsToTheEnvironment)
     EXPECT_EQ(Parse({"version"}, "QUENDRA_TOKEN", "env").options.token, "env");
     EXPECT_EQ(Parse({"version", "--token", ""}, "QUENDRA_TOKEN", "env").options.token, "");
     EXPECT_THROW(Parse({"version"}, "QUENDRA_PORT", "many"), UsageError);
+}
+
+TEST(CommandLine, SaysWhatItDoesNotTake)
+{
+    const auto refusalOf = [](const Texts& arguments) {
+        try
+        {
+            static_cast<void>(Parse(arguments));
+        }
+        catch (const UsageError& error)
+        {
+            return std::string(error.what());
+        }
+        return std::string();
+    };
+    EXPECT_EQ(refusalOf({"ls", "/home", "a", "--none", "b"}), "ls: not expected: a --none b");
+    EXPECT_EQ(refusalOf({"--none", "ls", "/home"}), "ls: not expected: --none");
+    EXPECT_NE(refusalOf({"put", "caf\xE9", "/home/"}).find("is not valid UTF-8"), std::string::npos);
 }
 
 TEST(CommandLine, PutsServerPathsIntoForm)
@@ -136,8 +164,36 @@ TEST(Text, WritesSizesDurationsAndWords)
                {{"1023", "1023 B"}, {"1024", "1.0 KiB"}, {"1048575", "1.0 MiB"}, {"18446744073709551615", "16.0 EiB"}});
     ExpectEach([](const std::string& seconds) { return DurationText(std::stoull(seconds)); },
                {{"7", "0:07"}, {"750", "12:30"}, {"3723", "1:02:03"}});
-    ExpectEach([](std::string_view word) { return ShellWord(word); },
-               {{"/a/b.txt", "/a/b.txt"}, {"a b", "\"a b\""}, {"", "\"\""}, {"$x\"", "\"\\$x\\\"\""}});
+}
+
+TEST(System, QuotesWordsForItsShell)
+{
+    struct Case
+    {
+        std::string word;
+        std::string posix;
+        std::string windows;
+    };
+    const Case cases[] = {{"/a/b.txt", "/a/b.txt", "/a/b.txt"},
+                          {"", "''", "\"\""},
+                          {"a b", "'a b'", "\"a b\""},
+                          {"C:\\a", "'C:\\a'", "C:\\a"},
+                          {"C:\\a b\\", "'C:\\a b\\'", "\"C:\\a b\\\\\""},
+                          {"$x'\"{a,b}", "'$x'\\''\"{a,b}'", "\"$x'\\\"{a,b}\""},
+                          {"\u00FC", "'\u00FC'", "\"\u00FC\""},
+                          {"a\nb'\\c", "$'a\\nb\\'\\\\c'", "\"a\\nb'\\c\""}};
+    for (const Case& each : cases)
+        EXPECT_EQ(System::ShellWord(each.word), kIsWindows ? each.windows : each.posix) << each.word;
+}
+
+TEST(System, KnowsWhatAFileCanBeCalled)
+{
+    for (const wchar_t* name : {L"plan.txt", L".hidden", L"com", L"nullify", L"\u65E5\u672C", L"a b"})
+        EXPECT_TRUE(System::IsFileName(name)) << name;
+    for (const wchar_t* name : {L"", L".", L"..", L"a/b"})
+        EXPECT_FALSE(System::IsFileName(name)) << name;
+    for (const wchar_t* name : {L"a\\b", L"a:b", L"nul", L"Com1.txt", L"a.", L"a ", L"a?", L"a\tb"})
+        EXPECT_EQ(System::IsFileName(name), !kIsWindows) << name;
 }
 
 TEST(Progress, FitsEveryWidth)
@@ -175,13 +231,66 @@ TEST(ResultMeanings, SaysWhatACodeMeans)
     const std::pair<ResultCode, const char*> cases[] = {{2, "local file"},        {12029, "connect"},           {12100, "transport"},
                                                         {20006, "log in"},        {20418, "HTTP 418"},          {20404, "404, not found"},
                                                         {20005, "error 5"},       {403, "HTTP 403, forbidden"}, {0x80004005, "memory"},
-                                                        {0x80072EE7, "resolved"}, {99999, "platform"},          {27776, "platform"}};
+                                                        {0x80072EE7, "resolved"}, {99999, "error 79999"},       {12345, "platform"}};
     for (const auto& [code, part] : cases)
         EXPECT_NE(MeaningOf(code).find(part), std::string::npos) << code << ": " << MeaningOf(code);
     for (ResultCode code = 0; code < 30000; ++code)
         EXPECT_EQ(MeaningOf(code).find_first_of("()\n"), std::string::npos) << code;
+    struct Failure
+    {
+        ResultCode code;
+        ServerAnswer answer;
+        std::string advice;
+        std::string text;
+    };
+    const Failure failures[] = {
+        {20005, {404, "no such item", ""}, "", "the server refused: its error 5; it says \"no such item\" with HTTP 404"},
+        {20404, {404, "", ""}, "", "the server refused: HTTP 404, not found"},
+        {20404, {404, "gone", ""}, "try", "the server refused: HTTP 404, not found; it says \"gone\"; try"},
+        {20302, {302, "", "https://b"}, "", "the server refused: HTTP 302; the server redirects to https://b: --server wants that address"},
+        {12030, {404, "of another time", ""}, "", "the connection broke"}};
+    for (const Failure& each : failures)
+        EXPECT_EQ(FailureMeaning(each.code, each.answer, each.advice), each.text);
+    for (const ResultCode code : {19006U, 12007U, 12029U, 0x80072EE7U})
+        EXPECT_TRUE(FailureMeaning(code, {}).ends_with("; 'quendra doctor' tells why")) << code;
+    EXPECT_NE(FailureMeaning(19006, {502, "", ""}).find("; it answered with HTTP 502;"), std::string::npos);
     EXPECT_EQ(CodeText(12029), "12029");
     EXPECT_EQ(CodeText(0x80070057), "0x80070057");
+}
+
+// What the library's events tell of the last operation, and of no other.
+TEST(ServerAnswer, IsThatOfTheLastOperation)
+{
+    AnswerReader reader;
+    const auto write = [&reader](std::uint16_t id, const char* function, const char* message) {
+        const Eventing::EventDescriptor descriptor{id, 0, 16, 4, 0, 2, 0};
+        const Eventing::Event event{&descriptor, "NativeHttp", 1, function, message, 1, 0};
+        reader.Take(event);
+    };
+    const auto refuse = [&write](const Texts& reply, const char* message) {
+        write(110, "CNativeHttp::DeletePath", nullptr);
+        write(110, "CNativeHttp::LogResponse", nullptr);
+        write(101, "CNativeHttp::LogResponse", "HTTP Response (60 bytes):");
+        for (const auto& line : reply)
+            write(101, "CNativeHttp::LogResponse", line.c_str());
+        write(111, "CNativeHttp::LogResponse", nullptr);
+        write(103, "CNativeHttp::DeletePath", message);
+        write(111, "CNativeHttp::DeletePath", nullptr);
+    };
+    const auto told = [&reader] {
+        const ServerAnswer answer = reader.Answer();
+        return std::to_string(answer.status) + "|" + answer.message + "|" + answer.redirect;
+    };
+    refuse({"{", "\"errorId\" : \"5\",", "\"message\" : \"no such\\u001b item\"", "}"}, "GetHTTPStatus shows failure, code: 404");
+    write(110, "PathUtilities::NormalizePath", nullptr);
+    write(111, "PathUtilities::NormalizePath", nullptr);
+    EXPECT_EQ(told(), "404|no such\\x1B item|");
+    refuse({}, "The server redirects to https://b.example:8443. Redirects are not followed.");
+    EXPECT_EQ(told(), "0||https://b.example:8443");
+    refuse({"[1"}, "SendRequestGetResponse failed, error code: 20502");
+    EXPECT_EQ(told(), "502||");
+    refuse({"{\"error\":{\"message\":3}}"}, "[EXCEPTION EXIT]");
+    EXPECT_EQ(told(), "0||");
 }
 
 } // namespace

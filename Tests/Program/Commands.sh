@@ -134,9 +134,11 @@ usage() { run 2 "$@" && warns 'quendra: ' "Try 'quendra " && prints ''; }
 usage
 usage dance && warns "there is no command 'dance'"
 usage ls
-usage ls /a /b
+usage ls /a /b /c && warns 'ls: not expected: /b /c'
 usage ls /a --overwrite
-usage --json
+run 2 --json
+says '{"error":{"code":null,"meaning":"a command is missing","operation":null}}'
+on linux && usage put $'caf\xe9' / && warns 'is not valid UTF-8'
 usage version # no server
 usage version --server ftp://host
 usage version --server http://host/path
@@ -152,7 +154,6 @@ usage put a /b --resume $id
 usage upload-status /a 1
 usage share /a
 usage share /a --to bob /b && warns "'/b' is a path" 'share PATH... --to'
-usage --server host login demo # no password
 
 commands='handshake version doctor register login logout ls stat mkdir touch rm mv get put upload-status upload-cancel upload-complete
     changes mappings share audit wipe-ack'
@@ -187,7 +188,11 @@ prints '{"buildNumber":"sample-1"}'
 run 0 register demo --json --device Laptop
 prints '{"ok":true}'
 
-# The password comes from the environment, else from standard input; it shows nowhere. The token is in the trace only.
+# The password comes from the environment, else from standard input; it shows nowhere. The token is in the trace only. To what has
+# not answered as a server it is not sent.
+usage login demo # no password
+QUENDRA_PASSWORD=secret run 1 login demo --server "${url/127.0.0.1/127.0.0.1.invalid}"
+warns 'http:// protects neither passwords nor files' 'Init failed: 19006 (' "; 'quendra doctor' tells why)"
 input=$work/password
 printf 'wrong\n' >"$input"
 run 1 login demo --json
@@ -245,7 +250,7 @@ run 0 touch /home/Reports --attributes 0x12
 TZ=UTC run 0 stat home/Reports
 says 'Name:       Reports' 'Kind:       folder' 'Modified:   2024-02-29 12:00' '0x12 hidden folder' 'Access:     read and write'
 run 1 stat /home/none --json
-matches '^\{"error":\{"code":[0-9]+,"meaning":"[^"]+","operation":"GetPathAttributes"\}\}$'
+prints '{"error":{"code":20005,"meaning":"the server refused: its error 5; it says \"there is no item /home/none\" with HTTP 404","operation":"GetPathAttributes"}}'
 
 run 0 put "$(native "$file")" "/home/$name"
 matches "^Uploaded local to /home/$name \(293\.0 KiB\), revision .+\.$"
@@ -268,10 +273,20 @@ run 0 put "$(native "$file")" /home/Reports/old/ --json
 says '"name":"local"'
 run 1 mv /home/Reports/again /home/Reports/old/local
 run 0 mv /home/Reports/again /home/Reports/old/local --overwrite
+# A folder that is there is one to put things into; no two names with backslashes are mixed up.
+run 0 put "$(native "$file")" /home/Reports --json
+says '"name":"local"'
+run 0 mv /home/Reports/local /home/Reports/old --overwrite
+says 'to /home/Reports/old/local, revision'
+on linux && run 0 put "$file" '/home/a\b' && run 1 mv '/home/a\b' '/home/a\c' && run 0 mv '/home/a\b' /home/Reports/ &&
+    says 'to /home/Reports/a\b,'
 run 1 rm /home/Reports/old/local --revision stale
 warns ': 21077 (' 'changed'
 run 0 rm /home/Reports/old/local
-run 0 rm /home/Reports --json
+run 1 rm /home/Reports
+warns '/home/Reports is a folder that is not empty: --recursive'
+run 0 rm /home/Reports/old
+run 0 rm /home/Reports --recursive --json
 prints '{"ok":true}'
 
 # --- Transfers ---
@@ -286,6 +301,8 @@ run 1 put "$(native "$work/none")" $whole
 warns 'UploadFile failed: 2 (a local file was not found)'
 run 1 put "$(native "$work")" $whole
 warns 'is a folder'
+on linux && run 1 put /dev/null $whole && warns 'regular files only' && run 1 get $whole /dev/null && warns 'not a regular file'
+on windows && run 1 put nul $whole && warns 'regular files only' && run 2 get $whole "$(native "$work/a:b")" && run 1 get $whole nul
 
 # Names of every plane and paths longer than Windows has by default, here and there.
 deep=$work/$(printf 'folder-of-forty-characters-%013d/' 1 2 3 4 5 6 7)
@@ -307,6 +324,14 @@ if on windows; then # with the prefix that takes a path as it stands
 fi
 run 1 get /home/none "$(native "$work/got")"
 run 1 get $whole "$(native "$work/got")" --revision stale
+[ ! -e "$work/got" ] || complain 'a download that failed left a file'
+run 0 touch $whole --modified 2024-02-29T12:00:00Z
+mkdir "$work/mine"
+printf mine | tee "$work/mine/part" "$work/mine/part.part" >/dev/null
+run 0 get $whole "$(native "$work/mine/part")"
+same "$work/mine/part" "$file"
+[ "$(ls "$work/mine")$(<"$work/mine/part.part")" = $'part\npart.partmine' ] || complain 'the download left or changed a file beside'
+[ "$(TZ=UTC stat -c %y "$work/mine/part")" = '2024-02-29 12:00:00.000000000 +0000' ] || complain 'it has not the time of the item'
 
 # Ranges land at their own position.
 range() { run 0 get $whole "$(native "$work/part")" "$@"; }
@@ -375,18 +400,42 @@ run 0 stat /home/big --json
 says "\"size\":$(stat -c %s "$big")"
 run 1 upload-status /home/big "$id"
 
-# A download that is interrupted, from a server that hangs: its request is closed. Wine cannot end a receive that blocks.
+follow_hint() { # status, errors: does what they say
+    local rest=${2#*to receive the rest: quendra }
+    rest=${rest%%;*}
+    on windows && rest=${rest//\\/\\\\} # its shell takes them as they stand
+    eval "run $1 $rest"
+}
+# A download that is interrupted, from a server that hangs: its request is closed. Wine cannot end a receive that blocks. What was
+# there stays until all has come.
+echo before >"$work/big2"
 begin get /home/big "$(native "$work/big2")"
-until_true [ -s "$work/big2" ]
+until_true [ -s "$work/big2.part" ]
 kill -STOP "$serverPid"
 kill -INT "$pid"
 on windows && kill -CONT "$serverPid"
 end 130
 kill -CONT "$serverPid"
-warns 'DownloadFile failed: 1223 (cancelled)' 'to receive the rest: quendra get /home/big '
-rest=${err#*--skip }
-run 0 get /home/big "$(native "$work/big2")" --skip "${rest%%[!0-9]*}"
-same "$work/big2" "$big"
+warns 'DownloadFile failed: 1223 (cancelled)' 'to receive the rest: quendra get /home/big ' '; then rename '
+[ "$(<"$work/big2")" = before ] || complain 'the interrupted download replaced the file'
+follow_hint 0 "$err"
+same "$work/big2.part" "$big"
+rm "$work/big2.part"
+# A server that dies: the hint names the revision, so that the rest is not that of another one.
+begin get /home/big "$(native "$work/big2")"
+until_true [ -s "$work/big2.part" ]
+kill -STOP "$serverPid"
+kill -KILL "$serverPid"
+end 1
+warns 'DownloadFile failed: 12' 'to receive the rest: '
+wait "$serverPid" 2>/dev/null
+exec {serverOutput}<&-
+hint=$err
+start_server --user 'demo:s3cret pässword' --port "$port"
+run 0 put "$(native "$file")" /home/big
+follow_hint 1 "$hint"
+warns 'conflict'
+rm "$work/big2.part"
 run 0 rm /home/big
 
 interrupt_upload /home/big
@@ -481,6 +530,7 @@ if on linux; then
     completes 'quendra ls /ho' /home/
     completes 'quendra mv /home/whole /home/w' /home/whole
     completes 'quendra stat /home/Ü' "/home/$name"
+    completes 'quendra completion b' bash
     completes "quendra put $work/sig" "$work/signature"
     completes "quendra get /home/whole $work/sig" "$work/signature"
     completes 'quendra ls /none/' ''
@@ -506,21 +556,23 @@ QUENDRA_SESSION=$(native "$work/none.json") run 1 doctor && says 'Version ' HTTP
 run 1 doctor --server a..b
 says 'FAILED  Name' '-> check the spelling of --server'
 # Wine's side of a TLS handshake waits for ever where no TLS comes back.
-on linux && run 1 doctor --server "https://127.0.0.1:$port" && says '-> the port may not speak TLS' 'FAILED  Handshake'
+on linux && run 1 doctor --server "https://127.0.0.1:$port" && says '-> the port does not speak the TLS of https' 'FAILED  Handshake'
 
 # Certificates: a server of OpenSSL's, which has no more than two answers.
 mkdir -p "$work/tls/sync/1.3"
-answer() { printf 'HTTP/1.0 200 OK\r\nContent-Length: %d\r\nDate: %s\r\n\r\n%s' ${#2} "$3" "$2" >"$work/tls/$1"; }
-answer endpoints '{"sync":{"1.3":{"path":"/sync/1.3","tos":0}}}' "$(date -u '+%a, %d %b %Y %T GMT')"
-answer sync/1.3/init '{"device_token_auth":true}' "$(date -u '+%a, %d %b %Y %T GMT')"
-refuse() { printf 'HTTP/1.0 %s No\r\nContent-Length: 0\r\n\r\n' "$1" >"$work/tls/endpoints"; } # status
+answer() { # path, body, date
+    printf 'HTTP/1.0 200 OK\r\nContent-Length: %d\r\nDate: %s\r\n\r\n%s' ${#2} "${3:-$(date -u '+%a, %d %b %Y %T GMT')}" "$2" >"$work/tls/$1"
+}
+answer endpoints '{"sync":{"1.3":{"path":"/sync/1.3","tos":0}}}'
+answer sync/1.3/init '{"device_token_auth":true}'
+refuse() { printf 'HTTP/1.0 %s No\r\n%b\r\n' "$1" "${2-}" >"$work/tls/endpoints"; } # status, headers
 certificate() { # name, names, days
     openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout "$work/key.pem" -out "$work/request" -subj "/CN=$1" \
         2>/dev/null
     openssl x509 -req -in "$work/request" -signkey "$work/key.pem" -extfile <(echo "subjectAltName=$2") -days "$3" \
         -out "$work/$1.pem" 2>/dev/null
 }
-# with_certificate NAME [TRUSTED]: asks the doctor about a server with the certificate; one is trusted on Linux.
+# with_certificate NAME TRUSTED COMMAND...: runs a command against a server with the certificate; one is trusted on Linux.
 with_certificate() {
     local fd text tlsPid tls
     exec {fd}< <(cd "$work/tls" && exec openssl s_server -accept 127.0.0.1:0 -cert "$work/$1.pem" -key "$work/key.pem" -HTTP 2>&1)
@@ -528,32 +580,47 @@ with_certificate() {
     started+=("$tlsPid")
     while read -r -t 30 -u "$fd" text && [[ $text != ACCEPT* ]]; do :; done
     tls=https://127.0.0.1:${text##*:}
-    SSL_CERT_FILE=${2:+$work/$2.pem} run 1 doctor --server "$tls"
+    SSL_CERT_FILE=${2:+$work/$2.pem} run 1 "${@:3}" --server "$tls"
     kill "$tlsPid"
     exec {fd}<&-
 }
 certificate expired IP:127.0.0.1 -1
-with_certificate expired
+with_certificate expired '' doctor
 says 'FAILED  Certificate CN=expired for IP Address:127.0.0.1' 'expired' "FAILED  Handshake" '-> '
 certificate other DNS:other.test 2
-with_certificate other other
+with_certificate other other doctor
 says 'FAILED  Certificate CN=other' 'WRONG: it is not for 127.0.0.1'
 on linux && says '-> name the server in --server as its certificate does' 'ok      TLS         TLSv1.3'
 certificate own IP:127.0.0.1 2
-with_certificate own
+with_certificate own '' doctor
 says 'FAILED  Certificate CN=own' '-> have this machine trust the authority'
 answer endpoints '{"sync":{"1.3":{"path":"/sync/1.3","tos":0}}}' 'Sun, 06 Nov 1994 08:49:37 GMT'
-with_certificate own own
+with_certificate own own doctor
 says 'FAILED  Clock' 'behind this machine' '-> set the clock'
 on linux && says 'ok      Certificate CN=own' 'ok      Handshake   mode device-token authentication'
-answer endpoints '{"sync":{"2.0":{"path":"/sync/2.0"}}}' "$(date -u '+%a, %d %b %Y %T GMT')"
-with_certificate own own
+answer endpoints '{"sync":{"2.0":{"path":"/sync/2.0"}}}'
+with_certificate own own doctor
 on linux && says 'offers sync 2.0 at /sync/2.0' '-> the server offers none of the versions that this library speaks'
 if on linux; then # elsewhere the certificate is what comes first
-    refuse 503 && with_certificate own own && says '-> the server, or a gateway before it, is out of order'
-    refuse 401 && with_certificate own own && says '-> something on the way wants a login of its own'
-    refuse 302 && with_certificate own own && says '-> the server sends requests on to another address'
-    refuse 404 && with_certificate own own && says '-> is this the right server?'
+    refuse 503 && with_certificate own own doctor && says '-> the server, or a gateway before it, is out of order'
+    refuse 401 && with_certificate own own doctor && says '-> something on the way wants a login of its own'
+    refuse 302 'Location: https://b.test/x?secret\r\n' && with_certificate own own doctor &&
+        says 'HTTP 302: a redirect to https://b.test/x'$'\n' '-> redirects are not followed: name the address in --server'
+    refuse 511 && with_certificate own own doctor && says 'HTTP 511: the network wants a login' '-> log in to the network'
+    answer endpoints '<html>busy' && with_certificate own own doctor && says 'HTTP 200 with a web page' 'in a browser'
+    refuse 404 && with_certificate own own doctor && says '-> is this the right server?'
+
+    # This server's files are the same to whoever asks: what comes for an item is its description, not its content.
+    answer endpoints '{"sync":{"1.3":{"path":"/sync/1.3","tos":0}}}'
+    mkdir "$work/tls/sync/1.3/folders"
+    created=2026-03-01T12:30:15.0000000Z
+    answer sync/1.3/folders/page '{"document_info":{"creation_time":"'$created'","modification_time":"'$created'","size":70000}}'
+    with_certificate own own get /page "$work/big"
+    warns 'Of /page came 130 bytes in place of 70000'
+    printf 'HTTP/1.0 429 No\r\n\r\nLater' >"$work/tls/sync/1.3/folders/page"
+    with_certificate own own get /page "$work/big"
+    warns 'GetPathAttributes failed: 20429 ('
+    [ "$(stat -c %s "$work/big")$(compgen -G "$work/big.*")" = 25165824 ] || complain 'a download that failed left its mark'
 fi
 
 run 0 logout --json

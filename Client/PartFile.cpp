@@ -1,0 +1,78 @@
+#include "PartFile.h"
+
+#include "Failures.h"
+#include "ResultMeanings.h"
+#include "System.h"
+#include "Text.h"
+
+#include "Platform/Platform.h"
+
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace
+{
+
+constexpr int kMostParts = 100;
+// File systems take names of 255 bytes: of a longer one the part has none of it.
+constexpr std::size_t kLongestName = 200;
+
+std::wstring PartName(const std::filesystem::path& target, int number)
+{
+    const std::filesystem::path name = target.filename();
+    const std::wstring stem = name.u8string().size() > kLongestName ? L"download" : System::ToText(name);
+    return stem + (number > 1 ? L"." + std::to_wstring(number) : std::wstring()) + L".part";
+}
+
+std::wstring Beside(const std::wstring& path, const std::wstring& name)
+{
+    return System::ToText(System::ToPath(path).replace_filename(System::ToPath(name)));
+}
+
+} // namespace
+
+PartFile::PartFile(std::wstring target, std::wstring shown) : m_target(std::move(target)), m_shownTarget(std::move(shown))
+{
+    std::error_code error;
+    if (std::filesystem::is_symlink(System::ToPath(m_target), error))
+        if (const auto real = std::filesystem::weakly_canonical(System::ToPath(m_target), error); !error)
+            m_target = m_shownTarget = System::ToText(real);
+    System::FileFacts facts;
+    if (System::ReadFileFacts(m_target, facts) == Result::Success && !facts.isRegular)
+        throw ProgramError(Printable(m_shownTarget) + " is not a regular file: get replaces no other");
+
+    ResultCode code = ERROR_FILE_EXISTS;
+    for (int number = 1; code == ERROR_FILE_EXISTS && number <= kMostParts; ++number)
+    {
+        const std::wstring name = PartName(System::ToPath(m_target), number);
+        m_path = Beside(m_target, name);
+        m_shown = Beside(m_shownTarget, name);
+        code = System::MakeSuccessor(m_path, m_target);
+    }
+    if (code != Result::Success)
+        throw ProgramError(Printable(m_shownTarget) + " cannot be written: " + CodeText(code) + ", " + MeaningOf(code));
+}
+
+PartFile::~PartFile()
+{
+    std::error_code ignored;
+    if (!m_isKept)
+        std::filesystem::remove(System::ToPath(m_path), ignored);
+}
+
+std::uint64_t PartFile::Size() const
+{
+    System::FileFacts facts;
+    return System::ReadFileFacts(m_path, facts) == Result::Success ? static_cast<std::uint64_t>(facts.size) : 0;
+}
+
+void PartFile::ReplaceTarget()
+{
+    m_isKept = true;
+    std::error_code error;
+    std::filesystem::rename(System::ToPath(m_path), System::ToPath(m_target), error);
+    if (error)
+        throw ProgramError(Printable(m_shown) + " is whole, but cannot take the place of " + Printable(m_shownTarget) + ": " +
+                           error.message());
+}

@@ -1,0 +1,106 @@
+#include "ServerAnswer.h"
+
+#include "Text.h"
+
+#include "QuendraHttp/ResultCodes.h"
+
+#include <json/json.h>
+
+#include <charconv>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+namespace
+{
+
+// A refusal is short; a listing is no refusal.
+constexpr std::size_t kLongestReply = 65536;
+constexpr std::size_t kLongestMessage = 300;
+
+constexpr std::string_view kOperations = "CNativeHttp::";
+constexpr std::string_view kReplies = "CNativeHttp::LogResponse";
+
+// What stands behind a prefix.
+std::optional<std::string_view> Behind(std::string_view prefix, std::string_view text)
+{
+    return text.starts_with(prefix) ? std::optional(text.substr(prefix.size())) : std::nullopt;
+}
+
+std::uint32_t Number(std::string_view text)
+{
+    std::uint32_t number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
+// Servers have no common name for it.
+std::string MessageIn(const std::string& reply)
+{
+    constexpr const char* kNames[] = {"message", "errorMessage", "error_description", "description", "detail", "error"};
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    Json::Value root;
+    if (!reader->parse(reply.data(), reply.data() + reply.size(), &root, nullptr) || !root.isObject())
+        return {};
+    for (const char* name : kNames)
+        if (const Json::Value& member = root[name]; member.isString() && !member.asString().empty())
+            return FitTo(Printable(std::string_view(member.asString())), kLongestMessage);
+    return {};
+}
+
+} // namespace
+
+void AnswerReader::Take(const Eventing::Event& event)
+{
+    if (std::this_thread::get_id() != m_thread)
+        return;
+    const std::string_view function = event.function;
+    if (event.descriptor->id == Eventing::kFunctionEntryId)
+    {
+        if (m_depth++ == 0 && function.starts_with(kOperations))
+        {
+            m_reply.clear();
+            m_status = 0;
+            m_redirect.clear();
+        }
+    }
+    else if (event.descriptor->id == Eventing::kFunctionExitId || std::string_view(event.message) == "[EXCEPTION EXIT]")
+    {
+        m_depth -= m_depth > 0 ? 1 : 0;
+    }
+    else
+    {
+        TakeMessage(function, event.message);
+    }
+}
+
+void AnswerReader::TakeMessage(std::string_view function, std::string_view message)
+{
+    if (function == kReplies)
+    {
+        if (message.starts_with("HTTP Response ("))
+            m_reply.clear();
+        else if (m_reply.size() < kLongestReply)
+            m_reply.append(message).append("\n");
+    }
+    else if (const auto status = Behind("GetHTTPStatus shows failure, code: ", message))
+    {
+        m_status = Number(*status);
+    }
+    else if (const auto code = Behind("SendRequestGetResponse failed, error code: ", message))
+    {
+        // A refused download tells its status in this way.
+        if (const std::uint32_t number = Number(*code); number >= Result::RefusalBase + 100 && number < Result::RefusalBase + 600)
+            m_status = number - Result::RefusalBase;
+    }
+    else if (const auto target = Behind("The server redirects to ", message))
+    {
+        const std::size_t end = target->find(". Redirects");
+        m_redirect = target->substr(0, end);
+    }
+}
+
+ServerAnswer AnswerReader::Answer() const
+{
+    return {m_status, MessageIn(m_reply), Printable(std::string_view(m_redirect))};
+}

@@ -3,7 +3,7 @@
 #
 #     ./demo.sh            the Windows build under Wine, where its tools can be installed, else the Linux build
 #     ./demo.sh windows    QuendraHttp.dll and quendra.exe under Wine
-#     ./demo.sh linux      libQuendraHttp.so and quendra
+#     ./demo.sh linux      libQuendraHttp.so and quendra: the quick one
 #
 # The sample server is the Linux build's both times. It listens on a free port of this machine only; it and its files are gone
 # when the demo ends.
@@ -278,15 +278,21 @@ quendra logout
 title "Done: $SECONDS s"
 if [ "$platform" = windows ]; then
     say 'That was QuendraHttp.dll over the real WinHTTP of Wine.'
-    programs=build/windows/bin
 else
     say 'That was libQuendraHttp.so.'
-    programs=build/linux/bin
 fi
+# Only what this demo built.
+next() { printf '  %-60s  %s\n' "$@"; }
 say "
-Where to look next:
-  build/linux/bin/quendra-appliance --root FOLDER    a server of your own, user demo, password demo
-  $programs/quendra --help                   each command, with examples
-  source <(build/linux/bin/quendra completion bash)  and the shell completes them
-  Includes/QuendraHttp/QuendraHttp.h                 the same in C++: IQuendraHttpAPI
-  README.md                                          twenty lines that log in and download"
+Where to look next:"
+next 'build/linux/bin/quendra-appliance --root /tmp/items' 'a server of your own; the user is demo, the password demo'
+if [ "$platform" = windows ]; then
+    next 'CMake/wine.sh "$PWD"/build/windows/wineprefix \' ''
+    next '    build/windows/bin/quendra.exe --help' 'each command, with examples'
+    next './demo.sh linux' 'this demo with the Linux programs, which README.md goes on with'
+else
+    next 'build/linux/bin/quendra --help' 'each command, with examples'
+    next 'source <(build/linux/bin/quendra completion bash)' 'the shell completes them'
+fi
+next Includes/QuendraHttp/QuendraHttp.h 'the same in C++: IQuendraHttpAPI'
+next README.md 'twenty lines of C++ that log in and download'

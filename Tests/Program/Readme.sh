@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs what the README shows under "The programs", line by line as it stands there, and looks at what comes of it.
+# Runs what the README shows under "The programs", line by line as it stands there, and looks at what comes of it; then what the demo
+# with the Linux programs ends with.
 #
 #     Tests/Program/Readme.sh PROGRAMS
 #
@@ -39,3 +40,10 @@ for line in "${lines[@]}"; do
     esac
 done
 [ -n "$server" ] && cmp README.md "$work/items/home/README.md" || fail 'the file did not arrive'
+
+hints=0
+while IFS= read -r line; do
+    bash -euc "${line//build\/linux\/bin/$programs}" >"$work/out" 2>&1 || fail "status $?: $(<"$work/out")"
+    hints=$((hints + 1))
+done < <(sed -nE "s/^ *next '(.*build\/linux\/bin\/quendra .*)' '.*'$/\1/p" demo.sh)
+[ $hints = 2 ] || fail "the demo ends with $hints commands of quendra"

@@ -19,6 +19,7 @@
 #include <filesystem>
 #include <memory>
 #include <ostream>
+#include <system_error>
 #include <utility>
 
 namespace
@@ -74,6 +75,10 @@ private:
         try
         {
             const std::filesystem::path path = System::ToPath(file == "-" ? L"-" : System::LocalPath(ToWide(file)));
+            // It will hold the session token.
+            if (path != "-" && !std::filesystem::exists(path))
+                if (const std::error_code failure = System::WritePrivateFile(path, {}))
+                    throw std::system_error(failure);
             return std::make_unique<Eventing::TraceFile>(path);
         }
         catch (const std::exception& error)

@@ -18,14 +18,10 @@ constexpr std::string_view kExceptionExit = "[EXCEPTION EXIT]";
 
 std::ofstream OpenFile(const std::filesystem::path& path)
 {
-    std::error_code ignored;
-    const bool isNew = !std::filesystem::exists(path, ignored);
     errno = 0;
     std::ofstream file(path);
     if (!file)
         throw std::system_error(errno != 0 ? errno : EIO, std::generic_category(), "The trace file cannot be opened");
-    if (isNew)
-        std::filesystem::permissions(path, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write, ignored);
     return file;
 }
 

@@ -16,7 +16,8 @@ namespace Eventing
 {
 
 /// Writes every event that its provider handle gets to a file or to standard error, one line each, for as long as it lives.
-/// Traces hold session tokens: a file that did not exist is made readable for its owner only.
+/// A new file gets the access that the system gives to new files. Traces hold session tokens: a program that wants the file for its
+/// user alone makes it beforehand.
 class TraceFile
 {
 public:

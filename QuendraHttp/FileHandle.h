@@ -2,11 +2,22 @@
 
 #include "Platform/Platform.h"
 
-/// Owns one open file.
+#include <string>
+
+/// Lets the owner of a file change, move and delete it meanwhile.
+inline constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+/// Owns one open file of a caller.
 class FileHandle
 {
 public:
-    explicit FileHandle(HANDLE file) noexcept : m_file(file) {}
+    /// Opens a file on a disk. A device is opened for writing only: what comes from one has no size, and may never come. The last
+    /// error is 123 for a path with a NUL, 50 for a pipe, or for a device to read from, else the platform's.
+    /// @param path         local path, however long.
+    /// @param access       GENERIC_READ or GENERIC_WRITE.
+    /// @param sharing      what others may do with the file meanwhile: FILE_SHARE_ values, or 0.
+    /// @param disposition  OPEN_EXISTING or CREATE_ALWAYS.
+    FileHandle(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition);
     ~FileHandle()
     {
         if (IsOpen())
@@ -18,6 +29,13 @@ public:
 
     [[nodiscard]] bool IsOpen() const noexcept { return m_file != INVALID_HANDLE_VALUE; }
     [[nodiscard]] HANDLE Get() const noexcept { return m_file; }
+
+    /// The file's size in bytes; 0 where there is none.
+    [[nodiscard]] std::int64_t Size() const noexcept
+    {
+        LARGE_INTEGER size{};
+        return GetFileSizeEx(m_file, &size) ? size.QuadPart : 0;
+    }
 
     /// Moves to a position from the beginning.
     /// @return false with the last error set on failure.

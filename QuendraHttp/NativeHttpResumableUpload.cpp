@@ -8,6 +8,7 @@
 #include "ApiPath.h"
 #include "Attributes.h"
 #include "Exchange.h"
+#include "FileHandle.h"
 #include "JsonLibrary.h"
 #include "Operation.h"
 #include "PathSplit.h"
@@ -124,6 +125,19 @@ ResultCode StartBody(const Exchange& exchange, std::uint64_t partBytes)
     return exchange.Check("StartRequest failed, error code: %d", request.StartRequest(partBytes + request.GetEndMultipartLength()));
 }
 
+// Whether a chunk passes the end of the file. None of them is negative, and no sum is made that could overflow.
+bool PassesEnd(std::int64_t offset, std::int64_t length, std::int64_t size)
+{
+    return offset > size || length > size - offset;
+}
+
+// A transport sends what the file has of a range. The headers have announced the whole of it: less would be stored as if it were that.
+bool IsShort(const std::wstring& localPath, const Chunk& chunk)
+{
+    const FileHandle file(localPath, GENERIC_READ, kShareAll, OPEN_EXISTING);
+    return file.IsOpen() && chunk.length > 0 && PassesEnd(chunk.offset, chunk.length, file.Size());
+}
+
 ResultCode SendChunk(Exchange& exchange, const std::wstring& localPath, const std::wstring& serverPath, const Chunk& chunk,
                      const CancelEvent& cancelEvent, const std::shared_ptr<IProgressCallback>& progress)
 {
@@ -134,18 +148,14 @@ ResultCode SendChunk(Exchange& exchange, const std::wstring& localPath, const st
     if (const ResultCode failed = exchange.Check(fileFailed, request.SendMultipartFile("file", localPath, fileName, &cancelEvent,
                                                                                        &chunk.offset, &chunk.length, progress, &partBytes)))
         return failed;
+    if (IsShort(localPath, chunk))
+        return exchange.Check(fileFailed, ResultCode{ERROR_HANDLE_EOF});
     if (const ResultCode failed = StartBody(exchange, partBytes))
         return failed;
     if (const ResultCode failed = exchange.Check(fileFailed, request.SendMultipartFile("file", localPath, fileName, &cancelEvent,
                                                                                        &chunk.offset, &chunk.length, progress, nullptr)))
         return failed;
     return FinishBody(exchange);
-}
-
-// Whether a chunk passes the end of the file. None of them is negative, and no sum is made that could overflow.
-bool PassesEnd(std::int64_t offset, std::int64_t length, std::int64_t size)
-{
-    return offset > size || length > size - offset;
 }
 
 } // namespace

@@ -4,14 +4,23 @@
 
 #include <string>
 
-/// A caller's local path as the platform opens it, however long it is: a Windows path that reaches the classic limit takes its
-/// extended-length form, which has to be absolute. Every other path stays as it is.
+/// A caller's local path as the platform opens it, however long it is. On Windows
+///
+/// | path                                    | is opened as              |
+/// |-----------------------------------------|---------------------------|
+/// | `\\?\...`                               | it is                     |
+/// | `\??\...`                               | `\\?\...`                 |
+/// | `\\.\...`                               | it is: a device           |
+/// | any other whose absolute form is short  | it is                     |
+/// | ... reaches the classic limit           | `\\?\` and that form      |
 [[nodiscard]] inline std::wstring OpenablePath(const std::wstring& path)
 {
     constexpr std::size_t classicLimit = 248; // that of folders, the shorter one
-    if (path.starts_with(L"\\\\?\\") || path.starts_with(L"\\\\.\\"))
-        return path;
     const std::wstring absolute = PathUtilities::MakeAbsolute(path);
-    const bool isLimited = !absolute.starts_with(L'/'); // paths of other systems are not
+    if (absolute.starts_with(L'/') || path.starts_with(L"\\\\?\\"))
+        return path; // paths of other systems have no limit
+    if (path.starts_with(L"\\??\\"))
+        return PathUtilities::NormalizePath(path);
+    const bool isLimited = !absolute.starts_with(L"\\\\.\\");
     return isLimited && absolute.size() >= classicLimit ? PathUtilities::NormalizePath(absolute) : path;
 }

@@ -8,15 +8,14 @@
 
 #include "CancelTest.h"
 #include "FileHandle.h"
-#include "OpenablePath.h"
 #include "TextConversion.h"
 #include "UrlEncoding.h"
 #include "WinHttpImplRequest.h"
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <string_view>
-#include <utility>
 
 namespace
 {
@@ -37,19 +36,6 @@ void WriteUnjudged(HINTERNET request, std::string_view bytes)
 {
     DWORD written = 0;
     Write(request, bytes, written);
-}
-
-FileHandle OpenShared(const std::wstring& path)
-{
-    // The file stays free for its owner to change or delete while it is sent.
-    return FileHandle(CreateFileW(OpenablePath(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-}
-
-std::int64_t SizeOf(const FileHandle& file)
-{
-    LARGE_INTEGER size{};
-    return file.IsOpen() && GetFileSizeEx(file.Get(), &size) ? size.QuadPart : 0;
 }
 
 // The part of [offset, offset + length) that lies in the file; no sum is made that could overflow.
@@ -133,9 +119,9 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
                                              std::uint64_t* sizeOut)
 {
     const FunctionTraceScope trace("WinHttpRequest::SendMultipartFile", Unit::WinHttpImpl);
-    // A file that cannot be opened counts as empty here; the ranged form reports it.
+    // The ranged form ends it where the file does.
     const std::int64_t offset = 0;
-    const std::int64_t length = SizeOf(OpenShared(path));
+    const std::int64_t length = std::numeric_limits<std::int64_t>::max();
     return SendMultipartFile(fieldName, path, fileName, cancelEvent, &offset, &length, progress, sizeOut);
 }
 
@@ -161,7 +147,7 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
         WriteUnjudged(Handle(), kFilePartType);
     }
 
-    const FileHandle file = OpenShared(path);
+    const FileHandle file(path, GENERIC_READ, kShareAll, OPEN_EXISTING);
     if (!file.IsOpen())
     {
         const DWORD error = GetLastError();
@@ -171,17 +157,19 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
         return error;
     }
 
-    const std::int64_t rangeLength = LengthInFile(SizeOf(file), *offset, *length);
+    const std::int64_t rangeLength = LengthInFile(file.Size(), *offset, *length);
+    const std::tuple range(path, *offset, *length);
     if (sizeOut != nullptr)
     {
-        m_measuredLength = rangeLength;
+        m_measuredLengths[range] = rangeLength;
         *sizeOut += static_cast<std::uint64_t>(rangeLength) + kLineEnd.size();
         trace.Info("Size request for [%S], returned: %I64u bytes", path, *sizeOut);
         return Result::Success;
     }
 
     // What was announced is what is sent: a file that has grown since goes out as it was, one that has shrunk is a failure.
-    const std::int64_t announced = std::exchange(m_measuredLength, std::nullopt).value_or(rangeLength);
+    const auto measured = m_measuredLengths.find(range);
+    const std::int64_t announced = measured != m_measuredLengths.end() ? measured->second : rangeLength;
     bool cancelled = false;
     const ResultCode result = SendFileRange(trace, file, *offset, announced, cancelEvent, progress.get(), cancelled);
     WriteUnjudged(Handle(), kLineEnd);
@@ -203,12 +191,11 @@ ResultCode WinHttpRequest::SendFileRange(const FunctionTraceScope& trace, const 
     for (std::int64_t remaining = length; remaining > 0 && !cancelled;)
     {
         DWORD read = 0;
-        SetLastError(ERROR_SUCCESS);
         const auto wanted = static_cast<DWORD>(std::min<std::int64_t>(remaining, kBlockBytes));
-        if (!ReadFile(file.Get(), block.data(), wanted, &read, nullptr) || read == 0)
+        const BOOL isRead = ReadFile(file.Get(), block.data(), wanted, &read, nullptr);
+        if (!isRead || read == 0)
         {
-            const DWORD lastError = GetLastError();
-            const DWORD error = read == 0 && lastError != ERROR_SUCCESS ? lastError : static_cast<DWORD>(ERROR_HANDLE_EOF);
+            const DWORD error = isRead ? static_cast<DWORD>(ERROR_HANDLE_EOF) : GetLastError();
             trace.Error("ReadFile failed with %lld of %lld bytes left, error code: %d", remaining, length, error);
             return error;
         }

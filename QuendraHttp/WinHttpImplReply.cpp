@@ -1,6 +1,5 @@
 #include "CancelTest.h"
 #include "FileHandle.h"
-#include "OpenablePath.h"
 #include "WinHttpImplRequest.h"
 
 #include <algorithm>
@@ -171,8 +170,7 @@ ResultCode WinHttpRequest::GetResponse(const std::wstring& path, const CancelEve
     {
         // By contract the low half alone decides: an offset of a multiple of 4 GiB truncates the file.
         const bool resumes = offsetLow != 0;
-        const FileHandle file(CreateFileW(OpenablePath(path).c_str(), GENERIC_WRITE, 0, nullptr, resumes ? OPEN_EXISTING : CREATE_ALWAYS,
-                                          FILE_ATTRIBUTE_NORMAL, nullptr));
+        const FileHandle file(path, GENERIC_WRITE, 0, resumes ? OPEN_EXISTING : CREATE_ALWAYS);
         const std::uint64_t offset = (std::uint64_t{offsetHigh} << 32) | offsetLow;
         if (!file.IsOpen())
         {

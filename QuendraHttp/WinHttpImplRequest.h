@@ -14,9 +14,10 @@
 #include "Tracing.h"
 #include "WinHttpImpl.h"
 
+#include <map>
 #include <memory>
-#include <optional>
 #include <string>
+#include <tuple>
 
 class FileHandle;
 
@@ -92,5 +93,6 @@ private:
     BodyBuffer m_sentBody; // what WinHTTP may read, on a fresh connection once more, until the reply comes
     std::uint32_t m_httpStatus = 0;
     const std::wstring m_boundary;
-    std::optional<std::int64_t> m_measuredLength; // of the file part, in bytes
+    std::map<std::tuple<std::wstring, std::int64_t, std::int64_t>, std::int64_t>
+        m_measuredLengths; // bytes by path, offset and length of the measuring call
 };

@@ -59,6 +59,35 @@ TEST(PosixFiles, AreWrittenReadAndTruncated)
     EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOfCall(GetFileSizeEx(file, &number)));
 }
 
+TEST(PosixFiles, KeepToTheirSharingAndLoseNothingWhereItIsRefused)
+{
+    const TemporaryFolder folder;
+    const auto path = folder.Write("file", "kept");
+    constexpr DWORD kAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const auto open = [&](DWORD sharing) {
+        const DWORD access = sharing == 0 ? GENERIC_WRITE : GENERIC_READ;
+        return CreateFileW(path.c_str(), access, sharing, nullptr, sharing == 0 ? CREATE_ALWAYS : OPEN_EXISTING, 0, nullptr);
+    };
+    for (const auto& [first, second, error] : {std::tuple{kAll, kAll, ERROR_SUCCESS},
+                                               {kAll, 0U, ERROR_SHARING_VIOLATION},
+                                               {0U, kAll, ERROR_SHARING_VIOLATION},
+                                               {0U, 0U, ERROR_SHARING_VIOLATION}})
+    {
+        const HANDLE one = open(first);
+        EXPECT_NE(INVALID_HANDLE_VALUE, one);
+        std::filesystem::resize_file(folder / "file", 4);
+        const HANDLE other = open(second);
+        EXPECT_EQ(error, ErrorOfCall(other != INVALID_HANDLE_VALUE));
+        EXPECT_EQ(4U, std::filesystem::file_size(folder / "file"));
+        CloseHandle(one);
+        CloseHandle(other);
+    }
+    // A device belongs to everybody.
+    const HANDLE all[] = {Open(L"/dev/null", GENERIC_WRITE), Open(L"/dev/null", GENERIC_WRITE)};
+    for (const HANDLE one : all)
+        EXPECT_NE(FALSE, CloseHandle(one));
+}
+
 TEST(PosixFiles, PathsAreMadeAbsolute)
 {
     const std::wstring here = std::filesystem::current_path().wstring();
@@ -82,6 +111,8 @@ TEST(PosixFiles, FailWithTheirErrorValuesAndLeaveNothingOpen)
     const auto secret = folder.Write("secret", "x");
     ::chmod((folder / "secret").c_str(), 0);
     const auto above = (folder / "").wstring();
+    const auto pipe = (folder / "pipe").wstring();
+    ASSERT_EQ(0, ::mkfifo((folder / "pipe").c_str(), 0600));
     const auto descriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
     const auto before = descriptors();
     const std::tuple<std::wstring, DWORD, DWORD, DWORD> cases[] = {
@@ -95,6 +126,11 @@ TEST(PosixFiles, FailWithTheirErrorValuesAndLeaveNothingOpen)
         {above + std::wstring(300, L'x'), GENERIC_READ, OPEN_EXISTING, ERROR_FILENAME_EXCED_RANGE},
         {above + static_cast<wchar_t>(0xD800), GENERIC_WRITE, CREATE_ALWAYS, ERROR_INVALID_NAME},
         {file, GENERIC_READ, 99, ERROR_INVALID_PARAMETER},
+        {pipe, GENERIC_READ, OPEN_EXISTING, ERROR_NOT_SUPPORTED},
+        {pipe, GENERIC_WRITE, CREATE_ALWAYS, ERROR_NOT_SUPPORTED},
+        {pipe, GENERIC_READ | GENERIC_WRITE, OPEN_EXISTING, ERROR_NOT_SUPPORTED},
+        {L"/dev/ptmx", GENERIC_WRITE, OPEN_EXISTING, ERROR_NOT_SUPPORTED},
+        {L"/dev/null", GENERIC_WRITE, CREATE_ALWAYS, ERROR_SUCCESS},
     };
     for (const auto& [path, access, disposition, error] : cases)
     {

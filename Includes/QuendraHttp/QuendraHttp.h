@@ -45,8 +45,11 @@ using ServerItemList = std::list<std::shared_ptr<IServerAttributes>>;
 /// the contract with callers built by other compilers.
 ///
 /// A server path begins at the user's root with "/" and is separated by "/"; it is not encoded. A local path is one of the
-/// platform's. A refusal is a code from `Result::RefusalBase` on: plus the reply's "errorId", or plus the HTTP status. A platform error
-/// is that of the step which failed: set-up, sending, receiving, reading or writing the local file.
+/// platform's and names a regular file: 5 for a folder, 50 for a pipe, a socket or a device (but a device that cannot keep a writer
+/// waiting is written to), 123 for a path with a NUL. A file that is written to is opened without sharing: 32 where it is open
+/// elsewhere, on Linux where another operation of this library has it open. Files are never waited for. A refusal is a code from
+/// `Result::RefusalBase` on: plus the reply's "errorId", or plus the HTTP status. A platform error is that of the step which failed:
+/// set-up, sending, receiving, reading or writing the local file.
 ///
 /// What a shared pointer that is handed in points to is held for the call: a callback may drop the caller's own.
 ///
@@ -221,7 +224,8 @@ public:
     /// @param cancelEvent         tested before anything is sent, after each block and once the server has answered.
     /// @param progress            may be empty.
     /// @return 1223 when cancelled, 13 for a reply that cannot be read, 12152 for none, 1237 (repeat), 87 without attributes or
-    ///         flag, 122 for a name that is too long for its part's header (nothing is sent); a refusal; a platform error.
+    ///         flag, 38 for a file that shrinks meanwhile, 122 for a name that is too long for its part's header (nothing is sent); a
+    ///         refusal; a platform error.
     virtual ResultCode UploadFile(const std::wstring& localPath, const std::wstring& serverPath,
                                   std::shared_ptr<IServerAttributes>& attributes, const std::uint32_t* deltaFlag,
                                   const CancelEvent& cancelEvent, const std::shared_ptr<IProgressCallback>& progress) = 0;
@@ -237,7 +241,7 @@ public:
     /// @param cancelEvent         tested like `UploadFile`'s.
     /// @param progress            may be empty.
     /// @return like `UploadFile`, but 13 also for a reply without a body and 12152 for a refusal without one; 87 also for a null pointer
-    ///         and a negative offset, length or size.
+    ///         and a negative offset, length or size; 38 for a file that ends before the chunk does (nothing is sent).
     virtual ResultCode ResumableUpload(const std::wstring& localPath, const std::wstring& serverPath,
                                        std::shared_ptr<IServerAttributes>& attributes, const GUID& uploadId, const std::int64_t* offset,
                                        std::int64_t* length, std::int32_t beginFlag, const CancelEvent& cancelEvent,

@@ -125,7 +125,9 @@ public:
     virtual ResultCode AddMultipartHeaders(bool acceptJson) = 0;
 
     QUENDRA_OVERLOAD_PAIR(
-        /// Slot 7. Measures or writes a part of a multipart body: a range of a local file.
+        /// Slot 7. Measures or writes a part of a multipart body: a range of a local file. What was measured is what is written later for
+        /// the same path, offset and length: a file that has grown since goes out as it was, one that has shrunk ends in 38. Without a
+        /// measurement the range is cut anew at the end of the file.
         /// @param fieldName    form field name.
         /// @param path         local file.
         /// @param fileName     the name in the part's header.

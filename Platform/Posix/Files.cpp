@@ -11,7 +11,9 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <string>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace
@@ -48,9 +50,13 @@ DWORD Win32Error(int error)
     case ENOMEM:
         return ERROR_NOT_ENOUGH_MEMORY;
     case ETXTBSY:
+    case EWOULDBLOCK: // a lease or a lock of somebody else
         return ERROR_SHARING_VIOLATION;
     case EEXIST:
         return ERROR_FILE_EXISTS;
+    case ENXIO: // a socket, a pipe without a reader, a device without a driver
+    case ENODEV:
+        return ERROR_NOT_SUPPORTED;
     case EINVAL:
     case EOVERFLOW:
         return ERROR_INVALID_PARAMETER;
@@ -84,19 +90,25 @@ DWORD OpenError(const std::string& path)
     return Win32Error(error);
 }
 
-DWORD Open(const std::string& path, int flags, HANDLE& handle)
+/// Whether it is one of the devices that take and give bytes at once: null, zero and full. Every other device, a pipe and a socket
+/// can keep a caller waiting for good.
+bool NeverWaits(const struct stat& status)
 {
-    constexpr mode_t kNewFileMode = 0666;
-    int descriptor = -1;
-    do
-    {
-        descriptor = ::open(path.c_str(), flags | O_CLOEXEC, kNewFileMode); // NOLINT(cppcoreguidelines-pro-type-vararg)
-    } while (descriptor < 0 && errno == EINTR);
-    if (descriptor < 0)
-    {
-        return OpenError(path);
-    }
-    auto file = std::make_shared<File>(descriptor);
+    constexpr unsigned kMemoryDevices = 1;
+    const unsigned device = minor(status.st_rdev);
+    return S_ISCHR(status.st_mode) && major(status.st_rdev) == kMemoryDevices && (device == 3 || device == 5 || device == 7);
+}
+
+/// Keeps the sharing among the opens of this library, in all processes. A file system without such locks goes without.
+DWORD Lock(int descriptor, DWORD sharing)
+{
+    const int kind = sharing == 0 ? LOCK_EX : LOCK_SH;
+    return ::flock(descriptor, kind | LOCK_NB) != 0 && errno == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
+}
+
+/// Makes a file that was opened without waiting ready for use; what it holds is touched last.
+DWORD Prepare(int descriptor, DWORD sharing, DWORD disposition)
+{
     struct stat status = {};
     if (::fstat(descriptor, &status) != 0)
     {
@@ -106,8 +118,17 @@ DWORD Open(const std::string& path, int flags, HANDLE& handle)
     {
         return ERROR_ACCESS_DENIED;
     }
-    handle = KernelHandles::Instance().Insert(std::move(file));
-    return ERROR_SUCCESS;
+    if (!S_ISREG(status.st_mode))
+    {
+        return NeverWaits(status) ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
+    }
+    if (const DWORD error = Lock(descriptor, sharing); error != ERROR_SUCCESS)
+    {
+        return error;
+    }
+    const bool isReady = ::fcntl(descriptor, F_SETFL, 0) == 0 && // NOLINT(cppcoreguidelines-pro-type-vararg)
+                         (disposition != CREATE_ALWAYS || ::ftruncate(descriptor, 0) == 0);
+    return isReady ? ERROR_SUCCESS : LastSystemError();
 }
 
 int OpenFlags(DWORD access, DWORD disposition)
@@ -115,7 +136,28 @@ int OpenFlags(DWORD access, DWORD disposition)
     const bool reads = (access & GENERIC_READ) != 0;
     const bool writes = (access & GENERIC_WRITE) != 0;
     const int mode = writes ? (reads ? O_RDWR : O_WRONLY) : O_RDONLY;
-    return disposition == CREATE_ALWAYS ? mode | O_CREAT | O_TRUNC : mode;
+    return mode | (disposition == CREATE_ALWAYS ? O_CREAT : 0) | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+}
+
+DWORD Open(const std::string& path, DWORD access, DWORD sharing, DWORD disposition, HANDLE& handle)
+{
+    constexpr mode_t kNewFileMode = 0666;
+    int descriptor = -1;
+    do
+    {
+        descriptor = ::open(path.c_str(), OpenFlags(access, disposition), kNewFileMode); // NOLINT(cppcoreguidelines-pro-type-vararg)
+    } while (descriptor < 0 && errno == EINTR);
+    if (descriptor < 0)
+    {
+        return OpenError(path);
+    }
+    auto file = std::make_shared<File>(descriptor);
+    if (const DWORD error = Prepare(descriptor, sharing, disposition); error != ERROR_SUCCESS)
+    {
+        return error;
+    }
+    handle = KernelHandles::Instance().Insert(std::move(file));
+    return ERROR_SUCCESS;
 }
 
 template <class Action> BOOL WithFile(HANDLE handle, Action action) noexcept
@@ -149,7 +191,7 @@ template <class Step> DWORD Transfer(DWORD bytes, DWORD& moved, Step step)
 }
 } // namespace
 
-HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD /*sharing*/, void* security, DWORD disposition, DWORD /*attributes*/,
+HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD sharing, void* security, DWORD disposition, DWORD /*attributes*/,
                    HANDLE pattern) noexcept
 {
     HANDLE handle = INVALID_HANDLE_VALUE;
@@ -163,7 +205,7 @@ HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD /*sharing*/, void* security
             return ERROR_INVALID_PARAMETER;
         }
         const auto utf8 = ToUtf8Strict(path);
-        return utf8 ? Open(*utf8, OpenFlags(access, disposition), handle) : ERROR_INVALID_NAME;
+        return utf8 ? Open(*utf8, access, sharing, disposition, handle) : ERROR_INVALID_NAME;
     });
     return handle;
 }
@@ -194,6 +236,21 @@ DWORD GetFullPathNameW(LPCWSTR path, DWORD capacity, LPWSTR fullPath, LPWSTR* fi
         return ERROR_SUCCESS;
     });
     return length;
+}
+
+DWORD GetFileType(HANDLE file) noexcept
+{
+    DWORD type = FILE_TYPE_UNKNOWN;
+    WithFile(file, [&](int descriptor) -> DWORD {
+        struct stat status = {};
+        if (::fstat(descriptor, &status) != 0)
+        {
+            return LastSystemError();
+        }
+        type = S_ISREG(status.st_mode) ? FILE_TYPE_DISK : FILE_TYPE_CHAR;
+        return ERROR_SUCCESS;
+    });
+    return type;
 }
 
 BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept

@@ -53,6 +53,7 @@ inline constexpr DWORD ERROR_WRITE_FAULT = 29;
 inline constexpr DWORD ERROR_GEN_FAILURE = 31;
 inline constexpr DWORD ERROR_SHARING_VIOLATION = 32;
 inline constexpr DWORD ERROR_HANDLE_EOF = 38;
+inline constexpr DWORD ERROR_NOT_SUPPORTED = 50;
 inline constexpr DWORD ERROR_FILE_EXISTS = 80;
 inline constexpr DWORD ERROR_INVALID_PARAMETER = 87;
 inline constexpr DWORD ERROR_DISK_FULL = 112;
@@ -107,6 +108,9 @@ inline constexpr DWORD OPEN_EXISTING = 3;
 inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x10;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x80;
 inline constexpr DWORD FILE_BEGIN = 0;
+inline constexpr DWORD FILE_TYPE_UNKNOWN = 0;
+inline constexpr DWORD FILE_TYPE_DISK = 1;
+inline constexpr DWORD FILE_TYPE_CHAR = 2;
 
 /// Laid out as <winnt.h> does, as far as the library uses it.
 union LARGE_INTEGER
@@ -119,12 +123,16 @@ union LARGE_INTEGER
     LONGLONG QuadPart;
 };
 
-/// Opens a regular file (a folder fails with 5). Sharing is not enforced: POSIX has no mandatory locks.
+/// Opens a regular file, or a device that never keeps its caller waiting (null, zero, full), without waiting itself. A folder fails
+/// with 5, everything else with 50. No sharing excludes every other open, any sharing those without; 32 where another open is in the
+/// way. Only opens by this call keep to it, and only where the file system has locks (flock); nothing keeps a file from being deleted.
 QUENDRA_PLATFORM_API HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD sharing, void* security, DWORD disposition, DWORD attributes,
                                         HANDLE pattern) noexcept;
 /// Makes a path absolute; dots in it stay, as where they lead depends on links. The file part must be null (else 87).
 /// @return how many characters were written without the terminator, or with it where they do not fit; 0 on failure.
 QUENDRA_PLATFORM_API DWORD GetFullPathNameW(LPCWSTR path, DWORD capacity, LPWSTR fullPath, LPWSTR* filePart) noexcept;
+/// A regular file is of the disk, a device of characters.
+QUENDRA_PLATFORM_API DWORD GetFileType(HANDLE file) noexcept;
 QUENDRA_PLATFORM_API BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept;
 QUENDRA_PLATFORM_API BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method) noexcept;
 /// The overlapped argument must be null (else 87); a read at the end gives 0 bytes.

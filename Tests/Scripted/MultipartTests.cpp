@@ -127,6 +127,37 @@ TEST_F(Multipart, SizeModeTellsWhatDataModeSends)
     EXPECT_EQ(g_script.body, FilePart(Pattern(100)));
 }
 
+TEST_F(Multipart, AMeasurementHoldsForItsOwnFileAndRangeOnly)
+{
+    struct Part
+    {
+        std::wstring path;
+        std::optional<Range> range;
+        std::string sent;
+    };
+    const std::wstring longer = folder.Write("longer", Pattern(100));
+    const std::wstring shorter = folder.Write("shorter", Pattern(40));
+    const Part parts[] = {{longer, {}, Pattern(100)},
+                          {longer, {{10, 20}}, Pattern(100).substr(10, 20)},
+                          {longer, {{10, 5}}, Pattern(100).substr(10, 5)},
+                          {shorter, {}, Pattern(40)}};
+    std::string expected;
+    const auto inTurn = [&](std::uint64_t* size) {
+        for (const Part& part : parts)
+        {
+            path = part.path;
+            EXPECT_EQ(Send(part.range, size), 0U);
+        }
+    };
+    for (const Part& part : parts)
+        expected += FilePart(part.sent);
+    std::uint64_t measured = 0;
+    inTurn(&measured);
+    std::filesystem::resize_file(folder / "longer", 200);
+    inTurn(nullptr);
+    EXPECT_EQ(g_script.body, expected);
+}
+
 TEST_F(Multipart, HeadsBeyondTheirLimitAreRefusedBeforeAnythingIsSent)
 {
     const std::string around = R"(Content-Disposition: form-data; name="file"; filename=""__)";

@@ -1,0 +1,53 @@
+// A disk that fails in the middle of a file.
+
+#include "ScriptedWinHttp.h"
+#include "TransferSupport.h"
+#include "WinHttpImpl.h"
+#include "WinHttpImplRequest.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
+thread_local std::size_t t_goodBytes = kNever; // that this thread's reads deliver before they fail
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) ssize_t read(int file, void* buffer, std::size_t bytes)
+{
+    if (t_goodBytes == 0)
+    {
+        errno = EIO;
+        return -1;
+    }
+    const ssize_t count = ::syscall(SYS_read, file, buffer, std::min(bytes, t_goodBytes)); // NOLINT(cppcoreguidelines-pro-type-vararg)
+    if (t_goodBytes != kNever && count > 0)
+        t_goodBytes -= static_cast<std::size_t>(count);
+    return count;
+}
+
+namespace
+{
+
+TEST(ReadError, IsToldAsItIsAlsoBehindGoodBytes)
+{
+    const TemporaryFolder folder;
+    const std::wstring path = folder.Write("file", std::string(40'000, 'x'));
+    for (const std::size_t good : {0U, 100U, 16'384U, 20'000U})
+    {
+        g_script = {};
+        WinHttpRequest request(std::make_shared<WinHttpSession>());
+        t_goodBytes = good;
+        const ResultCode code = request.SendMultipartFile("file", path, L"name", nullptr, nullptr, nullptr);
+        t_goodBytes = kNever;
+        EXPECT_EQ(code, 31U) << good;
+    }
+}
+
+} // namespace

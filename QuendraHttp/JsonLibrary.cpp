@@ -76,6 +76,76 @@ std::optional<std::string> ReplaceUnpairedSurrogates(std::string_view text)
     return mended;
 }
 
+std::size_t QuotedBytes(std::string_view text)
+{
+    constexpr std::size_t kEscaped = kEscapeLength;
+    std::size_t bytes = 2;
+    for (const char character : text)
+        bytes += character < ' ' || character > '~' || character == '"' || character == '\\' ? kEscaped : 1;
+    return bytes;
+}
+
+// Takes out of a value what has no room when it is rendered. It counts at least what the writer writes: a line for each value, indented by
+// its depth, and one more for the end of an array or object.
+class Cutter
+{
+public:
+    explicit Cutter(std::size_t room) : m_room(room) {}
+
+    [[nodiscard]] bool IsCut() const noexcept { return m_isCut; }
+
+    // False where there is no room for the value itself. Of an array or object the beginning may stay.
+    bool Fits(Json::Value& value, std::size_t nameBytes = 0, std::size_t depth = 0)
+    {
+        const std::size_t line = 3 * depth + 4;
+        if (!Take(line + nameBytes + BytesOf(value, line) + CommentBytes(value, line)))
+            return false;
+        if (value.isArray())
+        {
+            for (Json::ArrayIndex i = 0; i < value.size(); ++i)
+                if (!Fits(value[i], 0, depth + 1))
+                    value.resize(i);
+        }
+        else if (value.isObject())
+        {
+            for (const std::string& name : value.getMemberNames())
+                if (!Fits(value[name], QuotedBytes(name), depth + 1))
+                    value.removeMember(name);
+        }
+        return true;
+    }
+
+private:
+    static std::size_t BytesOf(const Json::Value& value, std::size_t line)
+    {
+        constexpr std::size_t kLongestNumber = 32;
+        const std::optional<std::string_view> text = StringIn(value);
+        return text ? QuotedBytes(*text) : value.isArray() || value.isObject() ? line : kLongestNumber;
+    }
+
+    static std::size_t CommentBytes(const Json::Value& value, std::size_t line)
+    {
+        std::size_t bytes = 0;
+        for (int placement = Json::commentBefore; placement < Json::numberOfCommentPlacement; ++placement)
+        {
+            const std::string text = value.getComment(static_cast<Json::CommentPlacement>(placement));
+            bytes += text.empty() ? 0 : text.size() + line * (2 + static_cast<std::size_t>(std::ranges::count(text, '/')));
+        }
+        return bytes;
+    }
+
+    // What comes behind something that has no room has none either.
+    bool Take(std::size_t bytes)
+    {
+        m_isCut = m_isCut || bytes > m_room;
+        m_room -= m_isCut ? 0 : bytes;
+        return !m_isCut;
+    }
+
+    std::size_t m_room;
+    bool m_isCut = false;
+};
+
 } // namespace
 
 bool ParseJson(const ResponseBuffer& response, Comments comments, Json::Value& root)
@@ -88,9 +158,12 @@ bool ParseJson(const ResponseBuffer& response, Comments comments, Json::Value& r
     return Json::Reader().parse(readable.data(), readable.data() + readable.size(), root, comments == Comments::Collect);
 }
 
-std::string RenderJson(const Json::Value& value)
+std::string RenderJson(Json::Value& value, std::size_t room, bool& isCut)
 {
-    return Json::StyledWriter().write(value);
+    Cutter cutter(room);
+    const bool fits = cutter.Fits(value);
+    isCut = cutter.IsCut();
+    return fits ? Json::StyledWriter().write(value) : std::string();
 }
 
 const Json::Value* FindMember(const Json::Value& object, std::string_view key)

@@ -17,7 +17,7 @@
 #include <string>
 #include <string_view>
 
-/// Whether a parsed value keeps the text's comments.
+/// Whether a parsed value keeps the text's comments. The time that the library takes to collect them grows with the square of the text.
 enum class Comments
 {
     Skip,
@@ -29,8 +29,11 @@ enum class Comments
 /// @throws Json::Exception for a text that is nested too deeply.
 [[nodiscard]] bool ParseJson(const ResponseBuffer& response, Comments comments, Json::Value& root);
 
-/// Renders a value in readable form.
-[[nodiscard]] std::string RenderJson(const Json::Value& value);
+/// Renders a value in readable form, of a large one the beginning.
+/// @param value       what has no room is taken out of it.
+/// @param room        bytes that the text may have at most.
+/// @param[out] isCut  whether something was taken out.
+[[nodiscard]] std::string RenderJson(Json::Value& value, std::size_t room, bool& isCut);
 
 /// A member of an object, in place; a null pointer where there is none. A null value counts as an object without members.
 /// @throws Json::Exception for a value that is neither an object nor null.

@@ -29,7 +29,7 @@ std::uint32_t ProcessReply(const FunctionTraceScope& trace, const ResponseBuffer
     const std::size_t before = records.size();
     CatchJsonExceptions(trace, [&] {
         Json::Value root;
-        if (!ParseJson(response, Comments::Collect, root))
+        if (!ParseJson(response, Comments::Skip, root))
             return;
         const bool isArray = root.isNull() || root.isArray();
         static_cast<void>(isArray ? processArray(root, records) : processDictionary(root, records));

@@ -14,6 +14,14 @@ namespace
 
 constexpr std::uint32_t kStatusDenied = 401;
 
+// What is rendered of a reply, in bytes: indentation alone could make a text of gigabytes out of a reply of a megabyte.
+constexpr std::size_t kMostRendered = 0x100000;
+constexpr std::size_t kRenderedPerByte = 16;
+constexpr std::size_t kRenderedInAnyCase = 1024;
+
+// The largest reply whose comments are rendered.
+constexpr std::uint64_t kLargestWithComments = 8192;
+
 // The leading decimal number of a text, as atoi reads it: 0 where there is none, the nearest 32-bit number where it overflows.
 std::int32_t LeadingNumber(std::string_view text)
 {
@@ -118,19 +126,23 @@ void CNativeHttp::LogResponse(const ResponseBuffer& response)
         // The formats take 32 bits; a reply in memory is made of pieces that long at most.
         const auto size = static_cast<std::uint32_t>(response.length);
         Json::Value root;
-        if (!ParseJson(response, Comments::Collect, root))
+        if (!ParseJson(response, response.length <= kLargestWithComments ? Comments::Collect : Comments::Skip, root))
         {
             trace.Info("HTTP Response (%d bytes)", size);
             return;
         }
         trace.Info("HTTP Response (%d bytes):", size);
-        const std::wstring text = ToWide(RenderJson(root));
-        for (std::wstring_view rest = text; !rest.empty();)
+        const auto room = std::min<std::uint64_t>(kMostRendered, response.length * kRenderedPerByte + kRenderedInAnyCase);
+        bool isCut = false;
+        const std::string text = RenderJson(root, static_cast<std::size_t>(room), isCut);
+        for (std::string_view rest = text; !rest.empty();)
         {
-            const std::wstring_view line = rest.substr(0, rest.find_first_of(L"\r\n"));
+            const std::string_view line = rest.substr(0, rest.find_first_of("\r\n"));
             if (!line.empty())
-                trace.Info("%S", std::wstring(line));
+                trace.Info("%S", ToWide(line));
             rest.remove_prefix(std::min(rest.size(), line.size() + 1));
         }
+        if (isCut)
+            trace.Info("HTTP Response: too long to be shown as a whole");
     });
 }

@@ -10,6 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <ctime>
+
 namespace
 {
 
@@ -209,6 +212,71 @@ TEST(RepliesInTheTrace, AreIndentedLineByLine)
     std::string html = "<html>";
     CNativeHttp::LogResponse(AsReply(html));
     EXPECT_EQ(trace.Messages(EVT_INFO), Texts{"HTTP Response (6 bytes)"});
+}
+
+// The message lines of a reply, and what they are together.
+std::pair<Texts, std::size_t> TraceOf(std::string reply)
+{
+    const TraceCapture trace;
+    CNativeHttp::LogResponse(AsReply(reply));
+    Texts lines = trace.Messages(EVT_INFO);
+    std::size_t bytes = 0;
+    for (const std::string& line : lines)
+        bytes += line.size() + 1;
+    return {std::move(lines), bytes};
+}
+
+std::string Repeated(const std::string& text, std::size_t times)
+{
+    std::string all;
+    for (std::size_t i = 0; i < times; ++i)
+        all += text;
+    return all;
+}
+
+TEST(RepliesInTheTrace, AreCutWhereTheyWouldBeManyTimesTheirSize)
+{
+    const std::string item = R"({"name":"a file's name.txt","size":1234567,"permissions":"WRITE","revision":"7"},)";
+    const std::string nested = std::string(900, '[') + std::string(900, ']') + ",";
+    const struct
+    {
+        const char* what;
+        std::string reply;
+        bool isCut;
+        std::size_t atLeast = 60; // bytes shown
+    } cases[] = {
+        {"a listing", "[" + Repeated(item, 2000) + "1]", false, 200000},
+        {"a long listing", "[" + Repeated(item, 20000) + "1]", true, 700000},
+        {"nesting", "[" + Repeated(nested, 10) + "1]", true},
+        {"nesting below members", "{" + Repeated(R"("a":{)", 900) + Repeated("}", 901), true},
+        {"one deep value", nested.substr(0, 1800), true},
+        {"a long text", "\"" + std::string(1500000, 'x') + "\"", true},
+        {"control characters", "[\"" + std::string(300000, '\x01') + "\",1]", true},
+        {"lines of comments", std::string(200, '[') + "/*" + Repeated("\n/", 1000) + "*/1" + std::string(200, ']'), true},
+    };
+    for (const auto& [what, reply, isCut, atLeast] : cases)
+    {
+        SCOPED_TRACE(what);
+        const auto [lines, bytes] = TraceOf(reply);
+        EXPECT_EQ(lines.at(0), "HTTP Response (" + std::to_string(reply.size()) + " bytes):");
+        EXPECT_EQ(lines.back() == "HTTP Response: too long to be shown as a whole", isCut) << lines.back();
+        EXPECT_LE(bytes, std::min<std::size_t>(16 * reply.size() + 1024, 1 << 20) + 200);
+        EXPECT_GE(bytes, atLeast);
+    }
+}
+
+// The JSON library's time for comments grows with their square: half a minute for these, where it collects them.
+TEST(Replies, WithCommentsAreReadAtOnce)
+{
+    std::string reply = "[1 " + Repeated("/**/", 200000) + "]";
+    Actions actions;
+    Mappings mappings;
+    ScriptedClient client;
+    const std::clock_t begin = std::clock();
+    EXPECT_EQ(CNativeHttp::GetNotificationsFromResponse(AsReply(reply), actions), 0U);
+    EXPECT_EQ(client->GetMappingsFromResponse(AsReply(reply), mappings), 0U);
+    EXPECT_EQ(TraceOf(reply).first.at(1), "[ 1 ]");
+    EXPECT_LT(std::clock() - begin, 5 * CLOCKS_PER_SEC);
 }
 
 TEST(RequestMap, ANewerRequestReplacesTheOlderAndOutlivesIt)

@@ -1,7 +1,7 @@
 # What `cmake --install` puts where, in four components:
 #
 #     Runtime       the library, the tracing library, on Linux the platform library; the notices of the libraries they are made with
-#     Development   headers, import libraries, the records' static library, find_package(QuendraHttp) and pkg-config, the documents
+#     Development   headers, import libraries, the static libraries of the records and of versions, find_package(QuendraHttp) and pkg-config, the documents
 #     Programs      quendra and quendra-appliance
 #     Symbols       the symbols of everything above, in .debug folders beside the binaries, where debuggers look for them
 #
@@ -18,7 +18,7 @@ set(documentFolder ${CMAKE_INSTALL_DATADIR}/doc/quendra-http)
 set(QUENDRA_BINARY_VERSION 1)
 
 set(sharedLibraries QuendraHttp quendra_eventing)
-set(platformLibraries -lwinhttp -lole32 -ladvapi32)
+set(platformLibraries -lwinhttp -lole32 -loleaut32 -ladvapi32 -lversion -lwbemuuid)
 if(NOT WIN32)
     list(APPEND sharedLibraries quendra_platform)
     set(platformLibraries -lquendra_platform)
@@ -30,10 +30,11 @@ file(RELATIVE_PATH toLibraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR}
 set_target_properties(${sharedLibraries} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${QUENDRA_BINARY_VERSION} INSTALL_RPATH "$ORIGIN")
 set_target_properties(${programs} PROPERTIES INSTALL_RPATH "$ORIGIN/${toLibraries}")
 set_target_properties(quendra_libraries PROPERTIES EXPORT_NAME Libraries)
+set_target_properties(quendra_versions PROPERTIES EXPORT_NAME Versions)
 set_target_properties(quendra_eventing PROPERTIES EXPORT_NAME Eventing)
 set_target_properties(quendra_platform PROPERTIES EXPORT_NAME Platform)
 
-install(TARGETS QuendraHttp quendra_eventing quendra_platform quendra_libraries EXPORT QuendraHttpTargets
+install(TARGETS QuendraHttp quendra_eventing quendra_platform quendra_libraries quendra_versions EXPORT QuendraHttpTargets
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Runtime
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
@@ -53,7 +54,7 @@ if(NOT WIN32)
         DESTINATION ${headerFolder}/Platform/Posix COMPONENT Development)
 endif()
 list(TRANSFORM QUENDRA_CLIENT_HEADERS PREPEND Libraries/Includes/ OUTPUT_VARIABLE recordHeaders)
-install(FILES ${recordHeaders} DESTINATION ${headerFolder} COMPONENT Development)
+install(FILES ${recordHeaders} QuendraHttp/VersionNumberUtil.h DESTINATION ${headerFolder} COMPONENT Development)
 
 install(FILES README.md CHANGELOG.md DESTINATION ${documentFolder} COMPONENT Development)
 install(DIRECTORY Docs DESTINATION ${documentFolder} COMPONENT Development FILES_MATCHING PATTERN "*.md" PATTERN "Examples/*.cpp")
@@ -126,9 +127,11 @@ foreach(target IN LISTS sharedLibraries)
     quendra_split_symbols(${target} Runtime ${libraryFolder})
 endforeach()
 if(NOT MSVC)
-    install(CODE "execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --strip-debug
-        \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/$<TARGET_FILE_NAME:quendra_libraries>\" COMMAND_ERROR_IS_FATAL ANY)"
-        COMPONENT Development)
+    foreach(target quendra_libraries quendra_versions)
+        install(CODE "execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --strip-debug
+            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/$<TARGET_FILE_NAME:${target}>\" COMMAND_ERROR_IS_FATAL ANY)"
+            COMPONENT Development)
+    endforeach()
 endif()
 foreach(target IN LISTS programs)
     quendra_split_symbols(${target} Programs ${CMAKE_INSTALL_BINDIR})

@@ -133,7 +133,8 @@ VersionNumber VersionNumberUtil::GetOsVersion()
 {
     const FunctionTraceScope trace("VersionNumberUtil::GetOsVersion", Unit::VersionNumberUtil);
     const ComInit com;
-    if (Failed(trace, "CoInitializeEx failed, error code: %d", com.Result()))
+    // A thread that runs COM with another model reaches WMI, too.
+    if (com.Result() != RPC_E_CHANGED_MODE && Failed(trace, "CoInitializeEx failed, error code: %d", com.Result()))
         return {};
     const ComPtr<IWbemClassObject> system = FirstRow(trace, L"SELECT * FROM Win32_OperatingSystem");
     if (!system)

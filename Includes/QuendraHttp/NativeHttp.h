@@ -14,6 +14,12 @@
 #include <unordered_map>
 #include <vector>
 
+#if defined(_WIN32)
+// A macro of <windows.h>, where that is included as a whole.
+#pragma push_macro("SetPort")
+#undef SetPort
+#endif
+
 namespace Json
 {
 class Value;
@@ -275,3 +281,7 @@ private:
     RequestHandleMap m_requests;
     std::mutex m_requestsLock;
 };
+
+#if defined(_WIN32)
+#pragma pop_macro("SetPort")
+#endif

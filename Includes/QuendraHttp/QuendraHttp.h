@@ -33,6 +33,12 @@ class IWinHttpFactory;
 #else
 #define QUENDRA_HTTP_API extern "C" __attribute__((visibility("default")))
 #endif
+
+#if defined(_WIN32)
+// A macro of <windows.h>, where that is included as a whole.
+#pragma push_macro("SetPort")
+#undef SetPort
+#endif
 /// @endcond
 
 /// Items in the order in which the server reports them.
@@ -321,6 +327,14 @@ public:
     /// Slot 33. Ends the instance like slot 0. C++ cannot call it through a null pointer: where the pointer may be null, call
     /// `ReleaseInstance`.
     virtual void Release() = 0;
+
+    /// @cond
+#if defined(_WIN32)
+    // What a caller's `SetPort` becomes by that macro.
+    ResultCode SetPortA(int port) { return SetPort(port); }
+    ResultCode SetPortW(int port) { return SetPort(port); }
+#endif
+    /// @endcond
 };
 
 /// Ends an instance; a null pointer does nothing. `Release` does the same for an instance that is there.
@@ -349,3 +363,9 @@ QUENDRA_HTTP_API IQuendraHttpAPI* CreateInstance(const std::wstring& deviceName)
 /// @return as `CreateInstance`; null also without a factory.
 QUENDRA_HTTP_API IQuendraHttpAPI* CreateInstanceWithFactory(const std::shared_ptr<IWinHttpFactory>& factory,
                                                             const std::wstring& deviceName);
+
+/// @cond
+#if defined(_WIN32)
+#pragma pop_macro("SetPort")
+#endif
+/// @endcond

@@ -74,13 +74,13 @@ TEST(VersionNumbers, AreReadFromTheResourcesOfTheBuild)
     EXPECT_TRUE(trace.Mentions("No version resource in [C:\\none.dll], code: ")) << trace;
 }
 
-TEST(VersionNumbers, OfTheSystemAreAbsentWhereComRunsWithAnotherModel)
+TEST(VersionNumbers, OfTheSystemAreFoundWhereComRunsWithAnotherModel)
 {
     const ComInit apartment(COINIT_APARTMENTTHREADED);
     ASSERT_EQ(apartment.Result(), S_OK);
     TraceCapture trace;
-    EXPECT_EQ(VersionNumberUtil::GetOsVersion().count, 0U);
-    EXPECT_EQ(trace.Messages(), std::vector<std::string>{"CoInitializeEx failed, error code: -2147417850"});
+    EXPECT_GE(VersionNumberUtil::GetOsVersion().count, 2U);
+    EXPECT_TRUE(trace.Messages().empty()) << trace;
     EXPECT_EQ(ComInit(COINIT_APARTMENTTHREADED).Result(), S_FALSE) << "the thread's own model stays";
 }
 

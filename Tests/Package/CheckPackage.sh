@@ -111,6 +111,7 @@ head -c 100000 /dev/urandom >"$work/file"
 run "$prefix/bin/quendra$suffix" login demo
 run "$prefix/bin/quendra$suffix" put "$(local_path "$work/file")" /home/file --quiet
 use_libraries "$prefix"
+run "$work/client/Versions$suffix" || fail 'The system has no version.'
 run "$work/client/LogInAndDownload$suffix" "$QUENDRA_SERVER" "$QUENDRA_PORT" demo demo /home/file "$(local_path "$work/copy")"
 cmp "$work/file" "$work/copy"
 run "$work/client/UploadInChunks$suffix" "$QUENDRA_SERVER" "$QUENDRA_PORT" demo demo "$(local_path "$work/file")" /home/chunks

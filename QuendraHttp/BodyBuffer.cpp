@@ -5,13 +5,6 @@
 #include <new>
 #include <utility>
 
-void WipeMemory(void* memory, std::size_t bytes) noexcept
-{
-    volatile unsigned char* position = static_cast<unsigned char*>(memory);
-    while (bytes-- != 0)
-        *position++ = 0;
-}
-
 BodyBuffer::BodyBuffer() : m_block(Allocate(m_capacity))
 {
     *m_block = '\0';

@@ -4,30 +4,14 @@
 /// The bytes of a request's body that are collected before they are sent. They may hold passwords: every byte that the buffer
 /// gives up is overwritten first.
 
+#include "Wiping.h"
+
 #include "Platform/Platform.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <string_view>
-
-/// Overwrites memory with zeros in a way that the compiler does not leave out.
-void WipeMemory(void* memory, std::size_t bytes) noexcept;
-
-/// Wipes a text's characters when the scope ends.
-template <typename Text> class ScopedWipe
-{
-public:
-    explicit ScopedWipe(Text& text) noexcept : m_text(text) {}
-    ~ScopedWipe() { WipeMemory(m_text.data(), m_text.size() * sizeof(typename Text::value_type)); }
-
-    ScopedWipe(const ScopedWipe&) = delete;
-    ScopedWipe& operator=(const ScopedWipe&) = delete;
-
-private:
-    Text& m_text;
-};
 
 /// A block on the runtime heap that doubles until what is appended fits.
 class BodyBuffer

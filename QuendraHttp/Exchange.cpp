@@ -1,6 +1,7 @@
 #include "Exchange.h"
 
 #include "ApiPath.h"
+#include "Wiping.h"
 
 #include "Platform/Platform.h"
 
@@ -13,6 +14,8 @@ OwnedResponse::~OwnedResponse()
 
 void OwnedResponse::Reset() noexcept
 {
+    if (m_holdsSecret)
+        WipeMemory(data, static_cast<std::size_t>(length));
     std::free(data); // NOLINT(cppcoreguidelines-no-malloc): the transport allocates it with malloc
     data = nullptr;
     length = 0;
@@ -25,6 +28,11 @@ Exchange::Exchange(CNativeHttp& client, const FunctionTraceScope& trace) : Excha
 Exchange::Exchange(CNativeHttp& client, const FunctionTraceScope& trace, ServerState server)
     : m_client(client), m_trace(trace), m_server(std::move(server)), m_startToken(client.SessionToken())
 {
+}
+
+Exchange::~Exchange()
+{
+    const ScopedWipe wipe(m_startToken);
 }
 
 std::wstring Exchange::ApiBasePath() const

@@ -34,6 +34,12 @@ public:
 
     /// Frees the body.
     void Reset() noexcept;
+
+    /// Has the body wiped when it is freed.
+    void HoldsSecret() noexcept { m_holdsSecret = true; }
+
+private:
+    bool m_holdsSecret = false;
 };
 
 /// A message of a connection that names the server, the port and the code.
@@ -63,6 +69,8 @@ public:
 
     /// Works with a copy of the server's state that the operation has already.
     Exchange(CNativeHttp& client, const FunctionTraceScope& trace, ServerState server);
+
+    ~Exchange();
 
     Exchange(const Exchange&) = delete;
     Exchange& operator=(const Exchange&) = delete;
@@ -127,7 +135,7 @@ private:
     CNativeHttp& m_client;
     const FunctionTraceScope& m_trace;
     const ServerState m_server;
-    const std::wstring m_startToken;
+    std::wstring m_startToken;
     std::shared_ptr<IWinHttpConnection> m_connection;
     std::shared_ptr<IWinHttpRequest> m_request;
     ResultCode m_formResult = Result::Success;

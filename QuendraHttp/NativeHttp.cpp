@@ -6,6 +6,7 @@
 #include "Operation.h"
 #include "TextComparison.h"
 #include "TextConversion.h"
+#include "Wiping.h"
 
 #include "Platform/Platform.h"
 #include "QuendraHttp/Transport.h"
@@ -44,6 +45,7 @@ CNativeHttp::RequestHandleTracker::~RequestHandleTracker()
     const std::lock_guard guard(m_lock);
     if (const auto entry = m_requests.find(m_key); entry != m_requests.end() && entry->second == m_request)
         m_requests.erase(entry);
+    const ScopedWipe wipe(m_sessionToken);
 }
 
 CNativeHttp::CNativeHttp(std::shared_ptr<IWinHttpFactory> factory, const std::wstring& deviceName) : m_factory(std::move(factory))

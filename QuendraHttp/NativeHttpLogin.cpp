@@ -5,6 +5,7 @@
 #include "HeaderText.h"
 #include "Operation.h"
 #include "TextConversion.h"
+#include "Wiping.h"
 
 #include "Platform/Platform.h"
 
@@ -74,6 +75,7 @@ ResultCode CNativeHttp::Login(const std::wstring& userId, const std::wstring& pa
         }
         exchange.LastField("platform", L"Windows QDClient");
 
+        exchange.Response().HoldsSecret();
         if (const ResultCode failed = exchange.Receive())
             return failed;
         if (const ResultCode refused = exchange.Judge())
@@ -82,8 +84,11 @@ ResultCode CNativeHttp::Login(const std::wstring& userId, const std::wstring& pa
         ResultCode result = Result::Success;
         std::string text;
         const bool isText = GetJSONStringFromResponse(exchange.Response(), "session_token", text);
+        const ScopedWipe wipeText(text);
+        std::wstring token = ToWide(text);
+        const ScopedWipe wipeToken(token);
         // A token that no request could carry is none: kept, it would end every request from here on, the next login included.
-        if (const std::wstring token = ToWide(text); isText && !BreaksHeader(token))
+        if (isText && !BreaksHeader(token))
         {
             trace.Info("Login successful. New session token: %s", text);
             m_session->SetSessionToken(token);

@@ -2,6 +2,7 @@
 
 #include "JsonLibrary.h"
 #include "TextConversion.h"
+#include "Wiping.h"
 
 #include "QuendraHttp/NativeHttp.h"
 
@@ -66,6 +67,9 @@ bool CNativeHttp::GetJSONStringFromResponse(const ResponseBuffer& response, cons
             return;
         text = member.asString();
         found = true;
+        // It may be a token: none of it stays behind in the value that was parsed for it alone.
+        const std::string_view parsed = StringIn(member).value_or(std::string_view());
+        WipeMemory(const_cast<char*>(parsed.data()), parsed.size()); // NOLINT(cppcoreguidelines-pro-type-const-cast)
     });
     return found;
 }
@@ -109,7 +113,8 @@ ResultCode CNativeHttp::CheckForChangedSessionToken(std::uint32_t status, const 
     const FunctionTraceScope trace("CNativeHttp::CheckForChangedSessionToken", Unit::NativeHttp);
     if (status != kStatusDenied)
         return code;
-    const std::wstring currentToken = SessionToken();
+    std::wstring currentToken = SessionToken();
+    const ScopedWipe wipe(currentToken);
     trace.Info("OriginalSession [%S] CurrentSession [%S]", startToken, currentToken);
     if (startToken == currentToken)
         return code;

@@ -123,8 +123,10 @@ int WinHttpSession::SetTimeouts(std::int32_t resolve, std::int32_t connect, std:
 void WinHttpSession::SetSessionToken(const std::wstring& token)
 {
     const FunctionTraceScope trace("WinHttpSession::SetSessionToken", Unit::WinHttpImpl);
+    std::wstring replacement = token;
     const std::lock_guard lock(m_tokenLock);
-    m_sessionToken = token;
+    WipeToken();
+    m_sessionToken = std::move(replacement);
 }
 
 std::wstring WinHttpSession::GetSessionToken()

@@ -4,6 +4,8 @@
 /// The library's own transport: thin classes over WinHTTP, each owning one handle. `WinHttpImpl.cpp` holds handle, session,
 /// connection and factory; requests are in `WinHttpImplRequest.h`.
 
+#include "Wiping.h"
+
 #include "Platform/Platform.h"
 #include "QuendraHttp/Transport.h"
 
@@ -59,6 +61,8 @@ private:
 class WinHttpSession final : public WinHttpHandle, public IWinHttpSession
 {
 public:
+    ~WinHttpSession() override { WipeToken(); }
+
     ResultCode Initialise() override;
     int SetTimeouts(std::int32_t resolve, std::int32_t connect, std::int32_t send, std::int32_t receive) override;
     void SetSessionToken(const std::wstring& token) override;
@@ -66,6 +70,8 @@ public:
     HINTERNET GetHandle() override { return Handle(); }
 
 private:
+    void WipeToken() noexcept { const ScopedWipe wipe(m_sessionToken); }
+
     std::wstring m_sessionToken;
     std::mutex m_tokenLock;
 };

@@ -63,12 +63,17 @@ ResultCode WinHttpRequest::AddHeader(const std::wstring& name, const std::wstrin
 
 ResultCode WinHttpRequest::AddSessionCookie(const FunctionTraceScope& trace)
 {
-    const std::wstring token = m_session->GetSessionToken();
+    constexpr std::wstring_view kCookie = L"Cookie: session_token=";
+    std::wstring token = m_session->GetSessionToken();
+    const ScopedWipe wipeToken(token);
     if (token.empty())
         return Result::Success;
 
-    const ResultCode result =
-        BreaksHeader(token) ? RefuseHeader(trace, "the session token") : AddHeaderText(L"Cookie: session_token=" + token, kCoalesceOnly);
+    std::wstring header;
+    header.reserve(kCookie.size() + token.size()); // growing would leave a copy behind
+    header.append(kCookie).append(token);
+    const ScopedWipe wipeHeader(header);
+    const ResultCode result = BreaksHeader(token) ? RefuseHeader(trace, "the session token") : AddHeaderText(header, kCoalesceOnly);
     if (result != Result::Success)
         trace.Error("WinHttpAddRequestHeaders failed, error code: %d", result);
     return result;

@@ -331,8 +331,14 @@ public:
     /// @cond
 #if defined(_WIN32)
     // What a caller's `SetPort` becomes by that macro.
-    ResultCode SetPortA(int port) { return SetPort(port); }
-    ResultCode SetPortW(int port) { return SetPort(port); }
+    ResultCode SetPortA(int port)
+    {
+        return SetPort(port);
+    }
+    ResultCode SetPortW(int port)
+    {
+        return SetPort(port);
+    }
 #endif
     /// @endcond
 };

@@ -1,6 +1,7 @@
 #include "UrlEncoding.h"
 
 #include "TextConversion.h"
+#include "Wiping.h"
 
 namespace
 {
@@ -17,7 +18,8 @@ bool IsKept(char byte, UrlEncodingMode mode)
 std::string EncodeUrl(std::wstring_view text, UrlEncodingMode mode)
 {
     constexpr std::string_view kDigits = "0123456789ABCDEF";
-    const std::string bytes = ToNarrow(text);
+    std::string bytes = ToNarrow(text);
+    const ScopedWipe wipeBytes(bytes); // forms hold passwords
     std::string encoded;
     encoded.reserve(bytes.size() * 3);
     for (const char byte : bytes)

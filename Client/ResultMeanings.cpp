@@ -62,7 +62,8 @@ std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const st
 {
     std::string text = MeaningOf(code);
     if (!answer.redirect.empty())
-        text += "; the server redirects to " + answer.redirect + ": --server wants that address";
+        text += "; the server redirects to " + answer.redirect +
+                (answer.redirect.find("://") != std::string::npos ? ": --server wants that address" : "");
     if (IsRefusal(code) || NeedsDoctor(code))
     {
         const std::string status = answer.status == 0 ? std::string() : "HTTP " + std::to_string(answer.status);
@@ -71,6 +72,8 @@ std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const st
             text += "; it says \"" + answer.message + "\"" + (tellsStatus ? " with " + status : "");
         else if (tellsStatus)
             text += "; it answered with " + status;
+        if (answer.message.empty() && text.find("its error") != std::string::npos)
+            text += "; '--trace -' shows its reply";
     }
     if (!advice.empty())
         text += "; " + advice;

@@ -14,7 +14,7 @@ struct ServerAnswer
 {
     std::uint32_t status = 0; ///< the HTTP status of a refusal; 0 where there was none.
     std::string message;      ///< its own words, printable; empty where the reply had none.
-    std::string redirect;     ///< scheme, host and port that it redirects to, printable; else empty.
+    std::string redirect;     ///< scheme, host and port that it redirects to, or other words for it, printable; else empty.
 };
 
 /// Listens to the events of the thread that made it, and remembers what they tell of the last operation on that thread.

@@ -245,9 +245,11 @@ TEST(ResultMeanings, SaysWhatACodeMeans)
     };
     const Failure failures[] = {
         {20005, {404, "no such item", ""}, "", "the server refused: its error 5; it says \"no such item\" with HTTP 404"},
+        {20005, {}, "", "the server refused: its error 5; '--trace -' shows its reply"},
         {20404, {404, "", ""}, "", "the server refused: HTTP 404, not found"},
         {20404, {404, "gone", ""}, "try", "the server refused: HTTP 404, not found; it says \"gone\"; try"},
         {20302, {302, "", "https://b"}, "", "the server refused: HTTP 302; the server redirects to https://b: --server wants that address"},
+        {20302, {302, "", "another path"}, "", "the server refused: HTTP 302; the server redirects to another path"},
         {12030, {404, "of another time", ""}, "", "the connection broke"}};
     for (const Failure& each : failures)
         EXPECT_EQ(FailureMeaning(each.code, each.answer, each.advice), each.text);

@@ -1,6 +1,6 @@
 #include "EventLine.h"
 
-#include "Utf8.h"
+#include "TextConversion.h"
 
 #include <algorithm>
 #include <array>
@@ -78,12 +78,12 @@ std::string Escape(wchar_t character)
 
 std::string EscapeLine(std::string_view text)
 {
-    const std::wstring wide = FromUtf8(text);
+    const std::wstring wide = ToWide(text);
     std::string result;
     for (auto position = wide.begin(); position != wide.end();)
     {
         const auto escaped = std::find_if(position, wide.end(), NeedsEscape);
-        result += ToUtf8(std::wstring_view(position, escaped));
+        result += ToNarrow(std::wstring_view(position, escaped));
         position = escaped;
         for (; position != wide.end() && NeedsEscape(*position); ++position)
             result += Escape(*position);

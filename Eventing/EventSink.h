@@ -22,7 +22,7 @@ struct Event
 };
 
 /// Takes one event. Called on the thread that writes it, by several threads at once; must not throw, write events, or close its
-/// own sink.
+/// own sink. It may open and close others.
 using EventCallback = void (*)(void* context, const Event* event);
 
 /// Lets every keyword pass.

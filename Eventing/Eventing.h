@@ -53,8 +53,9 @@ QUENDRA_EVENTING_API std::int32_t IsEventEnabled(Eventing::ProviderHandle provid
 /// @param sourceUnit  narrow name of the source unit that writes.
 /// @param line        line of the message.
 /// @param function    narrow name of the function that writes.
-/// @param format      printf-style, narrow: `%s` takes narrow UTF-8 text, `%S` wide text, `%I64u` an unsigned 64-bit number,
-///                    besides the C library's own conversions of integers, doubles and characters.
+/// @param format      printf-style, narrow: `%s` takes narrow UTF-8 text, `%S` wide text, `%d %u %x` 32-bit numbers, and with
+///                    `ll` or `I64` 64-bit ones. A conversion takes the flags `-` and `0`, a width and a precision. The message
+///                    ends with the rest of the format at any other conversion.
 QUENDRA_EVENTING_API void WriteEventFormatted(Eventing::ProviderHandle provider, const Eventing::EventDescriptor* descriptor,
                                               const char* sourceUnit, std::int32_t line, const char* function, const char* format,
                                               ...) noexcept;

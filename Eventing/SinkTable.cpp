@@ -1,56 +1,60 @@
 #include "SinkTable.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstddef>
+#include <condition_variable>
 #include <mutex>
-#include <shared_mutex>
-
-// A slot's life. Asking whether a sink listens reads atomics only; writing to one that does also holds the slot's lock together
-// with other writers. Closing first takes the sink away and then waits for the writers that found it:
-//
-//     free --OpenEventSink--> reserved --filled--> open --CloseEventSink--> reserved --last writer left--> free
-//
-// A handle is tag (16 bits), generation (40), slot (8). The system's provider handles are user-mode addresses with a small
-// number above them and never have the tag's highest bit; generations keep a closed sink's handle away from its slot's next.
 
 namespace Eventing
 {
 namespace
 {
 
+// Tells a sink's handle from the system's provider handles, which are user-mode addresses with a small number above them and
+// never have its highest bit.
 constexpr std::uint64_t kTag = 0xE51C;
 constexpr unsigned kTagShift = 48;
-constexpr unsigned kGenerationShift = 8;
-constexpr std::uint64_t kGenerationMask = (std::uint64_t{1} << (kTagShift - kGenerationShift)) - 1;
-constexpr std::uint64_t kSlotMask = 0xFF;
 
-constexpr ProviderHandle kFree = 0;
-constexpr ProviderHandle kReserved = 1;
-
-struct SinkSlot
+struct Sink
 {
-    std::atomic<ProviderHandle> handle{kFree};
-    std::atomic<std::uint8_t> level{0};
-    std::atomic<std::uint64_t> keywords{0};
-    std::uint64_t generation{0};
-    EventCallback callback{nullptr};
-    void* context{nullptr};
-    std::shared_mutex writing;
+    ProviderHandle handle = 0; // 0: the sink is free
+    std::uint8_t level = 0;
+    std::uint64_t keywords = 0;
+    EventCallback callback = nullptr;
+    void* context = nullptr;
+    bool isOpen = false;  // false while it is being closed, too
+    unsigned running = 0; // calls of the callback that have not returned
 };
 
-std::array<SinkSlot, 16> g_slots;
+// The lock guards all below except the level. It is not held while a callback runs: callbacks may open and close other sinks.
+std::mutex g_mutex;
+std::condition_variable g_lastCallbackReturned;
+std::array<Sink, 16> g_sinks;
+ProviderHandle g_lastHandle = kTag << kTagShift;
 
-SinkSlot* FindSlot(ProviderHandle handle) noexcept
+// The highest level of the open sinks, -1 where there is none: where nobody listens, reading it is all that an event costs.
+std::atomic<int> g_highestLevel = -1;
+
+void UpdateHighestLevel() noexcept
 {
-    const std::size_t index = handle & kSlotMask;
-    return IsSinkHandle(handle) && index < g_slots.size() ? &g_slots[index] : nullptr;
+    int highest = -1;
+    for (const Sink& sink : g_sinks)
+        if (sink.isOpen)
+            highest = std::max<int>(highest, sink.level);
+    g_highestLevel.store(highest, std::memory_order_relaxed);
 }
 
-bool Passes(const SinkSlot& slot, const EventDescriptor& descriptor) noexcept
+Sink* FindOpen(ProviderHandle handle) noexcept
 {
-    return descriptor.level <= slot.level.load(std::memory_order_relaxed) &&
-           (descriptor.keyword & slot.keywords.load(std::memory_order_relaxed)) != 0;
+    const auto found = std::find_if(g_sinks.begin(), g_sinks.end(), [=](const Sink& sink) { return sink.isOpen && sink.handle == handle; });
+    return found != g_sinks.end() ? &*found : nullptr;
+}
+
+Sink* FindListening(ProviderHandle handle, const EventDescriptor& descriptor) noexcept
+{
+    Sink* const sink = FindOpen(handle);
+    return sink != nullptr && descriptor.level <= sink->level && (descriptor.keyword & sink->keywords) != 0 ? sink : nullptr;
 }
 
 } // namespace
@@ -62,19 +66,24 @@ bool IsSinkHandle(ProviderHandle handle) noexcept
 
 bool IsSinkEnabled(ProviderHandle handle, const EventDescriptor& descriptor) noexcept
 {
-    const SinkSlot* slot = FindSlot(handle);
-    return slot != nullptr && slot->handle.load(std::memory_order_acquire) == handle && Passes(*slot, descriptor);
+    if (descriptor.level > g_highestLevel.load(std::memory_order_relaxed))
+        return false;
+    const std::lock_guard lock(g_mutex);
+    return FindListening(handle, descriptor) != nullptr;
 }
 
 void WriteToSink(ProviderHandle handle, const Event& event) noexcept
 {
-    // Looking first keeps writers with a former handle from delaying those who close.
-    if (!IsSinkEnabled(handle, *event.descriptor))
+    std::unique_lock lock(g_mutex);
+    Sink* const sink = FindListening(handle, *event.descriptor);
+    if (sink == nullptr)
         return;
-    SinkSlot& slot = *FindSlot(handle);
-    const std::shared_lock lock(slot.writing);
-    if (slot.handle.load(std::memory_order_acquire) == handle && Passes(slot, *event.descriptor))
-        slot.callback(slot.context, &event);
+    ++sink->running;
+    lock.unlock();
+    sink->callback(sink->context, &event);
+    lock.lock();
+    if (--sink->running == 0 && !sink->isOpen)
+        g_lastCallbackReturned.notify_all();
 }
 
 } // namespace Eventing
@@ -84,34 +93,24 @@ Eventing::ProviderHandle OpenEventSink(std::uint8_t level, std::uint64_t keyword
     using namespace Eventing;
     if (callback == nullptr)
         return 0;
-    for (std::size_t index = 0; index < g_slots.size(); ++index)
-    {
-        SinkSlot& slot = g_slots[index];
-        ProviderHandle expected = kFree;
-        if (!slot.handle.compare_exchange_strong(expected, kReserved))
-            continue;
-        // The lock is made here, by one thread: that of mingw-w64, made by two writers at once on their first use, loses one of them.
-        std::unique_lock(slot.writing).unlock();
-        slot.level.store(level, std::memory_order_relaxed);
-        slot.keywords.store(keywords, std::memory_order_relaxed);
-        slot.callback = callback;
-        slot.context = context;
-        slot.generation = (slot.generation + 1) & kGenerationMask;
-        const ProviderHandle handle = kTag << kTagShift | slot.generation << kGenerationShift | index;
-        slot.handle.store(handle);
-        return handle;
-    }
-    return 0;
+    const std::lock_guard lock(g_mutex);
+    const auto sink = std::find_if(g_sinks.begin(), g_sinks.end(), [](const Sink& each) { return each.handle == 0; });
+    if (sink == g_sinks.end())
+        return 0;
+    *sink = {++g_lastHandle, level, keywords, callback, context, true};
+    UpdateHighestLevel();
+    return sink->handle;
 }
 
 void CloseEventSink(Eventing::ProviderHandle provider) noexcept
 {
     using namespace Eventing;
-    SinkSlot* slot = FindSlot(provider);
-    ProviderHandle expected = provider;
-    if (slot == nullptr || !slot->handle.compare_exchange_strong(expected, kReserved))
+    std::unique_lock lock(g_mutex);
+    Sink* const sink = FindOpen(provider);
+    if (sink == nullptr)
         return;
-    // Whoever found the sink open holds the lock until its callback has returned.
-    std::unique_lock(slot->writing).unlock();
-    slot->handle.store(kFree);
+    sink->isOpen = false;
+    UpdateHighestLevel();
+    g_lastCallbackReturned.wait(lock, [sink] { return sink->running == 0; });
+    sink->handle = 0;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// The part of eventing that the operating system does. `SystemTracingWindows.cpp` and `SystemTracingPosix.cpp` implement it.
+/// The part of eventing that the operating system does. `Windows/` and `Posix/` implement it.
 
 #include "EventSink.h"
 

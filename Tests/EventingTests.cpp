@@ -30,23 +30,15 @@ TEST(EventFormat, FollowsTheConversionsOnEveryPlatform)
 {
     constexpr const char* kNoText = nullptr;
     constexpr const wchar_t* kNoWideText = nullptr;
-    const char kUnended[3] = {'a', 'b', 'c'};
-    const wchar_t kWideUnended[3] = {L'a', L'b', L'c'};
     const std::string kLong(1'000'000, 'n');
     const std::pair<std::string, std::string> cases[] = {
         {Formatted("Server: %S, Port: %d", L"h\u00F6st", 443), "Server: h\xC3\xB6st, Port: 443"},
         {Formatted("%lld %I64u %llu", LLONG_MIN, ULLONG_MAX, ULLONG_MAX), "-9223372036854775808 18446744073709551615 18446744073709551615"},
-        {Formatted("%x %08x %X %#x %o", 255, 0xC0FFEEU, 255, 255, 8), "ff 00c0ffee FF 0xff 10"},
-        {Formatted("%hhd %hd %hhu %I32d %i %u", 0x1FF, 0x18000, 0x1FF, -5, INT_MIN, UINT_MAX), "-1 -32768 255 -5 -2147483648 4294967295"},
-        {Formatted("%ld %zu %td %jd %Iu", -7L, std::size_t{7}, std::ptrdiff_t{-7}, std::intmax_t{-8}, std::size_t{9}), "-7 7 -7 -8 9"},
-        {Formatted("%5d|%-5d|%05d|%+d|% d|%.3d|%*d|%-*d|%*d", 42, 42, 42, 42, 42, 7, 4, 1, 4, 1, -4, 1),
-         "   42|42   |00042|+42| 42|007|   1|1   |1   "},
-        {Formatted("%.2f %e %g %10.3lf", 3.14159, 1.5, 0.0001, 2.0), "3.14 1.500000e+00 0.0001      2.000"},
-        {Formatted("%c%c %3c %%", 'o', 'k', 'x'), "ok   x %"},
-        {Formatted("%5s|%-5s|%.2s|%.*s|%hs", "ab", "ab", "abcdef", 3, kUnended, "n"), "   ab|ab   |ab|abc|n"},
-        {Formatted("%5S|%-5S|%.2S|%.*S|%ls", L"ab", L"ab", L"abcdef", 3, kWideUnended, L"w"), "   ab|ab   |ab|abc|w"},
+        {Formatted("%x %08x %llx %u", 255, 0xC0FFEEU, ULLONG_MAX, UINT_MAX), "ff 00c0ffee ffffffffffffffff 4294967295"},
+        {Formatted("%5d|%-5d|%05d|%.3d|%-8I64d|%%", 42, 42, INT_MIN, 7, -5LL), "   42|42   |-2147483648|007|-5      |%"},
+        {Formatted("%5s|%-5s|%.2s", "ab", "ab", "abcdef"), "   ab|ab   |ab"},
+        {Formatted("%5S|%-5S|%.2S", L"ab", L"ab", L"abcdef"), "   ab|ab   |ab"},
         {Formatted("%s %S %8s", kNoText, kNoWideText, kNoText), "(null) (null)   (null)"},
-        {Formatted("%p", reinterpret_cast<void*>(std::uintptr_t{0xABCDEF})), "0x0000000000abcdef"},
         {Formatted("%S", L"\U0001F600 \U0010FFFF"), "\xF0\x9F\x98\x80 \xF4\x8F\xBF\xBF"},
         {Formatted("%S", std::wstring{wchar_t{0xD800}, L'x', wchar_t{0xDC00}}.c_str()), "\xEF\xBF\xBDx\xEF\xBF\xBD"},
         {Formatted("%s%S%100000d%64d", kLong.c_str(), std::wstring(1'000'000, L'n').c_str(), 5, 6),
@@ -58,9 +50,7 @@ TEST(EventFormat, FollowsTheConversionsOnEveryPlatform)
         {Formatted("%d %n", 1), "1 %n"},
         {Formatted("100%"), "100%"},
         {Formatted("%-5"), "%-5"},
-        {Formatted("%*y"), "%*y"},
-        {Formatted("%99999999999d"), "%99999999999d"},
-        {Formatted("%Lf"), "%Lf"},
+        {Formatted("%*d", 5, 1), "%*d"},
         {Formatted("%lld%llS", 5LL), "5%llS"},
     };
     for (const auto& [actual, expected] : cases)
@@ -198,8 +188,8 @@ TEST(EventSinks, AreAFixedNumberAndTheirHandlesAreNeverGivenAgain)
     EXPECT_EQ(OpenEventSink(4, kAnyKeyword, nullptr, nullptr), 0U);
 }
 
-// Its first callback stays until the sink is being closed, and a little longer. When the sink is closed none may run any more, nor
-// come later from a thread that still holds the handle.
+// Its first callback stays until the sink is being closed, opens and closes another one, and stays a little longer. When the sink is closed
+// none may run any more, nor come later from a thread that still holds the handle.
 struct Listener
 {
     ProviderHandle handle = 0;
@@ -214,6 +204,7 @@ struct Listener
         {
             while (IsEventEnabled(self.handle, &EVT_INFO) != 0)
                 std::this_thread::yield();
+            CloseEventSink(OpenEventSink(4, kAnyKeyword, Take, context));
             for (int turn = 0; turn < 100; ++turn)
                 std::this_thread::yield();
         }

@@ -10,6 +10,7 @@
 /// Tracing never changes behaviour: each write is preceded by the test whether somebody listens, and the thread's last error
 /// is the same after it.
 
+#include "Eventing/EventFormat.h"
 #include "Eventing/Eventing.h"
 #include "Platform/Platform.h"
 
@@ -43,15 +44,7 @@ inline constexpr const char* VersionNumberUtil = "VersionNumberUtil";
 namespace TraceDetail
 {
 
-// The C types that an argument of a message may travel as, told from its conversion at compile time.
-enum class ArgumentKind
-{
-    Narrow,
-    Wide,
-    Int32,
-    Int64,
-    Unknown
-};
+using Eventing::ArgumentKind;
 
 template <typename Argument> constexpr ArgumentKind KindOf()
 {
@@ -68,33 +61,6 @@ template <typename Argument> constexpr ArgumentKind KindOf()
         return ArgumentKind::Unknown;
 }
 
-// Reads a conversion from behind its percent sign; leaves the position behind it.
-constexpr ArgumentKind NextConversion(const char*& position)
-{
-    while (*position == '-' || *position == '.' || (*position >= '0' && *position <= '9'))
-        ++position;
-    const bool int64 = position[0] == 'I' && position[1] == '6' && position[2] == '4';
-    const bool longLong = position[0] == 'l' && position[1] == 'l';
-    position += int64 ? 3 : longLong ? 2 : 0;
-    const bool isLong = int64 || longLong;
-    switch (*position)
-    {
-    case 's':
-        ++position;
-        return isLong ? ArgumentKind::Unknown : ArgumentKind::Narrow;
-    case 'S':
-        ++position;
-        return isLong ? ArgumentKind::Unknown : ArgumentKind::Wide;
-    case 'd':
-    case 'u':
-    case 'x':
-        ++position;
-        return isLong ? ArgumentKind::Int64 : ArgumentKind::Int32;
-    default:
-        return ArgumentKind::Unknown;
-    }
-}
-
 template <typename... Arguments> constexpr bool Matches(const char* format)
 {
     constexpr std::size_t count = sizeof...(Arguments);
@@ -109,7 +75,7 @@ template <typename... Arguments> constexpr bool Matches(const char* format)
             ++format;
             continue;
         }
-        const ArgumentKind wanted = NextConversion(format);
+        const ArgumentKind wanted = Eventing::ReadConversion(format).kind;
         if (wanted == ArgumentKind::Unknown || used == count || kinds[used++] != wanted)
             return false;
     }

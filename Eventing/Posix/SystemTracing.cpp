@@ -1,4 +1,4 @@
-#include "SystemTracing.h"
+#include "Eventing/SystemTracing.h"
 
 #include <unistd.h>
 

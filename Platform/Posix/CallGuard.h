@@ -10,7 +10,7 @@
 #include <type_traits>
 
 /// Runs the call and returns its error value; an exception becomes 8 (no memory) or the fallback.
-template <class Call> DWORD ErrorOf(Call&& call, DWORD fallback = ERROR_GEN_FAILURE) noexcept
+template <typename Call> DWORD ErrorOf(Call&& call, DWORD fallback = ERROR_GEN_FAILURE) noexcept
 {
     static_assert(std::is_same_v<decltype(call()), DWORD>, "a call returns its error value");
     try
@@ -28,7 +28,7 @@ template <class Call> DWORD ErrorOf(Call&& call, DWORD fallback = ERROR_GEN_FAIL
 }
 
 /// Runs the call, makes its error value the last error (0 on success) and returns whether it succeeded.
-template <class Call> BOOL SucceedsAsCall(Call&& call, DWORD fallback = ERROR_GEN_FAILURE) noexcept
+template <typename Call> BOOL SucceedsAsCall(Call&& call, DWORD fallback = ERROR_GEN_FAILURE) noexcept
 {
     const DWORD error = ErrorOf(call, fallback);
     SetLastError(error);

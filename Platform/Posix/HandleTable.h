@@ -28,7 +28,7 @@ public:
 
 /// Handles to objects derived from `Object`. Thread-safe. A found object stays alive as long as its pointer is held, whoever
 /// closes the handle meanwhile.
-template <class Object> class HandleTable
+template <typename Object> class HandleTable
 {
 public:
     /// The process's table; never destroyed, so that handles may be closed by destructors of static objects.
@@ -60,9 +60,7 @@ public:
         const std::lock_guard lock(m_mutex);
         const auto found = m_objects.find(handle);
         if (found == m_objects.end())
-        {
             return nullptr;
-        }
         auto object = std::move(found->second);
         m_objects.erase(found);
         return object;

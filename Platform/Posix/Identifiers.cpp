@@ -15,13 +15,11 @@ namespace
 constexpr int kTextLength = 39;
 
 /// Writes the value's digits, most significant first, and returns the place after them.
-template <class Number> wchar_t* PutHex(wchar_t* out, Number value)
+template <typename Number> wchar_t* PutHex(wchar_t* out, Number value)
 {
     constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
     for (int shift = static_cast<int>(sizeof(value)) * 8 - 4; shift >= 0; shift -= 4)
-    {
         *out++ = kDigits[(static_cast<std::uint32_t>(value) >> shift) & 0xFU];
-    }
     return out;
 }
 } // namespace
@@ -29,9 +27,7 @@ template <class Number> wchar_t* PutHex(wchar_t* out, Number value)
 HRESULT CoCreateGuid(GUID* guid) noexcept
 {
     if (guid == nullptr)
-    {
         return E_FAIL;
-    }
     std::array<std::uint8_t, sizeof(GUID)> random = {};
     // Up to 256 bytes come whole, but a signal may come before the system's source is ready.
     ssize_t count = -1;
@@ -40,9 +36,7 @@ HRESULT CoCreateGuid(GUID* guid) noexcept
         count = ::getrandom(random.data(), random.size(), 0);
     } while (count < 0 && errno == EINTR);
     if (count != static_cast<ssize_t>(random.size()))
-    {
         return E_FAIL;
-    }
     std::memcpy(guid, random.data(), random.size());
     guid->Data3 = static_cast<std::uint16_t>((guid->Data3 & 0x0FFFU) | 0x4000U);
     guid->Data4[0] = static_cast<std::uint8_t>((guid->Data4[0] & 0x3FU) | 0x80U);
@@ -52,9 +46,7 @@ HRESULT CoCreateGuid(GUID* guid) noexcept
 int StringFromGUID2(const GUID& guid, LPWSTR text, int capacity) noexcept
 {
     if (text == nullptr || capacity < kTextLength)
-    {
         return 0;
-    }
     wchar_t* out = text;
     *out++ = L'{';
     out = PutHex(out, guid.Data1);
@@ -65,9 +57,7 @@ int StringFromGUID2(const GUID& guid, LPWSTR text, int capacity) noexcept
     for (int at = 0; at < 8; ++at)
     {
         if (at == 0 || at == 2)
-        {
             *out++ = L'-';
-        }
         out = PutHex(out, guid.Data4[at]);
     }
     *out++ = L'}';

@@ -22,7 +22,7 @@ public:
 using KernelHandles = HandleTable<KernelObject>;
 
 /// The object of exactly that type behind the handle; null where there is none.
-template <class Type> std::shared_ptr<Type> FindKernelObject(void* handle)
+template <typename Type> std::shared_ptr<Type> FindKernelObject(void* handle)
 {
     static_assert(std::is_final_v<Type>);
     auto object = KernelHandles::Instance().Find(handle);

@@ -81,18 +81,12 @@ const char* Environment(const char* name)
 std::filesystem::path FileOf(HKEY root)
 {
     if (const char* const file = Environment("QUENDRA_REGISTRY"))
-    {
         return file;
-    }
     if (root == HKEY_LOCAL_MACHINE)
-    {
         return "/etc/quendra/registry.json";
-    }
     const char* const configuration = Environment("XDG_CONFIG_HOME");
     if (configuration != nullptr && *configuration == '/') // a relative one is to be ignored
-    {
         return std::filesystem::path(configuration) / "quendra/registry.json";
-    }
     const char* const home = Environment("HOME");
     return home != nullptr ? std::filesystem::path(home) / ".config/quendra/registry.json" : std::filesystem::path();
 }
@@ -103,9 +97,7 @@ Json::Value ReadFileOf(HKEY root)
     const auto path = FileOf(root);
     std::error_code error;
     if (!std::filesystem::is_regular_file(path, error) || std::filesystem::file_size(path, error) > kLargestFile)
-    {
         return {};
-    }
     std::ifstream stream(path, std::ios::binary);
     Json::Value document;
     std::string problems;
@@ -123,9 +115,7 @@ std::optional<Bytes> NumberData(const Json::Value& value)
 {
     // A number only: the conversion would take true for 1.
     if (!value.isNumeric() || !value.isUInt())
-    {
         return std::nullopt;
-    }
     const DWORD number = value.asUInt();
     Bytes data(sizeof(number));
     std::memcpy(data.data(), &number, sizeof(number));
@@ -135,9 +125,7 @@ std::optional<Bytes> NumberData(const Json::Value& value)
 std::optional<Bytes> TextData(const Json::Value& value)
 {
     if (!value.isString())
-    {
         return std::nullopt;
-    }
     Bytes data;
     AppendText(ToWideText(value.asString()), data);
     return data;
@@ -146,14 +134,10 @@ std::optional<Bytes> TextData(const Json::Value& value)
 std::optional<Bytes> ListData(const Json::Value& value)
 {
     if (!value.isArray() || !std::all_of(value.begin(), value.end(), [](const Json::Value& text) { return text.isString(); }))
-    {
         return std::nullopt;
-    }
     Bytes data;
     for (const auto& text : value)
-    {
         AppendText(ToWideText(text.asString()), data);
-    }
     AppendText({}, data);
     return data;
 }
@@ -163,14 +147,10 @@ std::optional<Bytes> BinaryData(const Json::Value& value)
     constexpr std::string_view kHexDigits = "0123456789abcdefABCDEF";
     const auto text = value.isString() ? value.asString() : std::string("?");
     if (text.size() % 2 != 0 || text.find_first_not_of(kHexDigits) != std::string::npos)
-    {
         return std::nullopt;
-    }
     Bytes data;
     for (std::size_t at = 0; at < text.size(); at += 2)
-    {
         data.push_back(static_cast<BYTE>(std::stoul(text.substr(at, 2), nullptr, 16)));
-    }
     return data;
 }
 
@@ -203,12 +183,8 @@ std::optional<RegistryValue> MakeValue(const std::string& name, const Json::Valu
     }
     // Without a type's name the form tells: the first three types have one of their own.
     for (const auto& type : {kValueTypes[0], kValueTypes[1], kValueTypes[2]})
-    {
         if (auto data = type.data(json))
-        {
             return RegistryValue{ToWideText(name), type.code, std::move(*data)};
-        }
-    }
     return std::nullopt;
 }
 
@@ -216,12 +192,8 @@ RegistryKey MakeKey(const Json::Value& json)
 {
     RegistryKey key;
     for (auto at = json.begin(); at != json.end(); ++at)
-    {
         if (auto value = MakeValue(at.name(), *at))
-        {
             key.values.push_back(std::move(*value));
-        }
-    }
     return key;
 }
 
@@ -231,16 +203,10 @@ std::optional<RegistryKey> ReadKey(HKEY root, const std::wstring& path)
     const auto document = ReadFileOf(root);
     const auto keys = document.isObject() ? document[NameOf(root)] : Json::Value();
     if (!keys.isObject())
-    {
         return std::nullopt;
-    }
     for (auto at = keys.begin(); at != keys.end(); ++at)
-    {
         if (at->isObject() && EqualsIgnoringCase(ToWideText(at.name()), path))
-        {
             return MakeKey(*at);
-        }
-    }
     return std::nullopt;
 }
 
@@ -248,23 +214,15 @@ std::optional<RegistryKey> ReadKey(HKEY root, const std::wstring& path)
 DWORD Deliver(const RegistryValue& value, DWORD* type, BYTE* data, DWORD* size)
 {
     if (type != nullptr)
-    {
         *type = value.type;
-    }
     if (size == nullptr)
-    {
         return data == nullptr ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
-    }
     const auto capacity = *size;
     *size = static_cast<DWORD>(value.data.size());
     if (data == nullptr)
-    {
         return ERROR_SUCCESS;
-    }
     if (capacity < value.data.size())
-    {
         return ERROR_MORE_DATA;
-    }
     std::copy(value.data.begin(), value.data.end(), data);
     return ERROR_SUCCESS;
 }
@@ -273,20 +231,14 @@ DWORD Deliver(const RegistryValue& value, DWORD* type, BYTE* data, DWORD* size)
 LSTATUS RegOpenKeyExW(HKEY root, LPCWSTR subKey, DWORD /*options*/, REGSAM /*access*/, HKEY* key) noexcept
 {
     if (key == nullptr)
-    {
         return static_cast<LSTATUS>(ERROR_INVALID_PARAMETER);
-    }
     *key = nullptr;
     if (NameOf(root) == nullptr)
-    {
         return static_cast<LSTATUS>(ERROR_INVALID_HANDLE);
-    }
     const auto open = [&]() -> DWORD {
         auto found = ReadKey(root, subKey != nullptr ? subKey : L"");
         if (!found)
-        {
             return ERROR_FILE_NOT_FOUND;
-        }
         *key = static_cast<HKEY>(RegistryKeys::Instance().Insert(std::make_shared<RegistryKey>(std::move(*found))));
         return ERROR_SUCCESS;
     };
@@ -297,15 +249,11 @@ LSTATUS RegOpenKeyExW(HKEY root, LPCWSTR subKey, DWORD /*options*/, REGSAM /*acc
 LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size) noexcept
 {
     if (reserved != nullptr)
-    {
         return static_cast<LSTATUS>(ERROR_INVALID_PARAMETER);
-    }
     return static_cast<LSTATUS>(ErrorOf([&]() -> DWORD {
         const auto found = RegistryKeys::Instance().Find(key);
         if (!found)
-        {
             return ERROR_INVALID_HANDLE;
-        }
         const std::wstring wanted = name != nullptr ? name : L"";
         const auto value = std::find_if(found->values.begin(), found->values.end(),
                                         [&](const RegistryValue& candidate) { return EqualsIgnoringCase(candidate.name, wanted); });
@@ -316,9 +264,7 @@ LSTATUS RegQueryValueExW(HKEY key, LPCWSTR name, DWORD* reserved, DWORD* type, B
 LSTATUS RegCloseKey(HKEY key) noexcept
 {
     if (NameOf(key) != nullptr)
-    {
         return static_cast<LSTATUS>(ERROR_SUCCESS);
-    }
     return static_cast<LSTATUS>(
         ErrorOf([&]() -> DWORD { return RegistryKeys::Instance().Remove(key) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE; }));
 }

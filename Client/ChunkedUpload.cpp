@@ -21,6 +21,7 @@
 #include "TextConversion.h"
 #include "Transfers.h"
 
+#include "Platform/Platform.h"
 #include "QuendraHttp/QuendraHttp.h"
 
 #include <algorithm>
@@ -51,6 +52,14 @@ UploadState AskForState(const Client& client, const std::wstring& path, const GU
     return state;
 }
 
+GUID MakeIdentifier()
+{
+    GUID id{};
+    if (CoCreateGuid(&id) < 0)
+        throw ProgramError("The system gives no identifier for the upload");
+    return id;
+}
+
 class ChunkedUpload
 {
 public:
@@ -59,14 +68,15 @@ public:
           m_command(command),
           m_file(OpenLocalFile("ResumableUpload", command.local)),
           m_target(TargetIn(client, command.path, m_file.name)),
-          m_id(command.resume ? *command.resume : MakeIdentifier())
+          m_id(command.resume ? *command.resume : MakeIdentifier()),
+          m_idText(ToNarrow(IdentifierText(m_id)))
     {
     }
 
     void Run()
     {
         // Whoever has to resume needs it, so it comes before anything can go wrong; the result has it too.
-        const std::string idLine = "Upload id: " + IdentifierText(m_id);
+        const std::string idLine = "Upload id: " + m_idText;
         if (m_client.PrintsJson())
             m_client.Note(idLine);
         else
@@ -76,7 +86,7 @@ public:
             m_offset = ResumePosition();
         const auto item = SendChunks();
         Json::Value document = ItemResult(item);
-        document["uploadId"] = IdentifierText(m_id);
+        document["uploadId"] = m_idText;
         m_client.Print(document, UploadedText(m_file, m_target, item));
     }
 
@@ -119,7 +129,7 @@ private:
             // The server keeps the bytes, but goes on refusing to end the upload here.
             if (code == Result::Conflict && !cancellation.IsRequested())
                 m_client.Note("quendra: to finish it under another path: quendra upload-complete " + System::ShellWord(ToNarrow(m_target)) +
-                              " NEWPATH " + IdentifierText(m_id));
+                              " NEWPATH " + m_idText);
             else
                 m_client.Note("quendra: to resume: " + ResumeCommand());
             CheckTransfer("ResumableUpload", code, cancellation, attributes);
@@ -133,7 +143,7 @@ private:
         std::string command = "quendra put " + System::ShellWord(ToNarrow(m_command.local)) + " " + System::ShellWord(ToNarrow(m_target));
         if (!m_command.revision.empty())
             command += " --revision " + System::ShellWord(m_command.revision);
-        return command + " --chunk-size " + std::to_string(*m_command.chunkSize) + " --resume " + IdentifierText(m_id);
+        return command + " --chunk-size " + std::to_string(*m_command.chunkSize) + " --resume " + m_idText;
     }
 
     Client& m_client;
@@ -141,6 +151,7 @@ private:
     LocalFile m_file;
     std::wstring m_target;
     GUID m_id;
+    std::string m_idText;
     std::int64_t m_offset = 0;
 };
 

@@ -1,6 +1,7 @@
 #include "Client.h"
 
 #include "Failures.h"
+#include "JsonText.h"
 #include "ResultMeanings.h"
 #include "SessionFile.h"
 #include "Text.h"
@@ -9,19 +10,6 @@
 #include "QuendraHttp/QuendraHttp.h"
 
 #include <ostream>
-
-namespace
-{
-
-std::string OneLineJson(const Json::Value& document)
-{
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    return Json::writeString(builder, document);
-}
-
-} // namespace
 
 void Client::ApiDeleter::operator()(IQuendraHttpAPI* api) const
 {
@@ -74,7 +62,7 @@ bool Client::ShowsProgress() const
 void Client::Print(const Json::Value& document, const std::string& text) const
 {
     if (m_options.json)
-        m_surroundings.output << OneLineJson(document) << '\n';
+        m_surroundings.output << JsonLine(document) << '\n';
     else
         m_surroundings.output << text;
     m_surroundings.output << std::flush;
@@ -103,7 +91,7 @@ void PrintFailure(const Options& options, const Surroundings& surroundings, cons
     document["error"]["operation"] = operation;
     document["error"]["code"] = code;
     document["error"]["meaning"] = meaning;
-    surroundings.output << OneLineJson(document) << '\n' << std::flush;
+    surroundings.output << JsonLine(document) << '\n' << std::flush;
 }
 
 Json::Value OkDocument()

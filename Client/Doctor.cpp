@@ -6,12 +6,13 @@
 #include "Client.h"
 #include "Commands.h"
 #include "Failures.h"
-#include "HttpDate.h"
+#include "JsonText.h"
 #include "Probe.h"
 #include "ResultMeanings.h"
 #include "SessionFile.h"
 #include "Text.h"
 #include "TextConversion.h"
+#include "UtcText.h"
 
 #include "QuendraHttp/QuendraHttp.h"
 #include "QuendraHttp/Settings.h"
@@ -367,11 +368,8 @@ private:
     // The versions that the server offers, in words and as it says it.
     static std::pair<std::vector<std::string>, Json::Value> EndpointsOf(const std::string& body)
     {
-        Json::Value root;
+        const Json::Value root = ParseJsonObject(body).value_or(Json::Value());
         std::vector<std::string> lines;
-        const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-        if (!reader->parse(body.data(), body.data() + body.size(), &root, nullptr) || !root.isObject())
-            return {};
         for (const auto& api : root.getMemberNames())
         {
             if (!root[api].isObject())

@@ -14,6 +14,7 @@
 #include "PartFile.h"
 #include "Progress.h"
 #include "ResultMeanings.h"
+#include "ServerPath.h"
 #include "Text.h"
 #include "TextConversion.h"
 #include "Transfers.h"

@@ -3,6 +3,7 @@
 #include "Commands.h"
 #include "Failures.h"
 #include "Items.h"
+#include "ServerPath.h"
 #include "Text.h"
 #include "TextComparison.h"
 #include "TextConversion.h"

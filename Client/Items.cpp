@@ -59,11 +59,6 @@ std::string RevisionNote(const std::shared_ptr<IServerAttributes>& item)
     return item && !item->GetRevision().empty() ? ", revision " + Printable(std::string_view(item->GetRevision())) : std::string();
 }
 
-std::wstring LeafName(const std::wstring& serverPath)
-{
-    return serverPath.substr(serverPath.rfind(L'/') + 1);
-}
-
 std::wstring TargetIn(const Client& client, const std::wstring& target, const std::wstring& name)
 {
     if (target.ends_with(L'/'))

@@ -25,9 +25,6 @@ class IServerAttributes;
 /// `, revision 7`; empty where the item has none or there is no item.
 [[nodiscard]] std::string RevisionNote(const std::shared_ptr<IServerAttributes>& item);
 
-/// The name at the end of a server path.
-[[nodiscard]] std::wstring LeafName(const std::wstring& serverPath);
-
 /// Where something comes to that goes to a target: a folder, or a path with a slash behind it, gets the name.
 /// @throws OperationFailed where it cannot be found out what the target is.
 [[nodiscard]] std::wstring TargetIn(const Client& client, const std::wstring& target, const std::wstring& name);

@@ -56,6 +56,11 @@ bool ServerAddress::IsThisMachine() const
            (host.starts_with("127.") && host.find_first_not_of("0123456789.") == std::string::npos);
 }
 
+std::string WithoutBrackets(const std::string& host)
+{
+    return host.starts_with('[') ? host.substr(1, host.size() - 2) : host;
+}
+
 std::string ServerAddress::Url() const
 {
     return (secure ? "https://" : "http://") + host;

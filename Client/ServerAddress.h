@@ -27,6 +27,9 @@ struct ServerAddress
     [[nodiscard]] std::string Text() const;
 };
 
+/// A host as resolvers and certificates have it: an IPv6 address without its brackets.
+[[nodiscard]] std::string WithoutBrackets(const std::string& host);
+
 /// A server's text: `https://host`, `http://host` or a host, which means https, each with an optional `:port`.
 struct ServerText
 {

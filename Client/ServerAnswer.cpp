@@ -1,13 +1,11 @@
 #include "ServerAnswer.h"
 
+#include "JsonText.h"
 #include "Text.h"
 
 #include "QuendraHttp/ResultCodes.h"
 
-#include <json/json.h>
-
 #include <charconv>
-#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -38,12 +36,11 @@ std::uint32_t Number(std::string_view text)
 std::string MessageIn(const std::string& reply)
 {
     constexpr const char* kNames[] = {"message", "errorMessage", "error_description", "description", "detail", "error"};
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    Json::Value root;
-    if (!reader->parse(reply.data(), reply.data() + reply.size(), &root, nullptr) || !root.isObject())
+    const auto root = ParseJsonObject(reply);
+    if (!root)
         return {};
     for (const char* name : kNames)
-        if (const Json::Value& member = root[name]; member.isString() && !member.asString().empty())
+        if (const Json::Value& member = (*root)[name]; member.isString() && !member.asString().empty())
             return FitTo(Printable(std::string_view(member.asString())), kLongestMessage);
     return {};
 }

@@ -1,13 +1,12 @@
 #include "Client.h"
 #include "Commands.h"
 #include "Failures.h"
+#include "JsonText.h"
 #include "SessionFile.h"
 #include "Text.h"
 #include "TextConversion.h"
 
 #include "QuendraHttp/QuendraHttp.h"
-
-#include <json/json.h>
 
 #include <cstdint>
 #include <istream>
@@ -38,15 +37,11 @@ std::wstring AskForPassword(const Surroundings& around, const std::wstring& user
 std::string PolicyText(const std::wstring& reply)
 {
     const std::string text = ToNarrow(reply);
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    Json::Value root;
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, nullptr) || !root.isObject())
+    auto root = ParseJsonObject(text);
+    if (!root)
         return text;
-    root.removeMember("session_token");
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    return Json::writeString(builder, root);
+    root->removeMember("session_token");
+    return JsonLine(*root);
 }
 
 } // namespace

@@ -1,14 +1,12 @@
 #include "SessionFile.h"
 
 #include "Failures.h"
+#include "JsonText.h"
 #include "Surroundings.h"
 #include "TextConversion.h"
 
-#include <json/json.h>
-
 #include <fstream>
 #include <iterator>
-#include <memory>
 
 namespace
 {
@@ -21,15 +19,6 @@ std::string Named(const std::filesystem::path& file)
 [[noreturn]] void NotASession(const std::filesystem::path& file)
 {
     throw ProgramError(Named(file) + " does not hold a session: 'quendra logout' removes it, 'quendra login' makes a new one");
-}
-
-std::optional<Json::Value> ParseObject(const std::string& text)
-{
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    Json::Value root;
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, nullptr) || !root.isObject())
-        return std::nullopt;
-    return root;
 }
 
 } // namespace
@@ -55,7 +44,7 @@ std::optional<SavedSession> LoadSession(const std::filesystem::path& file)
 
     try
     {
-        const auto root = ParseObject(text);
+        const auto root = ParseJsonObject(text);
         if (!root || !(*root)["server"].isString() || !(*root)["port"].isInt() || !(*root)["token"].isString())
             NotASession(file);
         return SavedSession{MakeAddress(ParseServer((*root)["server"].asString()), (*root)["port"].asInt()), (*root)["token"].asString()};

@@ -1,6 +1,7 @@
 #include "EventLine.h"
 
 #include "TextConversion.h"
+#include "UtcText.h"
 
 #include <algorithm>
 #include <array>
@@ -30,18 +31,6 @@ template <typename... Arguments> std::string Print(const char* format, Arguments
     std::array<char, 128> text{};
     std::snprintf(text.data(), text.size(), format, arguments...);
     return text.data();
-}
-
-std::string FormatTime(std::int64_t unixMilliseconds)
-{
-    using namespace std::chrono;
-    const sys_time<milliseconds> time{milliseconds{unixMilliseconds}};
-    const auto day = floor<days>(time);
-    const year_month_day date{day};
-    const hh_mm_ss clock{time - day};
-    return Print("%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
-                 static_cast<unsigned>(date.day()), static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                 static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
 }
 
 // Control characters, line and paragraph separators, and the marks that turn the direction of text around.
@@ -97,7 +86,7 @@ std::string FormatEventLine(const Event& event, unsigned depth)
     place.append(":").append(std::to_string(event.line));
     place.resize(std::max<std::size_t>(place.size(), 20), ' ');
 
-    std::string line = FormatTime(event.unixMilliseconds);
+    std::string line = FormatUtc(std::chrono::sys_time<std::chrono::milliseconds>(std::chrono::milliseconds(event.unixMilliseconds)));
     line += Print(" %7u %-5s ", static_cast<unsigned>(event.threadId), KindOf(*event.descriptor));
     line.append(place).append(" ").append(std::size_t{2} * std::min(depth, kDeepestIndent), ' ').append(event.function);
     if (event.message != nullptr)

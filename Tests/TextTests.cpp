@@ -1,11 +1,15 @@
-// Text between narrow and wide, compared, in URLs and as a path: nothing that Unicode can express is lost, and nothing else breaks it.
+// Text between narrow and wide, compared, in URLs, as a path, a time, an identifier and JSON: nothing that Unicode can express is lost, and
+// nothing else breaks it.
 
+#include "Identifier.h"
+#include "JsonText.h"
 #include "PathUtilities.h"
 #include "TextComparison.h"
 #include "TextConversion.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
 #include "UrlEncoding.h"
+#include "UtcText.h"
 
 #include <gtest/gtest.h>
 
@@ -142,6 +146,46 @@ TEST(PathUtilities, NormalizePathGivesTheExtendedFormAndTracesWhatItDoesNotKnow)
             errors.push_back("Unknown path format [" + ToNarrow(path) + "]");
         EXPECT_EQ(trace.Messages(EVT_ERROR), errors);
     }
+}
+
+TEST(UtcText, HasTheDigitsOfItsUnit)
+{
+    using namespace std::chrono;
+    using Ticks = duration<std::int64_t, std::ratio<1, 10'000'000>>;
+    const sys_seconds leapDay = sys_days(2024y / 2 / 29) + 23h + 59min + 9s;
+    EXPECT_EQ(FormatUtc(leapDay), "2024-02-29T23:59:09Z");
+    EXPECT_EQ(FormatUtc(leapDay + 7ms), "2024-02-29T23:59:09.007Z");
+    EXPECT_EQ(FormatUtc(leapDay + Ticks(1'234'567)), "2024-02-29T23:59:09.1234567Z");
+    EXPECT_EQ(FormatUtc(sys_time<Ticks>(sys_days(1601y / 1 / 1)) - Ticks(1)), "1600-12-31T23:59:59.9999999Z");
+}
+
+TEST(UtcText, OfHttpHasOneForm)
+{
+    for (const char* text : {"Sun, 06 Nov 1994 08:49:37 GMT", "Thu, 29 Feb 2024 23:59:59 GMT", "Wed, 31 Dec 1969 00:00:00 GMT"})
+        EXPECT_EQ(FormatHttpDate(ParseHttpDate(text).value_or(std::chrono::sys_seconds())), text);
+    for (const char* text : {"", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun, 31 Feb 2026 08:49:37 GMT", "Sun, 06 anF 1994 08:49:37 GMT",
+                             "Sun, 06 Nov 1994 24:49:37 GMT", "Sun, 06 Nov 1994"})
+        EXPECT_FALSE(ParseHttpDate(text)) << text;
+}
+
+TEST(Identifier, TravelsAsText)
+{
+    const std::string text = "0F8FAD5B-D9CB-469F-A165-70867728950E";
+    const GUID id = {0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
+    EXPECT_EQ(IdentifierText(id), ToWide(text));
+    for (const auto& read : {std::string("0f8fad5b-d9cb-469f-a165-70867728950e"), "{" + text + "}"})
+        EXPECT_EQ(IdentifierText(ParseIdentifier(read).value_or(GUID{})), ToWide(text)) << read;
+    for (const auto& refused : {std::string("0F8FAD5BD9CB469FA16570867728950E"), text + "0", text.substr(0, 34), "+" + text.substr(1),
+                                text.substr(0, 35) + "x", "{" + text, std::string("{}"), std::string(36, '-')})
+        EXPECT_FALSE(ParseIdentifier(refused)) << refused;
+}
+
+TEST(JsonText, IsOneLineAndReadsObjectsOnly)
+{
+    const std::string text = R"({"a":[1,"\n"],"b":"\u00e9\ud83d\ude00"})";
+    EXPECT_EQ(JsonLine(ParseJsonObject(text).value_or(Json::Value())), "{\"a\":[1,\"\\n\"],\"b\":\"\u00e9\U0001F600\"}");
+    for (const char* refused : {"", "[]", "1", "null", "{", "{\"a\":}"})
+        EXPECT_FALSE(ParseJsonObject(refused)) << refused;
 }
 
 } // namespace

@@ -30,11 +30,6 @@ using Curl = std::unique_ptr<CURL, Deleter<curl_easy_cleanup>>;
 using Bio = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
 using Names = std::unique_ptr<GENERAL_NAMES, Deleter<GENERAL_NAMES_free>>;
 
-std::string WithoutBrackets(const std::string& host)
-{
-    return host.starts_with('[') ? host.substr(1, host.size() - 2) : host;
-}
-
 std::string TextOf(const Bio& bio)
 {
     char* data = nullptr;

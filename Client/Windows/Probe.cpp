@@ -58,11 +58,6 @@ struct ChainFreer
 };
 using ChainOwner = std::unique_ptr<const CERT_CHAIN_CONTEXT, ChainFreer>;
 
-std::string WithoutBrackets(const std::string& host)
-{
-    return host.starts_with('[') ? host.substr(1, host.size() - 2) : host;
-}
-
 std::string ErrorText(DWORD error)
 {
     const std::string number = std::to_string(error);

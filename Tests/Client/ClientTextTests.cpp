@@ -2,8 +2,6 @@
 
 #include "Client/CommandLine.h"
 #include "Client/Failures.h"
-#include "Client/HttpDate.h"
-#include "Client/Identifier.h"
 #include "Client/Progress.h"
 #include "Client/ResultMeanings.h"
 #include "Client/ServerAddress.h"
@@ -101,19 +99,6 @@ TEST(CommandLine, PutsServerPathsIntoForm)
     EXPECT_EQ(std::get<Command::Put>(Parse({"put", "a", "docs/"}).command).path, L"/docs/");
 }
 
-TEST(Identifier, TravelsAsText)
-{
-    const std::string text = "0F8FAD5B-D9CB-469F-A165-70867728950E";
-    const GUID id = {0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
-    EXPECT_EQ(IdentifierText(id), text);
-    for (const auto& read : {std::string("0f8fad5b-d9cb-469f-a165-70867728950e"), "{" + text + "}"})
-        EXPECT_EQ(IdentifierText(ParseIdentifier(read).value_or(GUID{})), text) << read;
-    EXPECT_NE(IdentifierText(MakeIdentifier()), IdentifierText(MakeIdentifier()));
-    for (const auto& refused : {std::string("0F8FAD5BD9CB469FA16570867728950E"), text + "0", text.substr(0, 34), "+" + text.substr(1),
-                                text.substr(0, 35) + "x", "{" + text, std::string("{}")})
-        EXPECT_FALSE(ParseIdentifier(refused)) << refused;
-}
-
 TEST(TimeText, ReadsWhatPeopleWrite)
 {
     ExpectEach([](const std::string& text) { return ToNarrow(ParseTime(text).value_or(CAttributeTime()).ToString()); },
@@ -130,14 +115,6 @@ TEST(TimeText, ReadsWhatPeopleWrite)
          {"", "2023-02-29", "2026-13-01", "1600-12-31Z", "26-01-01", "2026-01-01T", "2026-01-01T24:00", "2026-01-01T10:60",
           "2026-01-01T10:00:60", "2026-01-01T10:00:00.", "2026-01-01T10:00:00+01:00", "2026-01-01 ", "2026-01-01x"})
         EXPECT_FALSE(ParseTime(text)) << text;
-}
-
-TEST(HttpDate, ReadsTheOneForm)
-{
-    EXPECT_EQ(ParseHttpDate("Sun, 06 Nov 1994 08:49:37 GMT").value_or(std::chrono::sys_seconds()).time_since_epoch().count(), 784111777);
-    for (const char* text : {"", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun, 31 Feb 2026 08:49:37 GMT", "Sun, 06 anF 1994 08:49:37 GMT",
-                             "Sun, 06 Nov 1994 24:49:37 GMT", "Sun, 06 Nov 1994"})
-        EXPECT_FALSE(ParseHttpDate(text)) << text;
 }
 
 TEST(Text, KeepsATerminalSafe)

@@ -1,0 +1,30 @@
+#pragma once
+
+/// @file
+/// JSON as text, for programs: the library's own reading of replies is more lenient.
+
+#include <json/json.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+/// @return the value in one line of UTF-8, without a line end.
+[[nodiscard]] inline std::string JsonLine(const Json::Value& value)
+{
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return Json::writeString(builder, value);
+}
+
+/// @return the object that the text holds; nothing where it is no JSON or something else than an object.
+[[nodiscard]] inline std::optional<Json::Value> ParseJsonObject(std::string_view text)
+{
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    Json::Value value;
+    const bool isObject = reader->parse(text.data(), text.data() + text.size(), &value, nullptr) && value.isObject();
+    return isObject ? std::optional(std::move(value)) : std::nullopt;
+}

@@ -3,6 +3,7 @@
 /// @file
 /// Comparison of text without regard to case.
 
+#include <algorithm>
 #include <string_view>
 
 /// Whether two texts are equal when case is ignored: ordinal, the same for every user and language, and right for non-ASCII
@@ -11,4 +12,11 @@
 
 /// Whether a UTF-8 text equals an ASCII one when case is ignored: the same answer as `EqualIgnoringCase`, which takes no letter
 /// beyond ASCII for an ASCII one, without the way through wide text.
-[[nodiscard]] bool EqualIgnoringAsciiCase(std::string_view text, std::string_view ascii);
+[[nodiscard]] constexpr bool EqualIgnoringAsciiCase(std::string_view text, std::string_view ascii)
+{
+    const auto upper = [](char character) {
+        return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;
+    };
+    return std::equal(text.begin(), text.end(), ascii.begin(), ascii.end(),
+                      [=](char left, char right) { return upper(left) == upper(right); });
+}

@@ -3,58 +3,40 @@
 #include "Feed.h"
 #include "HttpServer.h"
 #include "ItemStore.h"
-#include "ResumeStore.h"
-#include "Routes.h"
+#include "LineWriter.h"
+#include "Router.h"
 
-#include <mutex>
-#include <ostream>
+#include <system_error>
 
 using namespace ApplianceParts;
 
-namespace
-{
-
-ChannelFactory ChannelsFor(const Options& options)
-{
-    return options.certificate.empty() ? PlainChannels() : TlsChannels(options.certificate, options.privateKey);
-}
-
-} // namespace
-
 struct Appliance::Parts
 {
-    Parts(const Options& options, std::ostream& output)
-        : state(options.root),
+    Parts(const Options& options, std::ostream& stream)
+        : output(stream),
+          logsRequests(options.logsRequests),
+          state(options.root),
           sessions(options, state),
           items(options.root, state, feed),
-          uploads(state),
           router(options.apiVersions, sessions),
-          server(ChannelsFor(options), options.mostConnections, [this](const Request& request) { return Serve(request); }),
-          log(options.logsRequests ? &output : nullptr)
+          server(MakeHttpServer(options.certificate.empty() ? TlsAcceptor() : LoadTls(options.certificate, options.privateKey),
+                                options.mostConnections, [this](const Request& request) { return Serve(request); }))
     {
         items.EnsureHome();
         for (const auto& session : sessions.All())
             feed.Open(session.token);
-        AddHandshakeRoutes(router, options);
-        AddSessionRoutes(router, sessions, feed, state, output);
-        AddFolderRoutes(router, items, state);
-        AddResumeRoutes(router, uploads, items);
-        AddDeltaRoutes(router, items, state);
-        AddFeedRoutes(router, feed);
-        AddNoticeRoutes(router, items, state);
+        AddSessionRoutes(router, options, sessions, feed, items, state, output);
+        AddItemRoutes(router, items, state);
+        AddResumeRoutes(router, items, state);
     }
 
     Reply Serve(const Request& request)
     {
         Reply reply = Answer(request);
-        if (log != nullptr)
-        {
-            const auto size = reply.content ? reply.content->length : reply.text.size();
-            const std::string line =
-                request.method + " " + request.path + " -> " + std::to_string(reply.status) + ", " + std::to_string(size) + " bytes\n";
-            const std::lock_guard guard(logMutex);
-            *log << line << std::flush;
-        }
+        const auto size = reply.content ? reply.content->length : reply.text.size();
+        if (logsRequests)
+            output.Write(request.method + " " + request.path + " -> " + std::to_string(reply.status) + ", " + std::to_string(size) +
+                         " bytes");
         return reply;
     }
 
@@ -72,17 +54,20 @@ struct Appliance::Parts
         {
             return ErrorReply(ToApiError(error.code()));
         }
+        catch (const std::exception& error)
+        {
+            return ErrorReply({500, ErrorId::Internal, error.what()});
+        }
     }
 
+    LineWriter output;
+    const bool logsRequests;
     StateFolder state;
     Sessions sessions;
     Feed feed;
     ItemStore items;
-    ResumeStore uploads;
     Router router;
-    HttpServer server;
-    std::ostream* log; // null for none
-    std::mutex logMutex;
+    std::unique_ptr<IHttpServer> server;
 };
 
 Appliance::Appliance(const Options& options, std::ostream& output)
@@ -97,14 +82,14 @@ Appliance::~Appliance()
 
 int Appliance::Start()
 {
-    m_port = m_parts->server.Start(m_requestedPort);
+    m_port = m_parts->server->Start(m_requestedPort);
     return m_port;
 }
 
 void Appliance::Stop()
 {
     m_parts->feed.Stop();
-    m_parts->server.Stop();
+    m_parts->server->Stop();
 }
 
 std::string Appliance::Url() const

@@ -3,8 +3,8 @@
 /// @file
 /// The bytes of one connection, plain or over TLS.
 
-#include "System.h"
-
+#include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -19,17 +19,26 @@ public:
 
     /// Reads what is there, waiting for the first byte; 0 at the end, negative on a failure.
     [[nodiscard]] virtual std::ptrdiff_t Read(char* buffer, std::size_t size) = 0;
+    /// Writes some of the bytes; negative on a failure.
     [[nodiscard]] virtual std::ptrdiff_t Write(const char* data, std::size_t size) = 0;
-    /// Whether decrypted bytes lie ready, which the socket knows nothing of.
-    [[nodiscard]] virtual bool HasPending() const = 0;
+    /// Tells the client that nothing more will be written.
+    virtual void FinishWriting() = 0;
 };
 
-/// Makes the channel of an accepted connection; null where the client did not complete its greeting.
-using ChannelFactory = std::function<std::unique_ptr<IChannel>(System::Socket)>;
+/// A connected socket.
+class ISocket : public IChannel
+{
+public:
+    /// From then on reading and writing fail.
+    virtual void SetDeadline(std::chrono::steady_clock::time_point deadline) = 0;
+    /// Whether the client neither hung up nor sent anything on: it waits for the reply to what it asked.
+    [[nodiscard]] virtual bool IsClientWaiting() const = 0;
+};
 
-[[nodiscard]] ChannelFactory PlainChannels();
+/// Makes the TLS channel over an accepted socket, which has to outlive it; null if the handshake failed.
+using TlsAcceptor = std::function<std::unique_ptr<IChannel>(ISocket&)>;
 
-/// @throws std::runtime_error where the certificate or the key cannot be used, or this build has no TLS.
-[[nodiscard]] ChannelFactory TlsChannels(const std::filesystem::path& certificate, const std::filesystem::path& privateKey);
+/// @throws std::runtime_error if the certificate or the key cannot be used, or this build has no TLS.
+[[nodiscard]] TlsAcceptor LoadTls(const std::filesystem::path& certificate, const std::filesystem::path& privateKey);
 
 } // namespace ApplianceParts

@@ -1,5 +1,5 @@
 #include "Delta.h"
-#include "Exchange.h"
+#include "Http.h"
 
 #include <librsync.h>
 

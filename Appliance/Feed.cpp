@@ -1,5 +1,7 @@
 #include "Feed.h"
 
+#include "Http.h"
+
 #include <algorithm>
 
 namespace ApplianceParts
@@ -19,21 +21,18 @@ void Feed::Open(const std::string& token)
     (void)QueueOf(token);
 }
 
-void Feed::Publish(const std::string& action, const std::string& path)
+void Feed::Publish(const std::string& action, const std::string& path, const std::string& target)
 {
-    Json::Value entry(Json::objectValue);
-    entry["a"] = action;
-    entry["m"] = path;
-    Append(entry);
-}
-
-void Feed::Publish(const std::string& action, const std::string& from, const std::string& to)
-{
-    Json::Value entry(Json::objectValue);
-    entry["a"] = action;
-    entry["m"]["from"] = from;
-    entry["m"]["to"] = to;
-    Append(entry);
+    const auto operand = target.empty() ? Json::Value(path) : JsonObject({{"from", path}, {"to", target}});
+    const auto entry = JsonObject({{"a", action}, {"m", operand}});
+    const std::lock_guard guard(m_mutex);
+    for (auto& queue : m_queues)
+    {
+        if (queue.actions.size() == kMostActions)
+            queue.actions.pop_front();
+        queue.actions.push_back(entry);
+    }
+    m_changed.notify_all();
 }
 
 Json::Value Feed::Take(const std::string& token, std::chrono::milliseconds timeout, const std::function<bool()>& isWanted)
@@ -55,18 +54,6 @@ void Feed::Stop()
 {
     const std::lock_guard guard(m_mutex);
     m_isStopped = true;
-    m_changed.notify_all();
-}
-
-void Feed::Append(const Json::Value& action)
-{
-    const std::lock_guard guard(m_mutex);
-    for (auto& queue : m_queues)
-    {
-        if (queue.actions.size() == kMostActions)
-            queue.actions.pop_front();
-        queue.actions.push_back(action);
-    }
     m_changed.notify_all();
 }
 

@@ -22,10 +22,9 @@ public:
     /// From now on a session's actions are kept for it.
     void Open(const std::string& token);
 
-    /// Tells every session of an action on one path: `{"a":"create","m":"/x"}`.
-    void Publish(const std::string& action, const std::string& path);
-    /// The same of an action with two operands: `{"a":"move","m":{"from":"/x","to":"/y"}}`.
-    void Publish(const std::string& action, const std::string& from, const std::string& to);
+    /// Tells every session of an action on one path, `{"a":"create","m":"/x"}`, or with a target on two:
+    /// `{"a":"move","m":{"from":"/x","to":"/y"}}`.
+    void Publish(const std::string& action, const std::string& path, const std::string& target = {});
 
     /// Waits until there is an action for the session, and takes all that are there.
     /// @param isWanted  asked before the actions are taken: they stay for the session's next request where nobody waits any more.
@@ -42,7 +41,6 @@ private:
         std::deque<Json::Value> actions;
     };
 
-    void Append(const Json::Value& action);
     Queue& QueueOf(const std::string& token);
 
     std::mutex m_mutex;

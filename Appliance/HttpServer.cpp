@@ -1,22 +1,16 @@
 #include "HttpServer.h"
 
-#include "Connection.h"
-#include "ConnectionThreads.h"
+#include "HttpConnection.h"
 
-#include <httplib.h>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
-#include <charconv>
-#include <chrono>
-#include <cstdio>
-#include <map>
+#include <condition_variable>
+#include <list>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
-#include <utility>
-#include <vector>
 
 namespace ApplianceParts
 {
@@ -24,350 +18,236 @@ namespace ApplianceParts
 namespace
 {
 
-constexpr std::chrono::minutes kIdleTimeout{5};
-constexpr std::size_t kMostRequestsPerConnection = 1'000'000'000;
-constexpr std::size_t kSendSize = 64 * 1024;
+namespace asio = boost::asio;
 
-// The library matches paths with regular expressions, which recurse once for each character; here every request has this path,
-// and is told apart by its target.
-constexpr const char* kEveryPath = "/";
+using asio::ip::tcp;
+using Clock = std::chrono::steady_clock;
+using ErrorCode = boost::system::error_code;
 
-// The library takes apart multipart bodies by itself where it sees this header, but not all that clients send.
-constexpr const char* kContentType = "Content-Type";
-constexpr const char* kKeptContentType = "Appliance-Content-Type";
+// How often a wait looks up: not on every system does a socket's end wake a thread that waits for it.
+constexpr std::chrono::milliseconds kLookUp{100};
+constexpr std::chrono::milliseconds kShortestSilence{200};
+constexpr std::chrono::seconds kHandshakeTimeout{30};
 
-// What a request's head says of its body.
-enum class BodyKind
+template <typename Socket> bool WaitFor(Socket& socket, System::Wait wait, std::chrono::milliseconds time)
 {
-    None,
-    Present,
-    Unclear
-};
-
-BodyKind KindOfBody(const httplib::Request& request)
-{
-    const auto encodings = request.get_header_value_count("Transfer-Encoding");
-    const auto lengths = request.get_header_value_count("Content-Length");
-    if (encodings + lengths == 0)
-        return BodyKind::None;
-    if (encodings + lengths > 1)
-        return BodyKind::Unclear;
-    if (encodings == 1)
-        return request.get_header_value("Transfer-Encoding") == "chunked" ? BodyKind::Present : BodyKind::Unclear;
-    const auto text = request.get_header_value("Content-Length");
-    std::uint64_t length = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
-    if (error != std::errc() || end != text.data() + text.size() || text.empty())
-        return BodyKind::Unclear;
-    return length > 0 ? BodyKind::Present : BodyKind::None;
+    return System::WaitFor(static_cast<System::Socket>(socket.native_handle()), wait, time);
 }
 
-// Reads a body once, to its end whatever happens, so that the next request on the connection starts where it should.
-class Body
+// Waits before each call, so that there can be a deadline and an end from outside: blocking calls have neither.
+class Socket final : public ISocket
 {
 public:
-    Body(BodyKind kind, const httplib::ContentReader* reader) : m_reader(kind == BodyKind::Present ? reader : nullptr) {}
-
-    void Read(const BodyReceiver& receiver)
+    explicit Socket(tcp::socket socket) : m_socket(std::move(socket))
     {
-        if (m_reader == nullptr)
-            return;
-        std::exception_ptr thrown;
-        const auto take = [&](const char* data, std::size_t size) {
-            try
-            {
-                if (!thrown)
-                    receiver({data, size});
-            }
-            catch (...)
-            {
-                thrown = std::current_exception();
-            }
-            return true;
-        };
-        const bool isWhole = (*std::exchange(m_reader, nullptr))(take);
-        if (thrown)
-            std::rethrow_exception(thrown);
-        if (!isWhole)
-            throw ApiError(400, ErrorId::Malformed, "the body ended early");
+        ErrorCode ignored;
+        m_socket.non_blocking(true, ignored);
+        m_socket.set_option(tcp::no_delay(true), ignored);
     }
 
-    void Skip()
+    std::ptrdiff_t Read(char* buffer, std::size_t size) override
     {
-        if (m_reader != nullptr)
-            (*std::exchange(m_reader, nullptr))([](const char*, std::size_t) { return true; });
+        return Move(System::Wait::Readable, [&](ErrorCode& error) { return m_socket.read_some(asio::buffer(buffer, size), error); });
     }
+
+    std::ptrdiff_t Write(const char* data, std::size_t size) override
+    {
+        return Move(System::Wait::Writable, [&](ErrorCode& error) { return m_socket.write_some(asio::buffer(data, size), error); });
+    }
+
+    void FinishWriting() override
+    {
+        ErrorCode ignored;
+        m_socket.shutdown(tcp::socket::shutdown_send, ignored);
+    }
+
+    void SetDeadline(Clock::time_point deadline) override { m_deadline = deadline; }
+
+    bool IsClientWaiting() const override { return !WaitFor(m_socket, System::Wait::Readable, std::chrono::milliseconds(0)); }
+
+    /// Ends the connection: its thread comes back from whatever it waits for. Callable from any thread, as `SilentSince`.
+    void Abort()
+    {
+        m_isAborted = true;
+        ErrorCode ignored;
+        m_socket.shutdown(tcp::socket::shutdown_both, ignored);
+    }
+
+    void Close()
+    {
+        ErrorCode ignored;
+        m_socket.close(ignored);
+    }
+
+    /// Since when this waits for the client; the latest possible time if it does not.
+    Clock::time_point SilentSince() const { return m_silentSince; }
 
 private:
-    const httplib::ContentReader* m_reader;
+    template <typename Operation> std::ptrdiff_t Move(System::Wait wait, Operation operation)
+    {
+        ErrorCode error = asio::error::would_block;
+        std::size_t count = 0;
+        m_silentSince = Clock::now();
+        while (error == asio::error::would_block && !m_isAborted && Clock::now() < m_deadline)
+            if (WaitFor(m_socket, wait, kLookUp))
+                count = operation(error);
+        m_silentSince = Clock::time_point::max();
+        return !error ? static_cast<std::ptrdiff_t>(count) : error == asio::error::eof ? 0 : -1;
+    }
+
+    mutable tcp::socket m_socket;
+    Clock::time_point m_deadline = Clock::time_point::max();
+    std::atomic<Clock::time_point> m_silentSince = Clock::time_point::max();
+    std::atomic<bool> m_isAborted = false;
 };
 
-void Send(const FileContent& content, const std::string& contentType, httplib::Response& response)
-{
-    auto buffer = std::make_shared<std::vector<char>>(kSendSize);
-    const auto provide = [content, buffer](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-        const auto count = content.file->ReadAt(content.offset + offset, buffer->data(), std::min(length, buffer->size()));
-        // A file that was cut short meanwhile ends the connection: too short a body must not look whole.
-        return count > 0 && sink.write(buffer->data(), static_cast<std::size_t>(count));
-    };
-    response.set_content_provider(static_cast<std::size_t>(content.length), contentType, provide);
-}
-
-void Send(const Reply& reply, httplib::Response& response)
-{
-    response.status = reply.status;
-    if (reply.content && reply.content->length > 0)
-        Send(*reply.content, reply.contentType, response);
-    else if (!reply.contentType.empty())
-        response.set_content(reply.text, reply.contentType);
-}
-
-std::string HttpDate(std::chrono::system_clock::time_point time)
-{
-    using namespace std::chrono;
-    constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-    constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    const auto day = floor<days>(time);
-    const year_month_day date{day};
-    const hh_mm_ss clock{floor<seconds>(time - day)};
-    std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%s, %02u %s %d %02d:%02d:%02d GMT", kDays[weekday{day}.c_encoding()],
-                  static_cast<unsigned>(date.day()), kMonths[static_cast<unsigned>(date.month()) - 1], static_cast<int>(date.year()),
-                  static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                  static_cast<int>(clock.seconds().count()));
-    return text.data();
-}
-
-} // namespace
-
-class HttpServer::Implementation final : public httplib::Server
+class HttpServer final : public IHttpServer
 {
 public:
-    Implementation(ChannelFactory channels, std::size_t mostConnections, HttpServer::Handler handler)
-        : m_channels(std::move(channels)), m_handler(std::move(handler))
+    HttpServer(TlsAcceptor tls, std::size_t mostConnections, RequestHandler handler)
+        : m_tls(std::move(tls)), m_mostConnections(mostConnections), m_handler(std::move(handler))
     {
-        new_task_queue = [this, mostConnections] { return new ConnectionThreads(mostConnections, [this] { EndLongestIdle(); }); };
-        set_socket_options([](socket_t socket) { System::PrepareListener(static_cast<System::Socket>(socket)); });
-        set_tcp_nodelay(true);
-        set_keep_alive_max_count(kMostRequestsPerConnection);
-        set_keep_alive_timeout(std::chrono::seconds(kIdleTimeout).count());
-        set_read_timeout(kIdleTimeout);
-        set_write_timeout(kIdleTimeout);
-
-        const auto serve = [this](const auto& request, auto& response) { Serve(request, response, nullptr); };
-        const auto serveWithBody = [this](const auto& request, auto& response, const auto& reader) { Serve(request, response, &reader); };
-        Get(kEveryPath, serve);
-        httplib::Server::Options(kEveryPath, serve);
-        Post(kEveryPath, HandlerWithContentReader(serveWithBody));
-        Put(kEveryPath, HandlerWithContentReader(serveWithBody));
-        Patch(kEveryPath, HandlerWithContentReader(serveWithBody));
-        Delete(kEveryPath, HandlerWithContentReader(serveWithBody));
-        set_post_routing_handler([](const httplib::Request&, httplib::Response& response) {
-            response.set_header("Date", HttpDate(std::chrono::system_clock::now()));
-        });
-        set_error_handler([](const httplib::Request&, httplib::Response& response) {
-            // Refused before any handler saw it.
-            if (response.body.empty() && !response.has_header(kContentType))
-                Send(ErrorReply(ApiError(response.status, ErrorId::Malformed, "the request is malformed")), response);
-        });
     }
 
-    int Start(int port)
+    ~HttpServer() override { HttpServer::Stop(); }
+
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    int Start(int port) override
     {
-        const int bound = port == 0 ? bind_to_any_port("127.0.0.1") : bind_to_port("127.0.0.1", port) ? port : -1;
-        if (bound <= 0)
-            throw std::runtime_error("cannot listen on port " + std::to_string(port) + " of 127.0.0.1");
-        m_listener = std::thread([this] {
-            listen_after_bind();
-            m_hasEnded = true;
-        });
-        // `stop` has no effect before this.
-        while (!is_running() && !m_hasEnded)
-            std::this_thread::yield();
-        return bound;
+        try
+        {
+            m_acceptor.open(tcp::v4());
+            System::PrepareListener(static_cast<System::Socket>(m_acceptor.native_handle()));
+            m_acceptor.bind({asio::ip::address_v4::loopback(), static_cast<unsigned short>(port)});
+            m_acceptor.listen();
+            m_acceptor.non_blocking(true);
+        }
+        catch (const boost::system::system_error& error)
+        {
+            throw std::runtime_error("cannot listen on port " + std::to_string(port) + " of 127.0.0.1: " + error.code().message());
+        }
+        m_listener = std::thread([this] { Listen(); });
+        return m_acceptor.local_endpoint().port();
     }
 
-    void Stop()
+    void Stop() override
     {
         {
             const std::lock_guard guard(m_mutex);
             m_isStopping = true;
-            for (const auto& [number, live] : m_live)
-                End(live);
+            for (auto& connection : m_connections)
+                connection.socket.Abort();
         }
-        stop();
         if (m_listener.joinable())
             m_listener.join();
+        for (auto& connection : m_connections)
+            connection.thread.join();
+        m_connections.clear();
+        m_acceptor.close();
     }
 
 private:
-    struct Live
+    struct Connection
     {
-        System::Socket socket;
-        Connection* connection;
-        std::optional<std::chrono::steady_clock::time_point> idleSince; // nothing while a request is served
+        explicit Connection(tcp::socket accepted) : socket(std::move(accepted)) {}
+
+        Socket socket;
+        std::thread thread;
+        bool hasEnded = false;
     };
 
-    static void End(const Live& live)
+    void Listen()
     {
-        if (live.connection != nullptr)
-            live.connection->Abort();
-        else
-            System::ShutDown(live.socket);
-    }
-
-    bool process_and_close_socket(socket_t socket) override
-    {
-        const auto number = Enter(static_cast<System::Socket>(socket));
-        if (number != 0)
+        while (!m_isStopping)
         {
-            if (auto channel = m_channels(static_cast<System::Socket>(socket)))
-            {
-                Connection connection(std::move(channel), static_cast<System::Socket>(socket), number);
-                SetConnection(number, &connection);
-                ServeRequests(connection, number);
-                SetConnection(number, nullptr);
-            }
-            Leave(number);
+            if (!WaitFor(m_acceptor, System::Wait::Readable, kLookUp))
+                continue;
+            std::unique_lock lock(m_mutex);
+            MakeRoom(lock);
+            ErrorCode error;
+            tcp::socket accepted(m_context);
+            m_acceptor.accept(accepted, error);
+            if (!error && !m_isStopping)
+                Add(std::move(accepted));
+            else if (error != asio::error::would_block)
+                m_oneEnded.wait_for(lock, kLookUp); // perhaps there are no descriptors left
         }
-        System::ShutDown(static_cast<System::Socket>(socket));
-        System::Close(static_cast<System::Socket>(socket));
-        return true;
     }
 
-    void ServeRequests(Connection& connection, int number)
+    // Joins the threads that have ended. While there are too many connections, ends the one whose client is silent longest, and
+    // waits.
+    void MakeRoom(std::unique_lock<std::mutex>& lock)
     {
-        bool isClosed = false;
-        for (auto left = keep_alive_max_count_; left > 0 && !isClosed && connection.WaitForRequest(kIdleTimeout); --left)
+        while (!m_isStopping)
         {
-            SetIdle(number, false);
-            const auto isServed = process_request(connection, left == 1, isClosed, [](httplib::Request& request) {
-                request.path = kEveryPath;
-                request.ranges.clear();
-                while (const auto type = request.headers.extract(kContentType))
-                    request.headers.emplace(kKeptContentType, type.mapped());
+            m_connections.remove_if([](Connection& connection) {
+                if (connection.hasEnded)
+                    connection.thread.join();
+                return connection.hasEnded;
             });
-            if (!isServed)
-                break;
-            SetIdle(number, true);
+            if (m_connections.size() < m_mostConnections)
+                return;
+            const auto silent =
+                std::min_element(m_connections.begin(), m_connections.end(), [](const Connection& left, const Connection& right) {
+                    return left.socket.SilentSince() < right.socket.SilentSince();
+                });
+            if (silent->socket.SilentSince() < Clock::now() - kShortestSilence)
+                silent->socket.Abort();
+            m_oneEnded.wait_for(lock, kLookUp);
         }
     }
 
-    void Serve(const httplib::Request& source, httplib::Response& response, const httplib::ContentReader* reader)
+    void Add(tcp::socket accepted)
     {
-        const auto kind = KindOfBody(source);
-        Body body(kind, reader);
-        Connection* const connection = ConnectionOf(source.remote_port);
+        auto& connection = m_connections.emplace_back(std::move(accepted));
         try
         {
-            if (kind == BodyKind::Unclear || (kind == BodyKind::Present && reader == nullptr))
-            {
-                connection->EndAfterReply();
-                throw ApiError(400, ErrorId::Malformed, "the request's body is malformed or has no place here");
-            }
-            Send(m_handler(Translate(source, body, *connection)), response);
+            connection.thread = std::thread([this, &connection] { Run(connection); });
         }
-        catch (const ApiError& error)
+        catch (const std::system_error&)
         {
-            Send(ErrorReply(error), response);
+            m_connections.pop_back(); // no more threads: the connection is closed
         }
-        catch (const std::exception& error)
+    }
+
+    void Run(Connection& connection)
+    {
+        try
         {
-            Send(ErrorReply(ApiError(500, ErrorId::Internal, error.what())), response);
+            connection.socket.SetDeadline(Clock::now() + kHandshakeTimeout);
+            const auto tls = m_tls ? m_tls(connection.socket) : nullptr;
+            if (tls || !m_tls)
+                ServeConnection(connection.socket, tls ? *tls : connection.socket, m_handler);
         }
-        body.Skip();
-    }
-
-    static Request Translate(const httplib::Request& source, Body& body, const Connection& connection)
-    {
-        Request request;
-        request.method = source.method;
-        request.path = source.target.substr(0, source.target.find('?'));
-        request.query = Fields(source.params.begin(), source.params.end());
-        request.header = [&source](const std::string& name) -> std::optional<std::string> {
-            const std::string key = name == kContentType ? kKeptContentType : name;
-            return source.has_header(key) ? std::optional(source.get_header_value(key)) : std::nullopt;
-        };
-        request.readBody = [&body](const BodyReceiver& receiver) { body.Read(receiver); };
-        request.isClientWaiting = [&connection] { return connection.IsPeerWaiting(); };
-        return request;
-    }
-
-    int Enter(System::Socket socket)
-    {
+        catch (const std::exception&)
+        {
+            // Out of memory: this connection ends, the others go on.
+        }
         const std::lock_guard guard(m_mutex);
-        if (m_isStopping)
-            return 0;
-        m_live.emplace(++m_lastNumber, Live{socket, nullptr, std::chrono::steady_clock::now()});
-        return m_lastNumber;
+        connection.socket.Close();
+        connection.hasEnded = true;
+        m_oneEnded.notify_all();
     }
 
-    void SetConnection(int number, Connection* connection)
-    {
-        const std::lock_guard guard(m_mutex);
-        auto& live = m_live.at(number);
-        live.connection = connection;
-        if (m_isStopping)
-            End(live);
-    }
-
-    void SetIdle(int number, bool isIdle)
-    {
-        const std::lock_guard guard(m_mutex);
-        m_live.at(number).idleSince = isIdle ? std::optional(std::chrono::steady_clock::now()) : std::nullopt;
-    }
-
-    void EndLongestIdle()
-    {
-        const std::lock_guard guard(m_mutex);
-        const Live* longest = nullptr;
-        for (const auto& [number, live] : m_live)
-            if (live.idleSince && (longest == nullptr || *live.idleSince < *longest->idleSince))
-                longest = &live;
-        if (longest != nullptr)
-            End(*longest);
-    }
-
-    Connection* ConnectionOf(int number)
-    {
-        const std::lock_guard guard(m_mutex);
-        return m_live.at(number).connection;
-    }
-
-    void Leave(int number)
-    {
-        const std::lock_guard guard(m_mutex);
-        m_live.erase(number);
-    }
-
-    ChannelFactory m_channels;
-    HttpServer::Handler m_handler;
+    const TlsAcceptor m_tls;
+    const std::size_t m_mostConnections;
+    const RequestHandler m_handler;
+    asio::io_context m_context;
+    tcp::acceptor m_acceptor{m_context};
     std::thread m_listener;
-    std::atomic<bool> m_hasEnded = false;
     std::mutex m_mutex;
-    std::map<int, Live> m_live;
-    int m_lastNumber = 0;
-    bool m_isStopping = false;
+    std::condition_variable m_oneEnded;
+    std::list<Connection> m_connections;
+    std::atomic<bool> m_isStopping = false;
 };
 
-HttpServer::HttpServer(ChannelFactory channels, std::size_t mostConnections, Handler handler)
-    : m_implementation(std::make_unique<Implementation>(std::move(channels), mostConnections, std::move(handler)))
-{
-}
+} // namespace
 
-HttpServer::~HttpServer()
+std::unique_ptr<IHttpServer> MakeHttpServer(TlsAcceptor tls, std::size_t mostConnections, RequestHandler handler)
 {
-    Stop();
-}
-
-int HttpServer::Start(int port)
-{
-    return m_implementation->Start(port);
-}
-
-void HttpServer::Stop()
-{
-    m_implementation->Stop();
+    return std::make_unique<HttpServer>(std::move(tls), mostConnections, std::move(handler));
 }
 
 } // namespace ApplianceParts

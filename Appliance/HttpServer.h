@@ -1,41 +1,34 @@
 #pragma once
 
 /// @file
-/// The HTTP side: listens on loopback, keeps connections, turns what comes in into `Request`s and replies with `Reply`s.
+/// Listens on loopback and serves each connection on a thread of its own.
 
 #include "Channel.h"
-#include "Exchange.h"
+#include "Http.h"
 
-#include <functional>
 #include <memory>
 
 namespace ApplianceParts
 {
 
-class HttpServer
+class IHttpServer
 {
 public:
-    using Handler = std::function<Reply(const Request&)>;
-
-    /// @param handler  called on the connection's own thread; may block, which holds up nobody else. May throw `ApiError`.
-    /// @param mostConnections  served at once; a further one takes the place of the one that has been idle longest.
-    HttpServer(ChannelFactory channels, std::size_t mostConnections, Handler handler);
-    ~HttpServer();
-
-    HttpServer(const HttpServer&) = delete;
-    HttpServer& operator=(const HttpServer&) = delete;
+    /// Stops.
+    virtual ~IHttpServer() = default;
 
     /// Listens on a port of 127.0.0.1, 0 for any free one, and serves on threads of its own.
     /// @returns the port.
-    /// @throws std::runtime_error where the port cannot be had.
-    int Start(int port);
+    /// @throws std::runtime_error if the port cannot be had.
+    virtual int Start(int port) = 0;
 
     /// Ends every connection and returns when the last thread has ended. A handler that waits has to be told by its own side.
-    void Stop();
-
-private:
-    class Implementation;
-    std::unique_ptr<Implementation> m_implementation;
+    virtual void Stop() = 0;
 };
+
+/// @param tls  empty: plain http.
+/// @param mostConnections  served at once; a further one takes the place of the one whose client is silent longest.
+/// @param handler  called on the connection's own thread; may block, which holds up nobody else.
+[[nodiscard]] std::unique_ptr<IHttpServer> MakeHttpServer(TlsAcceptor tls, std::size_t mostConnections, RequestHandler handler);
 
 } // namespace ApplianceParts

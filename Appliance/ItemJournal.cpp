@@ -1,11 +1,6 @@
 #include "ItemJournal.h"
 
-#include "Exchange.h"
-
-#include <json/reader.h>
-
 #include <charconv>
-#include <memory>
 #include <system_error>
 
 namespace ApplianceParts
@@ -23,15 +18,13 @@ constexpr const char* kRevision = "revision";
 
 Json::Value Entry(const std::string& path, const ItemRecord& record)
 {
-    Json::Value entry(Json::objectValue);
-    entry[kSet] = path;
-    entry["created"] = FormatTime(record.created);
-    entry["modified"] = FormatTime(record.modified);
-    entry["attributes"] = record.attributes;
-    entry[kRevision] = record.revision;
-    entry["stamp"] = Json::Int64(record.stamp);
-    entry["size"] = Json::UInt64(record.size);
-    return entry;
+    return JsonObject({{kSet, path},
+                       {"created", FormatTime(record.created)},
+                       {"modified", FormatTime(record.modified)},
+                       {"attributes", record.attributes},
+                       {kRevision, record.revision},
+                       {"stamp", Json::Int64(record.stamp)},
+                       {"size", Json::UInt64(record.size)}});
 }
 
 std::uint64_t NumberOf(const std::string& revision)
@@ -45,7 +38,11 @@ std::uint64_t NumberOf(const std::string& revision)
 
 ItemJournal::ItemJournal(std::filesystem::path file) : m_file(std::move(file))
 {
-    Replay();
+    std::ifstream input(m_file, std::ios::binary);
+    for (std::string line; std::getline(input, line);)
+        if (const auto entry = ParseObject(line))
+            Apply(*entry);
+    input.close();
     WriteAnew();
 }
 
@@ -57,25 +54,17 @@ const ItemRecord* ItemJournal::Find(const std::string& path) const
 
 void ItemJournal::Set(const std::string& path, const ItemRecord& record)
 {
-    m_records[path] = record;
-    Append(Entry(path, record));
+    Change(Entry(path, record));
 }
 
 void ItemJournal::Remove(const std::string& path)
 {
-    EraseTree(path);
-    Json::Value entry(Json::objectValue);
-    entry[kRemove] = path;
-    Append(entry);
+    Change(JsonObject({{kRemove, path}}));
 }
 
 void ItemJournal::Move(const std::string& from, const std::string& to)
 {
-    MoveTree(from, to);
-    Json::Value entry(Json::objectValue);
-    entry[kMove] = from;
-    entry[kTo] = to;
-    Append(entry);
+    Change(JsonObject({{kMove, from}, {kTo, to}}));
 }
 
 std::string ItemJournal::NewRevision()
@@ -83,16 +72,16 @@ std::string ItemJournal::NewRevision()
     return std::to_string(++m_lastRevision);
 }
 
-void ItemJournal::Replay()
+void ItemJournal::Change(const Json::Value& entry)
 {
-    std::ifstream input(m_file, std::ios::binary);
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    std::string line;
-    while (std::getline(input, line))
+    Apply(entry);
+    m_output << ToText(entry) << '\n' << std::flush;
+    if (!m_output)
     {
-        Json::Value entry;
-        if (reader->parse(line.data(), line.data() + line.size(), &entry, nullptr) && entry.isObject())
-            Apply(entry);
+        // A later entry is worth trying again; a torn line is skipped, and must not take the next one along.
+        m_output.clear();
+        m_output << '\n';
+        throw std::system_error(std::make_error_code(std::errc::no_space_on_device), "cannot record the item");
     }
 }
 
@@ -129,9 +118,7 @@ void ItemJournal::WriteAnew()
     auto fresh = m_file;
     fresh += ".new";
     m_output.open(fresh, std::ios::binary | std::ios::trunc);
-    Json::Value revision(Json::objectValue);
-    revision[kRevision] = Json::UInt64(m_lastRevision);
-    m_output << ToText(revision) << '\n';
+    m_output << ToText(JsonObject({{kRevision, Json::UInt64(m_lastRevision)}})) << '\n';
     for (const auto& [path, record] : m_records)
         m_output << ToText(Entry(path, record)) << '\n';
     m_output.close();
@@ -139,18 +126,6 @@ void ItemJournal::WriteAnew()
         throw std::system_error(std::make_error_code(std::errc::io_error), "cannot write " + fresh.string());
     std::filesystem::rename(fresh, m_file);
     m_output.open(m_file, std::ios::binary | std::ios::app);
-}
-
-void ItemJournal::Append(const Json::Value& entry)
-{
-    m_output << ToText(entry) << '\n' << std::flush;
-    if (!m_output)
-    {
-        // A later entry is worth trying again; a torn line is skipped, and must not take the next one along.
-        m_output.clear();
-        m_output << '\n';
-        throw std::system_error(std::make_error_code(std::errc::no_space_on_device), "cannot record the item");
-    }
 }
 
 void ItemJournal::EraseTree(const std::string& path)

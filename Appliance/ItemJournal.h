@@ -3,9 +3,7 @@
 /// @file
 /// What files cannot hold of an item, by the item's path.
 
-#include "ItemTime.h"
-
-#include <json/value.h>
+#include "Item.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -48,10 +46,10 @@ public:
 private:
     using Records = std::map<std::string, ItemRecord>;
 
-    void Replay();
     void Apply(const Json::Value& entry);
+    /// Applies an entry and appends it to the file.
+    void Change(const Json::Value& entry);
     void WriteAnew();
-    void Append(const Json::Value& entry);
     void EraseTree(const std::string& path);
     void MoveTree(const std::string& from, const std::string& to);
 

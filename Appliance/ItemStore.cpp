@@ -112,13 +112,11 @@ FolderListing ItemStore::List(const ItemPath& path) const
     return listing;
 }
 
-OpenedFile ItemStore::Open(const ItemPath& path, const std::string& revision) const
+FileContent ItemStore::Open(const ItemPath& path, const std::string& revision) const
 {
     const std::shared_lock lock(m_mutex);
-    OpenedFile opened{RequireFile(path, revision), {}};
-    opened.content.file = System::OpenFile(Locate(path));
-    opened.content.length = opened.item.size;
-    return opened;
+    const auto item = RequireFile(path, revision);
+    return {.file = System::OpenFile(Locate(path)), .length = item.size};
 }
 
 Item ItemStore::Snapshot(const ItemPath& path, const std::string& revision, const fs::path& target) const
@@ -293,29 +291,6 @@ void ItemStore::Record(const ItemPath& path, const Item& item)
 {
     const auto stamp = StampOf(fs::last_write_time(Locate(path)));
     m_journal.Set(item.path, {item.created, item.modified, item.attributes, item.revision, stamp, item.size});
-}
-
-Json::Value ToJson(const Item& item)
-{
-    Json::Value value(Json::objectValue);
-    value["name"] = item.name;
-    value["orca_path"] = item.path;
-    value["directory"] = item.isFolder;
-    value["size"] = Json::UInt64(item.size);
-    value["creation_time"] = FormatTime(item.created);
-    value["modification_time"] = FormatTime(item.modified);
-    value["attributes"] = item.attributes;
-    value["revision"] = item.revision;
-    value["permissions"] = "WRITE";
-    value["folder_permissions"] = "WRITE";
-    return value;
-}
-
-Reply ItemReply(const Item& item)
-{
-    Json::Value reply(Json::objectValue);
-    reply["document_info"] = ToJson(item);
-    return JsonReply(reply);
 }
 
 ApiError ToApiError(const std::error_code& error)

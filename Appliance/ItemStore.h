@@ -3,10 +3,9 @@
 /// @file
 /// The items: files and folders below the root, with what is recorded of them.
 
-#include "Exchange.h"
 #include "Feed.h"
+#include "Item.h"
 #include "ItemJournal.h"
-#include "ItemPath.h"
 #include "StateFolder.h"
 
 #include <cstdint>
@@ -19,49 +18,20 @@
 namespace ApplianceParts
 {
 
-inline constexpr std::uint32_t kDirectoryAttribute = 0x10;
-inline constexpr std::uint32_t kNormalAttribute = 0x80;
-
 /// The folder that every user has.
 inline constexpr const char* kHomePath = "/home";
-
-struct Item
-{
-    std::string path;
-    std::string name;
-    bool isFolder = false;
-    std::uint64_t size = 0;
-    ItemTime created;
-    ItemTime modified;
-    std::uint32_t attributes = 0;
-    std::string revision;
-};
-
-/// What a client sets of an item; what is not there stays, or gets its default.
-struct ItemChanges
-{
-    std::optional<ItemTime> created;
-    std::optional<ItemTime> modified;
-    std::optional<std::uint32_t> attributes;
-};
 
 /// What may lie where a file is put.
 struct PutCondition
 {
-    std::string revision;   ///< only over this revision; empty: over any.
-    bool mustBeNew = false; ///< over nothing.
+    std::string revision = {}; ///< only over this revision; empty: over any.
+    bool mustBeNew = false;    ///< over nothing.
 };
 
 struct FolderListing
 {
     Item folder;
     std::vector<Item> children; ///< by name.
-};
-
-struct OpenedFile
-{
-    Item item;
-    FileContent content;
 };
 
 /// Refuses with `ApiError`, fails with `std::filesystem::filesystem_error`. Every change is told to the feed. Safe to use from
@@ -76,8 +46,9 @@ public:
 
     [[nodiscard]] Item Get(const ItemPath& path) const;
     [[nodiscard]] FolderListing List(const ItemPath& path) const;
+    /// The whole content of a file.
     /// @param revision  the one that is wanted; empty: whatever there is.
-    [[nodiscard]] OpenedFile Open(const ItemPath& path, const std::string& revision) const;
+    [[nodiscard]] FileContent Open(const ItemPath& path, const std::string& revision) const;
 
     /// Makes a file with the content that the item has now, whatever becomes of the item meanwhile.
     /// @param revision  the one that is wanted; empty: whatever there is.
@@ -109,12 +80,6 @@ private:
     mutable std::shared_mutex m_mutex;
     ItemJournal m_journal;
 };
-
-/// An item as replies carry it.
-[[nodiscard]] Json::Value ToJson(const Item& item);
-
-/// `{"document_info":ITEM}`.
-[[nodiscard]] Reply ItemReply(const Item& item);
 
 /// What a client makes of a failure of the file system.
 [[nodiscard]] ApiError ToApiError(const std::error_code& error);

@@ -1,9 +1,8 @@
 #include "Multipart.h"
 
-#include "Form.h"
-
 #include <algorithm>
-#include <cctype>
+#include <fstream>
+#include <string>
 #include <utility>
 
 namespace ApplianceParts
@@ -16,26 +15,22 @@ constexpr std::size_t kLargestHead = 16 * 1024;
 constexpr std::size_t kLargestField = 64 * 1024;
 constexpr std::size_t kMostParts = 100;
 constexpr std::size_t kLongestBoundary = 200;
-constexpr std::string_view kSpaces = " \t\r\n";
 
-ApiError Malformed(const std::string& what)
+ApiError MalformedBody(const std::string& what)
 {
-    return {400, ErrorId::Malformed, "the multipart body is malformed: " + what};
+    return Malformed("the multipart body is malformed: " + what);
 }
 
 bool EqualsIgnoringCase(std::string_view left, std::string_view right)
 {
-    const auto isSame = [](char a, char b) {
-        return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
-    };
-    return left.size() == right.size() && std::equal(left.begin(), left.end(), right.begin(), isSame);
+    return LowerAscii(left) == LowerAscii(right);
 }
 
 std::string_view Trimmed(std::string_view text)
 {
+    constexpr std::string_view kSpaces = " \t\r\n";
     text.remove_prefix(std::min(text.size(), text.find_first_not_of(kSpaces)));
-    const auto last = text.find_last_not_of(kSpaces);
-    return text.substr(0, last == std::string_view::npos ? 0 : last + 1);
+    return text.substr(0, text.find_last_not_of(kSpaces) + 1);
 }
 
 // A parameter of a header's value: `; name=value` or `; name="value"`.
@@ -49,7 +44,7 @@ std::optional<std::string> Parameter(std::string_view value, std::string_view na
             isQuoted = !isQuoted;
         if (index < value.size() && (isQuoted || value[index] != ';'))
             continue;
-        const auto parameter = Trimmed(value.substr(start, index - start));
+        const auto parameter = value.substr(start, index - start);
         start = index + 1;
         const auto equals = parameter.find('=');
         if (equals == std::string_view::npos || !EqualsIgnoringCase(Trimmed(parameter.substr(0, equals)), name))
@@ -76,184 +71,174 @@ std::optional<std::string> HeaderOf(std::string_view head, std::string_view name
     return std::nullopt;
 }
 
-class UploadSink final : public IMultipartSink
+// Fed with the body in pieces of any size. Holds a file's bytes no longer than it takes to know that they are no boundary.
+//
+//     Data (before the first boundary: skipped) --boundary--> BoundaryEnd --CR LF--> Head --empty line--> Data ...
+//                                                             BoundaryEnd --"--"--> Closed (what follows is skipped)
+class UploadParser
 {
 public:
-    explicit UploadSink(const std::function<std::ostream&(const Fields&)>& openFile) : m_openFile(openFile) {}
-
-    void Field(const std::string& name, const std::string& value) override { m_upload.fields.emplace(name, value); }
-
-    void FileBegin() override
+    UploadParser(const std::string& boundary, std::filesystem::path file, std::ios::openmode mode)
+        : m_delimiter("\r\n--" + boundary), m_file(std::move(file)), m_mode(mode)
     {
-        m_output = &m_openFile(m_upload.fields);
-        m_upload.hasFile = true;
     }
 
-    void FileData(std::string_view data) override
+    void Take(std::string_view piece)
     {
-        m_output->write(data.data(), static_cast<std::streamsize>(data.size()));
-        if (!*m_output)
-            throw ApiError(507, ErrorId::StorageFailed, "the file cannot be written");
+        m_pending += piece;
+        while (Step())
+            ;
     }
 
     Upload Finish()
     {
-        if (m_output != nullptr && !m_output->flush())
-            throw ApiError(507, ErrorId::StorageFailed, "the file cannot be written");
+        if (m_state != State::Closed)
+            throw MalformedBody("its closing boundary is missing");
+        m_output.close();
+        CheckOutput();
         return std::move(m_upload);
     }
 
 private:
-    const std::function<std::ostream&(const Fields&)>& m_openFile;
-    std::ostream* m_output = nullptr;
-    Upload m_upload;
-};
+    enum class State
+    {
+        Data,
+        BoundaryEnd,
+        Head,
+        Closed
+    };
 
-} // namespace
+    enum class Part
+    {
+        Preamble,
+        Field,
+        File
+    };
 
-MultipartParser::MultipartParser(const std::string& boundary, IMultipartSink& sink)
-    : m_delimiter("\r\n--" + boundary), m_sink(sink), m_pending("\r\n") // the first boundary has no line before it
-{
-}
-
-void MultipartParser::Take(std::string_view piece)
-{
-    if (m_state == State::Closed)
-        return;
-    m_pending.erase(0, m_position);
-    m_position = 0;
-    m_pending += piece;
-    bool goesOn = true;
-    while (goesOn)
+    // Returns whether there may be more to do with what has come.
+    bool Step()
     {
         switch (m_state)
         {
         case State::Data:
-            goesOn = TakeData();
-            break;
+            return TakeData();
         case State::BoundaryEnd:
-            goesOn = TakeBoundaryEnd();
-            break;
+            return TakeBoundaryEnd();
         case State::Head:
-            goesOn = TakeHead();
-            break;
+            return TakeHead();
         case State::Closed:
-            goesOn = false;
-            break;
+            m_pending.clear();
         }
+        return false;
     }
-}
 
-void MultipartParser::Finish() const
-{
-    if (m_state != State::Closed)
-        throw Malformed("its closing boundary is missing");
-}
-
-bool MultipartParser::TakeData()
-{
-    const auto rest = std::string_view(m_pending).substr(m_position);
-    const auto found = rest.find(m_delimiter);
-    if (found != std::string_view::npos)
+    bool TakeData()
     {
-        Deliver(rest.substr(0, found));
-        EndPart();
-        m_position += found + m_delimiter.size();
-        m_state = State::BoundaryEnd;
+        const auto found = m_pending.find(m_delimiter);
+        const bool isEnd = found != std::string::npos;
+        const auto size = isEnd ? found : m_pending.size() - std::min(m_pending.size(), m_delimiter.size() - 1);
+        Deliver(std::string_view(m_pending).substr(0, size));
+        m_pending.erase(0, isEnd ? size + m_delimiter.size() : size);
+        if (isEnd && m_part == Part::Field)
+        {
+            if (!IsValidUtf8(m_name) || !IsValidUtf8(m_value))
+                throw MalformedBody("a field is not UTF-8");
+            m_upload.fields.emplace(m_name, m_value);
+        }
+        if (isEnd)
+            m_state = State::BoundaryEnd;
+        return isEnd;
+    }
+
+    bool TakeBoundaryEnd()
+    {
+        if (m_pending.size() < 2)
+            return false;
+        const bool isClosing = m_pending.starts_with("--");
+        if (!isClosing && !m_pending.starts_with("\r\n"))
+            throw MalformedBody("a boundary is followed by something else");
+        // The line end stays: where a part's head is empty, it is followed by the empty line at once.
+        m_state = isClosing ? State::Closed : State::Head;
         return true;
     }
-    const auto safe = rest.size() - std::min(rest.size(), m_delimiter.size() - 1);
-    Deliver(rest.substr(0, safe));
-    m_position += safe;
-    return false;
-}
 
-bool MultipartParser::TakeBoundaryEnd()
-{
-    const auto rest = std::string_view(m_pending).substr(m_position);
-    if (rest.size() < 2)
-        return false;
-    if (!rest.starts_with("--") && !rest.starts_with("\r\n"))
-        throw Malformed("a boundary is followed by something else");
-    m_state = rest.starts_with("--") ? State::Closed : State::Head;
-    // The line end stays: it begins the empty line where a part's head is empty.
-    return true;
-}
+    bool TakeHead()
+    {
+        const auto end = m_pending.find("\r\n\r\n");
+        if (std::min(m_pending.size(), end) > kLargestHead)
+            throw MalformedBody("a part's head is too large");
+        if (end == std::string::npos)
+            return false;
+        const auto disposition = HeaderOf(std::string_view(m_pending).substr(0, end), "Content-Disposition");
+        const auto name = disposition ? Parameter(*disposition, "name") : std::nullopt;
+        if (!name)
+            throw MalformedBody("a part has no name");
+        if (++m_partCount > kMostParts)
+            throw MalformedBody("it has too many parts");
+        m_part = Parameter(*disposition, "filename") ? Part::File : Part::Field;
+        if (m_part == Part::File)
+        {
+            if (std::exchange(m_upload.hasFile, true))
+                throw MalformedBody("it has more than one file");
+            m_output.open(m_file, std::ios::out | std::ios::binary | m_mode);
+            CheckOutput();
+        }
+        m_name = *name;
+        m_value.clear();
+        m_pending.erase(0, end + 4);
+        m_state = State::Data;
+        return true;
+    }
 
-bool MultipartParser::TakeHead()
-{
-    const auto rest = std::string_view(m_pending).substr(m_position);
-    const auto end = rest.find("\r\n\r\n");
-    if (std::min(rest.size(), end) > kLargestHead)
-        throw Malformed("a part's head is too large");
-    if (end == std::string_view::npos)
-        return false;
+    void Deliver(std::string_view data)
+    {
+        if (m_part == Part::File)
+        {
+            m_output.write(data.data(), static_cast<std::streamsize>(data.size()));
+            CheckOutput();
+        }
+        if (m_part != Part::Field)
+            return;
+        if (m_value.size() + data.size() > kLargestField)
+            throw MalformedBody("a field is too large");
+        m_value += data;
+    }
 
-    const auto disposition = HeaderOf(rest.substr(2, std::max<std::size_t>(end, 2) - 2), "Content-Disposition");
-    const auto name = disposition ? Parameter(*disposition, "name") : std::nullopt;
-    if (!name)
-        throw Malformed("a part has no name");
-    if (++m_partCount > kMostParts)
-        throw Malformed("it has too many parts");
-    const bool isFile = Parameter(*disposition, "filename").has_value();
-    if (isFile && std::exchange(m_hasFile, true))
-        throw Malformed("it has more than one file");
+    void CheckOutput() const
+    {
+        if (m_upload.hasFile && !m_output)
+            throw ApiError(507, ErrorId::StorageFailed, "the file cannot be written");
+    }
 
-    m_name = *name;
-    m_value.clear();
-    m_part = isFile ? Part::File : Part::Field;
-    if (isFile)
-        m_sink.FileBegin();
-    m_position += end + 4;
-    m_state = State::Data;
-    return true;
-}
+    std::string m_delimiter;
+    std::filesystem::path m_file;
+    std::ios::openmode m_mode;
+    std::ofstream m_output;
+    Upload m_upload;
+    State m_state = State::Data;
+    Part m_part = Part::Preamble;
+    std::string m_pending = "\r\n"; ///< received and not yet looked at; the first boundary has no line before it.
+    std::string m_name;
+    std::string m_value;
+    std::size_t m_partCount = 0;
+};
 
-void MultipartParser::Deliver(std::string_view data)
-{
-    if (m_part == Part::File && !data.empty())
-        m_sink.FileData(data);
-    if (m_part != Part::Field)
-        return;
-    if (m_value.size() + data.size() > kLargestField)
-        throw Malformed("a field is too large");
-    m_value += data;
-}
-
-void MultipartParser::EndPart()
-{
-    if (m_part != Part::Field)
-        return;
-    if (!IsValidUtf8(m_name) || !IsValidUtf8(m_value))
-        throw Malformed("a field is not UTF-8");
-    m_sink.Field(m_name, m_value);
-}
-
-std::optional<std::string> BoundaryOf(const std::string& contentType)
-{
-    const auto type = std::string_view(contentType).substr(0, contentType.find(';'));
-    if (!EqualsIgnoringCase(Trimmed(type), "multipart/form-data"))
-        return std::nullopt;
-    auto boundary = Parameter(contentType, "boundary");
-    return boundary && !boundary->empty() && boundary->size() <= kLongestBoundary ? boundary : std::nullopt;
-}
+} // namespace
 
 bool IsMultipart(const Request& request)
 {
-    const auto type = request.header("Content-Type");
-    return type && EqualsIgnoringCase(Trimmed(type->substr(0, type->find(';'))), "multipart/form-data");
+    const auto type = request.header("Content-Type").value_or("");
+    return EqualsIgnoringCase(Trimmed(std::string_view(type).substr(0, type.find(';'))), "multipart/form-data");
 }
 
-Upload ReadUpload(const Request& request, const std::function<std::ostream&(const Fields&)>& openFile)
+Upload ReadUpload(const Request& request, const std::filesystem::path& file, std::ios::openmode mode)
 {
-    const auto boundary = BoundaryOf(request.header("Content-Type").value_or(""));
-    if (!boundary)
-        throw ApiError(400, ErrorId::Malformed, "the body is not multipart/form-data with a boundary");
-    UploadSink sink(openFile);
-    MultipartParser parser(*boundary, sink);
+    const auto boundary = Parameter(request.header("Content-Type").value_or(""), "boundary");
+    if (!IsMultipart(request) || !boundary || boundary->empty() || boundary->size() > kLongestBoundary)
+        throw Malformed("the body is not multipart/form-data with a boundary");
+    UploadParser parser(*boundary, file, mode);
     request.readBody([&parser](std::string_view piece) { parser.Take(piece); });
-    parser.Finish();
-    return sink.Finish();
+    return parser.Finish();
 }
 
 } // namespace ApplianceParts

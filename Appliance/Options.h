@@ -1,9 +1,11 @@
 #pragma once
 
 /// @file
-/// What the appliance is started with.
+/// What the appliance is started with, and the command line that says it.
 
 #include <filesystem>
+#include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,5 +31,10 @@ struct Options
     std::size_t mostConnections = 500; ///< at once; each takes a thread, a socket and perhaps a file.
     std::vector<std::string> apiVersions = {"1.0", "1.1", "1.2", "1.3"};
 };
+
+/// What the command line asks for; nothing where it asked for help or was wrong, `exitStatus` then says which.
+/// @param arguments  in UTF-8, without the program's name.
+[[nodiscard]] std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std::ostream& output, std::ostream& errors,
+                                                      int& exitStatus);
 
 } // namespace ApplianceParts

@@ -1,10 +1,12 @@
-#include "ItemForm.h"
 #include "ItemStore.h"
 #include "Multipart.h"
-#include "ResumeStore.h"
-#include "Routes.h"
+#include "Router.h"
 
+#include <algorithm>
+#include <condition_variable>
 #include <fstream>
+#include <mutex>
+#include <set>
 
 namespace ApplianceParts
 {
@@ -12,13 +14,19 @@ namespace ApplianceParts
 namespace
 {
 
-std::string IdOf(const Call& call)
+constexpr const char* kFolder = "resume";
+constexpr const char* kDescription = ".json";
+constexpr std::size_t kLongestId = 64;
+constexpr std::chrono::seconds kLongestWait{5};
+
+struct ResumableUpload
 {
-    const auto id = Find(call.request.query, "resume_id");
-    if (!id)
-        throw ApiError(400, ErrorId::Malformed, "the upload's id is missing");
-    return *id;
-}
+    std::string path; ///< of the item that it is to become.
+    std::uint64_t size = 0;
+    ItemChanges changes;
+    std::string revision; ///< of the item that it is to replace; empty: of any.
+    std::optional<ItemTime> expiry;
+};
 
 std::string HeaderOf(const Request& request, const std::string& name)
 {
@@ -29,154 +37,242 @@ std::string HeaderOf(const Request& request, const std::string& name)
     return *value;
 }
 
-bool IsSet(const Request& request, const std::string& name)
+// The upload as it is kept: the texts that the client sent.
+Json::Value Describe(const Request& request, const ItemPath& path)
 {
-    return request.header(name) == "true";
+    auto value = JsonObject({{"path", path.Text()}, {"size", HeaderOf(request, "qd_file_size")}});
+    constexpr std::pair<const char*, const char*> kTexts[] = {{"created", "qd_file_creation_time"},
+                                                              {"modified", "qd_file_modification_time"},
+                                                              {"attributes", "qd_attributes"},
+                                                              {"revision", "qd_revision"},
+                                                              {"expiry", "qd_expiry"}};
+    for (const auto& [name, header] : kTexts)
+        if (const auto text = request.header(header))
+            value[name] = *text;
+    return value;
 }
 
-std::optional<ItemTime> TimeOf(const Request& request, const std::string& name)
+ResumableUpload ReadUploadDescription(const Json::Value& value)
 {
-    const auto text = request.header(name);
-    return text ? ReadTime(*text) : std::nullopt;
+    const auto text = [&value](const char* name) { return value.isMember(name) ? std::optional(value[name].asString()) : std::nullopt; };
+    return {text("path").value_or(""), ReadNumber(text("size").value_or(""), "qd_file_size"),
+            ReadChanges(text("created"), text("modified"), text("attributes")), text("revision").value_or(""), ReadTime(text("expiry"))};
 }
 
-ResumableUpload ReadUploadHead(const Request& request, const ItemPath& path)
+// Uploads that come in chunks. Each is a file with the bytes that have come, beside a file of JSON that says what they are for; they
+// outlive the process. Only who holds an upload's lease touches its bytes. Safe to use from several threads.
+class ResumeStore
 {
-    ResumableUpload upload;
-    upload.path = path.Text();
-    upload.size = ReadNumber(HeaderOf(request, "qd_file_size"), "qd_file_size");
-    upload.changes.created = TimeOf(request, "qd_file_creation_time");
-    upload.changes.modified = TimeOf(request, "qd_file_modification_time");
-    if (const auto attributes = request.header("qd_attributes"))
-        upload.changes.attributes = ReadAttributes(*attributes);
-    upload.revision = request.header("qd_revision").value_or("");
-    upload.expiry = TimeOf(request, "qd_expiry");
-    return upload;
-}
+public:
+    explicit ResumeStore(const StateFolder& state) : m_state(state)
+    {
+        for (const auto& entry : std::filesystem::directory_iterator(m_state.Folder(kFolder)))
+        {
+            const auto id = ToUtf8(entry.path().stem());
+            if (entry.path().extension() == kDescription && !Load(id))
+                Discard(id);
+        }
+    }
+
+    // Exclusive use of an upload, which need not exist yet; given back when the lease ends.
+    using Lease = std::shared_ptr<const void>;
+
+    // Waits a little: the thread of a connection that broke may be about to notice.
+    Lease Acquire(const std::string& id)
+    {
+        std::unique_lock lock(m_mutex);
+        if (!m_released.wait_for(lock, kLongestWait, [&] { return !m_busy.contains(id); }))
+            throw ApiError(423, ErrorId::Busy, "another request works on this upload");
+        m_busy.insert(id);
+        return Lease(this, [this, id](const void*) {
+            const std::lock_guard guard(m_mutex);
+            m_busy.erase(id);
+            m_released.notify_all();
+        });
+    }
+
+    bool IsBusy(const std::string& id) const
+    {
+        const std::lock_guard guard(m_mutex);
+        return m_busy.contains(id);
+    }
+
+    // Begins an upload without bytes; an earlier one of this id goes.
+    void Begin(const std::string& id, const Json::Value& description) const
+    {
+        (void)ReadUploadDescription(description); // refuses what is malformed
+        (void)m_state.Folder(kFolder);
+        Discard(id);
+        if (!std::ofstream(BytesOf(id), std::ios::binary))
+            throw ApiError(507, ErrorId::StorageFailed, "the upload cannot be stored");
+        m_state.Write(FileName(id, kDescription), ToText(description));
+    }
+
+    ResumableUpload Get(const std::string& id, const ItemPath& path) const
+    {
+        auto upload = Load(id);
+        if (!upload || upload->path != path.Text())
+            throw ApiError(404, ErrorId::NotFound, "there is no such upload");
+        return std::move(*upload);
+    }
+
+    std::filesystem::path BytesOf(const std::string& id) const { return m_state.Path(FileName(id, ".bytes")); }
+    std::uint64_t Received(const std::string& id) const { return std::filesystem::file_size(BytesOf(id)); }
+
+    void Discard(const std::string& id) const
+    {
+        std::filesystem::remove(m_state.Path(FileName(id, kDescription)));
+        std::filesystem::remove(BytesOf(id));
+    }
+
+private:
+    std::optional<ResumableUpload> Load(const std::string& id) const
+    {
+        const auto value = ParseObject(m_state.Read(FileName(id, kDescription)).value_or(""));
+        // The bytes go first when they become an item.
+        if (!value || !std::filesystem::exists(BytesOf(id)))
+            return std::nullopt;
+        auto upload = ReadUploadDescription(*value);
+        return upload.expiry && *upload.expiry < Now() ? std::nullopt : std::optional(std::move(upload));
+    }
+
+    static std::string FileName(const std::string& id, const char* extension) { return std::string(kFolder) + "/" + id + extension; }
+
+    const StateFolder& m_state;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_released;
+    std::set<std::string> m_busy;
+};
 
 // What the client is told of an item that is not there yet: all as it sent it, since it goes on from what it is told.
 Item PendingItem(const ResumableUpload& upload, const ItemPath& path)
 {
-    Item item;
-    item.path = path.Text();
-    item.name = path.Name();
-    item.size = upload.size;
-    item.created = upload.changes.created.value_or(Now());
-    item.modified = upload.changes.modified.value_or(Now());
-    item.attributes = upload.changes.attributes.value_or(kNormalAttribute);
-    item.revision = upload.revision;
-    return item;
+    return {.path = path.Text(),
+            .name = path.Name(),
+            .size = upload.size,
+            .created = upload.changes.created.value_or(Now()),
+            .modified = upload.changes.modified.value_or(Now()),
+            .attributes = upload.changes.attributes.value_or(kNormalAttribute),
+            .revision = upload.revision};
 }
 
-class ResumeHandlers
+// One request to an upload.
+class ResumeCall
 {
 public:
-    ResumeHandlers(ResumeStore& uploads, ItemStore& items) : m_uploads(uploads), m_items(items) {}
-
-    Reply Post(const Call& call)
+    ResumeCall(const Call& call, ResumeStore& uploads, ItemStore& items)
+        : m_request(call.request),
+          m_uploads(uploads),
+          m_items(items),
+          m_path(ItemPath::FromUrl(call.rest)),
+          m_id(CheckedId(Find(call.request.query, "resume_id").value_or("")))
     {
-        const auto id = IdOf(call);
-        const auto path = ItemPath::FromUrl(call.rest);
-        const auto newPath = call.request.header("qd_new_path");
+    }
+
+    Reply Post()
+    {
+        const auto newPath = m_request.header("qd_new_path");
         // Every chunk has these two. Looked for first: without any header a new upload looks like the rest of one that nobody began.
         if (!newPath)
             for (const char* name : {"qd_offset", "qd_block_size"})
-                (void)HeaderOf(call.request, name);
-        const auto lease = m_uploads.Acquire(id);
+                (void)HeaderOf(m_request, name);
+        const auto lease = m_uploads.Acquire(m_id);
         if (newPath)
-            return Complete(id, path, ItemPath::FromText(*newPath));
-
-        if (IsSet(call.request, "qd_start"))
-            m_uploads.Begin(id, ReadUploadHead(call.request, path));
-        const auto upload = m_uploads.Get(id, path);
-        TakeChunk(call.request, id, upload);
-        if (!IsSet(call.request, "qd_finish"))
-            return ItemReply(PendingItem(upload, path));
-        return Finish(id, upload, path, {upload.revision, false});
+            return Complete(ItemPath::FromText(*newPath));
+        if (m_request.header("qd_start") == "true")
+            m_uploads.Begin(m_id, Describe(m_request, m_path));
+        const auto upload = m_uploads.Get(m_id, m_path);
+        TakeChunk(upload);
+        return m_request.header("qd_finish") == "true" ? Finish(upload, m_path, {.revision = upload.revision})
+                                                       : ItemReply(PendingItem(upload, m_path));
     }
 
-    Reply Status(const Call& call)
+    Reply Status()
     {
-        const auto id = IdOf(call);
-        (void)m_uploads.Get(id, ItemPath::FromUrl(call.rest));
-        Json::Value reply(Json::objectValue);
-        reply["bytes_received"] = Json::UInt64(m_uploads.Received(id));
-        // Clients read the text, not a JSON boolean.
-        reply["is_locked"] = m_uploads.IsBusy(id) ? "true" : "false";
-        return JsonReply(reply);
+        (void)m_uploads.Get(m_id, m_path);
+        // Clients read the lock as a text, not as a JSON boolean.
+        return JsonReply(
+            {{"bytes_received", Json::UInt64(m_uploads.Received(m_id))}, {"is_locked", m_uploads.IsBusy(m_id) ? "true" : "false"}});
     }
 
-    Reply Cancel(const Call& call)
+    Reply Cancel()
     {
-        const auto id = IdOf(call);
-        const auto lease = m_uploads.Acquire(id);
-        (void)m_uploads.Get(id, ItemPath::FromUrl(call.rest));
-        m_uploads.Discard(id);
-        return JsonReply(Json::Value(Json::objectValue));
+        const auto lease = m_uploads.Acquire(m_id);
+        (void)m_uploads.Get(m_id, m_path);
+        m_uploads.Discard(m_id);
+        return JsonReply();
     }
 
 private:
-    // A chunk begins where the last one ended, or before: then it was sent again. Of a chunk that breaks off, what has come stays.
-    void TakeChunk(const Request& request, const std::string& id, const ResumableUpload& upload)
+    // Ids are names of files, so only what is one everywhere is let in; case does not tell them apart.
+    static std::string CheckedId(const std::string& text)
     {
-        const auto offset = ReadNumber(HeaderOf(request, "qd_offset"), "qd_offset");
-        const auto size = ReadNumber(HeaderOf(request, "qd_block_size"), "qd_block_size");
-        const auto received = m_uploads.Received(id);
+        auto id = LowerAscii(text);
+        if (id.empty() || id.size() > kLongestId || id.find_first_not_of("0123456789abcdefghijklmnopqrstuvwxyz-") != std::string::npos)
+            throw Malformed("the upload's id is missing or malformed");
+        return id;
+    }
+
+    // A chunk begins where the last one ended, or before: then it was sent again. Of a chunk that breaks off, what has come stays.
+    void TakeChunk(const ResumableUpload& upload)
+    {
+        const auto offset = ReadNumber(HeaderOf(m_request, "qd_offset"), "qd_offset");
+        const auto size = ReadNumber(HeaderOf(m_request, "qd_block_size"), "qd_block_size");
+        const auto received = m_uploads.Received(m_id);
         if (offset > received)
             throw ApiError(409, ErrorId::Incomplete,
                            "the chunk begins at " + std::to_string(offset) + ", but only " + std::to_string(received) + " bytes have come");
         if (offset + size > upload.size)
-            throw ApiError(400, ErrorId::Malformed, "the chunk ends beyond the file's end");
-        const auto bytes = m_uploads.BytesOf(id);
+            throw Malformed("the chunk ends beyond the file's end");
+        const auto bytes = m_uploads.BytesOf(m_id);
         if (offset < received)
             std::filesystem::resize_file(bytes, offset);
-
-        std::ofstream output;
-        (void)ReadUpload(request, [&](const Fields&) -> std::ostream& {
-            output.open(bytes, std::ios::binary | std::ios::app);
-            return output;
-        });
-        output.close();
-        if (m_uploads.Received(id) - offset != size)
+        (void)ReadUpload(m_request, bytes, std::ios::app);
+        if (m_uploads.Received(m_id) - offset != size)
         {
             std::filesystem::resize_file(bytes, offset);
-            throw ApiError(400, ErrorId::Malformed, "the chunk is not as long as its head says");
+            throw Malformed("the chunk is not as long as its head says");
         }
     }
 
-    Reply Complete(const std::string& id, const ItemPath& path, const ItemPath& newPath)
+    Reply Complete(const ItemPath& newPath)
     {
-        const auto upload = m_uploads.Get(id, path);
-        const bool isSame = path == newPath;
-        return Finish(id, upload, newPath, {isSame ? upload.revision : "", !isSame});
+        const auto upload = m_uploads.Get(m_id, m_path);
+        const bool isSame = m_path == newPath;
+        return Finish(upload, newPath, {.revision = isSame ? upload.revision : "", .mustBeNew = !isSame});
     }
 
     // Where this is refused, the bytes stay: they can still become an item of another path.
-    Reply Finish(const std::string& id, const ResumableUpload& upload, const ItemPath& path, const PutCondition& condition)
+    Reply Finish(const ResumableUpload& upload, const ItemPath& path, const PutCondition& condition)
     {
-        const auto received = m_uploads.Received(id);
+        const auto received = m_uploads.Received(m_id);
         if (received != upload.size)
             throw ApiError(409, ErrorId::Incomplete,
                            "only " + std::to_string(received) + " of " + std::to_string(upload.size) + " bytes have come");
-        const auto item = m_items.PutFile(path, m_uploads.BytesOf(id), upload.changes, condition);
-        m_uploads.Discard(id);
+        const auto item = m_items.PutFile(path, m_uploads.BytesOf(m_id), upload.changes, condition);
+        m_uploads.Discard(m_id);
         return ItemReply(item);
     }
 
+    const Request& m_request;
     ResumeStore& m_uploads;
     ItemStore& m_items;
+    ItemPath m_path;
+    std::string m_id;
 };
 
 } // namespace
 
-void AddResumeRoutes(Router& router, ResumeStore& uploads, ItemStore& items)
+void AddResumeRoutes(Router& router, ItemStore& items, const StateFolder& state)
 {
-    const auto handlers = std::make_shared<ResumeHandlers>(uploads, items);
-    constexpr const char* kPath = "/resume/upload";
-    router.Add("POST", Place::Api, kPath, Depth::Subtree, Access::Session, [handlers](const Call& call) { return handlers->Post(call); });
-    router.Add("GET", Place::Api, kPath, Depth::Subtree, Access::Session, [handlers](const Call& call) { return handlers->Status(call); });
-    router.Add("DELETE", Place::Api, kPath, Depth::Subtree, Access::Session,
-               [handlers](const Call& call) { return handlers->Cancel(call); });
+    const auto uploads = std::make_shared<ResumeStore>(state);
+    const auto add = [&](const char* method, Reply (ResumeCall::*handle)()) {
+        router.Add(method, "{api}/resume/upload/*", Access::Session,
+                   [uploads, &items, handle](const Call& call) { return (ResumeCall(call, *uploads, items).*handle)(); });
+    };
+    add("POST", &ResumeCall::Post);
+    add("GET", &ResumeCall::Status);
+    add("DELETE", &ResumeCall::Cancel);
 }
 
 } // namespace ApplianceParts

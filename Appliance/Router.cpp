@@ -8,10 +8,7 @@ namespace ApplianceParts
 namespace
 {
 
-constexpr std::string_view kTokenPath = "/api/";
-constexpr std::string_view kDevicesPath = "/api/devices";
-
-// The path behind a prefix, where the prefix ends at a component's end.
+// The path behind a prefix, if the prefix ends at a component's end.
 std::optional<std::string_view> Behind(std::string_view prefix, std::string_view path)
 {
     if (!path.starts_with(prefix))
@@ -20,12 +17,10 @@ std::optional<std::string_view> Behind(std::string_view prefix, std::string_view
     return path.empty() || path.front() == '/' ? std::optional(path) : std::nullopt;
 }
 
-} // namespace
-
 std::string CookieValue(const Request& request, std::string_view name)
 {
-    const auto header = request.header("Cookie");
-    std::string_view rest = header ? std::string_view(*header) : std::string_view();
+    const auto header = request.header("Cookie").value_or("");
+    std::string_view rest = header;
     while (!rest.empty())
     {
         auto pair = rest.substr(0, rest.find(';'));
@@ -37,18 +32,23 @@ std::string CookieValue(const Request& request, std::string_view name)
     return {};
 }
 
-Router::Router(const std::vector<std::string>& apiVersions, const Sessions& sessions)
-    : m_hasTokenPaths(std::find(apiVersions.begin(), apiVersions.end(), "1.0") != apiVersions.end() ||
-                      std::find(apiVersions.begin(), apiVersions.end(), "1") != apiVersions.end()),
-      m_sessions(sessions)
+} // namespace
+
+Router::Router(const std::vector<std::string>& apiVersions, const Sessions& sessions) : m_sessions(sessions)
 {
     for (const auto& version : apiVersions)
         m_apiPaths.push_back(ApiPath(version));
 }
 
-void Router::Add(std::string method, Place place, std::string path, Depth depth, Access access, CallHandler handler)
+void Router::Add(std::string method, std::string_view path, Access access, CallHandler handler)
 {
-    m_routes.push_back({std::move(method), place, std::move(path), depth, access, std::move(handler)});
+    constexpr std::string_view kApi = "{api}";
+    constexpr std::string_view kBelow = "/*";
+    const bool isBelowApi = path.starts_with(kApi);
+    const bool isSubtree = path.ends_with(kBelow);
+    path.remove_prefix(isBelowApi ? kApi.size() : 0);
+    path.remove_suffix(isSubtree ? kBelow.size() : 0);
+    m_routes.push_back({std::move(method), isBelowApi, isSubtree, std::string(path), access, std::move(handler)});
 }
 
 Reply Router::Handle(const Request& request) const
@@ -57,40 +57,39 @@ Reply Router::Handle(const Request& request) const
     bool isKnown = false;
     for (const auto& route : m_routes)
     {
-        const auto rest = route.place == target.place ? Behind(route.path, target.path) : std::nullopt;
-        if (!rest || (route.depth == Depth::Exact && !rest->empty()))
+        const auto rest = route.isBelowApi == target.isBelowApi ? Behind(route.path, target.path) : std::nullopt;
+        if (!rest || (!route.isSubtree && !rest->empty()))
             continue;
         isKnown = true;
-        if (route.method != request.method)
-            continue;
-        const bool isOpen = route.access == Access::Everybody;
-        return route.handler({request, *rest, isOpen ? Session() : Authenticate(request, target)});
+        if (route.method == request.method)
+            return route.handler({request, *rest, route.access == Access::Session ? Authenticate(request, target) : Session()});
     }
     if (isKnown)
         throw ApiError(405, ErrorId::Unsupported, "the method is not supported here");
     throw ApiError(404, ErrorId::Unsupported, "there is nothing at this address");
 }
 
+// API 1.0 also has its requests at "/api/TOKEN/...".
 Router::Target Router::Locate(std::string_view path) const
 {
+    constexpr std::string_view kTokenPath = "/api/";
+    bool hasTokenPaths = false;
     for (const auto& apiPath : m_apiPaths)
     {
         if (const auto rest = Behind(apiPath, path))
-            return {Place::Api, *rest, {}};
+            return {true, *rest, {}};
+        hasTokenPaths = hasTokenPaths || apiPath == ApiPath("1.0") || apiPath == ApiPath("1");
     }
-    if (m_hasTokenPaths && path.starts_with(kTokenPath) && path != kDevicesPath)
-    {
-        const auto behind = path.substr(kTokenPath.size());
-        const auto slash = std::min(behind.size(), behind.find('/'));
-        return {Place::Api, behind.substr(slash), std::string(behind.substr(0, slash))};
-    }
-    return {Place::Server, path, {}};
+    if (!hasTokenPaths || !path.starts_with(kTokenPath) || path == "/api/devices")
+        return {false, path, {}};
+    const auto behind = path.substr(kTokenPath.size());
+    const auto slash = std::min(behind.size(), behind.find('/'));
+    return {true, behind.substr(slash), std::string(behind.substr(0, slash))};
 }
 
 Session Router::Authenticate(const Request& request, const Target& target) const
 {
-    const auto token = target.token.empty() ? CookieValue(request, "session_token") : target.token;
-    auto session = m_sessions.Find(token);
+    auto session = m_sessions.Find(target.token.empty() ? CookieValue(request, "session_token") : target.token);
     if (!session)
         throw ApiError(401, ErrorId::SessionNotValid, "the session is not valid (any more)");
     return std::move(*session);

@@ -1,43 +1,32 @@
 #pragma once
 
 /// @file
-/// Which handler answers which request.
+/// Which handler answers which request. The handlers are added by subject, by a function each.
 
-#include "Exchange.h"
+#include "Http.h"
+#include "Options.h"
 #include "Sessions.h"
-
-#include <functional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 namespace ApplianceParts
 {
+
+class Feed;
+class ItemStore;
+class LineWriter;
+class StateFolder;
 
 /// A request that found its handler.
 struct Call
 {
     const Request& request;
-    std::string_view rest; ///< the path behind the route's own, still percent-encoded: "" or "/...".
-    Session session;       ///< empty where the route is open to everybody.
+    std::string_view rest; ///< the path below the route's own, still percent-encoded: "" or "/...".
+    Session session;       ///< empty if the route is open to everybody.
 };
 
 enum class Access
 {
     Everybody,
     Session ///< needs the session token: as a cookie or, at API 1.0, in the path.
-};
-
-enum class Depth
-{
-    Exact,
-    Subtree ///< the path of an item follows
-};
-
-enum class Place
-{
-    Server, ///< below "/"
-    Api     ///< below the path of each API version
 };
 
 class Router
@@ -47,9 +36,10 @@ public:
 
     Router(const std::vector<std::string>& apiVersions, const Sessions& sessions);
 
-    void Add(std::string method, Place place, std::string path, Depth depth, Access access, CallHandler handler);
+    /// @param path  such as "/endpoints"; after "{api}" it is below the path of each API version; before "/*" any path may follow.
+    void Add(std::string method, std::string_view path, Access access, CallHandler handler);
 
-    /// @throws ApiError where nothing answers the request, or its session is not valid.
+    /// @throws ApiError if nothing answers the request, or its session is not valid.
     [[nodiscard]] Reply Handle(const Request& request) const;
 
     /// The path below which an API version's requests lie.
@@ -59,30 +49,37 @@ private:
     struct Route
     {
         std::string method;
-        Place place;
+        bool isBelowApi;
+        bool isSubtree;
         std::string path;
-        Depth depth;
         Access access;
         CallHandler handler;
     };
 
     struct Target
     {
-        Place place = Place::Server;
+        bool isBelowApi;
         std::string_view path;
-        std::string token; ///< from the path; empty where it has none.
+        std::string token; ///< from the path; empty if it has none.
     };
 
     [[nodiscard]] Target Locate(std::string_view path) const;
     [[nodiscard]] Session Authenticate(const Request& request, const Target& target) const;
 
     std::vector<std::string> m_apiPaths;
-    bool m_hasTokenPaths;
     const Sessions& m_sessions;
     std::vector<Route> m_routes;
 };
 
-/// The value of a cookie in a request's Cookie headers; empty where there is none.
-[[nodiscard]] std::string CookieValue(const Request& request, std::string_view name);
+/// "/endpoints", "/init", "/version"; sessions and devices; the change feed; shares and audit data.
+/// @param mail  where the mails to the user go.
+void AddSessionRoutes(Router& router, const Options& options, Sessions& sessions, Feed& feed, const ItemStore& items,
+                      const StateFolder& state, LineWriter& mail);
+
+/// "/folders": items, their content and the mappings; "/delta".
+void AddItemRoutes(Router& router, ItemStore& items, const StateFolder& state);
+
+/// "/resume/upload": uploads in chunks.
+void AddResumeRoutes(Router& router, ItemStore& items, const StateFolder& state);
 
 } // namespace ApplianceParts

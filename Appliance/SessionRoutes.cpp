@@ -1,12 +1,7 @@
 #include "Feed.h"
-#include "Form.h"
-#include "Routes.h"
-
-#include <json/reader.h>
-
-#include <memory>
-#include <mutex>
-#include <ostream>
+#include "ItemStore.h"
+#include "LineWriter.h"
+#include "Router.h"
 
 namespace ApplianceParts
 {
@@ -14,112 +9,124 @@ namespace ApplianceParts
 namespace
 {
 
-constexpr const char* kPolicyFile = "policy.json";
+// Shorter than clients and proxies are ready to wait.
+constexpr std::chrono::seconds kLongestWait{55};
 
 Json::Value Endpoint(const std::string& path)
 {
-    Json::Value entry(Json::objectValue);
-    entry["path"] = path;
-    entry["tos"] = 0;
-    return entry;
+    return JsonObject({{"path", path}, {"tos", 0}});
 }
 
-Json::Value Endpoints(const Options& options)
+Json::Value TextsOf(const Fields& form, const std::string& name)
 {
-    Json::Value endpoints(Json::objectValue);
-    endpoints["sync"] = Json::Value(Json::objectValue);
+    (void)Require(form, name);
+    Json::Value texts;
+    for (auto [each, last] = form.equal_range(name); each != last; ++each)
+        texts.append(each->second);
+    return texts;
+}
+
+// The same reply at every request.
+void AddConstant(Router& router, std::string_view path, const Json::Value& value)
+{
+    router.Add("GET", path, Access::Everybody, [value](const Call&) { return JsonReply(value); });
+}
+
+void AddHandshake(Router& router, const Options& options)
+{
+    Json::Value endpoints;
     for (const auto& version : options.apiVersions)
         endpoints["sync"][version] = Endpoint(Router::ApiPath(version));
     endpoints["audit"]["1"] = Endpoint("/audit/1");
-    return endpoints;
+    AddConstant(router, "/endpoints", endpoints);
+    AddConstant(router, "{api}/init", JsonObject({{"device_token_auth", options.mode == ServerMode::DeviceToken}}));
+    AddConstant(router, "{api}/version", JsonObject({{"build_number", "sample-1"}}));
 }
 
-// An administrator can put a policy into the state folder; it then comes with every login.
-void AddPolicy(const StateFolder& state, Json::Value& reply)
+void AddDevices(Router& router, Sessions& sessions, LineWriter& mail)
 {
-    const auto text = state.Read(kPolicyFile);
-    if (!text)
-        return;
-    Json::Value policy;
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    if (reader->parse(text->data(), text->data() + text->size(), &policy, nullptr))
-        reply["policy_block"] = policy;
-}
-
-// Mails would come out interleaved from several threads.
-class Mailer
-{
-public:
-    explicit Mailer(std::ostream& output) : m_output(output) {}
-
-    void Send(const std::string& user, const std::string& deviceName, const std::string& deviceToken)
-    {
-        const std::lock_guard guard(m_mutex);
-        m_output << "mail to " << user << ": the device token of \"" << deviceName << "\" is " << deviceToken << std::endl;
-    }
-
-private:
-    std::ostream& m_output;
-    std::mutex m_mutex;
-};
-
-} // namespace
-
-void AddHandshakeRoutes(Router& router, const Options& options)
-{
-    router.Add("GET", Place::Server, "/endpoints", Depth::Exact, Access::Everybody,
-               [endpoints = Endpoints(options)](const Call&) { return JsonReply(endpoints); });
-
-    Json::Value init(Json::objectValue);
-    init["device_token_auth"] = options.mode == ServerMode::DeviceToken;
-    router.Add("GET", Place::Api, "/init", Depth::Exact, Access::Everybody, [init](const Call&) { return JsonReply(init); });
-
-    Json::Value version(Json::objectValue);
-    version["build_number"] = "sample-1";
-    router.Add("GET", Place::Api, "/version", Depth::Exact, Access::Everybody, [version](const Call&) { return JsonReply(version); });
-}
-
-void AddSessionRoutes(Router& router, Sessions& sessions, Feed& feed, const StateFolder& state, std::ostream& mail)
-{
-    router.Add("POST", Place::Api, "/sessions", Depth::Exact, Access::Everybody, [&](const Call& call) {
-        const auto form = ReadForm(call.request);
-        const auto session = sessions.LogIn(Require(form, "user_id"), Require(form, "password"), Find(form, "device_id").value_or(""),
-                                            Find(form, "device_token").value_or(""));
-        feed.Open(session.token);
-        Json::Value reply(Json::objectValue);
-        reply["session_token"] = session.token;
-        AddPolicy(state, reply);
-        return JsonReply(reply);
-    });
-
-    const auto mailer = std::make_shared<Mailer>(mail);
-    router.Add("POST", Place::Api, "/registrations", Depth::Exact, Access::Everybody, [&sessions, mailer](const Call& call) {
+    const auto send = [&mail](const Fields& form, const std::string& deviceToken) {
+        mail.Write("mail to " + Require(form, "user_id") + ": the device token of \"" + Find(form, "device_name").value_or("") + "\" is " +
+                   deviceToken);
+        return Reply{.status = 204};
+    };
+    router.Add("POST", "{api}/registrations", Access::Everybody, [&sessions, send](const Call& call) {
         const auto form = ReadForm(call.request);
         const auto user = Require(form, "user_id");
-        const auto deviceName = Find(form, "device_name").value_or("");
         const auto deviceToken = sessions.Register(user, Require(form, "device_id"));
         // Clients look for the two halves of this sentence.
         if (!deviceToken)
-            throw ApiError(400, ErrorId::AlreadyExists, "The user " + user + " has registered the device " + deviceName);
-        mailer->Send(user, deviceName, *deviceToken);
-        return EmptyReply(204);
+            throw ApiError(400, ErrorId::AlreadyExists,
+                           "The user " + user + " has registered the device " + Find(form, "device_name").value_or(""));
+        return send(form, *deviceToken);
     });
-
-    router.Add("POST", Place::Api, "/registrations/resend", Depth::Exact, Access::Everybody, [&sessions, mailer](const Call& call) {
+    router.Add("POST", "{api}/registrations/resend", Access::Everybody, [&sessions, send](const Call& call) {
         const auto form = ReadForm(call.request);
-        const auto user = Require(form, "user_id");
-        mailer->Send(user, Find(form, "device_name").value_or(""), sessions.DeviceToken(user, Require(form, "device_id")));
-        return EmptyReply(204);
+        return send(form, sessions.DeviceToken(Require(form, "user_id"), Require(form, "device_id")));
     });
-
-    router.Add("POST", Place::Server, "/api/devices", Depth::Exact, Access::Session, [&sessions](const Call& call) {
+    router.Add("POST", "/api/devices", Access::Session, [&sessions](const Call& call) {
         const auto form = ReadForm(call.request);
         const auto deviceId = Require(form, "device_id");
         if (Require(form, "username") != call.session.user)
             throw ApiError(403, ErrorId::NotFound, "the device is another user's");
         sessions.Forget(deviceId, call.session.token);
-        return JsonReply(Json::Value(Json::objectValue));
+        return JsonReply();
     });
+}
+
+// Shares and audit data are written down, a line of JSON each, for whoever tries things out.
+void AddNotices(Router& router, const ItemStore& items, const StateFolder& state)
+{
+    const auto shares = std::make_shared<LineWriter>(state.Path("shares.jsonl"));
+    router.Add("POST", "{api}/share", Access::Session, [&items, shares](const Call& call) {
+        const auto form = ReadForm(call.request);
+        const auto paths = TextsOf(form, "path");
+        for (const auto& path : paths)
+            (void)items.Get(ItemPath::FromText(path.asString()));
+        const auto id = RandomHex(16);
+        shares->Write(ToText(JsonObject({{"paths", paths},
+                                         {"targets", TextsOf(form, "target")},
+                                         {"name", Find(form, "name").value_or("")},
+                                         {"message", Find(form, "message").value_or("")},
+                                         {"type", Require(form, "type")},
+                                         {"user", call.session.user},
+                                         {"id", id}})));
+        return JsonReply({{"link", "/shares/" + id}});
+    });
+
+    const auto audits = std::make_shared<LineWriter>(state.Path("audit.jsonl"));
+    router.Add("POST", "/audit/1", Access::Session, [audits](const Call& call) {
+        audits->Write(ToText(JsonObject({{"data", Require(ReadForm(call.request), "data")}, {"user", call.session.user}})));
+        return JsonReply();
+    });
+}
+
+} // namespace
+
+void AddSessionRoutes(Router& router, const Options& options, Sessions& sessions, Feed& feed, const ItemStore& items,
+                      const StateFolder& state, LineWriter& mail)
+{
+    AddHandshake(router, options);
+    router.Add("POST", "{api}/sessions", Access::Everybody, [&](const Call& call) {
+        const auto form = ReadForm(call.request);
+        const auto session = sessions.LogIn(Require(form, "user_id"), Require(form, "password"), Find(form, "device_id").value_or(""),
+                                            Find(form, "device_token").value_or(""));
+        feed.Open(session.token);
+        auto reply = JsonObject({{"session_token", session.token}});
+        // An administrator can put a policy into the state folder; it then comes with every login.
+        if (const auto policy = ParseObject(state.Read("policy.json").value_or("")))
+            reply["policy_block"] = *policy;
+        return JsonReply(reply);
+    });
+    AddDevices(router, sessions, mail);
+
+    // At API 1.0 the session token stands in the path, too.
+    router.Add("GET", "{api}/notifs/*", Access::Session, [&feed](const Call& call) {
+        if (!call.rest.empty() && call.rest.substr(1) != call.session.token)
+            throw ApiError(404, ErrorId::NotFound, "the feed is another session's");
+        return JsonReply({{"contents", feed.Take(call.session.token, kLongestWait, call.request.isClientWaiting)}});
+    });
+    AddNotices(router, items, state);
 }
 
 } // namespace ApplianceParts

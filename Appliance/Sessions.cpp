@@ -1,11 +1,9 @@
 #include "Sessions.h"
 
-#include "Exchange.h"
-
-#include <json/reader.h>
+#include "Http.h"
 
 #include <algorithm>
-#include <memory>
+#include <stdexcept>
 
 namespace ApplianceParts
 {
@@ -17,7 +15,7 @@ constexpr const char* kFile = "sessions.json";
 constexpr std::size_t kMostSessions = 1000;
 constexpr std::size_t kTokenDigits = 32;
 
-// Takes as long whatever the texts have in common.
+// Constant time: prevents guessing by timing.
 bool IsSame(const std::string& left, const std::string& right)
 {
     unsigned difference = left.size() == right.size() ? 0 : 1;
@@ -106,31 +104,25 @@ void Sessions::Load()
     const auto text = m_state.Read(kFile);
     if (!text)
         return;
-    Json::Value value;
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    if (!reader->parse(text->data(), text->data() + text->size(), &value, nullptr) || !value.isObject())
+    const auto value = ParseObject(*text);
+    if (!value)
         throw std::runtime_error("cannot read " + std::string(kFile) + " in the state folder");
-    for (const auto& each : value["sessions"])
+    for (const auto& each : (*value)["sessions"])
         m_sessions.push_back({each["token"].asString(), each["user"].asString(), each["device_id"].asString()});
-    for (const auto& id : value["devices"].getMemberNames())
-        m_deviceTokens[id] = value["devices"][id].asString();
+    const auto& devices = (*value)["devices"];
+    for (const auto& id : devices.getMemberNames())
+        m_deviceTokens[id] = devices[id].asString();
 }
 
 void Sessions::Save() const
 {
-    Json::Value value(Json::objectValue);
-    value["devices"] = Json::Value(Json::objectValue);
+    Json::Value sessions(Json::arrayValue);
     for (const auto& each : m_sessions)
-    {
-        Json::Value entry(Json::objectValue);
-        entry["token"] = each.token;
-        entry["user"] = each.user;
-        entry["device_id"] = each.deviceId;
-        value["sessions"].append(entry);
-    }
+        sessions.append(JsonObject({{"token", each.token}, {"user", each.user}, {"device_id", each.deviceId}}));
+    Json::Value devices(Json::objectValue);
     for (const auto& [id, token] : m_deviceTokens)
-        value["devices"][id] = token;
-    m_state.Write(kFile, ToText(value));
+        devices[id] = token;
+    m_state.Write(kFile, ToText(JsonObject({{"sessions", sessions}, {"devices", devices}})));
 }
 
 } // namespace ApplianceParts

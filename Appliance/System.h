@@ -1,15 +1,17 @@
 #pragma once
 
 /// @file
-/// The few things that the appliance does differently from system to system: sockets, files that are read while others replace
-/// them, and which names files can have.
+/// What the appliance does differently from system to system: waiting for sockets, files that are read while others replace them,
+/// which names files can have, arguments and the way in which a program is asked to end.
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace ApplianceParts::System
 {
@@ -20,16 +22,14 @@ using Socket = std::intptr_t;
 /// Readies a socket to listen: its port is at once free again when the program ends, and never shared meanwhile.
 void PrepareListener(Socket socket);
 
-/// Waits until there is something to read: data, or the connection's end.
-[[nodiscard]] bool WaitReadable(Socket socket, std::chrono::milliseconds timeout);
+enum class Wait
+{
+    Readable, ///< data, a connection to accept, or the connection's end
+    Writable
+};
 
-/// Reads what is there, waiting for the first byte; 0 at the end, negative on a failure.
-[[nodiscard]] std::ptrdiff_t Receive(Socket socket, char* buffer, std::size_t size);
-[[nodiscard]] std::ptrdiff_t Send(Socket socket, const char* data, std::size_t size);
-
-/// Ends the connection in both directions: a thread blocked in `Receive` or `Send` returns.
-void ShutDown(Socket socket);
-void Close(Socket socket);
+/// @returns whether it came to that in time.
+[[nodiscard]] bool WaitFor(Socket socket, Wait wait, std::chrono::milliseconds time);
 
 /// A file that is read. Meanwhile others may give its name to another file, or remove it; it stays what it is.
 class IFile
@@ -51,5 +51,12 @@ void Replace(const std::filesystem::path& from, const std::filesystem::path& to,
 
 /// Whether a file can have this name here and the name means itself and nothing else. "." and ".." are the caller's to refuse.
 [[nodiscard]] bool IsFileName(std::u8string_view name);
+
+/// The program's arguments in UTF-8, without its name.
+[[nodiscard]] std::vector<std::string> Arguments(int count, char** arguments);
+
+/// From now on a request to end the program (Ctrl-C, SIGINT, SIGTERM) is kept for `WaitForEnd`. Called before any thread is made.
+void PrepareEnd();
+void WaitForEnd();
 
 } // namespace ApplianceParts::System

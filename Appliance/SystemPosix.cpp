@@ -1,6 +1,8 @@
 #include "System.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -35,6 +37,15 @@ private:
     int m_descriptor;
 };
 
+sigset_t EndSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
 } // namespace
 
 void PrepareListener(Socket socket)
@@ -43,38 +54,10 @@ void PrepareListener(Socket socket)
     setsockopt(static_cast<int>(socket), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
 }
 
-bool WaitReadable(Socket socket, std::chrono::milliseconds timeout)
+bool WaitFor(Socket socket, Wait wait, std::chrono::milliseconds time)
 {
-    pollfd entry{static_cast<int>(socket), POLLIN, 0};
-    return poll(&entry, 1, static_cast<int>(timeout.count())) > 0;
-}
-
-std::ptrdiff_t Receive(Socket socket, char* buffer, std::size_t size)
-{
-    std::ptrdiff_t result = 0;
-    do
-        result = recv(static_cast<int>(socket), buffer, size, 0);
-    while (result < 0 && errno == EINTR);
-    return result;
-}
-
-std::ptrdiff_t Send(Socket socket, const char* data, std::size_t size)
-{
-    std::ptrdiff_t result = 0;
-    do
-        result = send(static_cast<int>(socket), data, size, MSG_NOSIGNAL);
-    while (result < 0 && errno == EINTR);
-    return result;
-}
-
-void ShutDown(Socket socket)
-{
-    shutdown(static_cast<int>(socket), SHUT_RDWR);
-}
-
-void Close(Socket socket)
-{
-    close(static_cast<int>(socket));
+    pollfd entry{static_cast<int>(socket), static_cast<short>(wait == Wait::Readable ? POLLIN : POLLOUT), 0};
+    return poll(&entry, 1, static_cast<int>(time.count())) > 0;
 }
 
 std::shared_ptr<IFile> OpenFile(const std::filesystem::path& path)
@@ -93,6 +76,25 @@ void Replace(const std::filesystem::path& from, const std::filesystem::path& to,
 bool IsFileName(std::u8string_view name)
 {
     return name.find(u8'/') == std::u8string_view::npos && name.find(u8'\0') == std::u8string_view::npos;
+}
+
+std::vector<std::string> Arguments(int count, char** arguments)
+{
+    return {arguments + std::min(count, 1), arguments + count};
+}
+
+// Threads inherit what is blocked, so that the signals are only ever taken by `WaitForEnd`.
+void PrepareEnd()
+{
+    const sigset_t signals = EndSignals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+void WaitForEnd()
+{
+    const sigset_t signals = EndSignals();
+    int signal = 0;
+    sigwait(&signals, &signal);
 }
 
 } // namespace ApplianceParts::System

@@ -16,11 +16,6 @@ namespace
 
 constexpr std::size_t kLongestName = 255;
 
-int Bounded(std::size_t size)
-{
-    return static_cast<int>(std::min<std::size_t>(size, INT_MAX));
-}
-
 class File final : public IFile
 {
 public:
@@ -36,7 +31,7 @@ public:
         position.Offset = static_cast<DWORD>(offset);
         position.OffsetHigh = static_cast<DWORD>(offset >> 32U);
         DWORD count = 0;
-        if (!ReadFile(m_handle, buffer, static_cast<DWORD>(Bounded(size)), &count, &position))
+        if (!ReadFile(m_handle, buffer, static_cast<DWORD>(std::min<std::size_t>(size, INT_MAX)), &count, &position))
             return GetLastError() == ERROR_HANDLE_EOF ? 0 : -1;
         return static_cast<std::ptrdiff_t>(count);
     }
@@ -66,6 +61,13 @@ bool IsDeviceName(std::u8string_view name)
     return stem.size() == 4 && (stem.starts_with("COM") || stem.starts_with("LPT")) && stem[3] >= '0' && stem[3] <= '9';
 }
 
+HANDLE endEvent = nullptr;
+
+BOOL WINAPI OnConsoleControl(DWORD)
+{
+    return SetEvent(endEvent);
+}
+
 } // namespace
 
 void PrepareListener(Socket socket)
@@ -74,30 +76,10 @@ void PrepareListener(Socket socket)
     setsockopt(static_cast<SOCKET>(socket), SOL_SOCKET, SO_EXCLUSIVEADDRUSE, reinterpret_cast<const char*>(&on), sizeof on);
 }
 
-bool WaitReadable(Socket socket, std::chrono::milliseconds timeout)
+bool WaitFor(Socket socket, Wait wait, std::chrono::milliseconds time)
 {
-    WSAPOLLFD entry{static_cast<SOCKET>(socket), POLLRDNORM, 0};
-    return WSAPoll(&entry, 1, static_cast<int>(timeout.count())) > 0;
-}
-
-std::ptrdiff_t Receive(Socket socket, char* buffer, std::size_t size)
-{
-    return recv(static_cast<SOCKET>(socket), buffer, Bounded(size), 0);
-}
-
-std::ptrdiff_t Send(Socket socket, const char* data, std::size_t size)
-{
-    return send(static_cast<SOCKET>(socket), data, Bounded(size), 0);
-}
-
-void ShutDown(Socket socket)
-{
-    shutdown(static_cast<SOCKET>(socket), SD_BOTH);
-}
-
-void Close(Socket socket)
-{
-    closesocket(static_cast<SOCKET>(socket));
+    WSAPOLLFD entry{static_cast<SOCKET>(socket), static_cast<SHORT>(wait == Wait::Readable ? POLLRDNORM : POLLWRNORM), 0};
+    return WSAPoll(&entry, 1, static_cast<int>(time.count())) > 0;
 }
 
 std::shared_ptr<IFile> OpenFile(const std::filesystem::path& path)
@@ -136,6 +118,32 @@ bool IsFileName(std::u8string_view name)
     };
     return LengthOf(name) <= kLongestName && std::none_of(name.begin(), name.end(), isForbidden) && !name.ends_with(u8'.') &&
            !name.ends_with(u8' ') && !IsDeviceName(name);
+}
+
+// Those that `main` gets are in the system's code page.
+std::vector<std::string> Arguments(int, char**)
+{
+    int count = 0;
+    wchar_t** const wide = CommandLineToArgvW(GetCommandLineW(), &count);
+    std::vector<std::string> arguments;
+    for (int index = 1; index < count; ++index)
+    {
+        const auto text = std::filesystem::path(wide[index]).u8string();
+        arguments.emplace_back(text.begin(), text.end());
+    }
+    LocalFree(static_cast<HLOCAL>(wide));
+    return arguments;
+}
+
+void PrepareEnd()
+{
+    endEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    SetConsoleCtrlHandler(&OnConsoleControl, TRUE);
+}
+
+void WaitForEnd()
+{
+    WaitForSingleObject(endEvent, INFINITE);
 }
 
 } // namespace ApplianceParts::System

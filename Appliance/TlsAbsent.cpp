@@ -5,7 +5,7 @@
 namespace ApplianceParts
 {
 
-ChannelFactory TlsChannels(const std::filesystem::path&, const std::filesystem::path&)
+TlsAcceptor LoadTls(const std::filesystem::path&, const std::filesystem::path&)
 {
     throw std::runtime_error("--cert and --key cannot be used: this build has no TLS");
 }

@@ -2,7 +2,7 @@
 # not ours.
 #
 #     quendra_jsoncpp   JSON
-#     quendra_httplib   HTTP server (the sample server, the tests); with TLS off Windows only
+#     quendra_boost     Boost.Beast and Boost.Asio (the sample server and its tests), header only
 #     quendra_cli11     command lines, header only
 
 find_package(Threads REQUIRED)
@@ -20,17 +20,11 @@ else()
     add_library(quendra_jsoncpp ALIAS JsonCpp::JsonCpp)
 endif()
 
-add_library(quendra_httplib INTERFACE)
+add_library(quendra_boost INTERFACE)
+find_path(QUENDRA_BOOST_INCLUDE_DIR boost/beast/http.hpp REQUIRED)
+target_include_directories(quendra_boost SYSTEM INTERFACE ${QUENDRA_BOOST_INCLUDE_DIR})
 if(WIN32)
-    find_path(QUENDRA_HTTPLIB_INCLUDE_DIR httplib.h REQUIRED)
-    target_include_directories(quendra_httplib SYSTEM INTERFACE ${QUENDRA_HTTPLIB_INCLUDE_DIR})
-    target_link_libraries(quendra_httplib INTERFACE ws2_32 Threads::Threads)
-else()
-    # Debian's is a shared library, whose classes are laid out by the definitions that its .pc file gives.
-    find_package(PkgConfig REQUIRED)
-    pkg_check_modules(QUENDRA_HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
-    find_package(OpenSSL REQUIRED)
-    target_link_libraries(quendra_httplib INTERFACE PkgConfig::QUENDRA_HTTPLIB OpenSSL::SSL OpenSSL::Crypto Threads::Threads)
+    target_link_libraries(quendra_boost INTERFACE ws2_32 mswsock)
 endif()
 
 add_library(quendra_cli11 INTERFACE)

@@ -89,8 +89,7 @@ set(systemDocs /usr/share/doc)
 set(portDocs ${VCPKG_INSTALLED_DIR}/${VCPKG_TARGET_TRIPLET}/share)
 set(crossSources ${PROJECT_SOURCE_DIR}/build/windows-deps/sources)
 quendra_install_notice(JsonCpp ${systemDocs}/libjsoncpp-dev/copyright ${crossSources}/libjsoncpp-*/debian/copyright ${portDocs}/jsoncpp/copyright)
-quendra_install_notice(cpp-httplib
-    ${systemDocs}/libcpp-httplib-dev/copyright ${crossSources}/cpp-httplib-*/debian/copyright ${portDocs}/cpp-httplib/copyright)
+quendra_install_notice(Boost ${systemDocs}/libboost1.81-dev/copyright ${portDocs}/boost-beast/copyright)
 quendra_install_notice(CLI11 ${systemDocs}/libcli11-dev/copyright ${portDocs}/cli11/copyright)
 if(MINGW)
     # Linked into every binary.

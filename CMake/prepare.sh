@@ -15,11 +15,11 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 deps=$root/build/windows-deps
 prefix=$deps/x86_64-w64-mingw32
 
-linux=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libjsoncpp-dev libutfcpp-dev libcpp-httplib-dev libssl-dev libcli11-dev librsync-dev
+linux=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libjsoncpp-dev libutfcpp-dev libboost1.81-dev libssl-dev libcli11-dev librsync-dev
        openssl ca-certificates)
 tests=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev llvm binutils dpkg-dev file doxygen rdiff)
 tools=(clang clang-tidy clang-format git)
-windows=(g++-mingw-w64-x86-64-posix wine64 pkg-config googletest libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring openssl)
+windows=(g++-mingw-w64-x86-64-posix wine64 pkg-config googletest libboost1.81-dev libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring openssl)
 
 say() { printf '%s\n' "$*" >&2; }
 
@@ -84,7 +84,7 @@ cross_cmake() {
         cmake --install "$deps/build-$name"
 }
 
-build_sources() { rm -rf "$deps/sources" && fetch_sources libjsoncpp cpp-httplib; }
+build_sources() { rm -rf "$deps/sources" && fetch_sources libjsoncpp; }
 
 build_jsoncpp() {
     cross_cmake jsoncpp "$(echo "$deps"/sources/libjsoncpp-*/)" -DJSONCPP_WITH_TESTS=OFF -DJSONCPP_WITH_POST_BUILD_UNITTEST=OFF \
@@ -93,19 +93,19 @@ build_jsoncpp() {
 
 build_googletest() { cross_cmake googletest /usr/src/googletest; }
 
-# The two libraries that are headers only. Debian's own <httplib.h> is split for its shared library; the source has it whole.
+# The two libraries that are headers only, and the same for every system.
 build_headers() {
     mkdir -p "$prefix/include" &&
-        cp "$deps"/sources/cpp-httplib-*/httplib.h "$prefix/include/" &&
+        ln -sfnT /usr/include/boost "$prefix/include/boost" &&
         rm -rf "$prefix/include/CLI" &&
-        cp -r /usr/include/CLI "$prefix/include/"
+        ln -sfnT /usr/include/CLI "$prefix/include/CLI"
 }
 
 build_windows_libraries() {
     mkdir -p "$deps/stamps"
     exec 9>"$deps/lock"
     flock 9
-    once sources && once jsoncpp && once googletest && once headers
+    once sources && once jsoncpp && once googletest && build_headers
     exec 9>&-
 }
 

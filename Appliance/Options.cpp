@@ -1,4 +1,6 @@
-#include "CommandLine.h"
+#include "Options.h"
+
+#include "Item.h"
 
 #include <CLI/CLI.hpp>
 
@@ -16,11 +18,6 @@ namespace
 
 constexpr const char* kLegacy = "legacy";
 constexpr const char* kDeviceToken = "device-token";
-
-std::filesystem::path FromUtf8(const std::string& text)
-{
-    return std::filesystem::path(std::u8string(text.begin(), text.end()));
-}
 
 std::string CheckPort(const std::string& text)
 {
@@ -111,11 +108,11 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
         return refuse("--cert and --key go together");
 
     const auto colon = user.find(':');
-    options.root = FromUtf8(root);
+    options.root = ToFilePath(root);
     options.user = user.substr(0, colon);
     options.password = user.substr(colon + 1);
-    options.certificate = FromUtf8(certificate);
-    options.privateKey = FromUtf8(privateKey);
+    options.certificate = ToFilePath(certificate);
+    options.privateKey = ToFilePath(privateKey);
     options.mode = mode == kLegacy ? ServerMode::Legacy : ServerMode::DeviceToken;
     if (!versions.empty())
         options.apiVersions.clear();

@@ -1,27 +1,28 @@
-#include "Run.h"
+// quendra-appliance, the program: serves until it is asked to end.
 
 #include "Appliance.h"
-#include "CommandLine.h"
+#include "Options.h"
+#include "System.h"
 
 #include <exception>
 #include <iostream>
 
-namespace ApplianceParts
-{
+using namespace ApplianceParts;
 
-int Run(std::vector<std::string> arguments, const std::function<void()>& waitForEnd)
+int main(int count, char** arguments)
 {
-    int exitStatus = 0;
-    const auto options = ParseCommandLine(std::move(arguments), std::cout, std::cerr, exitStatus);
-    if (!options)
-        return exitStatus;
     try
     {
+        System::PrepareEnd();
+        int exitStatus = 0;
+        const auto options = ParseCommandLine(System::Arguments(count, arguments), std::cout, std::cerr, exitStatus);
+        if (!options)
+            return exitStatus;
         Appliance appliance(*options, std::cout);
         std::cout << "quendra-appliance is a sample server, for trying things out and for tests. It is not for production.\n";
         appliance.Start();
         std::cout << "listening on " << appliance.Url() << std::endl;
-        waitForEnd();
+        System::WaitForEnd();
         appliance.Stop();
         return 0;
     }
@@ -31,5 +32,3 @@ int Run(std::vector<std::string> arguments, const std::function<void()>& waitFor
         return 1;
     }
 }
-
-} // namespace ApplianceParts

@@ -1,0 +1,134 @@
+#pragma once
+
+/// @file
+/// A request and its reply as the handlers see them, and the texts in them: queries, forms, JSON.
+
+#include "System.h"
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ApplianceParts
+{
+
+/// The "errorId" of a refusal. Clients act on `SessionNotValid` and `RevisionConflict`; the others tell a person what happened.
+enum class ErrorId
+{
+    Internal = 1,
+    LoginRefused = 2,
+    Malformed = 3,
+    Unsupported = 4,
+    NotFound = 5,
+    SessionNotValid = 6,
+    AlreadyExists = 7,
+    WrongKind = 8,
+    NameNotAllowed = 9,
+    DeviceNotRegistered = 10,
+    Incomplete = 11,
+    Busy = 12,
+    StorageFailed = 13,
+    HeaderMissing = 14,
+    RevisionConflict = 1077
+};
+
+/// A refusal: thrown by handlers, answered as `{"errorId":"N","message":"..."}`.
+struct ApiError : std::exception
+{
+    /// @param item  the item's current attributes, which a revision conflict carries as "document_info".
+    ApiError(int statusCode, ErrorId errorId, std::string text, Json::Value currentItem = {})
+        : status(statusCode), id(errorId), message(std::move(text)), item(std::move(currentItem))
+    {
+    }
+
+    [[nodiscard]] const char* what() const noexcept override { return message.c_str(); }
+
+    int status;
+    ErrorId id;
+    std::string message;
+    Json::Value item;
+};
+
+/// The refusal of a request that is not well-formed.
+[[nodiscard]] ApiError Malformed(const std::string& message);
+
+/// Texts by name, of which a name may occur several times: queries and forms.
+using Fields = std::multimap<std::string, std::string, std::less<>>;
+
+[[nodiscard]] std::optional<std::string> Find(const Fields& fields, std::string_view name);
+/// @throws ApiError if the field is missing.
+[[nodiscard]] std::string Require(const Fields& fields, std::string_view name);
+
+/// Takes a body's bytes piece by piece, in order.
+using BodyReceiver = std::function<void(std::string_view)>;
+
+struct Request
+{
+    std::string method;
+    std::string path; ///< as in the request line, without the query: still percent-encoded.
+    Fields query;
+    std::function<std::optional<std::string>(std::string_view name)> header;
+    /// Streams the body to a receiver. What the receiver throws comes out once the body has been read to its end, so that the
+    /// connection stays usable and the client, which sends everything before it reads, sees the reply.
+    /// @throws ApiError if the body ends early.
+    std::function<void(const BodyReceiver&)> readBody;
+    /// Whether the client still waits for the reply.
+    std::function<bool()> isClientWaiting;
+};
+
+/// A stretch of a file, sent as a reply's body block by block.
+struct FileContent
+{
+    std::shared_ptr<System::IFile> file;
+    std::uint64_t offset = 0;
+    std::uint64_t length = 0;
+    std::shared_ptr<const void> owner = nullptr; ///< what has to live until the last byte is sent, if anything.
+};
+
+struct Reply
+{
+    int status = 200;
+    std::string contentType = {};
+    std::string text = {};
+    std::optional<FileContent> content = {}; ///< in place of `text`.
+};
+
+/// May block, and is called from several threads. Does not throw.
+using RequestHandler = std::function<Reply(const Request&)>;
+
+[[nodiscard]] Reply JsonReply(const Json::Value& value = Json::objectValue, int status = 200);
+[[nodiscard]] Reply ErrorReply(const ApiError& error);
+
+using JsonMembers = std::initializer_list<std::pair<const char*, Json::Value>>;
+[[nodiscard]] Json::Value JsonObject(JsonMembers members);
+[[nodiscard]] Reply JsonReply(JsonMembers members);
+
+/// JSON on one line.
+[[nodiscard]] std::string ToText(const Json::Value& value);
+/// The object in a JSON text; nothing if it is no object or no JSON.
+[[nodiscard]] std::optional<Json::Value> ParseObject(std::string_view text);
+
+/// The text with the letters A to Z in lower case.
+[[nodiscard]] std::string LowerAscii(std::string_view text);
+
+[[nodiscard]] bool IsValidUtf8(std::string_view text);
+
+/// Decodes %XX; nothing if an escape is malformed.
+[[nodiscard]] std::optional<std::string> PercentDecode(std::string_view text);
+
+/// Takes "a=1&b=2" apart. Names and values come out decoded, "+" as a space.
+/// @throws ApiError if it is not percent-encoded UTF-8.
+[[nodiscard]] Fields ParseFields(std::string_view text);
+
+/// Reads a form-urlencoded body of at most 4 MiB.
+/// @throws ApiError if it is no such form.
+[[nodiscard]] Fields ReadForm(const Request& request);
+
+} // namespace ApplianceParts

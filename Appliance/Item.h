@@ -1,0 +1,125 @@
+#pragma once
+
+/// @file
+/// An item: its path, and its values as clients send and get them.
+
+#include "Http.h"
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <ratio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ApplianceParts
+{
+
+/// The path of an item, checked: it stays below the root, whatever it was made from.
+class ItemPath
+{
+public:
+    /// The root.
+    ItemPath() = default;
+
+    /// From the percent-encoded path of a request.
+    /// @throws ApiError where it is no path of an item.
+    [[nodiscard]] static ItemPath FromUrl(std::string_view encoded);
+
+    /// From UTF-8 text, such as a form's field. "/" separates; it may lead and trail.
+    /// @throws ApiError where it is no path of an item.
+    [[nodiscard]] static ItemPath FromText(std::string_view text);
+
+    [[nodiscard]] bool IsRoot() const { return m_names.empty(); }
+    /// The last name; empty for the root.
+    [[nodiscard]] std::string Name() const { return IsRoot() ? std::string() : m_names.back(); }
+    [[nodiscard]] const std::vector<std::string>& Names() const { return m_names; }
+
+    /// "/a/b", and "/" for the root.
+    [[nodiscard]] std::string Text() const;
+
+    /// The folder that holds this item; the root's is the root.
+    [[nodiscard]] ItemPath Parent() const;
+
+    /// @throws ApiError where items cannot have this name.
+    [[nodiscard]] ItemPath Child(std::string_view name) const;
+
+    /// Whether this item is in that folder, at any depth.
+    [[nodiscard]] bool IsBelow(const ItemPath& folder) const;
+
+    bool operator==(const ItemPath&) const = default;
+
+    /// Whether an item may be called so.
+    [[nodiscard]] static bool IsName(std::string_view name, bool isInRoot);
+
+private:
+    std::vector<std::string> m_names;
+};
+
+/// Text in UTF-8 as a file system's path, and back.
+[[nodiscard]] std::filesystem::path ToFilePath(std::string_view name);
+[[nodiscard]] std::string ToUtf8(const std::filesystem::path& path);
+
+/// In steps of 100 ns, as text "2015-03-02T10:20:30.1234567Z".
+using ItemTime = std::chrono::sys_time<std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>>;
+
+inline constexpr std::uint32_t kDirectoryAttribute = 0x10;
+inline constexpr std::uint32_t kNormalAttribute = 0x80;
+
+struct Item
+{
+    std::string path;
+    std::string name;
+    bool isFolder = false;
+    std::uint64_t size = 0;
+    ItemTime created;
+    ItemTime modified;
+    std::uint32_t attributes = 0;
+    std::string revision;
+};
+
+/// What a client sets of an item; what is not there stays, or gets its default.
+struct ItemChanges
+{
+    std::optional<ItemTime> created;
+    std::optional<ItemTime> modified;
+    std::optional<std::uint32_t> attributes;
+};
+
+[[nodiscard]] ItemTime Now();
+
+/// Always with seven digits of fraction: clients refuse a time without a fraction.
+[[nodiscard]] std::string FormatTime(ItemTime time);
+
+/// Reads a time with or without a fraction; nothing if the text is none between the years 1601 and 30827.
+[[nodiscard]] std::optional<ItemTime> ParseTime(const std::string& text);
+
+[[nodiscard]] ItemTime FromFileTime(std::filesystem::file_time_type time);
+
+/// Nothing if file systems cannot be relied on to hold the time.
+[[nodiscard]] std::optional<std::filesystem::file_time_type> ToFileTime(ItemTime time);
+
+/// A number in decimal, without a sign.
+/// @throws ApiError if it is none, or too large for a signed number of 64 bits.
+[[nodiscard]] std::uint64_t ReadNumber(const std::string& text, const std::string& name);
+
+/// A time from a client, which sends "INVALID" for one that it does not know.
+/// @throws ApiError if it is malformed.
+[[nodiscard]] std::optional<ItemTime> ReadTime(const std::optional<std::string>& text);
+
+/// @param attributes  the bits in decimal; clients send 4294967295 for bits that they do not know.
+/// @throws ApiError if one of the texts is malformed.
+[[nodiscard]] ItemChanges ReadChanges(const std::optional<std::string>& created, const std::optional<std::string>& modified,
+                                      const std::optional<std::string>& attributes);
+/// The fields "creation_time", "modification_time" and "attributes".
+[[nodiscard]] ItemChanges ReadChanges(const Fields& fields);
+
+/// An item as replies carry it.
+[[nodiscard]] Json::Value ToJson(const Item& item);
+
+/// `{"document_info":ITEM}`.
+[[nodiscard]] Reply ItemReply(const Item& item);
+
+} // namespace ApplianceParts

@@ -1,0 +1,139 @@
+#include "Delta.h"
+#include "ItemStore.h"
+#include "Multipart.h"
+#include "Router.h"
+
+#include <algorithm>
+
+namespace ApplianceParts
+{
+
+namespace
+{
+
+Reply Listing(const FolderListing& listing)
+{
+    auto reply = ToJson(listing.folder);
+    reply["contents"] = Json::arrayValue;
+    for (const auto& child : listing.children)
+        reply["contents"].append(ToJson(child));
+    return JsonReply(reply);
+}
+
+// The folders at the top are what clients can map.
+Reply Mappings(const ItemStore& items)
+{
+    Json::Value mappings(Json::arrayValue);
+    for (const auto& item : items.List(ItemPath()).children)
+        if (item.isFolder)
+            mappings.append(JsonObject({{"name", item.name},
+                                        {"description", item.path == kHomePath ? "Home directory" : "Folder " + item.name},
+                                        {"permissions", "WRITE"},
+                                        {"folder_permissions", "WRITE"},
+                                        {"status", "ONLINE"},
+                                        {"mode", "MANUAL"},
+                                        {"type", "smb"},
+                                        {"allow_sharing", true}}));
+    return JsonReply({{"contents", mappings}});
+}
+
+Reply ContentReply(FileContent content)
+{
+    return {.contentType = "application/octet-stream", .content = std::move(content)};
+}
+
+// The content, or with "skip" and "count" a stretch of it; what lies beyond the end is left out.
+Reply Download(const Fields& query, const ItemPath& path, const ItemStore& items)
+{
+    auto content = items.Open(path, Find(query, "revision").value_or(""));
+    if (const auto skip = Find(query, "skip"))
+        content.offset = std::min(ReadNumber(*skip, "skip"), content.length);
+    content.length -= content.offset;
+    if (const auto count = Find(query, "count"))
+        content.length = std::min(ReadNumber(*count, "count"), content.length);
+    return ContentReply(std::move(content));
+}
+
+Reply Read(const Call& call, const ItemStore& items)
+{
+    const auto path = ItemPath::FromUrl(call.rest);
+    const auto& query = call.request.query;
+    if (path.IsRoot() && Find(query, "includeAll") == "true")
+        return Mappings(items);
+    if (Find(query, "type") == "all")
+        return Listing(items.List(path));
+    const bool wantsBytes = call.request.header("Accept").value_or("").find("application/octet-stream") != std::string::npos;
+    if (wantsBytes || query.contains("skip") || query.contains("count"))
+        return Download(query, path, items);
+    return ItemReply(items.Get(path));
+}
+
+// The item changes when all of the file has come, or not at all.
+Reply UploadFile(const Request& request, const ItemPath& path, ItemStore& items, const StateFolder& state)
+{
+    const TemporaryFile file(state.NewTemporary());
+    const auto upload = ReadUpload(request, file.Path());
+    if (!upload.hasFile || Find(upload.fields, "operation") != "create")
+        throw Malformed("an upload has a file and the operation \"create\"");
+    const PutCondition condition{.revision = Find(upload.fields, "revision").value_or("")};
+    return ItemReply(items.PutFile(path, file.Path(), ReadChanges(upload.fields), condition));
+}
+
+Reply Change(const Call& call, ItemStore& items, const StateFolder& state)
+{
+    const auto path = ItemPath::FromUrl(call.rest);
+    if (IsMultipart(call.request))
+        return UploadFile(call.request, path, items, state);
+    const auto form = ReadForm(call.request);
+    const auto operation = Require(form, "operation");
+    const bool mayOverwrite = Find(form, "overwrite") == "true";
+    if (operation == "create")
+        return ItemReply(items.CreateFolder(path.Child(Require(form, "name"))));
+    if (operation == "move")
+        return ItemReply(items.Move(path, ItemPath::FromText(Require(form, "path")), mayOverwrite));
+    if (operation != "update")
+        throw ApiError(400, ErrorId::Unsupported, "there is no operation of this name");
+    // A path renames the item within its folder; without one, its times and attribute bits are set.
+    if (const auto name = Find(form, "path"))
+        return ItemReply(items.Move(path, path.Parent().Child(*name), mayOverwrite));
+    return ItemReply(items.SetAttributes(path, ReadChanges(form)));
+}
+
+// With fields the file is a delta, and the item becomes what the delta makes of it. Alone it is a signature of the client's file,
+// and the reply is the delta that turns that file into the item.
+Reply ExchangeDelta(const Call& call, ItemStore& items, const StateFolder& state)
+{
+    if (!Delta::IsAvailable())
+        throw ApiError(501, ErrorId::Unsupported, "this build has no deltas");
+    const auto path = ItemPath::FromUrl(call.rest);
+    const TemporaryFile received(state.NewTemporary());
+    const TemporaryFile current(state.NewTemporary());
+    const auto result = std::make_shared<TemporaryFile>(state.NewTemporary());
+    const auto [fields, hasFile] = ReadUpload(call.request, received.Path());
+    if (!hasFile)
+        throw Malformed("the file is missing");
+    const bool isDelta = !fields.empty();
+    const auto item = items.Snapshot(path, Find(isDelta ? fields : call.request.query, "revision").value_or(""), current.Path());
+    if (isDelta)
+    {
+        Delta::Apply(current.Path(), received.Path(), result->Path());
+        return ItemReply(items.PutFile(path, result->Path(), ReadChanges(fields), {.revision = item.revision}));
+    }
+    Delta::Make(received.Path(), current.Path(), result->Path());
+    return ContentReply({.file = System::OpenFile(result->Path()), .length = std::filesystem::file_size(result->Path()), .owner = result});
+}
+
+} // namespace
+
+void AddItemRoutes(Router& router, ItemStore& items, const StateFolder& state)
+{
+    router.Add("GET", "{api}/folders/*", Access::Session, [&](const Call& call) { return Read(call, items); });
+    router.Add("POST", "{api}/folders/*", Access::Session, [&](const Call& call) { return Change(call, items, state); });
+    router.Add("DELETE", "{api}/folders/*", Access::Session, [&](const Call& call) {
+        items.Remove(ItemPath::FromUrl(call.rest), Find(call.request.query, "revision").value_or(""));
+        return JsonReply();
+    });
+    router.Add("POST", "{api}/delta/*", Access::Session, [&](const Call& call) { return ExchangeDelta(call, items, state); });
+}
+
+} // namespace ApplianceParts

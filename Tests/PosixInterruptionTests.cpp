@@ -21,12 +21,14 @@ namespace
 std::shared_ptr<Gate> resolutionGate;
 } // namespace
 
-/// Stands before the system's: the name "stuck.test" is not resolved before its gate opens.
+/// Stands before the system's: the name "lost.test" does not exist, and "stuck.test" is not resolved before its gate opens.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                                                                   addrinfo** result)
 {
     using Resolve = int (*)(const char*, const char*, const addrinfo*, addrinfo**);
     static const auto systems = reinterpret_cast<Resolve>(::dlsym(RTLD_NEXT, "getaddrinfo"));
+    if (name != nullptr && std::strcmp(name, "lost.test") == 0)
+        return EAI_NONAME;
     if (name != nullptr && std::strcmp(name, "stuck.test") == 0)
     {
         const auto gate = resolutionGate;

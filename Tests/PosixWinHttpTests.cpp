@@ -132,8 +132,38 @@ TEST(PosixWinHttpWire, GoesThroughTheProxyOfTheEnvironment)
     EXPECT_EQ("200 GET http://name.invalid:8080/a%20b?c HTTP/1.1\r\nHost: name.invalid:8080\r\n\r\n",
               HttpClient(8080, L"name.invalid").Get(L"/a b?c"));
     EXPECT_EQ("200 direct", HttpClient(direct.Port(), L"localhost").Get());
+    EXPECT_EQ("200 GET http://xn--mnchen-3ya.test:8080/ HTTP/1.1\r\nHost: xn--mnchen-3ya.test:8080\r\n\r\n",
+              HttpClient(8080, L"M\u00fcnchen.test").Get());
     ::unsetenv("http_proxy");
     ::unsetenv("no_proxy");
+}
+
+TEST(PosixWinHttpWire, TakesAProxysRefusalForTheAnswer)
+{
+    for (const int status : {403, 407, 503})
+    {
+        RawServer proxy(AnswerEach([status](const std::string&) { return HttpReply(status, "unread"); }));
+        ::setenv("https_proxy", ("http://127.0.0.1:" + std::to_string(proxy.Port())).c_str(), 1);
+        const HttpClient client(443, L"name.invalid");
+        const std::string outcome = std::to_string(status) + " The proxy refused to connect to the server.";
+        EXPECT_EQ(outcome, client.Get(L"/", WINHTTP_FLAG_SECURE));
+        const auto upload = client.Open(L"POST", L"/", WINHTTP_FLAG_SECURE);
+        EXPECT_EQ(ERROR_SUCCESS, SendWhole(upload.get(), {}, L"Content-Length: 100000"));
+        EXPECT_EQ(ERROR_SUCCESS, WriteBody(upload.get(), std::string(100'000, 'x'), 16384));
+        EXPECT_EQ(outcome, ReadReply(upload.get()));
+        EXPECT_TRUE(proxy.Requests().front().starts_with("CONNECT name.invalid:443 HTTP/1.1\r\n"));
+    }
+    ::unsetenv("https_proxy");
+}
+
+TEST(PosixWinHttpWire, RefusesWhatIsTooLongForARequest)
+{
+    RawServer server(AnswerAll(""));
+    const HttpClient client(server.Port());
+    EXPECT_EQ("12005", client.Get((L"/" + std::wstring(1'000'000, L'x')).c_str()));
+    EXPECT_EQ("12153", Exchange(client.Open().get(), {}, (L"Cookie: " + std::wstring(1'000'000, L'x')).c_str()));
+    EXPECT_EQ("200", Exchange(client.Open(L"GET", (L"/" + std::wstring(500'000, L'x')).c_str()).get(), {},
+                              (L"Cookie: " + std::wstring(250'000, L'x')).c_str()));
 }
 
 // What comes back.
@@ -142,8 +172,32 @@ TEST(PosixWinHttpReply, IsTakenForWhatItIs)
 {
     constexpr bool kResets = true;
     // The reply; what is made of it, and of the length that it announces.
-    const std::tuple<const char*, const char*, std::wstring, bool> cases[] = {
+    const std::string ok = "HTTP/1.1 200 OK\r\n";
+    const std::string chunked = ok + "Transfer-Encoding: chunked\r\n";
+    std::string trailers = chunked + "\r\n3\r\nabc\r\n0\r\n";
+    std::string interims;
+    for (int count = 0; count < 400; ++count)
+    {
+        trailers += "T: " + std::string(1000, 'x') + "\r\n";
+        interims += "HTTP/1.1 103 Hints\r\nX: " + std::string(1000, 'x') + "\r\n\r\n";
+    }
+    const std::tuple<std::string, const char*, std::wstring, bool> cases[] = {
         {"HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabc", "200 abc", L"3", false},
+        {ok + "Content-Length: 3\r\nContent-Length: 3\r\n\r\nabc", "200 abc", L"3", false},
+        {ok + "Content-Length: 4\r\nContent-Length: 3\r\n\r\nabcd", "12152", L"12019", false},
+        {ok + "Content-Length: 3\r\nContent-Length: 4\r\n\r\nabc", "12152", L"12019", false},
+        {ok + "Content-Length: 0x10\r\n\r\n", "12152", L"12019", false},
+        {ok + "Content-Length: -5\r\n\r\nabc", "12152", L"12019", false},
+        {ok + "Content-Length: +3\r\n\r\nabc", "12152", L"12019", false},
+        {ok + "Content-Length: 3, 3\r\n\r\nabc", "12152", L"12019", false},
+        {ok + "Content-Length: 99999999999999999999\r\n\r\nabc", "12152", L"12019", false},
+        {chunked + "Content-Length: 100\r\n\r\n3\r\nabc\r\n0\r\n\r\n", "200 abc", L"12150", false},
+        {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\ntransfer-encoding: Chunked\r\n\r\n3\r\nabc\r\n", "12030 abc", L"12150", false},
+        {chunked + "Content-Length: 3\r\n\r\n5\r\nabc", "12030 abc", L"12150", true},
+        {ok + "X: " + std::string(110'000, 'x') + "\r\n\r\n", "12152", L"12019", false},
+        {trailers + "\r\n", "12152 abc", L"12150", false},
+        {chunked + "\r\n0\r\nT: " + std::string(110'000, 'x') + "\r\n\r\n", "12030", L"12150", false},
+        {interims + ok + "\r\n", "12152", L"12019", false},
         {"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", "200", L"0", false},
         {"HTTP/1.1 204 No Content\r\n\r\n", "204", L"12150", false},
         {"HTTP/1.1 100 Continue\r\nContent-Length: 9\r\n\r\nHTTP/1.1 103 Hints\r\nLocation: /x\r\n\r\n"
@@ -166,7 +220,7 @@ TEST(PosixWinHttpReply, IsTakenForWhatItIs)
     };
     for (const auto& [reply, outcome, length, resets] : cases)
     {
-        SCOPED_TRACE(reply);
+        SCOPED_TRACE(reply.substr(0, 200));
         RawServer server([reply = reply, resets = resets](RawConnection& connection) {
             connection.ReadRequest();
             connection.Send(reply);
@@ -220,14 +274,14 @@ TEST(PosixWinHttpReply, MayComeBeforeTheBodyIsSent)
 
 // Connections.
 
-TEST(PosixWinHttpConnections, AreReusedAndReplacedWhenDead)
+TEST(PosixWinHttpConnections, AreReusedUntilTheServerEndsThem)
 {
     const auto body = Pattern(300'000);
     RawServer server([&](RawConnection& connection) {
         for (int requests = 0; requests < 3; ++requests)
         {
             connection.ReadRequest();
-            connection.Send(HttpReply(requests == 1 ? 404 : 200, body));
+            connection.Send(HttpReply(requests == 1 ? 404 : 200, body, requests == 2 ? "Connection: close\r\n" : ""));
         }
     });
     // A request outlives its parents, and may be sent again.
@@ -243,6 +297,76 @@ TEST(PosixWinHttpConnections, AreReusedAndReplacedWhenDead)
     unread.reset();
     EXPECT_TRUE(client.Get().starts_with("200 "));
     EXPECT_EQ(5U, server.ConnectionCount());
+}
+
+TEST(PosixWinHttpConnections, AreNotUsedTwiceForWhatTheServerMayHaveTaken)
+{
+    // The verb, what it sends, and what comes of it where a kept connection ends behind the request.
+    const std::tuple<const wchar_t*, const char*, const char*> cases[] = {
+        {L"GET", "", "200 again"}, {L"HEAD", "", "200"},   {L"POST", "", "12030"}, {L"POST", "body", "12030"},
+        {L"PUT", "", "12030"},     {L"GET", "b", "12030"}, {L"MOVE", "", "12030"}, {L"DELETE", "", "12030"},
+    };
+    for (const auto& [verb, body, outcome] : cases)
+    {
+        std::atomic<int> seen = 0;
+        RawServer server([&](RawConnection& connection) {
+            for (bool isKept = false;; isKept = true)
+            {
+                const bool isNext = connection.ReadRequest().find(" /next ") != std::string::npos;
+                seen += isNext ? 1 : 0;
+                if (isNext && isKept)
+                    return;
+                connection.Send(HttpReply(200, isNext ? "again" : ""));
+            }
+        });
+        const HttpClient client(server.Port());
+        EXPECT_EQ("200", client.Get(L"/first"));
+        EXPECT_EQ(outcome, Exchange(client.Open(verb, L"/next").get(), body));
+        EXPECT_EQ(*outcome == '2' ? 2 : 1, seen);
+    }
+}
+
+TEST(PosixWinHttpConnections, CarryChangesOnlyWhileTheyAreYoung)
+{
+    RawServer server(AnswerAll(""));
+    const HttpClient client(server.Port());
+    EXPECT_EQ("200", client.Get());
+    EXPECT_EQ("200", Exchange(client.Open(L"POST").get(), "body"));
+    EXPECT_EQ(1U, server.ConnectionCount());
+    // It is the passing of time that is tested.
+    Gate().Wait(std::chrono::milliseconds(3050));
+    EXPECT_EQ("200", client.Get());
+    EXPECT_EQ(1U, server.ConnectionCount());
+    Gate().Wait(std::chrono::milliseconds(3050));
+    EXPECT_EQ("200", Exchange(client.Open(L"DELETE").get()));
+    EXPECT_EQ("200", Exchange(client.Open(L"POST").get(), "body"));
+    EXPECT_EQ(2U, server.ConnectionCount());
+}
+
+TEST(PosixWinHttpConnections, OutliveWhatFailed)
+{
+    // The first header of the second reply goes on with a line that is not there.
+    RawServer server([](RawConnection& connection) {
+        for (const auto& reply : {HttpReply(200, "ok", "Last: 1\r\n"), std::string("HTTP/1.1 200 OK\r\n X: folded\r\n\r\n")})
+        {
+            connection.ReadRequest();
+            connection.Send(reply);
+        }
+    });
+    const HttpClient client(server.Port());
+    const HttpHandle lost(WinHttpConnect(client.session.get(), L"lost.test", 80, 0));
+    for (int round = 0; round < 3; ++round)
+    {
+        EXPECT_EQ("200 ok", client.Get());
+        EXPECT_EQ("12152", client.Get());
+        EXPECT_EQ("200 ok", client.Get());
+        EXPECT_EQ("12152", client.Get());
+        const HttpHandle request(WinHttpOpenRequest(lost.get(), L"GET", L"/", nullptr, WINHTTP_NO_REFERER, nullptr, 0));
+        EXPECT_EQ("12007", Exchange(request.get()));
+        ::setenv("http_proxy", "http://lost.test:80", 1);
+        EXPECT_EQ("12007", client.Get());
+        ::unsetenv("http_proxy");
+    }
 }
 
 TEST(PosixWinHttpConnections, ServeManyThreads)

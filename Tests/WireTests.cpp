@@ -32,6 +32,29 @@ TEST(Wire, ALoginsTokenGoesOutOnTheSameConnection)
     EXPECT_EQ(server.ConnectionCount(), 1U);
 }
 
+TEST(Wire, CookiesOfTheServerGoBackBesideTheToken)
+{
+    RawServer server(AnswerEach([](const std::string& request) {
+        std::string handshake = AnswerHandshake(request);
+        const auto end = handshake.find("\r\n") + 2;
+        return handshake.empty() ? HttpReply(200, R"({"build_number":"1"})") : handshake.insert(end, "Set-Cookie: SRV=s1; path=/sync\r\n");
+    }));
+    const Library library(server);
+    Outputs outputs;
+    ASSERT_EQ(library.ShakeHands(), 0U);
+    library->SetSessionToken(L"tok");
+    ASSERT_EQ(library->Version(outputs.text), 0U);
+    const std::vector<std::string> lines = HeaderLines(server.Requests().back());
+    const auto isCookie = [](const std::string& line) { return line.starts_with("Cookie: "); };
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(), isCookie), 1);
+    const std::string cookies = HeaderValue(server.Requests().back(), "Cookie");
+    EXPECT_TRUE(cookies == "session_token=tok; SRV=s1" || cookies == "SRV=s1; session_token=tok") << cookies;
+
+    const Library other(server);
+    ASSERT_EQ(other->Version(outputs.text), 0U);
+    EXPECT_EQ(HeaderValue(server.Requests().back(), "Cookie"), "") << "an instance has cookies of its own";
+}
+
 TEST(Wire, EachOperationIsItsVerbUrlAndBody)
 {
     const std::wstring path = L"/d/" + ToWide("\xD0\xBF\xC3\xA9\xF0\x9F\x98\x80 &=+%~.txt");

@@ -2,6 +2,7 @@
 /// Text between UTF-8 and this platform's 32-bit wchar_t.
 
 #include "CallGuard.h"
+#include "Secret.h"
 #include "Utf8.h"
 
 #include <utf8.h>
@@ -50,7 +51,10 @@ template <class Take> bool ForEachCodePoint(std::wstring_view wide, Take take)
 
 bool AppendUtf8(std::wstring_view wide, std::string& utf8)
 {
-    utf8.reserve(utf8.size() + wide.size());
+    // Growing would leave copies behind, of texts that may be secrets.
+    std::size_t bytes = utf8.size();
+    ForEachCodePoint(wide, [&](char32_t code) { bytes += code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4; });
+    utf8.reserve(bytes);
     return ForEachCodePoint(wide, [&](char32_t code) { utf8::unchecked::append(code, std::back_inserter(utf8)); });
 }
 
@@ -119,7 +123,8 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int bytes, LPWS
             return ERROR_INVALID_PARAMETER;
         }
         const auto size = bytes < 0 ? std::strlen(text) + 1 : static_cast<std::size_t>(bytes);
-        return Deliver<wchar_t>(ToWideText({text, size}), wide, capacity, count);
+        const WipedAtEnd<std::wstring> converted{ToWideText({text, size})};
+        return Deliver<wchar_t>(converted.text, wide, capacity, count);
     });
     return count;
 }
@@ -137,7 +142,8 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
             return ERROR_INVALID_PARAMETER;
         }
         const auto size = characters < 0 ? std::wcslen(wide) + 1 : static_cast<std::size_t>(characters);
-        return Deliver<char>(ToUtf8({wide, size}), text, capacity, count);
+        const WipedAtEnd<std::string> converted{ToUtf8({wide, size})};
+        return Deliver<char>(converted.text, text, capacity, count);
     });
     return count;
 }

@@ -7,11 +7,13 @@
 #include "Http/HttpObject.h"
 #include "Http/Request.h"
 #include "Http/Session.h"
+#include "Secret.h"
 #include "Utf8.h"
 
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -39,14 +41,14 @@ template <class Type, class... Arguments> HINTERNET MakeHandle(Arguments&&... ar
 }
 
 /// Header text as callers give it: a length of -1 means that the text ends with a NUL.
-std::string HeaderText(LPCWSTR headers, DWORD length)
+SecretText HeaderText(LPCWSTR headers, DWORD length)
 {
     constexpr DWORD kNulTerminated = 0xFFFFFFFF;
     if (headers == nullptr)
     {
         return {};
     }
-    return ToUtf8({headers, length == kNulTerminated ? std::wcslen(headers) : length});
+    return MakeSecret(ToUtf8({headers, length == kNulTerminated ? std::wcslen(headers) : length}));
 }
 
 bool IsVerb(const std::string& verb)
@@ -128,8 +130,8 @@ HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, L
         {
             return ERROR_INVALID_PARAMETER;
         }
-        const auto request =
-            std::make_shared<Request>(parent, verbText, path != nullptr ? ToUtf8(path) : std::string(), (flags & WINHTTP_FLAG_SECURE) != 0);
+        const auto pathText = path != nullptr ? MakeSecret(ToUtf8(path)) : SecretText();
+        const auto request = std::make_shared<Request>(parent, verbText, pathText, (flags & WINHTTP_FLAG_SECURE) != 0);
         const auto add = [&request](const std::string& name, LPCWSTR value) {
             return request->AddHeaders(name + ": " + ToUtf8(value), WINHTTP_ADDREQ_FLAG_ADD | WINHTTP_ADDREQ_FLAG_COALESCE_WITH_COMMA);
         };
@@ -263,12 +265,20 @@ BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID bu
         {
             return DeliverText(std::to_wstring(reply->status), buffer, length);
         }
-        const auto& header = level == WINHTTP_QUERY_LOCATION ? reply->location : reply->contentLength;
+        std::optional<std::wstring> header;
+        if (level == WINHTTP_QUERY_LOCATION && reply->location)
+        {
+            header = ToWideText(*reply->location);
+        }
+        else if (level == WINHTTP_QUERY_CONTENT_LENGTH && reply->contentLength)
+        {
+            header = std::to_wstring(*reply->contentLength);
+        }
         if (!header || (index != nullptr && *index != 0))
         {
             return ERROR_WINHTTP_HEADER_NOT_FOUND;
         }
-        const DWORD error = DeliverText(ToWideText(*header), buffer, length);
+        const DWORD error = DeliverText(*header, buffer, length);
         if (index != nullptr && error == ERROR_SUCCESS)
         {
             ++*index;

@@ -21,6 +21,7 @@ inline constexpr DWORD ERROR_WINHTTP_INCORRECT_HANDLE_TYPE = 12018;
 inline constexpr DWORD ERROR_WINHTTP_INCORRECT_HANDLE_STATE = 12019;
 inline constexpr DWORD ERROR_WINHTTP_CANNOT_CONNECT = 12029;
 inline constexpr DWORD ERROR_WINHTTP_CONNECTION_ERROR = 12030;
+inline constexpr DWORD ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED = 12044;
 inline constexpr DWORD ERROR_WINHTTP_HEADER_NOT_FOUND = 12150;
 inline constexpr DWORD ERROR_WINHTTP_INVALID_SERVER_RESPONSE = 12152;
 inline constexpr DWORD ERROR_WINHTTP_INVALID_HEADER = 12153;
@@ -57,7 +58,8 @@ inline DWORD* const WINHTTP_NO_HEADER_INDEX = nullptr;
 /// The certificates that are trusted are the system's, or those that SSL_CERT_FILE and SSL_CERT_DIR name when a session is opened.
 /// The access type must be `WINHTTP_ACCESS_TYPE_DEFAULT_PROXY` (the proxy is taken from the environment), the flags 0 (else 87).
 QUENDRA_PLATFORM_API HINTERNET WinHttpOpen(LPCWSTR userAgent, DWORD accessType, LPCWSTR proxy, LPCWSTR proxyBypass, DWORD flags) noexcept;
-/// A text that cannot be a server's name (one with a port or a path) fails when a request is sent, with 12007.
+/// A text that cannot be a server's name (one with a port or a path) fails when a request is sent, with 12007. Letters beyond
+/// ASCII are those of an internationalised name.
 QUENDRA_PLATFORM_API HINTERNET WinHttpConnect(HINTERNET session, LPCWSTR server, INTERNET_PORT port, DWORD reserved) noexcept;
 QUENDRA_PLATFORM_API HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, LPCWSTR version, LPCWSTR referrer,
                                                   LPCWSTR* acceptTypes, DWORD flags) noexcept;
@@ -71,12 +73,18 @@ QUENDRA_PLATFORM_API BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOI
 QUENDRA_PLATFORM_API BOOL WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD* length) noexcept;
 /// A line without a name and a colon fails with 12153; lines before it stay added.
 QUENDRA_PLATFORM_API BOOL WinHttpAddRequestHeaders(HINTERNET request, LPCWSTR headers, DWORD length, DWORD modifiers) noexcept;
-/// A `Content-Length` among the headers announces a body of any size that `WinHttpWriteData` then carries.
+/// A `Content-Length` among the headers announces a body of any size that `WinHttpWriteData` then carries. Only GET and HEAD
+/// without a body are sent once more where a kept connection turns out to be dead; the other requests use a kept connection
+/// within three seconds of its last use. The session's cookies of the server go out in front of those of a `Cookie` header. A
+/// path of more than 512 KiB fails with 12005, header lines of more than 256 KiB with 12153. A proxy that makes no tunnel to
+/// the server answers in its place, with its own status.
 QUENDRA_PLATFORM_API BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength, LPVOID optional, DWORD optionalLength,
                                              DWORD totalLength, DWORD_PTR context) noexcept;
 /// More than was announced fails with 12019. Bytes that a server no longer waits for, because it has refused, count as written.
 QUENDRA_PLATFORM_API BOOL WinHttpWriteData(HINTERNET request, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten) noexcept;
-/// A redirect is a reply like any other: it is not followed.
+/// A redirect is a reply like any other: it is not followed. A reply whose length is no number or is stated twice with
+/// different values, and one with more than 256 KiB of header lines, trailers included, or a header line of more than 100 KiB,
+/// fails with 12152. A length beside chunked coding counts for nothing.
 QUENDRA_PLATFORM_API BOOL WinHttpReceiveResponse(HINTERNET request, LPVOID reserved) noexcept;
 /// Knows the status code, the content length and the location, as text; asked for others it fails with 87.
 QUENDRA_PLATFORM_API BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID buffer, DWORD* length,

@@ -1,7 +1,14 @@
 #include "Address.h"
 
+#include "CurlShare.h"
+
+#include <curl/curl.h>
+
 #include <algorithm>
 #include <arpa/inet.h>
+#include <locale.h>
+#include <memory>
+#include <new>
 
 namespace
 {
@@ -11,6 +18,57 @@ bool IsIpv6(const std::string& text)
     return ::inet_pton(AF_INET6, text.c_str(), &address) == 1;
 }
 
+struct UrlCleanup
+{
+    void operator()(CURLU* url) const noexcept { curl_url_cleanup(url); }
+};
+struct TextCleanup
+{
+    void operator()(char* text) const noexcept { curl_free(text); }
+};
+
+/// While it lives, the calling thread's text is UTF-8, whatever the process has set.
+class Utf8Locale
+{
+public:
+    Utf8Locale() : m_utf8(::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)), m_previous(::uselocale(m_utf8)) {}
+    ~Utf8Locale()
+    {
+        ::uselocale(m_previous);
+        if (m_utf8 != nullptr)
+        {
+            ::freelocale(m_utf8);
+        }
+    }
+
+    Utf8Locale(const Utf8Locale&) = delete;
+    Utf8Locale& operator=(const Utf8Locale&) = delete;
+
+private:
+    const locale_t m_utf8;
+    const locale_t m_previous;
+};
+
+/// The form in which an internationalised name is resolved. libcurl reads it in the encoding of the locale.
+std::optional<std::string> ToAsciiName(const std::string& name)
+{
+    StartCurl();
+    const std::unique_ptr<CURLU, UrlCleanup> url(curl_url());
+    if (!url)
+    {
+        throw std::bad_alloc();
+    }
+    const Utf8Locale locale;
+    char* text = nullptr;
+    if (curl_url_set(url.get(), CURLUPART_URL, ("http://" + name).c_str(), 0) != CURLUE_OK ||
+        curl_url_get(url.get(), CURLUPART_HOST, &text, CURLU_PUNYCODE) != CURLUE_OK)
+    {
+        return std::nullopt;
+    }
+    const std::unique_ptr<char, TextCleanup> owned(text);
+    return std::string(text);
+}
+
 bool MayStandInTarget(char character)
 {
     constexpr std::string_view kAllowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$&'()*+,;=:@/?%";
@@ -18,9 +76,17 @@ bool MayStandInTarget(char character)
 }
 } // namespace
 
-std::string Address::Url() const
+std::string Address::Origin() const
 {
-    return (secure ? "https://" : "http://") + host + ":" + std::to_string(port) + target;
+    return (secure ? "https://" : "http://") + host + ":" + std::to_string(port);
+}
+
+SecretText Address::Url() const
+{
+    const std::string origin = Origin();
+    SecretText url;
+    url.reserve(origin.size() + target.size());
+    return url.append(origin).append(target);
 }
 
 std::optional<std::string> HostForUrl(std::string_view server)
@@ -41,13 +107,18 @@ std::optional<std::string> HostForUrl(std::string_view server)
         return static_cast<unsigned char>(c) <= ' ' || c == '\x7F' ||
                std::string_view("\"#%/:<>?@[\\]^`{|}").find(c) != std::string_view::npos;
     };
-    return server.empty() || std::any_of(server.begin(), server.end(), isForeign) ? std::nullopt : std::optional(std::string(server));
+    if (server.empty() || std::any_of(server.begin(), server.end(), isForeign))
+    {
+        return std::nullopt;
+    }
+    const bool isAscii = std::all_of(server.begin(), server.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    return isAscii ? std::string(server) : ToAsciiName(std::string(server));
 }
 
-std::string TargetForPath(std::string_view path)
+SecretText TargetForPath(std::string_view path)
 {
     constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string target;
+    SecretText target;
     target.reserve(path.size() + 1);
     if (path.empty() || path.front() != '/')
     {

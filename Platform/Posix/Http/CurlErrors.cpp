@@ -1,13 +1,19 @@
 #include "CurlErrors.h"
 
-DWORD Win32ErrorOf(CURLcode result) noexcept
+DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noexcept
 {
+    // With TLS 1.3 the server says so after the handshake, as an alert: to curl that is any failure to receive.
+    if (result == CURLE_SSL_CLIENTCERT || (result != CURLE_OK && text.find("certificate required") != std::string_view::npos))
+    {
+        return ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED;
+    }
     switch (result)
     {
     case CURLE_OK:
         return ERROR_SUCCESS;
     case CURLE_OUT_OF_MEMORY:
-        return ERROR_NOT_ENOUGH_MEMORY;
+        // A line that is longer than curl takes is the same to it as missing memory, and far more likely in a reply.
+        return isConnected ? ERROR_WINHTTP_INVALID_SERVER_RESPONSE : ERROR_NOT_ENOUGH_MEMORY;
     case CURLE_OPERATION_TIMEDOUT:
         return ERROR_WINHTTP_TIMEOUT;
     case CURLE_COULDNT_RESOLVE_HOST:
@@ -19,6 +25,7 @@ DWORD Win32ErrorOf(CURLcode result) noexcept
         return ERROR_WINHTTP_CANNOT_CONNECT;
     case CURLE_UNSUPPORTED_PROTOCOL: // a reply of HTTP/0.9, which is to say no HTTP at all
     case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_BAD_FUNCTION_ARGUMENT: // a header that begins with a space where there is none before it to go on with
     case CURLE_BAD_CONTENT_ENCODING:
         return ERROR_WINHTTP_INVALID_SERVER_RESPONSE;
     case CURLE_SSL_CONNECT_ERROR:
@@ -30,7 +37,6 @@ DWORD Win32ErrorOf(CURLcode result) noexcept
     case CURLE_SSL_CRL_BADFILE:
     case CURLE_SSL_ISSUER_ERROR:
     case CURLE_SSL_INVALIDCERTSTATUS:
-    case CURLE_SSL_CLIENTCERT:
     case CURLE_USE_SSL_FAILED:
         return ERROR_WINHTTP_SECURE_FAILURE;
     case CURLE_GOT_NOTHING:

@@ -7,4 +7,8 @@
 
 #include <curl/curl.h>
 
-[[nodiscard]] DWORD Win32ErrorOf(CURLcode result) noexcept;
+#include <string_view>
+
+/// @param isConnected  whether the request was on its way, or had at least a connection.
+/// @param text  what curl says of the error, or "".
+[[nodiscard]] DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noexcept;

@@ -23,6 +23,21 @@ bool ExpectsBody(const std::string& verb)
     return verb == "POST" || verb == "PUT";
 }
 
+/// curl takes a head of less than 1 MiB, and calls a longer one missing memory.
+DWORD ErrorOfSize(const TransferRequest& request)
+{
+    constexpr std::size_t kMaxUrlBytes = 512 * 1024;
+    constexpr std::size_t kMaxHeaderBytes = 256 * 1024;
+    std::size_t headerBytes = request.cookies.size();
+    for (const auto& line : request.headerLines)
+    {
+        headerBytes += line.size();
+    }
+    return request.url.size() > kMaxUrlBytes ? ERROR_WINHTTP_INVALID_URL
+           : headerBytes > kMaxHeaderBytes   ? ERROR_WINHTTP_INVALID_HEADER
+                                             : ERROR_SUCCESS;
+}
+
 /// How long the set-up of a connection may take: the name's resolution and the rest are one time to curl.
 int ConnectTimeout(const Timeouts& timeouts)
 {
@@ -70,7 +85,7 @@ DWORD Request::Send(std::string_view headerLines, std::string_view body, std::ui
     {
         return ERROR_WINHTTP_NAME_NOT_RESOLVED;
     }
-    const DWORD error = StartTransfer();
+    const DWORD error = StartTransfer(body);
     m_state = error == ERROR_SUCCESS ? State::Sent : State::Opened;
     return error;
 }
@@ -91,30 +106,34 @@ DWORD Request::AnnounceBody(std::string_view body, std::uint64_t totalLength)
     {
         m_bodyLength = totalLength;
     }
-    m_body = body;
-    return m_body.size() > m_bodyLength.value_or(0) ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
+    return body.size() > m_bodyLength.value_or(0) ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
 }
 
-DWORD Request::StartTransfer()
+DWORD Request::StartTransfer(std::string_view body)
 {
     auto& session = m_connection->GetSession();
     const auto timeouts = GetTimeouts();
     auto headerLines = m_headers.LinesForCurl();
     if (!session.UserAgent().empty() && m_headers.Find("User-Agent") == nullptr)
     {
-        headerLines.push_back("User-Agent: " + session.UserAgent());
+        headerLines.emplace_back("User-Agent: ").append(session.UserAgent());
     }
     const TransferRequest request{m_address.Url(),
                                   m_verb,
                                   std::move(headerLines),
+                                  m_headers.Cookies(),
                                   m_bodyLength,
-                                  m_body,
                                   ConnectTimeout(timeouts),
                                   session.Certificates().file,
                                   session.Certificates().folder};
-    m_transfer.reset(); // first, so that its lane is there to be borrowed
-    m_transfer = std::make_unique<Transfer>(session.Lanes().Borrow(), request, m_interruption);
-    return m_transfer->Start(timeouts.send);
+    if (const DWORD error = ErrorOfSize(request); error != ERROR_SUCCESS)
+    {
+        return error;
+    }
+    m_transfer.reset(); // first, so that its connection is there to be borrowed
+    auto& pool = session.Pool();
+    m_transfer = std::make_unique<Transfer>(pool.Borrow(m_address.Origin()), pool.Share(), request, m_interruption);
+    return m_transfer->Start(body, timeouts.send);
 }
 
 DWORD Request::Write(std::string_view bytes)

@@ -44,7 +44,7 @@ private:
     };
 
     DWORD AnnounceBody(std::string_view body, std::uint64_t totalLength);
-    DWORD StartTransfer();
+    DWORD StartTransfer(std::string_view body);
 
     const std::shared_ptr<Connection> m_connection;
     const std::string m_verb;
@@ -52,7 +52,6 @@ private:
     Address m_address;
     RequestHeaders m_headers;
     std::optional<std::uint64_t> m_bodyLength;
-    std::string m_body;
 
     State m_state = State::Opened;
     Interruption m_interruption;

@@ -7,11 +7,7 @@
 
 namespace
 {
-bool EqualsIgnoringCase(std::string_view left, std::string_view right)
-{
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(), [&](char a, char b) { return lower(a) == lower(b); });
-}
+constexpr const char* kCookie = "Cookie";
 
 std::string_view Trim(std::string_view text)
 {
@@ -21,6 +17,12 @@ std::string_view Trim(std::string_view text)
     return text.substr(0, text.find_last_not_of(kSpace) + 1);
 }
 } // namespace
+
+bool EqualsIgnoringCase(std::string_view left, std::string_view right)
+{
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(), [&](char a, char b) { return lower(a) == lower(b); });
+}
 
 DWORD RequestHeaders::AddLines(std::string_view lines, DWORD modifiers)
 {
@@ -42,7 +44,7 @@ DWORD RequestHeaders::AddLines(std::string_view lines, DWORD modifiers)
         {
             return ERROR_WINHTTP_INVALID_HEADER;
         }
-        Header header{std::string(Trim(line.substr(0, colon))), std::string(Trim(line.substr(colon + 1)))};
+        Header header{std::string(Trim(line.substr(0, colon))), SecretText(Trim(line.substr(colon + 1)))};
         if (const DWORD error = Add(std::move(header), modifiers); error != ERROR_SUCCESS)
         {
             return error;
@@ -80,7 +82,7 @@ DWORD RequestHeaders::Add(Header header, DWORD modifiers)
     }
     else if (has(WINHTTP_ADDREQ_FLAG_COALESCE_WITH_COMMA))
     {
-        existing->value += ", " + header.value;
+        existing->value.append(", ").append(header.value);
     }
     else
     {
@@ -94,33 +96,46 @@ std::vector<RequestHeaders::Header>::iterator RequestHeaders::Locate(std::string
     return std::find_if(m_headers.begin(), m_headers.end(), [name](const Header& header) { return EqualsIgnoringCase(header.name, name); });
 }
 
-const std::string* RequestHeaders::Find(std::string_view name) const
+const SecretText* RequestHeaders::Find(std::string_view name) const
 {
     const auto found =
         std::find_if(m_headers.begin(), m_headers.end(), [name](const Header& header) { return EqualsIgnoringCase(header.name, name); });
     return found == m_headers.end() ? nullptr : &found->value;
 }
 
-std::vector<std::string> RequestHeaders::LinesForCurl() const
+std::vector<SecretText> RequestHeaders::LinesForCurl() const
 {
-    std::vector<std::string> lines;
+    std::vector<SecretText> lines;
     lines.reserve(m_headers.size() + 3);
     for (const auto& header : m_headers)
     {
-        if (!EqualsIgnoringCase(header.name, kContentLength))
+        if (!EqualsIgnoringCase(header.name, kContentLength) && !EqualsIgnoringCase(header.name, kCookie))
         {
             // To curl a name with an empty value means "not this header", one with a semicolon "this header, empty".
-            lines.push_back(header.value.empty() ? header.name + ";" : header.name + ": " + header.value);
+            lines.emplace_back(header.name).append(header.value.empty() ? ";" : ": ").append(header.value);
         }
     }
     for (const char* const name : {"Accept", "Expect", "Proxy-Connection"})
     {
         if (Find(name) == nullptr)
         {
-            lines.push_back(std::string(name) + ":");
+            lines.emplace_back(name).append(":");
         }
     }
     return lines;
+}
+
+SecretText RequestHeaders::Cookies() const
+{
+    SecretText cookies;
+    for (const auto& header : m_headers)
+    {
+        if (EqualsIgnoringCase(header.name, kCookie))
+        {
+            cookies.append(cookies.empty() ? "" : "; ").append(header.value);
+        }
+    }
+    return cookies;
 }
 
 std::optional<std::uint64_t> ParseContentLength(std::string_view value)

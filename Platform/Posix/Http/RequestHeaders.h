@@ -3,6 +3,7 @@
 /// @file
 /// A request's own header lines, and the rules by which callers add to them.
 
+#include "../Secret.h"
 #include "../WinHttp.h"
 
 #include <cstdint>
@@ -21,17 +22,20 @@ public:
     DWORD AddLines(std::string_view lines, DWORD modifiers);
 
     /// The first header's value, or null.
-    const std::string* Find(std::string_view name) const;
+    const SecretText* Find(std::string_view name) const;
 
-    /// The lines as curl takes them, with those that curl would add of its own switched off. The length of the body is not
-    /// among them: curl writes it.
-    std::vector<std::string> LinesForCurl() const;
+    /// The lines as curl takes them, with those that curl would add of its own switched off. Neither the length of the body nor
+    /// the cookies are among them: curl writes these lines.
+    std::vector<SecretText> LinesForCurl() const;
+
+    /// What the cookie headers say: "name=value; name=value".
+    SecretText Cookies() const;
 
 private:
     struct Header
     {
         std::string name;
-        std::string value;
+        SecretText value;
     };
 
     DWORD Add(Header header, DWORD modifiers);
@@ -41,6 +45,9 @@ private:
 };
 
 inline constexpr const char* kContentLength = "Content-Length";
+
+/// Compares as names of headers are compared.
+[[nodiscard]] bool EqualsIgnoringCase(std::string_view left, std::string_view right);
 
 /// The number that a length header states; nothing where it states none.
 [[nodiscard]] std::optional<std::uint64_t> ParseContentLength(std::string_view value);

@@ -1,10 +1,10 @@
 #pragma once
 
 /// @file
-/// Sessions and connections: the settings and the lanes that requests are made with.
+/// Sessions and connections: the settings and the connections that requests are made with.
 
+#include "ConnectionPool.h"
 #include "HttpObject.h"
-#include "Lane.h"
 
 #include <memory>
 #include <string>
@@ -27,19 +27,19 @@ public:
         : TimedObject(Timeouts()),
           m_userAgent(std::move(userAgent)),
           m_certificates(CertificatePlaces::FromEnvironment()),
-          m_lanes(std::make_shared<LanePool>())
+          m_pool(std::make_shared<ConnectionPool>())
     {
     }
 
     /// Empty: requests name no user agent.
     const std::string& UserAgent() const noexcept { return m_userAgent; }
     const CertificatePlaces& Certificates() const noexcept { return m_certificates; }
-    LanePool& Lanes() const noexcept { return *m_lanes; }
+    ConnectionPool& Pool() const noexcept { return *m_pool; }
 
 private:
     const std::string m_userAgent;
     const CertificatePlaces m_certificates;
-    const std::shared_ptr<LanePool> m_lanes;
+    const std::shared_ptr<ConnectionPool> m_pool;
 };
 
 /// A server and a port; nothing is connected before a request is sent.

@@ -1,24 +1,29 @@
 /// @file
-/// The states of an exchange and what moves it on:
+/// The phases of an exchange and what moves it on:
 ///
-///     connecting --OnConnected--> sending --final header block--> receiving --curl is done--> over
-///         |                          |                                |                         ^
-///         +--------------------------+--- failure, timeout, closing --+-------------------------+
+///     connecting --OnConnected--> connected --curl is done--> over
+///         |                           |                        ^
+///         +---------------------------+--- failure, timeout, --+
+///                                          closing
 ///
-/// A request whose body is announced but not at hand pauses in "sending" (OnSend finds nothing) until `Write` brings
-/// bytes; a reply that nobody reads pauses in "receiving" (OnBody finds the buffer full) until `Take` makes room. When an
-/// exchange is over its lane goes back at once; the bytes that have come can still be taken.
+/// A request whose body is announced but not at hand pauses (OnSend finds nothing) until `Write` brings bytes; a reply that
+/// nobody reads pauses (OnBody finds the buffer full) until `AwaitBody` finds it read. When an exchange is over its connection
+/// goes back at once; the bytes that have come can still be taken.
+///
+/// A kept connection may turn out to be dead when the request is on its way. Whether the server has taken the request is not
+/// known then. curl sends it again on a fresh connection, which is right for GET and HEAD alone: every other request ends, and
+/// goes only over connections that are young enough not to have been closed by the server.
 
 #include "Transfer.h"
 
 #include "CurlErrors.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <limits>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 namespace
@@ -31,46 +36,51 @@ constexpr long kReceiveBytes = 128 * 1024;
 /// Bytes of a reply's body that wait for the caller; beyond this the server has to wait.
 constexpr std::size_t kMaxBuffered = 256 * 1024;
 
+/// All header lines of a reply: those of interim replies before it and of trailers behind it, too.
+constexpr std::size_t kMaxHeaderBytes = 256 * 1024;
+
 /// Bytes of a request's body that are collected before they go out. Callers write in small blocks, and each send costs the same
 /// system calls and wakes the server up, however short it is.
 constexpr std::size_t kCollectedBytes = 256 * 1024;
+
+/// A kept connection carries a request that must not be sent twice only when it was used within this time: servers close
+/// theirs after 5 seconds and more.
+constexpr std::chrono::seconds kYoung(3);
 
 /// How long curl is left alone at most; it wakes up earlier for all that concerns it.
 constexpr int kLongestPoll = 60'000;
 
 constexpr long kUnlimited = std::numeric_limits<int>::max();
 
+// Seconds of silence before a connection is probed, and between the probes.
+constexpr long kProbeAfter = 30;
+constexpr long kProbeEach = 10;
+
 bool IsBlankLine(std::string_view line)
 {
     return line == "\r\n" || line == "\n";
 }
-
-std::optional<std::string> HeaderOf(CURL* easy, const char* name)
-{
-    curl_header* header = nullptr;
-    if (curl_easy_header(easy, name, 0, CURLH_HEADER, -1, &header) != CURLHE_OK)
-    {
-        return std::nullopt;
-    }
-    return std::string(header->value);
-}
 } // namespace
 
-Transfer::Transfer(LanePool::Borrowed lane, const TransferRequest& request, Interruption& interruption)
-    : m_lane(std::move(lane)),
+Transfer::Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const TransferRequest& request, Interruption& interruption)
+    : m_connection(std::move(connection)),
       m_interruption(interruption),
-      m_body(request.body),
-      m_bodyLeft(request.bodyLength.value_or(0) - request.body.size())
+      m_easy(curl_easy_init()),
+      m_isRepeatable(!request.bodyLength && (request.verb == "GET" || request.verb == "HEAD")),
+      m_bodyLeft(request.bodyLength.value_or(0))
 {
-    curl_easy_reset(m_lane->Easy());
-    SetConnection(request);
-    SetRequest(request);
-    SetCallbacks();
-    if (curl_multi_add_handle(m_lane->Multi(), m_lane->Easy()) != CURLM_OK)
+    if (!m_easy)
     {
         throw std::bad_alloc();
     }
-    m_interruption.SetDriven(m_lane->Multi());
+    SetConnection(request, share);
+    SetRequest(request);
+    SetCallbacks();
+    if (curl_multi_add_handle(m_connection->Multi(), m_easy.get()) != CURLM_OK)
+    {
+        throw std::bad_alloc();
+    }
+    m_interruption.SetDriven(m_connection->Multi());
 }
 
 Transfer::~Transfer()
@@ -80,15 +90,20 @@ Transfer::~Transfer()
 
 template <class Value> void Transfer::Set(CURLoption option, Value value)
 {
-    // The options and values are this file's own: what can go wrong is memory.
-    if (curl_easy_setopt(m_lane->Easy(), option, value) != CURLE_OK) // NOLINT(cppcoreguidelines-pro-type-vararg)
+    const CURLcode result = curl_easy_setopt(m_easy.get(), option, value); // NOLINT(cppcoreguidelines-pro-type-vararg)
+    if (result == CURLE_OUT_OF_MEMORY)
     {
         throw std::bad_alloc();
     }
+    if (result != CURLE_OK)
+    {
+        throw std::runtime_error(curl_easy_strerror(result));
+    }
 }
 
-void Transfer::SetConnection(const TransferRequest& request)
+void Transfer::SetConnection(const TransferRequest& request, CURLSH* share)
 {
+    Set(CURLOPT_SHARE, share);
     Set(CURLOPT_URL, request.url.c_str());
     Set(CURLOPT_PROTOCOLS_STR, "http,https");
     Set(CURLOPT_PATH_AS_IS, 1L);
@@ -99,7 +114,12 @@ void Transfer::SetConnection(const TransferRequest& request)
     // A name resolution that hangs does not hold up the closing of its request.
     Set(CURLOPT_QUICK_EXIT, 1L);
     Set(CURLOPT_CONNECTTIMEOUT_MS, request.connectTimeout > 0 ? static_cast<long>(request.connectTimeout) : kUnlimited);
+    Set(CURLOPT_TCP_KEEPALIVE, 1L);
+    Set(CURLOPT_TCP_KEEPIDLE, kProbeAfter);
+    Set(CURLOPT_TCP_KEEPINTVL, kProbeEach);
     Set(CURLOPT_BUFFERSIZE, kReceiveBytes);
+    Set(CURLOPT_FRESH_CONNECT, !m_isRepeatable && m_connection->IdleTime() >= kYoung ? 1L : 0L);
+    Set(CURLOPT_ERRORBUFFER, m_errorText.data());
     if (!request.certificateFile.empty())
     {
         Set(CURLOPT_CAINFO, request.certificateFile.c_str());
@@ -123,6 +143,12 @@ void Transfer::SetRequest(const TransferRequest& request)
         m_headerLines.reset(longer);
     }
     Set(CURLOPT_HTTPHEADER, m_headerLines.get());
+    // No file, but it switches on that the server's cookies are kept and go back.
+    Set(CURLOPT_COOKIEFILE, "");
+    if (!request.cookies.empty())
+    {
+        Set(CURLOPT_COOKIE, request.cookies.c_str());
+    }
     if (request.bodyLength)
     {
         // For every verb: this way curl adds nothing but the length.
@@ -143,17 +169,19 @@ void Transfer::SetCallbacks()
     Set(CURLOPT_PREREQDATA, static_cast<void*>(this));
     Set(CURLOPT_READFUNCTION, &Transfer::OnSend);
     Set(CURLOPT_READDATA, static_cast<void*>(this));
-    Set(CURLOPT_SEEKFUNCTION, &Transfer::OnRewind);
-    Set(CURLOPT_SEEKDATA, static_cast<void*>(this));
     Set(CURLOPT_HEADERFUNCTION, &Transfer::OnHeader);
     Set(CURLOPT_HEADERDATA, static_cast<void*>(this));
     Set(CURLOPT_WRITEFUNCTION, &Transfer::OnBody);
     Set(CURLOPT_WRITEDATA, static_cast<void*>(this));
 }
 
-DWORD Transfer::Start(int timeout)
+DWORD Transfer::Start(std::string_view body, int timeout)
 {
-    return RunUntil([this] { return m_connected && (m_bodySent == m_body.size() || RefusesBody()); }, timeout);
+    m_outgoing = {body, {}};
+    m_bodyLeft -= body.size();
+    const DWORD error = RunUntil([this] { return (m_phase == Phase::Connected && IsHandedOver()) || RefusesBody(); }, timeout);
+    m_outgoing = {};
+    return error;
 }
 
 DWORD Transfer::Write(std::string_view bytes, int timeout)
@@ -169,7 +197,7 @@ DWORD Transfer::Write(std::string_view bytes, int timeout)
         m_collected.append(bytes);
     }
     m_bodyLeft -= bytes.size();
-    const DWORD error = RunUntil([this] { return (IsHandedOver() && !m_over) || RefusesBody(); }, timeout);
+    const DWORD error = RunUntil([this] { return (IsHandedOver() && m_phase != Phase::Over) || RefusesBody(); }, timeout);
     m_outgoing = {};
     if (isDue)
         m_collected.clear();
@@ -181,7 +209,7 @@ DWORD Transfer::AwaitHead(int timeout)
     // Collected bytes of a body whose sender has given up; there are none otherwise.
     m_outgoing = {m_collected, {}};
     ResumeSending();
-    return RunUntil([this] { return m_hasHead; }, timeout);
+    return RunUntil([this] { return m_head.has_value(); }, timeout);
 }
 
 DWORD Transfer::AwaitBody(int timeout)
@@ -190,19 +218,19 @@ DWORD Transfer::AwaitBody(int timeout)
     {
         return ERROR_SUCCESS;
     }
-    if (m_receivePaused && !m_over)
+    if (m_receivePaused && m_phase != Phase::Over)
     {
         m_receivePaused = false;
         Resume();
     }
     // To curl an exchange is not over before the whole request is sent, but its sender may have given up.
     const auto isUnevenlyComplete = [this] { return m_bodyLeft != 0 && IsReplyComplete(); };
-    const DWORD error = RunUntil([&] { return Buffered() != 0 || m_over || isUnevenlyComplete(); }, timeout);
+    const DWORD error = RunUntil([&] { return Buffered() != 0 || m_phase == Phase::Over || isUnevenlyComplete(); }, timeout);
     if (error != ERROR_SUCCESS)
     {
         return error;
     }
-    if (Buffered() == 0 && !m_over)
+    if (Buffered() == 0 && m_phase != Phase::Over)
     {
         Finish(ERROR_SUCCESS);
     }
@@ -225,8 +253,8 @@ std::size_t Transfer::Take(char* target, std::size_t capacity) noexcept
     return count;
 }
 
-/// Drives the lane until the condition holds, the exchange ends, nothing has moved for the timeout, or the request's handle
-/// is closed.
+/// Drives the exchange until the condition holds, it ends, nothing has moved for the timeout, or the request's handle is
+/// closed.
 template <class Condition> DWORD Transfer::RunUntil(Condition condition, int timeout)
 {
     auto lastMove = Clock::now();
@@ -241,18 +269,18 @@ template <class Condition> DWORD Transfer::RunUntil(Condition condition, int tim
         {
             return ERROR_SUCCESS;
         }
-        if (m_over)
+        if (m_phase == Phase::Over)
         {
             return m_error != ERROR_SUCCESS ? m_error : ERROR_WINHTTP_CONNECTION_ERROR;
         }
         int running = 0;
-        if (curl_multi_perform(m_lane->Multi(), &running) != CURLM_OK)
+        if (curl_multi_perform(m_connection->Multi(), &running) != CURLM_OK)
         {
             Finish(ERROR_WINHTTP_INTERNAL_ERROR);
             continue;
         }
         CollectResult();
-        if (m_over || condition())
+        if (m_phase == Phase::Over || condition())
         {
             continue;
         }
@@ -264,7 +292,7 @@ template <class Condition> DWORD Transfer::RunUntil(Condition condition, int tim
         }
         // Until there is a connection curl keeps the time.
         int wait = kLongestPoll;
-        if (m_connected && timeout > 0)
+        if (m_phase == Phase::Connected && timeout > 0)
         {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(lastMove - now).count() + timeout;
             if (left <= 0)
@@ -274,7 +302,7 @@ template <class Condition> DWORD Transfer::RunUntil(Condition condition, int tim
             }
             wait = static_cast<int>(std::min<std::int64_t>(left, kLongestPoll));
         }
-        curl_multi_poll(m_lane->Multi(), nullptr, 0, wait, nullptr);
+        curl_multi_poll(m_connection->Multi(), nullptr, 0, wait, nullptr);
     }
 }
 
@@ -282,7 +310,7 @@ template <class Condition> DWORD Transfer::RunUntil(Condition condition, int tim
 bool Transfer::MovedBytes()
 {
     curl_off_t uploaded = 0;
-    curl_easy_getinfo(m_lane->Easy(), CURLINFO_SIZE_UPLOAD_T, &uploaded); // NOLINT(cppcoreguidelines-pro-type-vararg)
+    curl_easy_getinfo(m_easy.get(), CURLINFO_SIZE_UPLOAD_T, &uploaded); // NOLINT(cppcoreguidelines-pro-type-vararg)
     const bool moved = std::exchange(m_moved, false) || uploaded != m_uploaded;
     m_uploaded = uploaded;
     return moved;
@@ -291,21 +319,45 @@ bool Transfer::MovedBytes()
 void Transfer::CollectResult()
 {
     int left = 0;
-    while (const CURLMsg* const message = curl_multi_info_read(m_lane->Multi(), &left))
+    while (const CURLMsg* const message = curl_multi_info_read(m_connection->Multi(), &left))
     {
         if (message->msg == CURLMSG_DONE)
         {
-            const CURLcode result = message->data.result;
-            // A refusal may come with a connection that breaks under what is still being sent; the reply counts.
-            Finish(m_error != ERROR_SUCCESS ? m_error : IsReplyComplete() ? ERROR_SUCCESS : Win32ErrorOf(result));
+            Finish(OutcomeOf(message->data.result));
             return;
         }
     }
 }
 
+DWORD Transfer::OutcomeOf(CURLcode result)
+{
+    // A refusal may come with a connection that breaks under what is still being sent; the reply counts.
+    if (m_error != ERROR_SUCCESS || IsReplyComplete() || (m_phase == Phase::Connecting && TakeProxyRefusal()))
+    {
+        return m_error;
+    }
+    return Win32ErrorOf(result, m_phase == Phase::Connected, m_errorText.data());
+}
+
+/// A proxy that makes no tunnel to the server answers in its place. curl keeps the status of that answer.
+bool Transfer::TakeProxyRefusal()
+{
+    constexpr long kFirstRefusal = 300;
+    constexpr std::string_view kBody = "The proxy refused to connect to the server.";
+    long status = 0;
+    curl_easy_getinfo(m_easy.get(), CURLINFO_HTTP_CONNECTCODE, &status); // NOLINT(cppcoreguidelines-pro-type-vararg)
+    if (status < kFirstRefusal)
+    {
+        return false;
+    }
+    m_reply.assign(kBody.begin(), kBody.end());
+    m_head = ReplyHead{status, std::nullopt, std::nullopt};
+    return true;
+}
+
 void Transfer::ResumeSending()
 {
-    if (m_sendPaused && !m_over)
+    if (m_sendPaused && m_phase != Phase::Over)
     {
         m_sendPaused = false;
         Resume();
@@ -315,25 +367,25 @@ void Transfer::ResumeSending()
 /// Lets curl go on in the directions that are not paused. Bytes that curl kept back come out of this call.
 void Transfer::Resume()
 {
-    curl_easy_pause(m_lane->Easy(), (m_sendPaused ? CURLPAUSE_SEND : 0) | (m_receivePaused ? CURLPAUSE_RECV : 0));
+    curl_easy_pause(m_easy.get(), (m_sendPaused ? CURLPAUSE_SEND : 0) | (m_receivePaused ? CURLPAUSE_RECV : 0));
 }
 
-/// Ends the exchange, once, and gives the lane back. A connection in the middle of something is closed by curl.
+/// Ends the exchange, once, and gives the connection back. One in the middle of something is closed by curl.
 void Transfer::Finish(DWORD error) noexcept
 {
-    if (m_over)
+    if (m_phase == Phase::Over)
     {
         return;
     }
-    m_over = true;
+    m_phase = Phase::Over;
     m_error = error;
     m_interruption.SetDriven(nullptr);
-    curl_multi_remove_handle(m_lane->Multi(), m_lane->Easy());
-    curl_easy_reset(m_lane->Easy());
-    m_lane.reset();
+    curl_multi_remove_handle(m_connection->Multi(), m_easy.get());
+    m_easy.reset();
+    m_connection.reset();
 }
 
-/// Whether curl has taken all that `Write` gave out.
+/// Whether curl has taken all that was given out.
 bool Transfer::IsHandedOver() const noexcept
 {
     return m_outgoing[0].empty() && m_outgoing[1].empty();
@@ -343,26 +395,24 @@ bool Transfer::IsHandedOver() const noexcept
 bool Transfer::RefusesBody() const noexcept
 {
     constexpr long kFirstRefusal = 300;
-    return m_hasHead && (m_head.status >= kFirstRefusal || m_over);
+    return m_head && (m_head->status >= kFirstRefusal || m_phase == Phase::Over);
 }
 
 /// Whether all bytes that the reply announced are here.
 bool Transfer::IsReplyComplete() const noexcept
 {
-    std::uint64_t announced = 0;
-    if (!m_hasHead || !m_head.contentLength)
-    {
-        return false;
-    }
-    const auto& text = *m_head.contentLength;
-    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), announced);
-    return error == std::errc() && stop == text.data() + text.size() && m_replyReceived >= announced;
+    return m_head && m_head->contentLength && m_replyReceived >= *m_head->contentLength;
 }
 
 int Transfer::OnConnected(void* self, char*, char*, int, int) noexcept
 {
     auto& transfer = *static_cast<Transfer*>(self);
-    transfer.m_connected = true;
+    if (transfer.m_phase == Phase::Connected && !transfer.m_isRepeatable)
+    {
+        transfer.m_error = ERROR_WINHTTP_CONNECTION_ERROR;
+        return CURL_PREREQFUNC_ABORT;
+    }
+    transfer.m_phase = Phase::Connected;
     transfer.m_moved = true;
     return CURL_PREREQFUNC_OK;
 }
@@ -371,24 +421,15 @@ std::size_t Transfer::OnSend(char* target, std::size_t size, std::size_t count, 
 {
     auto& transfer = *static_cast<Transfer*>(self);
     std::size_t sent = 0;
-    const auto send = [&](std::string_view& source) {
+    for (auto& source : transfer.m_outgoing)
+    {
         const auto moved = std::min(size * count - sent, source.size());
-        if (moved == 0)
-            return;
-        std::memcpy(target + sent, source.data(), moved);
-        source.remove_prefix(moved);
-        sent += moved;
-    };
-    if (auto kept = transfer.m_body.substr(transfer.m_bodySent); !kept.empty())
-    {
-        send(kept);
-        transfer.m_bodySent += sent;
-    }
-    else
-    {
-        for (auto& source : transfer.m_outgoing)
-            send(source);
-        transfer.m_streamed = transfer.m_streamed || sent != 0;
+        if (moved != 0)
+        {
+            std::memcpy(target + sent, source.data(), moved);
+            source.remove_prefix(moved);
+            sent += moved;
+        }
     }
     if (sent == 0)
     {
@@ -399,51 +440,27 @@ std::size_t Transfer::OnSend(char* target, std::size_t size, std::size_t count, 
     return sent;
 }
 
-/// A kept connection turned out to be dead, and curl starts again on a new one.
-int Transfer::OnRewind(void* self, curl_off_t offset, int origin) noexcept
-{
-    auto& transfer = *static_cast<Transfer*>(self);
-    if (offset != 0 || origin != SEEK_SET || transfer.m_streamed)
-    {
-        return CURL_SEEKFUNC_FAIL;
-    }
-    transfer.m_bodySent = 0;
-    return CURL_SEEKFUNC_OK;
-}
-
 std::size_t Transfer::OnHeader(const char* line, std::size_t size, std::size_t count, void* self) noexcept
 {
     auto& transfer = *static_cast<Transfer*>(self);
+    const std::size_t length = size * count;
     transfer.m_moved = true;
+    transfer.m_headerBytes += length;
+    DWORD error = transfer.m_headerBytes > kMaxHeaderBytes ? ERROR_WINHTTP_INVALID_SERVER_RESPONSE : ERROR_SUCCESS;
     // Lines after the head are a chunked body's trailers.
-    if (!transfer.m_hasHead && IsBlankLine({line, size * count}))
+    if (error == ERROR_SUCCESS && !transfer.m_head && IsBlankLine({line, length}))
     {
         try
         {
-            transfer.ReadHead();
+            error = ReadReplyHead(transfer.m_easy.get(), transfer.m_head);
         }
-        catch (...)
+        catch (const std::bad_alloc&)
         {
-            transfer.m_error = ERROR_NOT_ENOUGH_MEMORY;
-            return 0;
+            error = ERROR_NOT_ENOUGH_MEMORY;
         }
     }
-    return size * count;
-}
-
-/// A header block has ended. Those of 100 to 199 only announce another one.
-void Transfer::ReadHead()
-{
-    constexpr long kSwitchingProtocols = 101;
-    CURL* const easy = m_lane->Easy();
-    long status = 0;
-    curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status); // NOLINT(cppcoreguidelines-pro-type-vararg)
-    if (status / 100 == 1 && status != kSwitchingProtocols)
-    {
-        return;
-    }
-    m_head = {status, HeaderOf(easy, "Content-Length"), HeaderOf(easy, "Location")};
-    m_hasHead = true;
+    transfer.m_error = error;
+    return error == ERROR_SUCCESS ? length : 0;
 }
 
 std::size_t Transfer::OnBody(const char* bytes, std::size_t size, std::size_t count, void* self) noexcept
@@ -460,7 +477,7 @@ std::size_t Transfer::OnBody(const char* bytes, std::size_t size, std::size_t co
     {
         transfer.m_reply.insert(transfer.m_reply.end(), bytes, bytes + length);
     }
-    catch (...)
+    catch (const std::bad_alloc&)
     {
         transfer.m_error = ERROR_NOT_ENOUGH_MEMORY;
         return length == 0 ? 1 : 0;

@@ -1,12 +1,14 @@
 #pragma once
 
 /// @file
-/// One exchange with a server over a borrowed lane, driven by whoever calls: each operation runs the lane's curl handle
-/// until what it waits for has happened, and no longer.
+/// One exchange with a server over a pooled connection, driven by whoever calls: each operation runs the curl handle until what
+/// it waits for has happened, and no longer.
 
+#include "../Secret.h"
 #include "../WinHttp.h"
+#include "ConnectionPool.h"
 #include "Interruption.h"
-#include "Lane.h"
+#include "ReplyHead.h"
 
 #include <array>
 #include <cstddef>
@@ -20,29 +22,21 @@
 /// What an exchange sends.
 struct TransferRequest
 {
-    std::string url;
+    SecretText url;
     std::string verb;
-    std::vector<std::string> headerLines;
+    std::vector<SecretText> headerLines;
+    SecretText cookies;                      ///< "name=value; name=value", beside those that the server has set
     std::optional<std::uint64_t> bodyLength; ///< none: the request has no body and states no length
-    std::string_view body;                   ///< the first bytes of the body, which outlive the exchange; the rest is written later
     int connectTimeout = 0;                  ///< milliseconds from the start to a connection, 0: no limit
     std::string certificateFile;             ///< empty: the system's
     std::string certificateFolder;           ///< empty: the system's
 };
 
-/// What is known of a reply when its headers have come.
-struct ReplyHead
-{
-    long status = 0;
-    std::optional<std::string> contentLength;
-    std::optional<std::string> location;
-};
-
 class Transfer
 {
 public:
-    /// @throws std::bad_alloc
-    Transfer(LanePool::Borrowed lane, const TransferRequest& request, Interruption& interruption);
+    /// @throws std::bad_alloc, and std::runtime_error where libcurl refuses an option
+    Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const TransferRequest& request, Interruption& interruption);
     ~Transfer();
 
     Transfer(const Transfer&) = delete;
@@ -51,8 +45,8 @@ public:
     // Each of these blocks and returns 0 or an error value. A timeout is in milliseconds without progress, 0: no limit. An
     // error ends the exchange; later operations return it again.
 
-    /// Connects and hands over the headers and the body that the request came with.
-    DWORD Start(int timeout);
+    /// Connects and hands over the headers and the first bytes of the body.
+    DWORD Start(std::string_view body, int timeout);
 
     /// Hands over bytes of the body; short writes go out together, the last one with all that is left. Bytes that the server no longer
     /// waits for, because it has refused already, count as handed over: its reply tells the rest.
@@ -65,9 +59,9 @@ public:
     DWORD AwaitBody(int timeout);
 
     /// What `AwaitHead` has waited for.
-    const ReplyHead& Head() const noexcept { return m_head; }
+    const ReplyHead& Head() const noexcept { return *m_head; }
 
-    /// Bytes of the announced body that were not handed to `Write` yet.
+    /// Bytes of the announced body that were not handed over yet.
     std::uint64_t BodyLeft() const noexcept { return m_bodyLeft; }
 
     std::size_t Buffered() const noexcept { return m_reply.size() - m_replyRead; }
@@ -76,6 +70,16 @@ public:
     std::size_t Take(char* target, std::size_t capacity) noexcept;
 
 private:
+    enum class Phase
+    {
+        Connecting,
+        Connected,
+        Over,
+    };
+    struct EasyCleanup
+    {
+        void operator()(CURL* easy) const noexcept { curl_easy_cleanup(easy); }
+    };
     struct ListCleanup
     {
         void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
@@ -83,18 +87,19 @@ private:
 
     static int OnConnected(void* self, char*, char*, int, int) noexcept;
     static std::size_t OnSend(char* target, std::size_t size, std::size_t count, void* self) noexcept;
-    static int OnRewind(void* self, curl_off_t offset, int origin) noexcept;
     static std::size_t OnHeader(const char* line, std::size_t size, std::size_t count, void* self) noexcept;
     static std::size_t OnBody(const char* bytes, std::size_t size, std::size_t count, void* self) noexcept;
 
     template <class Value> void Set(CURLoption option, Value value);
-    void SetConnection(const TransferRequest& request);
+    void SetConnection(const TransferRequest& request, CURLSH* share);
     void SetRequest(const TransferRequest& request);
     void SetCallbacks();
 
     template <class Condition> DWORD RunUntil(Condition condition, int timeout);
     bool MovedBytes();
     void CollectResult();
+    DWORD OutcomeOf(CURLcode result);
+    bool TakeProxyRefusal();
     void ResumeSending();
     void Resume();
     void Finish(DWORD error) noexcept;
@@ -102,30 +107,28 @@ private:
     bool IsHandedOver() const noexcept;
     bool RefusesBody() const noexcept;
     bool IsReplyComplete() const noexcept;
-    void ReadHead();
 
-    LanePool::Borrowed m_lane;
+    ConnectionPool::Borrowed m_connection;
     Interruption& m_interruption;
+    std::array<char, CURL_ERROR_SIZE> m_errorText = {};
     std::unique_ptr<curl_slist, ListCleanup> m_headerLines;
+    std::unique_ptr<CURL, EasyCleanup> m_easy; // goes before what it uses
 
-    bool m_connected = false;
-    bool m_over = false;
+    Phase m_phase = Phase::Connecting;
     DWORD m_error = ERROR_SUCCESS;
 
-    // The way there. What the request came with is kept for a connection that turns out to be dead.
-    std::string_view m_body;
-    std::size_t m_bodySent = 0;
-    std::string m_collected;                    // written, not given out yet
+    // The way there.
+    const bool m_isRepeatable;
     std::array<std::string_view, 2> m_outgoing; // given out, not taken by curl yet: what was collected, and the last write
-    bool m_streamed = false;
+    SecretText m_collected;                     // written, not given out yet
     bool m_sendPaused = false;
     std::uint64_t m_bodyLeft = 0;
 
     // The way back.
-    ReplyHead m_head;
-    bool m_hasHead = false;
+    std::optional<ReplyHead> m_head;
+    std::size_t m_headerBytes = 0;
     bool m_receivePaused = false;
-    std::vector<char> m_reply;
+    SecretBytes m_reply;
     std::size_t m_replyRead = 0;
     std::uint64_t m_replyReceived = 0;
 

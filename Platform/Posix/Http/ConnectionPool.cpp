@@ -1,0 +1,68 @@
+#include "ConnectionPool.h"
+
+#include <algorithm>
+#include <iterator>
+#include <new>
+
+namespace
+{
+/// A kept connection ends after this time without use: many servers and proxies close theirs after a minute.
+constexpr std::chrono::seconds kLongestIdle(50);
+} // namespace
+
+PooledConnection::PooledConnection(std::string origin) : m_origin(std::move(origin)), m_multi(curl_multi_init())
+{
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg)
+    if (!m_multi || curl_multi_setopt(m_multi.get(), CURLMOPT_MAXCONNECTS, 1L) != CURLM_OK)
+    {
+        throw std::bad_alloc();
+    }
+}
+
+ConnectionPool::Borrowed ConnectionPool::Borrow(const std::string& origin)
+{
+    std::unique_ptr<PooledConnection> connection;
+    Connections expired; // closed outside the lock
+    {
+        const std::lock_guard lock(m_mutex);
+        expired = TakeExpired();
+        const auto last = std::find_if(m_idle.rbegin(), m_idle.rend(), [&](const auto& idle) { return idle->Origin() == origin; });
+        if (last != m_idle.rend())
+        {
+            connection = std::move(*last);
+            m_idle.erase(std::next(last).base());
+        }
+    }
+    if (!connection)
+    {
+        connection = std::make_unique<PooledConnection>(origin);
+    }
+    return {connection.release(), Return(shared_from_this())};
+}
+
+/// Takes out those that have been idle for too long.
+ConnectionPool::Connections ConnectionPool::TakeExpired()
+{
+    const auto firstKept = std::find_if(m_idle.begin(), m_idle.end(), [](const auto& idle) { return idle->IdleTime() <= kLongestIdle; });
+    Connections expired(std::make_move_iterator(m_idle.begin()), std::make_move_iterator(firstKept));
+    m_idle.erase(m_idle.begin(), firstKept);
+    return expired;
+}
+
+void ConnectionPool::Return::operator()(PooledConnection* connection) const noexcept
+{
+    std::unique_ptr<PooledConnection> owned(connection);
+    try
+    {
+        Connections expired; // closed outside the lock
+        const std::lock_guard lock(m_pool->m_mutex);
+        expired = m_pool->TakeExpired();
+        owned->SetUsed();
+        m_pool->m_idle.push_back(std::move(owned));
+    }
+    catch (const std::bad_alloc&)
+    {
+        // A connection that cannot be kept is closed.
+        return;
+    }
+}

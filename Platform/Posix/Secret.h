@@ -1,0 +1,47 @@
+#pragma once
+
+/// @file
+/// Texts and bytes that may hold a password or a token: their memory is overwritten before it is given back.
+
+#include <cstddef>
+#include <memory>
+#include <string.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// Overwrites what it gives back, so that growing leaves no copy behind either.
+template <class Type> struct WipingAllocator
+{
+    using value_type = Type;
+
+    WipingAllocator() = default;
+    template <class Other> WipingAllocator(const WipingAllocator<Other>&) noexcept {}
+
+    Type* allocate(std::size_t count) { return std::allocator<Type>().allocate(count); }
+    void deallocate(Type* memory, std::size_t count) noexcept
+    {
+        ::explicit_bzero(memory, count * sizeof(Type));
+        std::allocator<Type>().deallocate(memory, count);
+    }
+
+    bool operator==(const WipingAllocator&) const = default;
+};
+
+using SecretText = std::basic_string<char, std::char_traits<char>, WipingAllocator<char>>;
+using SecretBytes = std::vector<char, WipingAllocator<char>>;
+
+/// A text of another making, which is wiped when the scope ends.
+template <class Text> struct WipedAtEnd
+{
+    Text text;
+
+    ~WipedAtEnd() { ::explicit_bzero(text.data(), text.size() * sizeof(typename Text::value_type)); }
+};
+
+/// Moves a text into one that is wiped.
+[[nodiscard]] inline SecretText MakeSecret(std::string&& text)
+{
+    const WipedAtEnd<std::string> given{std::move(text)};
+    return SecretText(given.text);
+}

@@ -4,7 +4,7 @@
 // `bytesPerItem` (what the records keep allocated). `BareParse` is the library alone, for its absolute rate.
 
 #include "AllocationCounter.h"
-#include "ItemExtraction.h"
+#include "Replies/ItemParsing.h"
 
 #include "QuendraHttp/QuendraHttp.h"
 

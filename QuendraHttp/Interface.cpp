@@ -1,7 +1,7 @@
 // The exported functions.
 
 #include "Tracing.h"
-#include "WinHttpImpl.h"
+#include "Transport/WinHttpImpl.h"
 
 #include "Platform/Platform.h"
 #include "QuendraHttp/NativeHttp.h"

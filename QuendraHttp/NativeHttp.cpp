@@ -2,7 +2,6 @@
 
 #include "QuendraHttp/NativeHttp.h"
 
-#include "ApiPath.h"
 #include "Operation.h"
 #include "TextComparison.h"
 #include "TextConversion.h"
@@ -18,16 +17,22 @@ namespace
 
 // The lines that identify these functions to people who filter events on them.
 constexpr int kCreateLine = 132;
-constexpr int kAddRevisionLine = 171;
 constexpr int kTrackerBeginLine = 227;
 constexpr int kTrackerEndLine = 235;
 constexpr int kGetSessionTokenLine = 624;
 constexpr int kSetSessionTokenLine = 636;
 
+constexpr std::uint32_t kStatusDenied = 401;
+
 constexpr std::wstring_view kSecureScheme = L"https://";
 constexpr std::wstring_view kSchemeEnd = L"://";
 
 } // namespace
+
+std::wstring ServerState::ApiBasePath(const std::wstring& sessionToken) const
+{
+    return apiVersion == kApiVersion10 ? L"/api/" + sessionToken : endpointPath;
+}
 
 CNativeHttp::RequestHandleTracker::RequestHandleTracker(RequestHandleMap& requests, std::mutex& lock,
                                                         std::shared_ptr<IWinHttpRequest> request, std::wstring key,
@@ -173,15 +178,21 @@ ResultCode CNativeHttp::SetSessionToken(const std::wstring& token)
 
 std::wstring CNativeHttp::GetApiBasePath()
 {
-    return ApiBasePathOf(Server(), SessionToken());
+    return Server().ApiBasePath(SessionToken());
 }
 
-std::string CNativeHttp::AddRevision(const std::string& query, const std::string& revision)
+ResultCode CNativeHttp::CheckForChangedSessionToken(std::uint32_t status, const std::wstring& startToken, ResultCode code)
 {
-    if (revision.empty())
-        return {};
-    TraceInfo("CNativeHttp::AddRevision", Unit::NativeHttp, {"Revision: %s", kAddRevisionLine}, revision);
-    return query + "revision=" + revision;
+    const FunctionTraceScope trace("CNativeHttp::CheckForChangedSessionToken", Unit::NativeHttp);
+    if (status != kStatusDenied)
+        return code;
+    std::wstring currentToken = SessionToken();
+    const ScopedWipe wipe(currentToken);
+    trace.Info("OriginalSession [%S] CurrentSession [%S]", startToken, currentToken);
+    if (startToken == currentToken)
+        return code;
+    trace.Info("HTTP_STATUS_DENIED received but session token has changed. Retry required with new token");
+    return Result::Retry;
 }
 
 ResultCode CNativeHttp::CloseRequestHandle(const std::wstring& path)

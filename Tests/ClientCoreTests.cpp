@@ -1,7 +1,11 @@
 // What all operations of the client share: its settings, its codes, its JSON helpers, its trace of replies, its request map.
 
-#include "JsonLibrary.h"
+#include "Operations/ServerPaths.h"
 #include "ParsingSupport.h"
+#include "Replies/FeedParsing.h"
+#include "Replies/JsonLibrary.h"
+#include "Replies/JsonReplies.h"
+#include "RequestCycle/Judgement.h"
 #include "ScriptedTransport.h"
 #include "TraceCapture.h"
 
@@ -56,7 +60,7 @@ TEST(ClientSettings, AccessorsAreNotTraced)
     EXPECT_EQ(client->SetClientTag("tag"), 0U);
     EXPECT_EQ(dynamic_cast<CNativeHttp&>(client.Api()).GetClientTag(), "tag");
     EXPECT_EQ(client->SetDeviceName(L"other"), 0U);
-    EXPECT_EQ(CNativeHttp::AddRevision("?", ""), "");
+    EXPECT_EQ(AddRevision("?", ""), "");
     EXPECT_TRUE(trace.Events().empty()) << trace;
     client->Register(L"ann", L"host");
     EXPECT_EQ(client.script.requests.at(0).at(3), "field device_name=other");
@@ -85,7 +89,7 @@ TEST(ClientSettings, FunctionsAreIdentifiedByTheirLines)
     client->SetSessionToken(L"t/1");
     client->GetSessionToken(text);
     EXPECT_TRUE(dynamic_cast<CNativeHttp&>(client.Api()).GetApiBasePath() == L"/api/t/1");
-    static_cast<void>(CNativeHttp::AddRevision("?", "1"));
+    static_cast<void>(AddRevision("?", "1"));
     const std::pair<const char*, int> lines[] = {
         {"Create", 132},          {"AddRevision", 171},     {"Version", 456}, {"GetEndpoints", 534}, {"GetEndpointsFromResponse", 602},
         {"GetSessionToken", 624}, {"SetSessionToken", 636}, {"Login", 652},   {"Register", 782}};
@@ -134,7 +138,7 @@ TEST(ClientCodes, RefusalsMapToTheirErrorIdOrTheirStatus)
         {0, "", 20000},
     };
     for (auto [status, body, expected] : cases)
-        EXPECT_EQ(CNativeHttp::MapHttpError(status, AsReply(body)), expected) << body;
+        EXPECT_EQ(MapHttpError(status, AsReply(body)), expected) << body;
 }
 
 TEST(JsonHelpers, ReadMembersOfTheirTypeOnly)
@@ -148,14 +152,14 @@ TEST(JsonHelpers, ReadMembersOfTheirTypeOnly)
     {
         std::string string = "none";
         bool value = truth != "1";
-        EXPECT_EQ(CNativeHttp::GetJSONStringFromResponse(AsReply(body), key, string), text != "none") << key;
+        EXPECT_EQ(GetJSONStringFromResponse(AsReply(body), key, string), text != "none") << key;
         EXPECT_EQ(string, text) << key;
-        EXPECT_EQ(CNativeHttp::GetJSONBoolFromResponse(AsReply(body), key, value), truth != "none") << key;
+        EXPECT_EQ(GetJSONBoolFromResponse(AsReply(body), key, value), truth != "none") << key;
         EXPECT_EQ(value, truth != "0") << key;
     }
-    EXPECT_EQ(CNativeHttp::GetJSONValueFromResponse(AsReply(body), "n").asInt(), 1);
+    EXPECT_EQ(GetJSONValueFromResponse(AsReply(body), "n").asInt(), 1);
     for (std::string other : {std::string("[1]"), std::string("5"), std::string("{\"n\":1"), std::string(), body})
-        EXPECT_TRUE(CNativeHttp::GetJSONValueFromResponse(AsReply(other), "missing").isNull());
+        EXPECT_TRUE(GetJSONValueFromResponse(AsReply(other), "missing").isNull());
 }
 
 TEST(JsonLibrary, ExceptionsOfTheLibraryAreTracedAndNoOthersCaught)
@@ -205,12 +209,12 @@ TEST(RepliesInTheTrace, AreIndentedLineByLine)
     TraceCapture trace;
     std::string json = "/* of two\n\nlines */"
                        R"({"a":[1,{"b":2}],"c":"100%s"})";
-    CNativeHttp::LogResponse(AsReply(json));
+    LogResponse(AsReply(json));
     EXPECT_EQ(trace.Messages(EVT_INFO), (Texts{"HTTP Response (48 bytes):", "/* of two", "lines */", "{", "   \"a\" : [", "      1,",
                                                "      {", "         \"b\" : 2", "      }", "   ],", "   \"c\" : \"100%s\"", "}"}));
     trace.Clear();
     std::string html = "<html>";
-    CNativeHttp::LogResponse(AsReply(html));
+    LogResponse(AsReply(html));
     EXPECT_EQ(trace.Messages(EVT_INFO), Texts{"HTTP Response (6 bytes)"});
 }
 
@@ -218,7 +222,7 @@ TEST(RepliesInTheTrace, AreIndentedLineByLine)
 std::pair<Texts, std::size_t> TraceOf(std::string reply)
 {
     const TraceCapture trace;
-    CNativeHttp::LogResponse(AsReply(reply));
+    LogResponse(AsReply(reply));
     Texts lines = trace.Messages(EVT_INFO);
     std::size_t bytes = 0;
     for (const std::string& line : lines)
@@ -273,7 +277,7 @@ TEST(Replies, WithCommentsAreReadAtOnce)
     Mappings mappings;
     ScriptedClient client;
     const std::clock_t begin = std::clock();
-    EXPECT_EQ(CNativeHttp::GetNotificationsFromResponse(AsReply(reply), actions), 0U);
+    EXPECT_EQ(GetNotificationsFromResponse(AsReply(reply), actions), 0U);
     EXPECT_EQ(client->GetMappingsFromResponse(AsReply(reply), mappings), 0U);
     EXPECT_EQ(TraceOf(reply).first.at(1), "[ 1 ]");
     EXPECT_LT(std::clock() - begin, 5 * CLOCKS_PER_SEC);

@@ -1,6 +1,7 @@
 // Change-feed actions and folder mappings on the wire: JSON in, records and messages out.
 
 #include "Operations.h"
+#include "Replies/FeedParsing.h"
 #include "ScriptedTransport.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
@@ -62,9 +63,8 @@ TEST(FeedParsing, TurnsRepliesIntoActions)
         {R"({"contents":5})", "!"},
         {std::string(20000, '['), "!"},
     };
-    ExpectRecords(replies, [](const ResponseBuffer& reply, Outputs& outputs) {
-        return CNativeHttp::GetNotificationsFromResponse(reply, outputs.actions);
-    });
+    ExpectRecords(replies,
+                  [](const ResponseBuffer& reply, Outputs& outputs) { return GetNotificationsFromResponse(reply, outputs.actions); });
 }
 
 TEST(FeedParsing, TurnsRepliesIntoMappings)
@@ -106,10 +106,10 @@ TEST(FeedParsing, CountsTheRecordsOfEveryDepth)
 {
     const Json::Value replies = ParseText(R"([{"contents":[{"name":"a"},5,{"name":"b"}]},{"contents":{"contents":[{}]}},{}])");
     Outputs outputs;
-    EXPECT_EQ(CNativeHttp::ProcessNotificationJSONArray(replies, outputs.actions), 4U);
-    EXPECT_EQ(CNativeHttp::ProcessMappingJSONArray(replies, outputs.mappings), 4U);
+    EXPECT_EQ(ProcessNotificationJSONArray(replies, outputs.actions), 4U);
+    EXPECT_EQ(ProcessMappingJSONArray(replies, outputs.mappings), 4U);
     std::string none = "[]";
-    EXPECT_EQ(CNativeHttp::GetNotificationsFromResponse(AsReply(none), outputs.actions), 0U) << "what was there does not count";
+    EXPECT_EQ(GetNotificationsFromResponse(AsReply(none), outputs.actions), 0U) << "what was there does not count";
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "Attributes.h"
-#include "ItemExtraction.h"
 #include "ParsingSupport.h"
+#include "Replies/ItemParsing.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
 
@@ -30,7 +30,7 @@ template <typename Show> void ExpectItems(const std::string& shared, const Show&
         TraceCapture trace;
         ServerItemList list;
         const std::string json = "{" + members + (members.empty() ? "" : ",") + shared + "}";
-        const std::uint32_t count = CNativeHttp::ProcessJSONDictionary(ParseText(json), list, false);
+        const std::uint32_t count = ProcessJSONDictionary(ParseText(json), list, false);
         EXPECT_EQ(count, list.size());
         std::string read = list.empty() ? "dropped" : show(*list.front());
         for (const std::string& error : trace.Messages(EVT_ERROR))
@@ -163,10 +163,10 @@ TEST(ItemParsingTests, AValueThatCannotBeConvertedEndsAnArrayAndThrowsForASingle
         TraceCapture trace;
         ServerItemList list;
         const Json::Value array = ParseText("[" + good + "," + element + "," + good + "]");
-        EXPECT_EQ(CNativeHttp::ProcessJSONArray(array, list, false), 1U) << element;
+        EXPECT_EQ(ProcessJSONArray(array, list, false), 1U) << element;
         ASSERT_EQ(trace.Messages(EVT_ERROR).size(), 1U) << element << trace;
         EXPECT_TRUE(trace.Messages(EVT_ERROR)[0].starts_with(kThrown)) << trace;
-        EXPECT_THROW(CNativeHttp::ProcessJSONDictionary(array[1], list, false), Json::Exception) << element;
+        EXPECT_THROW(ProcessJSONDictionary(array[1], list, false), Json::Exception) << element;
         EXPECT_EQ(list.size(), 1U) << element;
     }
 }

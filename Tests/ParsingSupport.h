@@ -3,9 +3,9 @@
 /// @file
 /// What the suites of the reply parsers share: replies from texts, records as texts.
 
-#include "JsonLibrary.h"
 #include "Mapping.h"
 #include "NotificationAction.h"
+#include "Replies/JsonLibrary.h"
 #include "TextConversion.h"
 
 #include <list>

@@ -1,8 +1,8 @@
 // Transfers over real sockets: every request byte by byte, and what becomes of those that are cancelled, closed or broken off on
 // the way.
 
-#include "FileHandle.h"
 #include "TransferWire.h"
+#include "Transport/FileHandle.h"
 
 #include "Eventing/EventSink.h"
 

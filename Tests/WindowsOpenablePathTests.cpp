@@ -1,9 +1,9 @@
 // Local paths in all their forms, beyond the classic limit too, and those that are no files.
 
-#include "FileHandle.h"
-#include "OpenablePath.h"
 #include "TextConversion.h"
 #include "TransferSupport.h"
+#include "Transport/FileHandle.h"
+#include "Transport/OpenablePath.h"
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #if defined(_WIN32)
@@ -19,11 +18,6 @@
 #pragma push_macro("SetPort")
 #undef SetPort
 #endif
-
-namespace Json
-{
-class Value;
-}
 
 class Exchange;
 class FunctionTraceScope;
@@ -50,19 +44,23 @@ struct ServerState
     ApiVersion apiVersion;     ///< 0.0 before the handshake.
     std::wstring loggingEndpointPath;
     std::wstring deviceName;
-    std::uint32_t serverMode = 0; ///< 0 until a handshake succeeded.
+    std::uint32_t serverMode = 0; ///< one of `kMode...`.
     std::uint32_t handshakeValue = 0;
+
+    /// The path prefix of API requests: the endpoint path, or for API 1.0, which carries the session in the path, "/api/" and
+    /// the session token.
+    [[nodiscard]] std::wstring ApiBasePath(const std::wstring& sessionToken) const;
 };
 
-/// Where a version of an API lives on the server.
-struct Endpoint
-{
-    std::wstring path;
-    std::int32_t tos = 0;
-};
+/// API versions that the client treats in their own way.
+inline constexpr ApiVersion kApiVersion10{1, 0};
+inline constexpr ApiVersion kApiVersion12{1, 2};
+inline constexpr ApiVersion kApiVersion13{1, 3};
 
-/// Endpoints by version text, such as "1.3".
-using EndpointTable = std::unordered_map<std::wstring, Endpoint>;
+/// How the server authenticates, as the handshake learns it.
+inline constexpr std::uint32_t kModeUnknown = 0;
+inline constexpr std::uint32_t kModeLegacy = 1;
+inline constexpr std::uint32_t kModeDeviceToken = 2;
 
 /// The implementation of `IQuendraHttpAPI`. The interface documents the operations; here is what they are made of.
 class CNativeHttp final : public IQuendraHttpAPI
@@ -157,16 +155,6 @@ public:
     ResultCode GenerateLink(std::shared_ptr<ShareRequest> request) override;
     void Release() override;
 
-    /// Reads the change-feed actions of a reply.
-    /// @param[in,out] actions  appended to; the caller deletes the records.
-    /// @return the number of actions appended.
-    static std::uint32_t GetNotificationsFromResponse(const ResponseBuffer& response, std::list<CNotificationAction*>& actions);
-
-    /// Reads what the server has of a chunked upload.
-    /// @param[out] offset  left alone where the reply does not tell, like `locked`.
-    /// @return 13 for a reply that is no JSON object.
-    static ResultCode GetMetaDataFromResponse(const ResponseBuffer& response, std::int64_t* offset, std::uint32_t* locked);
-
     /// The text kept by `SetClientTag`.
     [[nodiscard]] std::string GetClientTag();
 
@@ -177,58 +165,8 @@ public:
     /// Puts the session's timeouts back to their defaults; a failure is traced only.
     void ResetTimeouts();
 
-    /// The code of a refused request: 20000 plus the reply's "errorId", or plus the status where it has none.
-    [[nodiscard]] static ResultCode MapHttpError(std::uint32_t status, const ResponseBuffer& response);
-
-    /// As `MapHttpError`, and `CheckForChangedSessionToken` where the server says that the session is not valid.
-    /// @param startToken  the session token that the operation started with.
-    [[nodiscard]] ResultCode MapHttpErrorWithTokenCheck(std::uint32_t status, const ResponseBuffer& response,
-                                                        const std::wstring& startToken);
-
     /// `Result::Retry` for a status of 401 when the session token is not the start token any more, else `code`.
     [[nodiscard]] ResultCode CheckForChangedSessionToken(std::uint32_t status, const std::wstring& startToken, ResultCode code);
-
-    /// Traces a reply, indented where it is JSON. Costs nothing when nobody listens.
-    static void LogResponse(const ResponseBuffer& response);
-
-    /// A member of the reply's top-level object; null where there is none.
-    [[nodiscard]] static Json::Value GetJSONValueFromResponse(const ResponseBuffer& response, const char* key);
-
-    /// A string member of the reply's top-level object.
-    /// @return false, leaving `text` alone, for a member of another type or none.
-    [[nodiscard]] static bool GetJSONStringFromResponse(const ResponseBuffer& response, const char* key, std::string& text);
-
-    /// A boolean member of the reply's top-level object; the strings "true" and "false" count as well.
-    /// @return false, leaving `value` alone, for anything else.
-    [[nodiscard]] static bool GetJSONBoolFromResponse(const ResponseBuffer& response, const char* key, bool& value);
-
-    /// The query that names an item's revision.
-    /// @param query     the separator before it, "?" or "&".
-    /// @param revision  empty for none.
-    /// @return "?revision=12", or empty.
-    [[nodiscard]] static std::string AddRevision(const std::string& query, const std::string& revision);
-
-    /// Reads the endpoint tables of a reply.
-    /// @return the number of synchronisation endpoints found.
-    /// @throws std::bad_alloc where memory runs out behind the parse.
-    static std::uint32_t GetEndpointsFromResponse(const ResponseBuffer& response, EndpointTable& synchronisation, EndpointTable& logging);
-
-    /// Appends the item, or at the top of a reply the items, that a JSON object describes.
-    /// @param topLevel  the value is a whole reply: the items are in its "contents" or "document_info".
-    /// @return the number of records appended.
-    /// @throws Json::Exception for values that the JSON library cannot convert.
-    static std::uint32_t ProcessJSONDictionary(const Json::Value& value, ServerItemList& list, bool topLevel);
-
-    /// As `ProcessJSONDictionary` for each element of an array; ends, without throwing, at one that cannot be converted.
-    static std::uint32_t ProcessJSONArray(const Json::Value& value, ServerItemList& list, bool topLevel);
-
-    /// Appends the change-feed action, or those in "contents", that a JSON object describes. The caller deletes the records.
-    static std::uint32_t ProcessNotificationJSONDictionary(const Json::Value& value, std::list<CNotificationAction*>& actions);
-    static std::uint32_t ProcessNotificationJSONArray(const Json::Value& value, std::list<CNotificationAction*>& actions);
-
-    /// Appends the mapping, or those in "contents", that a JSON object describes. The caller deletes the records.
-    static std::uint32_t ProcessMappingJSONDictionary(const Json::Value& value, std::vector<CMapping*>& mappings);
-    static std::uint32_t ProcessMappingJSONArray(const Json::Value& value, std::vector<CMapping*>& mappings);
 
 private:
     friend class Exchange;
@@ -236,7 +174,6 @@ private:
     void Create(const std::wstring& deviceName);
     // The handshake's steps; they may throw, and belong to the operation that takes them. What they learn goes into `server`.
     ResultCode ShakeHands(std::uint32_t& serverMode, std::uint32_t& handshakeValue);
-    ResultCode GetEndpoints(const ServerState& server, EndpointTable& synchronisation, EndpointTable& logging);
     ResultCode SetHandshakeTimeouts(const FunctionTraceScope& trace);
     ResultCode ChooseVersion(const FunctionTraceScope& trace, ServerState& server);
     ResultCode AskServerMode(const FunctionTraceScope& trace, const ServerState& server, std::uint32_t& serverMode);
@@ -258,10 +195,6 @@ private:
                                        std::shared_ptr<IServerAttributes>& outAttributes, const CancelEvent& cancelEvent,
                                        const std::shared_ptr<IProgressCallback>& progress);
     // NOLINTEND(bugprone-reserved-identifier)
-    ResultCode JudgeUpload(const FunctionTraceScope& trace, Exchange& exchange, const std::wstring& localPath,
-                           std::shared_ptr<IServerAttributes>& attributes);
-    ResultCode FinishDownload(const FunctionTraceScope& trace, const Exchange& exchange, const std::wstring& serverPath,
-                              const std::shared_ptr<IServerAttributes>& attributes, std::shared_ptr<IServerAttributes>& outAttributes);
     ResultCode RefreshAttributes(const std::wstring& serverPath, const std::shared_ptr<IServerAttributes>& attributes,
                                  std::shared_ptr<IServerAttributes>& outAttributes);
 

@@ -115,6 +115,9 @@ template <std::integral Number> auto Pass(Number value)
 /// A message's format, checked against its arguments when it is compiled, and the line that it stands on.
 template <typename... Arguments> struct TraceFormat
 {
+    /// No message: where a message may be left out.
+    constexpr TraceFormat() = default;
+
     // NOLINTNEXTLINE(google-explicit-constructor): a literal is meant to become a format by itself.
     consteval TraceFormat(const char* format, int sourceLine = __builtin_LINE()) : text(format), line(sourceLine)
     {
@@ -122,8 +125,10 @@ template <typename... Arguments> struct TraceFormat
             TraceDetail::TheFormatDoesNotMatchItsArguments();
     }
 
-    const char* text;
-    int line;
+    [[nodiscard]] constexpr bool IsSet() const noexcept { return text != nullptr; }
+
+    const char* text = nullptr;
+    int line = 0;
 };
 
 /// Writes an informational message of a function that has no scope of its own.

@@ -1,6 +1,7 @@
 // The endpoints that a server offers: any bytes as the reply to "/endpoints", through a whole handshake.
 
 #include "FuzzSupport.h"
+#include "Replies/Endpoints.h"
 #include "ScriptedTransport.h"
 #include "TextConversion.h"
 
@@ -14,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string text = Bytes(data, size);
     EndpointTable synchronisation;
     EndpointTable logging;
-    const std::uint32_t count = CNativeHttp::GetEndpointsFromResponse({text.data(), text.size()}, synchronisation, logging);
+    const std::uint32_t count = GetEndpointsFromResponse({text.data(), text.size()}, synchronisation, logging);
     Require(count >= synchronisation.size() && (count == 0) == synchronisation.empty());
 
     ScriptedClient client;

@@ -2,7 +2,7 @@
 
 #include "Attributes.h"
 #include "FuzzSupport.h"
-#include "ItemExtraction.h"
+#include "Replies/ItemParsing.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

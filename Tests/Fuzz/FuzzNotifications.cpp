@@ -2,6 +2,7 @@
 
 #include "FuzzSupport.h"
 #include "NotificationAction.h"
+#include "Replies/FeedParsing.h"
 
 #include "QuendraHttp/NativeHttp.h"
 
@@ -10,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ListenToEverything();
     std::string text = Bytes(data, size);
     std::list<CNotificationAction*> actions;
-    Require(CNativeHttp::GetNotificationsFromResponse({text.data(), text.size()}, actions) == actions.size());
+    Require(GetNotificationsFromResponse({text.data(), text.size()}, actions) == actions.size());
     for (const CNotificationAction* action : actions)
     {
         Require(action->Type >= NotificationType::Unknown && action->Type <= NotificationType::Mode);

@@ -1,6 +1,8 @@
 // What every operation reads from replies with the JSON helpers: any bytes as a body.
 
 #include "FuzzSupport.h"
+#include "Replies/JsonReplies.h"
+#include "RequestCycle/Judgement.h"
 
 #include "QuendraHttp/NativeHttp.h"
 
@@ -10,17 +12,17 @@ namespace
 // The three helpers agree on a member.
 void ReadMember(const ResponseBuffer& response, const char* key)
 {
-    const Json::Value value = CNativeHttp::GetJSONValueFromResponse(response, key);
+    const Json::Value value = GetJSONValueFromResponse(response, key);
     const std::string before = "before";
     std::string text = before;
-    Require(CNativeHttp::GetJSONStringFromResponse(response, key, text) == value.isString());
+    Require(GetJSONStringFromResponse(response, key, text) == value.isString());
     Require(text == (value.isString() ? value.asString() : before));
 
     const bool isTrue = value.isBool() ? value.asBool() : text == "true";
     for (const bool untouched : {false, true})
     {
         bool flag = untouched;
-        const bool found = CNativeHttp::GetJSONBoolFromResponse(response, key, flag);
+        const bool found = GetJSONBoolFromResponse(response, key, flag);
         Require(found == (value.isBool() || text == "true" || text == "false"));
         Require(flag == (found ? isTrue : untouched));
     }
@@ -36,16 +38,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const char* key : {"errorId", "device_token_auth", "build_number", "session_token", ""})
         ReadMember(response, key);
 
-    const ResultCode refusal = CNativeHttp::MapHttpError(404, response);
+    const ResultCode refusal = MapHttpError(404, response);
     Require(refusal != Result::Success);
-    Require(CNativeHttp::GetJSONValueFromResponse(response, "errorId").isString() || refusal == 20404);
+    Require(GetJSONValueFromResponse(response, "errorId").isString() || refusal == 20404);
 
     std::int64_t offset = -7;
     std::uint32_t locked = 7;
-    const ResultCode result = CNativeHttp::GetMetaDataFromResponse(response, &offset, &locked);
+    const ResultCode result = GetMetaDataFromResponse(response, &offset, &locked);
     Require(result == Result::Success || (offset == -7 && locked == 7));
     Require(locked <= 1 || locked == 7);
 
-    CNativeHttp::LogResponse(response);
+    LogResponse(response);
     return 0;
 }

@@ -3,7 +3,7 @@
 /// @file
 /// What the fuzz targets share.
 
-#include "JsonLibrary.h"
+#include "Replies/JsonLibrary.h"
 #include "Tracing.h"
 
 #include "Eventing/EventSink.h"

@@ -6,7 +6,7 @@
 #include "Settings.h"
 #include "TextConversion.h"
 #include "TransferSupport.h"
-#include "WinHttpImpl.h"
+#include "Transport/WinHttpImpl.h"
 
 #include <ctime>
 

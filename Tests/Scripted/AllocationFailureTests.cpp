@@ -3,6 +3,8 @@
 
 #include "FailingAllocation.h"
 #include "ParsingSupport.h"
+#include "Replies/Endpoints.h"
+#include "Replies/FeedParsing.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
 
@@ -45,15 +47,14 @@ TEST(AllocationFailures, CostTheFeedOneAction)
 {
     const std::string json = R"([{"a":"create","m":"/a path of some length"},{"a":"an action of a longer name"},
         {"a":"move","m":{"from":"/a path of some length","to":"/another path of some length"}}])";
-    EXPECT_EQ(FailEachAllocation<Actions>(json, &CNativeHttp::ProcessNotificationJSONArray),
-              Texts{"JSON library has thrown a bad_alloc exception "});
+    EXPECT_EQ(FailEachAllocation<Actions>(json, &ProcessNotificationJSONArray), Texts{"JSON library has thrown a bad_alloc exception "});
 }
 
 TEST(AllocationFailures, CostTheMappingsOneMapping)
 {
     const std::string entry =
         R"({"name":"a name of some length","description":"a description of some length","permissions":"permissions"})";
-    EXPECT_EQ(FailEachAllocation<Mappings>("[" + entry + "," + entry + "," + entry + "]", &CNativeHttp::ProcessMappingJSONArray),
+    EXPECT_EQ(FailEachAllocation<Mappings>("[" + entry + "," + entry + "," + entry + "]", &ProcessMappingJSONArray),
               (Texts{"Failed to create mapping for [a name of some length] - error [-2147467259]",
                      "JSON library has thrown a bad_alloc exception "}));
 }
@@ -72,7 +73,7 @@ TEST(AllocationFailures, EndTheReadingOfEndpointsUnlessTheyAreAllRead)
         t_allocationToFail = allocation;
         try
         {
-            static_cast<void>(CNativeHttp::GetEndpointsFromResponse(AsReply(json), synchronisation, logging));
+            static_cast<void>(GetEndpointsFromResponse(AsReply(json), synchronisation, logging));
             outcome.clear();
         }
         catch (const std::bad_alloc&) // NOLINT(bugprone-empty-catch): the outcome says so

@@ -5,8 +5,8 @@
 #include "TraceCapture.h"
 #include "Tracing.h"
 #include "TransferSupport.h"
-#include "WinHttpImpl.h"
-#include "WinHttpImplRequest.h"
+#include "Transport/WinHttpImpl.h"
+#include "Transport/WinHttpImplRequest.h"
 
 #include <algorithm>
 #include <limits>

@@ -3,7 +3,7 @@
 #include "ScriptedWinHttp.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
-#include "WinHttpImplRequest.h"
+#include "Transport/WinHttpImplRequest.h"
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 
 #include "ScriptedWinHttp.h"
 #include "TransferSupport.h"
-#include "WinHttpImpl.h"
-#include "WinHttpImplRequest.h"
+#include "Transport/WinHttpImpl.h"
+#include "Transport/WinHttpImplRequest.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,0 +1,68 @@
+// The change feed and the folder mappings.
+
+#include "Mapping.h"
+#include "PathUtilities.h"
+#include "Replies/FeedParsing.h"
+#include "RequestCycle/Exchange.h"
+#include "Settings.h"
+
+ResultCode CNativeHttp::GetChanges(std::list<CNotificationAction*>& actions)
+{
+    return RunExchange(*this, "CNativeHttp::GetChanges", [&](Exchange& exchange) {
+        // The feed is below the endpoint path even for API 1.0, which carries the token at the end here.
+        std::wstring path = exchange.Server().endpointPath + L"/notifs";
+        if (exchange.Server().apiVersion == kApiVersion10)
+            path += L"/" + exchange.StartToken();
+        return exchange.Info("Requesting list of changes from the server.")
+            .Open(L"GET", path)
+            .Track(L"/notifs")
+            .Perform(Judgements::kGetChanges)
+            .Then([&] {
+                GetNotificationsFromResponse(exchange.Response(), actions);
+                return Result::Success;
+            });
+    });
+}
+
+ResultCode CNativeHttp::GetRemoteFolderMap(std::vector<CMapping*>& mappings)
+{
+    return RunExchange(*this, "CNativeHttp::GetRemoteFolderMap", [&](Exchange& exchange) {
+        if (exchange.Server().apiVersion == kApiVersion10)
+        {
+            exchange.Info("API Version 1.0 detected, returning default home mapping");
+            auto home = std::make_unique<CMapping>(L"/home", L"Home directory", PathUtilities::NormalizePath(L""), MappingMode::Other,
+                                                   L"WRITE", MappingStatus::Reachable, MappingType::Smb, 0);
+            mappings.push_back(home.get());
+            static_cast<void>(home.release());
+            return Result::Success;
+        }
+        if (exchange.Info("Retrieving remote folder mappings").Connect().HasEnded())
+            ResetTimeouts();
+        const auto path = [&] {
+            return exchange.ApiPath(L"/folders") + L"?includeAll=true&timeout=" +
+                   std::to_wstring(Settings::ReadNumber(Tuning::kMappingWait.name, Tuning::kMappingWait.defaultValue));
+        };
+        return exchange.OpenRequest(L"GET", path, {.failed = "WinHttpRequest failed to initialise, error code: 0x%x"})
+            .Perform(Judgements::kGetRemoteFolderMap)
+            .Then([&] {
+                const std::uint32_t count = GetMappingsFromResponse(exchange.Response(), mappings);
+                if (count == 0)
+                {
+                    exchange.Trace().Error("ERROR: No mappings returned from the server!");
+                    return Result::InvalidData;
+                }
+                exchange.Trace().Info("Retrieved %d mappings from the server", count);
+                return Result::Success;
+            });
+    });
+}
+
+std::uint32_t CNativeHttp::GetMappingsFromResponse(const ResponseBuffer& response, std::vector<CMapping*>& mappings)
+{
+    std::uint32_t count = 0;
+    static_cast<void>(RunOperation("CNativeHttp::GetMappingsFromResponse", [&](const FunctionTraceScope& trace) {
+        count = ReadMappings(trace, response, mappings);
+        return Result::Success;
+    }));
+    return count;
+}

@@ -1,0 +1,25 @@
+#include "Operations/ServerPaths.h"
+
+#include "Attributes.h"
+#include "TextConversion.h"
+
+namespace
+{
+
+// The line that identifies the function to people who filter events on it.
+constexpr int kAddRevisionLine = 171;
+
+} // namespace
+
+std::string AddRevision(const std::string& query, const std::string& revision)
+{
+    if (revision.empty())
+        return {};
+    TraceInfo("CNativeHttp::AddRevision", Unit::NativeHttp, {"Revision: %s", kAddRevisionLine}, revision);
+    return query + "revision=" + revision;
+}
+
+std::wstring RevisionSuffix(const char* separator, const IServerAttributes* item)
+{
+    return ToWide(AddRevision(separator, item != nullptr ? item->GetRevision() : std::string()));
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+/// @file
+/// From a reply's body to attributes records, for every operation whose reply describes items.
+
+#include "Replies/JsonLibrary.h"
+
+#include "QuendraHttp/QuendraHttp.h"
+
+#include <cstdint>
+#include <memory>
+
+/// Appends the item, or at the top of a reply the items, that a JSON object describes.
+/// @param topLevel  the value is a whole reply: the items are in its "contents" or "document_info".
+/// @return the number of records appended.
+/// @throws Json::Exception for values that the JSON library cannot convert.
+std::uint32_t ProcessJSONDictionary(const Json::Value& value, ServerItemList& list, bool topLevel);
+/// As `ProcessJSONDictionary` for each element of an array; ends, without throwing, at one that cannot be converted.
+std::uint32_t ProcessJSONArray(const Json::Value& value, ServerItemList& list, bool topLevel);
+
+/// Reads a reply that describes items. The body is parsed once. A body that cannot be read, in full or in part, is no failure here:
+/// it adds fewer records; what was added before stays.
+/// @param[in,out] children  appended to: the items that the reply holds in its "contents" or its "document_info".
+/// @param[in,out] self      appended to: the reply itself as an item. May be the same list as `children`.
+/// @return the number of records added to both.
+std::uint32_t ExtractAttributes(const ResponseBuffer& response, ServerItemList& children, ServerItemList& self);
+
+/// The item of a reply that describes exactly one; null for a reply that describes none or several.
+[[nodiscard]] std::shared_ptr<IServerAttributes> ExtractSingleItem(const ResponseBuffer& response);

@@ -1,0 +1,194 @@
+#include "Replies/JsonLibrary.h"
+
+#include "TextConversion.h"
+
+#include <algorithm>
+
+#if defined(_MSC_VER)
+#pragma warning(disable : 4996)
+#elif defined(__GNUC__)
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+#endif
+
+namespace
+{
+
+constexpr std::size_t kEscapeLength = 6; // \uXXXX
+
+bool IsHexDigit(char character)
+{
+    return (character >= '0' && character <= '9') || (character >= 'a' && character <= 'f') || (character >= 'A' && character <= 'F');
+}
+
+enum class Surrogate
+{
+    None,
+    High,
+    Low
+};
+
+// What the text begins with, as an escape.
+Surrogate EscapedSurrogate(std::string_view text)
+{
+    if (text.size() < kEscapeLength || !text.starts_with("\\u") || (text[2] != 'd' && text[2] != 'D') ||
+        !std::all_of(text.begin() + 3, text.begin() + kEscapeLength, IsHexDigit))
+        return Surrogate::None;
+    switch (text[3])
+    {
+    case '8':
+    case '9':
+    case 'a':
+    case 'A':
+    case 'b':
+    case 'B':
+        return Surrogate::High;
+    default:
+        return text[3] >= '0' && text[3] <= '7' ? Surrogate::None : Surrogate::Low;
+    }
+}
+
+// The position of the first escape of a surrogate without its other half, at or behind a position outside any escape.
+std::size_t FindUnpairedSurrogate(std::string_view text, std::size_t from)
+{
+    for (std::size_t at = text.find('\\', from); at < text.size(); at = text.find('\\', at))
+    {
+        const Surrogate surrogate = EscapedSurrogate(text.substr(at));
+        if (surrogate == Surrogate::None)
+            at += 2;
+        else if (surrogate == Surrogate::High && EscapedSurrogate(text.substr(at + kEscapeLength)) == Surrogate::Low)
+            at += 2 * kEscapeLength;
+        else
+            return at;
+    }
+    return std::string_view::npos;
+}
+
+// The reader refuses a whole reply for one unpaired surrogate, or joins it with whatever follows. A copy is made only for a
+// reply that has one.
+std::optional<std::string> ReplaceUnpairedSurrogates(std::string_view text)
+{
+    std::size_t at = FindUnpairedSurrogate(text, 0);
+    if (at == std::string_view::npos)
+        return std::nullopt;
+    std::string mended(text);
+    for (; at != std::string::npos; at = FindUnpairedSurrogate(mended, at + kEscapeLength))
+        mended.replace(at, kEscapeLength, "\\ufffd");
+    return mended;
+}
+
+std::size_t QuotedBytes(std::string_view text)
+{
+    constexpr std::size_t kEscaped = kEscapeLength;
+    std::size_t bytes = 2;
+    for (const char character : text)
+        bytes += character < ' ' || character > '~' || character == '"' || character == '\\' ? kEscaped : 1;
+    return bytes;
+}
+
+// Takes out of a value what has no room when it is rendered. It counts at least what the writer writes: a line for each value, indented by
+// its depth, and one more for the end of an array or object.
+class Cutter
+{
+public:
+    explicit Cutter(std::size_t room) : m_room(room) {}
+
+    [[nodiscard]] bool IsCut() const noexcept { return m_isCut; }
+
+    // False where there is no room for the value itself. Of an array or object the beginning may stay.
+    bool Fits(Json::Value& value, std::size_t nameBytes = 0, std::size_t depth = 0)
+    {
+        const std::size_t line = 3 * depth + 4;
+        if (!Take(line + nameBytes + BytesOf(value, line) + CommentBytes(value, line)))
+            return false;
+        if (value.isArray())
+        {
+            for (Json::ArrayIndex i = 0; i < value.size(); ++i)
+                if (!Fits(value[i], 0, depth + 1))
+                    value.resize(i);
+        }
+        else if (value.isObject())
+        {
+            for (const std::string& name : value.getMemberNames())
+                if (!Fits(value[name], QuotedBytes(name), depth + 1))
+                    value.removeMember(name);
+        }
+        return true;
+    }
+
+private:
+    static std::size_t BytesOf(const Json::Value& value, std::size_t line)
+    {
+        constexpr std::size_t kLongestNumber = 32;
+        const std::optional<std::string_view> text = StringIn(value);
+        return text ? QuotedBytes(*text) : value.isArray() || value.isObject() ? line : kLongestNumber;
+    }
+
+    static std::size_t CommentBytes(const Json::Value& value, std::size_t line)
+    {
+        std::size_t bytes = 0;
+        for (int placement = Json::commentBefore; placement < Json::numberOfCommentPlacement; ++placement)
+        {
+            const std::string text = value.getComment(static_cast<Json::CommentPlacement>(placement));
+            bytes += text.empty() ? 0 : text.size() + line * (2 + static_cast<std::size_t>(std::ranges::count(text, '/')));
+        }
+        return bytes;
+    }
+
+    // What comes behind something that has no room has none either.
+    bool Take(std::size_t bytes)
+    {
+        m_isCut = m_isCut || bytes > m_room;
+        m_room -= m_isCut ? 0 : bytes;
+        return !m_isCut;
+    }
+
+    std::size_t m_room;
+    bool m_isCut = false;
+};
+
+} // namespace
+
+bool ParseJson(const ResponseBuffer& response, Comments comments, Json::Value& root)
+{
+    if (response.data == nullptr)
+        return false;
+    const std::string_view text(response.data, static_cast<std::size_t>(response.length));
+    const std::optional<std::string> mended = ReplaceUnpairedSurrogates(text);
+    const std::string_view readable = mended ? *mended : text;
+    return Json::Reader().parse(readable.data(), readable.data() + readable.size(), root, comments == Comments::Collect);
+}
+
+std::string RenderJson(Json::Value& value, std::size_t room, bool& isCut)
+{
+    Cutter cutter(room);
+    const bool fits = cutter.Fits(value);
+    isCut = cutter.IsCut();
+    return fits ? Json::StyledWriter().write(value) : std::string();
+}
+
+const Json::Value* FindMember(const Json::Value& object, std::string_view key)
+{
+    return object.find(key.data(), key.data() + key.size());
+}
+
+std::string ToText(const Json::Value* member)
+{
+    return member != nullptr ? member->asString() : std::string();
+}
+
+std::wstring ToWide(const Json::Value* member)
+{
+    if (member == nullptr)
+        return {};
+    const std::optional<std::string_view> text = StringIn(*member);
+    return text ? ToWide(*text) : ToWide(member->asString());
+}
+
+std::optional<std::string_view> StringIn(const Json::Value& value)
+{
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    if (!value.isString() || !value.getString(&begin, &end))
+        return std::nullopt;
+    return std::string_view(begin, static_cast<std::size_t>(end - begin));
+}

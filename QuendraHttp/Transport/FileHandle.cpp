@@ -1,0 +1,34 @@
+#include "Transport/FileHandle.h"
+
+#include "Transport/OpenablePath.h"
+
+namespace
+{
+
+bool IsUsable(DWORD type, DWORD access)
+{
+    return type == FILE_TYPE_DISK || (type == FILE_TYPE_CHAR && (access & GENERIC_READ) == 0);
+}
+
+HANDLE Open(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition)
+{
+    // The platform would take the path up to the NUL, and open another file.
+    DWORD error = ERROR_INVALID_NAME;
+    if (path.find(L'\0') == std::wstring::npos)
+    {
+        const HANDLE file = CreateFileW(OpenablePath(path).c_str(), access, sharing, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file == INVALID_HANDLE_VALUE || IsUsable(GetFileType(file), access))
+            return file;
+        CloseHandle(file);
+        error = ERROR_NOT_SUPPORTED;
+    }
+    SetLastError(error);
+    return INVALID_HANDLE_VALUE;
+}
+
+} // namespace
+
+FileHandle::FileHandle(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition)
+    : m_file(Open(path, access, sharing, disposition))
+{
+}

@@ -1,0 +1,181 @@
+#include "Transport/WinHttpImpl.h"
+
+#include "Settings.h"
+#include "Tracing.h"
+#include "Transport/WinHttpImplRequest.h"
+
+namespace
+{
+
+Settings::OncePerProcessNumber g_connectTimeout(Tuning::kConnectTimeout);
+Settings::OncePerProcessNumber g_resolveTimeout(Tuning::kResolveTimeout);
+Settings::OncePerProcessNumber g_sendTimeout(Tuning::kSendTimeout);
+Settings::OncePerProcessNumber g_receiveTimeout(Tuning::kReceiveTimeout);
+
+// The last error stays what it was: it often tells why the handle is closed.
+void CloseQuietly(HINTERNET handle)
+{
+    const LastErrorKeeper keeper;
+    if (handle != nullptr)
+        WinHttpCloseHandle(handle);
+}
+
+} // namespace
+
+ResultCode FoldIntoHResult(DWORD error) noexcept
+{
+    return static_cast<std::int32_t>(error) > 0 ? 0x80070000U | (error & 0xFFFFU) : static_cast<ResultCode>(error);
+}
+
+WinHttpHandle::WinHttpHandle()
+{
+    const FunctionTraceScope trace("WinHttpHandle::WinHttpHandle", Unit::WinHttpImpl);
+}
+
+WinHttpHandle::~WinHttpHandle()
+{
+    const FunctionTraceScope trace("WinHttpHandle::~WinHttpHandle", Unit::WinHttpImpl);
+    WinHttpHandle::Close();
+}
+
+void WinHttpHandle::Close()
+{
+    const FunctionTraceScope trace("WinHttpHandle::Close", Unit::WinHttpImpl);
+    CloseQuietly(m_handle.exchange(nullptr));
+}
+
+bool WinHttpHandle::Attach(HINTERNET handle)
+{
+    const FunctionTraceScope trace("WinHttpHandle::Attach", Unit::WinHttpImpl);
+    const HINTERNET held = m_handle.exchange(handle);
+    if (held != nullptr)
+    {
+        trace.Error("Attach handle non-null");
+        if (held != handle)
+            CloseQuietly(held);
+    }
+    return handle != nullptr;
+}
+
+ResultCode WinHttpHandle::SetOption(DWORD option, void* buffer, DWORD length)
+{
+    const FunctionTraceScope trace("WinHttpHandle::SetOption", Unit::WinHttpImpl);
+    if (!WinHttpSetOption(Handle(), option, buffer, length))
+    {
+        const DWORD error = GetLastError();
+        trace.Error("WinHttpSetOption failed, error code: %d", error);
+        return FoldIntoHResult(error);
+    }
+    trace.Info("Successfully set option on http handle");
+    return Result::Success;
+}
+
+ResultCode WinHttpHandle::QueryOption(DWORD option, void* buffer, DWORD& length)
+{
+    const FunctionTraceScope trace("WinHttpHandle::QueryOption", Unit::WinHttpImpl);
+    if (!WinHttpQueryOption(Handle(), option, buffer, &length))
+    {
+        const DWORD error = GetLastError();
+        trace.Error("WinHttpQueryOption failed, error code: %d", error);
+        return FoldIntoHResult(error);
+    }
+    trace.Info("Successfully retrieved option on http handle");
+    return Result::Success;
+}
+
+ResultCode WinHttpSession::Initialise()
+{
+    const FunctionTraceScope trace("WinHttpSession::Initialise", Unit::WinHttpImpl);
+    // No user agent: servers are not told which client this is.
+    if (!Attach(WinHttpOpen(nullptr, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0)))
+    {
+        const DWORD error = GetLastError();
+        trace.Error("WinHttpOpen failed, error code: %d", error);
+        return FoldIntoHResult(error);
+    }
+    if (!SetTimeouts(kSessionTimeouts.resolve, kSessionTimeouts.connect, kSessionTimeouts.send, kSessionTimeouts.receive))
+    {
+        const DWORD error = GetLastError();
+        trace.Error("WinHttpSetTimeouts failed, error code: %d", error);
+        return FoldIntoHResult(error);
+    }
+    // A redirect would carry the token, or a password, to a place that the caller has not named.
+    DWORD never = WINHTTP_OPTION_REDIRECT_POLICY_NEVER;
+    if (!WinHttpSetOption(Handle(), WINHTTP_OPTION_REDIRECT_POLICY, &never, sizeof never))
+    {
+        const DWORD error = GetLastError();
+        trace.Error("WinHttpSetOption failed, error code: %d", error);
+        return FoldIntoHResult(error);
+    }
+    trace.Info("Successfully initialised http session");
+    return Result::Success;
+}
+
+int WinHttpSession::SetTimeouts(std::int32_t resolve, std::int32_t connect, std::int32_t send, std::int32_t receive)
+{
+    const FunctionTraceScope trace("WinHttpSession::SetTimeouts", Unit::WinHttpImpl);
+    return WinHttpSetTimeouts(Handle(), resolve, connect, send, receive);
+}
+
+void WinHttpSession::SetSessionToken(const std::wstring& token)
+{
+    const FunctionTraceScope trace("WinHttpSession::SetSessionToken", Unit::WinHttpImpl);
+    std::wstring replacement = token;
+    const std::lock_guard lock(m_tokenLock);
+    WipeToken();
+    m_sessionToken = std::move(replacement);
+}
+
+std::wstring WinHttpSession::GetSessionToken()
+{
+    const std::lock_guard lock(m_tokenLock);
+    return m_sessionToken;
+}
+
+ResultCode WinHttpConnection::Initialise(const std::wstring& server, std::uint16_t port, const std::shared_ptr<IWinHttpSession>& session,
+                                         std::uint64_t sendTimeoutOverride, std::uint64_t receiveTimeoutOverride)
+{
+    const FunctionTraceScope trace("WinHttpConnection::Initialise", Unit::WinHttpImpl);
+    if (!Attach(WinHttpConnect(session->GetHandle(), server.c_str(), port, 0)))
+    {
+        const DWORD error = GetLastError();
+        trace.Error("WinHttpConnect failed, error code: %d", error);
+        return FoldIntoHResult(error);
+    }
+
+    // All four are read on the first connection, those too that it overrides.
+    const std::int32_t connect = g_connectTimeout.Get();
+    const std::int32_t resolve = g_resolveTimeout.Get();
+    std::int32_t send = g_sendTimeout.Get();
+    std::int32_t receive = g_receiveTimeout.Get();
+    if (sendTimeoutOverride != 0)
+        send = static_cast<std::int32_t>(sendTimeoutOverride);
+    if (receiveTimeoutOverride != 0)
+        receive = static_cast<std::int32_t>(receiveTimeoutOverride);
+
+    // The session takes the timeouts, not the connection: they hold until the next connection sets them.
+    trace.Info("Calling WinHttpSetTimeouts. CONN:%d, RES:%d, SEND:%d, RECV:%d", connect, resolve, send, receive);
+    if (!session->SetTimeouts(resolve, connect, send, receive))
+        trace.Warning("WinHttpSetTimeouts failed with error code: [%d]. Failed to override timeout defaults.", GetLastError());
+
+    trace.Info("Successfully initialised http connection");
+    return Result::Success;
+}
+
+std::shared_ptr<IWinHttpSession> WinHttpFactory::CreateSession()
+{
+    const FunctionTraceScope trace("WinHttpFactory::CreateSession", Unit::WinHttpImpl);
+    return std::make_shared<WinHttpSession>();
+}
+
+std::shared_ptr<IWinHttpConnection> WinHttpFactory::CreateConnection()
+{
+    const FunctionTraceScope trace("WinHttpFactory::CreateConnection", Unit::WinHttpImpl);
+    return std::make_shared<WinHttpConnection>();
+}
+
+std::shared_ptr<IWinHttpRequest> WinHttpFactory::CreateRequest(const std::shared_ptr<IWinHttpSession>& session)
+{
+    const FunctionTraceScope trace("WinHttpFactory::CreateRequest", Unit::WinHttpImpl);
+    return std::make_shared<WinHttpRequest>(session);
+}

@@ -1,0 +1,257 @@
+#include "Transport/FileHandle.h"
+#include "Transport/IsSignalled.h"
+#include "Transport/OpenablePath.h"
+#include "Transport/WinHttpImplRequest.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <string_view>
+#include <vector>
+
+namespace
+{
+
+constexpr DWORD kMaximumPiece = 0x500000;
+
+// Where a Location leads: scheme, server and port. The rest may hold secrets.
+std::wstring PlaceOf(std::wstring_view location)
+{
+    const auto slashes = std::min(location.find(L"//"), location.size());
+    const auto scheme = location.substr(0, slashes);
+    const bool isRelative = !scheme.empty() && (scheme.back() != L':' || scheme.find_first_of(L"/?#") != std::wstring_view::npos);
+    if (isRelative || slashes == location.size())
+        return L"another path of its own";
+    auto server = location.substr(slashes + 2);
+    server = server.substr(0, server.find_first_of(L"/\\?#"));
+    server.remove_prefix(server.rfind(L'@') + 1);
+    return std::wstring(scheme) + L"//" + std::wstring(server);
+}
+
+} // namespace
+
+ResultCode WinHttpRequest::ReceiveStatusText(const FunctionTraceScope& trace, ToDebugger toDebugger, std::wstring& status,
+                                             DWORD& statusBytes)
+{
+    const auto tell = [toDebugger](const wchar_t* step, DWORD error) {
+        if (toDebugger == ToDebugger::Yes)
+            OutputDebugStringW((std::wstring(L"ERROR: ") + step + L"() failed, error code: " + std::to_wstring(error) + L"\n").c_str());
+    };
+
+    const BOOL received = WinHttpReceiveResponse(Handle(), nullptr);
+    const DWORD receiveError = GetLastError();
+    m_sentBody.Clear();
+    if (!received)
+    {
+        const DWORD error = receiveError;
+        tell(L"WinHttpReceiveResponse", error);
+        trace.Error("WinHttpReceiveResponse failed, error code: %d", error);
+        return error;
+    }
+
+    statusBytes = 0;
+    SetLastError(ERROR_SUCCESS);
+    WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_STATUS_CODE, WINHTTP_HEADER_NAME_BY_INDEX, nullptr, &statusBytes, WINHTTP_NO_HEADER_INDEX);
+    if (const DWORD error = GetLastError(); error != ERROR_INSUFFICIENT_BUFFER)
+    {
+        tell(L"WinHttpQueryHeaders", error);
+        trace.Error("WinHttpQueryHeaders failed, error code: %d", error);
+        return error;
+    }
+
+    status.assign(statusBytes / sizeof(wchar_t) + 1, L'\0');
+    DWORD size = statusBytes;
+    if (!WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_STATUS_CODE, WINHTTP_HEADER_NAME_BY_INDEX, status.data(), &size,
+                             WINHTTP_NO_HEADER_INDEX))
+    {
+        const DWORD error = GetLastError();
+        trace.Error("WinHttpQueryHeaders failed, error code: %d", error);
+        return error;
+    }
+    if (status.front() == L'3')
+        TellRedirect(trace);
+    return Result::Success;
+}
+
+void WinHttpRequest::TellRedirect(const FunctionTraceScope& trace) const
+{
+    const LastErrorKeeper keeper;
+    DWORD size = 0;
+    WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_LOCATION, WINHTTP_HEADER_NAME_BY_INDEX, nullptr, &size, WINHTTP_NO_HEADER_INDEX);
+    std::wstring location(size / sizeof(wchar_t) + 1, L'\0');
+    if (WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_LOCATION, WINHTTP_HEADER_NAME_BY_INDEX, location.data(), &size,
+                            WINHTTP_NO_HEADER_INDEX))
+        trace.Warning("The server redirects to %S. Redirects are not followed.", PlaceOf(location.c_str()));
+}
+
+ResultCode WinHttpRequest::ReceiveResponse(ResponseBuffer& response)
+{
+    const FunctionTraceScope trace("WinHttpRequest::ReceiveResponse", Unit::WinHttpImpl);
+    std::wstring status;
+    DWORD statusBytes = 0;
+    if (const ResultCode failed = ReceiveStatusText(trace, ToDebugger::No, status, statusBytes))
+        return failed;
+    m_httpStatus = static_cast<std::uint32_t>(std::wcstol(status.c_str(), nullptr, 10));
+    return ReadResponse(response);
+}
+
+ResultCode WinHttpRequest::ReadResponse(ResponseBuffer& response)
+{
+    const FunctionTraceScope trace("WinHttpRequest::ReadResponse", Unit::WinHttpImpl);
+    response = {};
+    for (;;)
+    {
+        DWORD available = 0;
+        if (!WinHttpQueryDataAvailable(Handle(), &available))
+        {
+            // What has been read so far counts as the answer: callers judge it by the status and by what it says.
+            trace.Error("WinHttpQueryDataAvailable failed, error code: %d", GetLastError());
+            return Result::Success;
+        }
+        if (available > kMaximumPiece)
+            return Result::InsufficientBuffer;
+        if (available == 0)
+        {
+            trace.Info("No additional data available.");
+            return Result::Success;
+        }
+
+        auto* grown =
+            static_cast<char*>(std::realloc(response.data, response.length + available + 1)); // NOLINT(cppcoreguidelines-no-malloc)
+        if (grown == nullptr)
+        {
+            std::free(response.data); // NOLINT(cppcoreguidelines-no-malloc)
+            response = {};
+            trace.Error("Failed to allocate memory for response");
+            return Result::NotEnoughMemory;
+        }
+        response.data = grown;
+
+        // The length grows by what was announced: what the read leaves unfilled must not show what the heap held before.
+        char* const piece = response.data + response.length;
+        std::memset(piece, 0, available);
+        DWORD read = 0;
+        if (WinHttpReadData(Handle(), piece, available, &read))
+            response.length += available;
+        else
+            trace.Error("WinHttpReadData failed, error code: %d", GetLastError());
+        response.data[response.length] = '\0';
+        if (read == 0)
+            return Result::Success;
+    }
+}
+
+bool WinHttpRequest::AnnouncedLength(std::uint64_t& length) const
+{
+    wchar_t text[32] = {};
+    DWORD size = sizeof text;
+    if (!WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_CONTENT_LENGTH, WINHTTP_HEADER_NAME_BY_INDEX, text, &size, WINHTTP_NO_HEADER_INDEX))
+        return false;
+    length = std::wcstoull(text, nullptr, 10);
+    return true;
+}
+
+ResultCode WinHttpRequest::GetResponse(const std::wstring& path, const CancelEvent* cancelEvent,
+                                       const std::shared_ptr<IProgressCallback>& progress, std::uint32_t offsetLow,
+                                       std::uint32_t offsetHigh)
+{
+    const FunctionTraceScope trace("WinHttpRequest::GetResponse", Unit::WinHttpImpl);
+    std::wstring status;
+    DWORD statusBytes = 0;
+    if (const ResultCode failed = ReceiveStatusText(trace, ToDebugger::Yes, status, statusBytes))
+        return failed;
+    if (progress)
+        progress->OnStatusSize(statusBytes);
+    m_httpStatus = static_cast<std::uint32_t>(std::wcstol(status.c_str(), nullptr, 10));
+    if (m_httpStatus != 200)
+        return Result::RefusalBase + m_httpStatus;
+
+    ResultCode result = Result::Success;
+    {
+        // By contract the low half alone decides: an offset of a multiple of 4 GiB truncates the file.
+        const bool resumes = offsetLow != 0;
+        const FileHandle file(path, GENERIC_WRITE, 0, resumes ? OPEN_EXISTING : CREATE_ALWAYS);
+        const std::uint64_t offset = (std::uint64_t{offsetHigh} << 32) | offsetLow;
+        if (!file.IsOpen())
+        {
+            result = GetLastError();
+            trace.Error("CreateFile failed, error code: %d", result);
+        }
+        else if (resumes && !file.MoveTo(static_cast<std::int64_t>(offset)))
+        {
+            result = GetLastError();
+            trace.Error("SetFilePointer failed, error code: %d", result);
+        }
+        else
+        {
+            bool cancelled = false;
+            result = StreamIntoFile(trace, file, cancelEvent, progress.get(), cancelled);
+            trace.Info("Finished reading data");
+            if (cancelled || IsSignalled(cancelEvent))
+                result = Result::Cancelled;
+        }
+        trace.Info("Returning [%d]", result);
+    }
+    return result;
+}
+
+ResultCode WinHttpRequest::StreamIntoFile(const FunctionTraceScope& trace, const FileHandle& file, const CancelEvent* cancelEvent,
+                                          IProgressCallback* progress, bool& cancelled)
+{
+    std::uint64_t announced = 0;
+    const bool isAnnounced = AnnouncedLength(announced);
+    std::uint64_t total = 0;
+    std::vector<char> block;
+    DWORD read = 0;
+    do
+    {
+        DWORD available = 0;
+        // What an earlier call left behind must not be taken for the reason of an end.
+        SetLastError(ERROR_SUCCESS);
+        if (!WinHttpQueryDataAvailable(Handle(), &available))
+        {
+            const DWORD error = GetLastError();
+            trace.Error("WinHttpQueryDataAvailable failed, error code: %d", error);
+            return error;
+        }
+        if (available == 0)
+        {
+            const DWORD error = GetLastError();
+            trace.Info("No bytes to read [%d]", error);
+            if (error != ERROR_SUCCESS)
+                return error;
+            break;
+        }
+
+        if (block.size() < available)
+            block.resize(available);
+        if (!WinHttpReadData(Handle(), block.data(), available, &read))
+        {
+            const DWORD error = GetLastError();
+            trace.Error("WinHttpReadData failed, error code: %d", error);
+            return error;
+        }
+        DWORD written = 0;
+        SetLastError(ERROR_SUCCESS);
+        if (!WriteFile(file.Get(), block.data(), read, &written, nullptr) || written < read)
+        {
+            const DWORD lastError = GetLastError();
+            const DWORD error = lastError != ERROR_SUCCESS ? lastError : ERROR_DISK_FULL;
+            trace.Error("WriteFile failed, error code: %d", error);
+            return error;
+        }
+        total += written;
+        if (progress != nullptr)
+            progress->OnBlock(written, total);
+        // Asked once a block: an event that resets itself tells it once only.
+        cancelled = IsSignalled(cancelEvent);
+    } while (read != 0 && !cancelled);
+
+    if (isAnnounced && total < announced && !cancelled)
+    {
+        trace.Error("The body ended after %lld of %lld bytes, error code: %d", total, announced, Result::ConnectionBroken);
+        return Result::ConnectionBroken;
+    }
+    return Result::Success;
+}

@@ -29,8 +29,9 @@ public:
 class ISocket : public IChannel
 {
 public:
-    /// From then on reading and writing fail.
-    virtual void SetDeadline(std::chrono::steady_clock::time_point deadline) = 0;
+    /// Begins a step, such as a request's head or a block of a body. Once its time is over, reading and writing fail. When the
+    /// server has no room left, it ends the connection whose client has kept it waiting in one step for longest.
+    virtual void BeginStep(std::chrono::steady_clock::duration time) = 0;
     /// Whether the client neither hung up nor sent anything on: it waits for the reply to what it asked.
     [[nodiscard]] virtual bool IsClientWaiting() const = 0;
 };

@@ -63,13 +63,11 @@ public:
     }
 
 private:
-    void AllowFor(std::chrono::milliseconds time) { m_socket.SetDeadline(std::chrono::steady_clock::now() + time); }
-
     bool WaitForRequest()
     {
         if (m_buffer.size() > 0)
             return true;
-        AllowFor(kIdleTimeout);
+        m_socket.BeginStep(kIdleTimeout);
         ErrorCode error;
         m_buffer.commit(m_stream.read_some(m_buffer.prepare(kBlockSize), error));
         return !error;
@@ -81,7 +79,7 @@ private:
         Parser parser;
         parser.header_limit(kLargestHead);
         parser.body_limit(boost::none);
-        AllowFor(kHeadTimeout);
+        m_socket.BeginStep(kHeadTimeout);
         ErrorCode error;
         http::read_header(m_stream, m_buffer, parser, error);
         const bool isTooLarge = error == http::error::header_limit || error == http::error::buffer_overflow;
@@ -147,7 +145,7 @@ private:
         while (!parser.is_done() && !m_isBroken)
         {
             parser.get().body() = {block.data(), block.size(), true};
-            AllowFor(kBlockTimeout);
+            m_socket.BeginStep(kBlockTimeout);
             http::read(m_stream, m_buffer, parser, error);
             m_isBroken = error && error != http::error::need_buffer;
             try
@@ -176,7 +174,7 @@ private:
         message.content_length(length);
         message.keep_alive(keepsConnection);
         http::response_serializer<http::buffer_body> serializer(message);
-        AllowFor(kBlockTimeout);
+        m_socket.BeginStep(kBlockTimeout);
         ErrorCode error;
         if (isHeadOnly || reply.content)
             http::write_header(m_stream, serializer, error);
@@ -199,7 +197,7 @@ private:
             // A file that was cut short meanwhile ends the connection: too short a body must not look whole.
             if (count <= 0)
                 return false;
-            AllowFor(kBlockTimeout);
+            m_socket.BeginStep(kBlockTimeout);
             sent += asio::write(m_stream, asio::buffer(block.data(), static_cast<std::size_t>(count)), error);
         }
         return !error;
@@ -208,7 +206,7 @@ private:
     // Closing a socket that has unread bytes resets the connection, and the client may lose the last reply. So they are read.
     void Linger()
     {
-        AllowFor(kLingerTimeout);
+        m_socket.BeginStep(kLingerTimeout);
         m_channel.FinishWriting();
         std::array<char, 4096> rest{};
         while (m_channel.Read(rest.data(), rest.size()) > 0)

@@ -26,7 +26,7 @@ using ErrorCode = boost::system::error_code;
 
 // How often a wait looks up: not on every system does a socket's end wake a thread that waits for it.
 constexpr std::chrono::milliseconds kLookUp{100};
-constexpr std::chrono::milliseconds kShortestSilence{200};
+constexpr std::chrono::milliseconds kShortestWait{200};
 constexpr std::chrono::seconds kHandshakeTimeout{30};
 
 template <typename Socket> bool WaitFor(Socket& socket, System::Wait wait, std::chrono::milliseconds time)
@@ -61,11 +61,15 @@ public:
         m_socket.shutdown(tcp::socket::shutdown_send, ignored);
     }
 
-    void SetDeadline(Clock::time_point deadline) override { m_deadline = deadline; }
+    void BeginStep(Clock::duration time) override
+    {
+        m_stepBegan = Clock::now();
+        m_deadline = m_stepBegan + time;
+    }
 
     bool IsClientWaiting() const override { return !WaitFor(m_socket, System::Wait::Readable, std::chrono::milliseconds(0)); }
 
-    /// Ends the connection: its thread comes back from whatever it waits for. Callable from any thread, as `SilentSince`.
+    /// Ends the connection: its thread comes back from whatever it waits for. Callable from any thread, as `WaitingSince`.
     void Abort()
     {
         m_isAborted = true;
@@ -79,25 +83,26 @@ public:
         m_socket.close(ignored);
     }
 
-    /// Since when this waits for the client; the latest possible time if it does not.
-    Clock::time_point SilentSince() const { return m_silentSince; }
+    /// When the step began in which this waits for the client; the latest possible time if it does not wait.
+    Clock::time_point WaitingSince() const { return m_waitingSince; }
 
 private:
     template <typename Operation> std::ptrdiff_t Move(System::Wait wait, Operation operation)
     {
         ErrorCode error = asio::error::would_block;
         std::size_t count = 0;
-        m_silentSince = Clock::now();
+        m_waitingSince = m_stepBegan;
         while (error == asio::error::would_block && !m_isAborted && Clock::now() < m_deadline)
             if (WaitFor(m_socket, wait, kLookUp))
                 count = operation(error);
-        m_silentSince = Clock::time_point::max();
+        m_waitingSince = Clock::time_point::max();
         return !error ? static_cast<std::ptrdiff_t>(count) : error == asio::error::eof ? 0 : -1;
     }
 
     mutable tcp::socket m_socket;
-    Clock::time_point m_deadline = Clock::time_point::max();
-    std::atomic<Clock::time_point> m_silentSince = Clock::time_point::max();
+    Clock::time_point m_stepBegan;
+    Clock::time_point m_deadline;
+    std::atomic<Clock::time_point> m_waitingSince = Clock::time_point::max();
     std::atomic<bool> m_isAborted = false;
 };
 
@@ -176,7 +181,7 @@ private:
         }
     }
 
-    // Joins the threads that have ended. While there are too many connections, ends the one whose client is silent longest, and
+    // Joins the threads that have ended. While there are too many connections, ends the one that waits longest for its client, and
     // waits.
     void MakeRoom(std::unique_lock<std::mutex>& lock)
     {
@@ -189,12 +194,12 @@ private:
             });
             if (m_connections.size() < m_mostConnections)
                 return;
-            const auto silent =
+            const auto slowest =
                 std::min_element(m_connections.begin(), m_connections.end(), [](const Connection& left, const Connection& right) {
-                    return left.socket.SilentSince() < right.socket.SilentSince();
+                    return left.socket.WaitingSince() < right.socket.WaitingSince();
                 });
-            if (silent->socket.SilentSince() < Clock::now() - kShortestSilence)
-                silent->socket.Abort();
+            if (slowest->socket.WaitingSince() < Clock::now() - kShortestWait)
+                slowest->socket.Abort();
             m_oneEnded.wait_for(lock, kLookUp);
         }
     }
@@ -216,7 +221,7 @@ private:
     {
         try
         {
-            connection.socket.SetDeadline(Clock::now() + kHandshakeTimeout);
+            connection.socket.BeginStep(kHandshakeTimeout);
             const auto tls = m_tls ? m_tls(connection.socket) : nullptr;
             if (tls || !m_tls)
                 ServeConnection(connection.socket, tls ? *tls : connection.socket, m_handler);

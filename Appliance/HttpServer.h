@@ -27,7 +27,7 @@ public:
 };
 
 /// @param tls  empty: plain http.
-/// @param mostConnections  served at once; a further one takes the place of the one whose client is silent longest.
+/// @param mostConnections  served at once; a further one takes the place of the one that waits longest for its client.
 /// @param handler  called on the connection's own thread; may block, which holds up nobody else.
 [[nodiscard]] std::unique_ptr<IHttpServer> MakeHttpServer(TlsAcceptor tls, std::size_t mostConnections, RequestHandler handler);
 

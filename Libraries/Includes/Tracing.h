@@ -82,8 +82,11 @@ template <typename... Arguments> constexpr bool Matches(const char* format)
     return used == count;
 }
 
-// Called only while a format is compiled: naming a function that is not constexpr makes the compiler stop there.
-void TheFormatDoesNotMatchItsArguments();
+// Called only while a format is compiled: naming a function that is not constexpr makes the compiler stop there. It has a body because
+// Clang 14 also emits the constructor of a format that is a member's default, and the linker then looks for this function.
+inline void TheFormatDoesNotMatchItsArguments()
+{
+}
 
 inline const char* Pass(const std::string& text)
 {

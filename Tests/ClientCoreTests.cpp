@@ -1,7 +1,7 @@
 // What all operations of the client share: its settings, its codes, its JSON helpers, its trace of replies, its request map.
 
+#include "Operations.h"
 #include "Operations/ServerPaths.h"
-#include "ParsingSupport.h"
 #include "Replies/FeedParsing.h"
 #include "Replies/JsonLibrary.h"
 #include "Replies/JsonReplies.h"

@@ -1,5 +1,5 @@
 #include "Attributes.h"
-#include "ParsingSupport.h"
+#include "Operations.h"
 #include "Replies/ItemParsing.h"
 #include "TraceCapture.h"
 #include "Tracing.h"

@@ -3,9 +3,8 @@
 /// @file
 /// The library over its own transport, against a loopback server of the test.
 
+#include "Instance.h"
 #include "RawServer.h"
-
-#include "QuendraHttp/QuendraHttp.h"
 
 #include <cstdlib>
 #include <functional>
@@ -51,29 +50,13 @@ inline RawServer::Script AfterHandshake(std::function<void(RawConnection&, const
     };
 }
 
-class Library
+/// An instance whose server is one of the test's.
+class Library : public Instance
 {
 public:
-    explicit Library(const RawServer& server, const char* host = "127.0.0.1") : m_api(CreateInstance(L"my device"))
+    explicit Library(const RawServer& server, const char* host = "127.0.0.1") : Instance(CreateInstance(L"my device"))
     {
-        m_api->SetServer(host);
-        m_api->SetPort(server.Port());
+        Api().SetServer(host);
+        Api().SetPort(server.Port());
     }
-    ~Library() { m_api->Release(); }
-
-    Library(const Library&) = delete;
-    Library& operator=(const Library&) = delete;
-
-    IQuendraHttpAPI* operator->() const { return m_api; }
-    [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
-
-    ResultCode ShakeHands() const
-    {
-        std::uint32_t mode = 0;
-        std::uint32_t value = 0;
-        return m_api->Init(mode, value);
-    }
-
-private:
-    IQuendraHttpAPI* m_api;
 };

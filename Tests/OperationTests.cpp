@@ -26,8 +26,8 @@ const std::map<std::string, Operation> kOperations = {
     {"mode", ShakeHands},
     {"create", Call(&Api::CreateFolder, L"/d/new")},
     {"get", Call(&Api::GetPathAttributes, L"/a")},
-    {"set", Call(&Api::SetPathAttributes, L"/a", MakeItem(""))},
-    {"delete", Call(&Api::DeletePath, L"/a", MakeItem("4"))},
+    {"set", Call(&Api::SetPathAttributes, L"/a", MakeItem(7, ""))},
+    {"delete", Call(&Api::DeletePath, L"/a", MakeItem(7, "4"))},
     {"rename", Call(&Api::RenamePath, L"/x/a", L"/x/b", 0U)},
     {"move", Call(&Api::RenamePath, L"/x/a", L"/y/a", 1U)},
     {"list", List(L"/d")},
@@ -235,6 +235,8 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
     };
     const std::string frame(76, '=');
     const std::string incompatible = " " + frame + " FATAL ERROR: The appliance is not compatible with this version of the client " + frame;
+    std::map<std::string, std::string> met; // the operations of each step that not all have
+    std::size_t departed = 0;
     for (const auto& [operation, run] : kOperations)
         for (const auto& [failure, ruling] : rule)
         {
@@ -256,7 +258,9 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
                 if (client.script.failingStepCalls == 0)
                     continue; // the operation has no such step
                 EXPECT_TRUE(client.script.requests[0].back().starts_with(step)) << "nothing is sent";
+                met[step] += operation + " ";
             }
+            departed += departures.count(what);
             std::string expected = departures.contains(what) ? departures.at(what) : ruling;
             if (asksForEndpoints)
                 expected = "19006" + ruling.substr(ruling.find(' ')) + incompatible;
@@ -268,6 +272,11 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
             // Put back behind the handshake, and in one case more.
             EXPECT_EQ(client.script.timeouts.size(), asksForMode ? 2U : asksForEndpoints + (what == "mappings: connection"));
         }
+    EXPECT_EQ(met, (std::map<std::string, std::string>{{"field", "audit create login move register rename set share wipe "},
+                                                       {"last field", "create login move register rename set share "},
+                                                       {"post data", "wipe "},
+                                                       {"start", "wipe "}}));
+    EXPECT_EQ(departed, departures.size());
 }
 
 TEST(OperationFailures, OfTheConnectionComeBeforeAMissingAuditEndpoint)
@@ -315,7 +324,7 @@ TEST(OperationRequests, ForAListingAreCancelledBeforeTheyAreSentAndNotLater)
 
     ResetEvent(cancel.event);
     client.script.replies = {{200, kItem, 0, [&] { SetEvent(cancel.event); }}};
-    outputs.children = {MakeItem("")};
+    outputs.children = {MakeItem(7, "")};
     EXPECT_EQ(client->GetPathListing(L"/d", outputs.children, outputs, &cancel), 0U);
     EXPECT_EQ(outputs.children.size(), 1U) << "appended to";
     CloseHandle(cancel.event);

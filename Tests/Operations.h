@@ -1,16 +1,64 @@
 #pragma once
 
 /// @file
-/// What the suites of the operations share: an operation as a value, and what it delivers.
+/// What the suites of the operations and of the reply parsers share: replies from texts, records as texts, an operation as a value,
+/// and what it delivers.
 
-#include "Attributes.h"
-#include "ParsingSupport.h"
+#include "Mapping.h"
+#include "NotificationAction.h"
+#include "Replies/JsonLibrary.h"
+#include "TextConversion.h"
+#include "TransferSupport.h"
 
-#include "QuendraHttp/QuendraHttp.h"
+#include <list>
+#include <stdexcept>
+#include <vector>
 
-#include <functional>
+/// A reply with a text as its body. The text must outlive it.
+inline ResponseBuffer AsReply(std::string& text)
+{
+    return {text.data(), text.size()};
+}
 
-using Api = IQuendraHttpAPI;
+inline Json::Value ParseText(std::string text)
+{
+    Json::Value value;
+    if (!ParseJson(AsReply(text), Comments::Skip, value))
+        throw std::runtime_error("Not JSON: " + text);
+    return value;
+}
+
+/// A list of owned records, which its owner, like every caller of the library, deletes.
+template <typename List> struct Owned : List
+{
+    Owned() = default;
+    ~Owned()
+    {
+        for (const auto* record : *this)
+            delete record;
+    }
+    Owned(const Owned&) = delete;
+    Owned& operator=(const Owned&) = delete;
+};
+using Actions = Owned<std::list<CNotificationAction*>>;
+using Mappings = Owned<std::vector<CMapping*>>;
+
+/// An action on one line: type, value, second value.
+inline std::string Describe(const CNotificationAction& action)
+{
+    return std::to_string(static_cast<std::int32_t>(action.Type)) + " '" + ToNarrow(action.Value) + "' '" + ToNarrow(action.Value2) + '\'';
+}
+
+/// A mapping on one line: server path, description, local path, permissions; mode, status, type, sharing.
+inline std::string Describe(const CMapping& mapping)
+{
+    std::string text;
+    for (const std::wstring* part : {&mapping.ServerPath, &mapping.Description, &mapping.LocalPath, &mapping.Permissions})
+        text += '\'' + ToNarrow(*part) + "' ";
+    return text + std::to_string(static_cast<std::uint32_t>(mapping.Mode)) + ' ' +
+           std::to_string(static_cast<std::uint32_t>(mapping.Status)) + ' ' + std::to_string(static_cast<std::uint32_t>(mapping.Type)) +
+           ' ' + std::to_string(mapping.AllowSharing);
+}
 
 /// A caller's variables; as an argument, each stands where its type is wanted.
 struct Outputs
@@ -75,13 +123,4 @@ inline Operation LogIn(const VersionNumber& version = {}, const VersionNumber& p
         outputs.text += token == L"old" ? L"" : L"|" + token;
         return code;
     };
-}
-
-inline std::shared_ptr<IServerAttributes> MakeItem(const std::string& revision)
-{
-    auto item = std::make_shared<CServerAttributes>();
-    item->SetRevision(revision);
-    item->SetAttributes(33);
-    item->SetCreationTime(CAttributeTime("2020-01-02T03:04:05.6Z"));
-    return item;
 }

@@ -1,11 +1,10 @@
-// What downloads leave on a disk that is full, local paths that are no files, ends that only this platform's transport tells from others,
+// What downloads leave on a disk that is full, ends that only this platform's transport tells from others,
 // and what transfers leave open, over real sockets.
 
 #include "TransferWire.h"
 
 #include <csignal>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 namespace
 {
@@ -47,29 +46,6 @@ TEST_F(TransferWire, ADownloadOntoAFullDiskKeepsWhatFoundRoom)
         }
     }
     EXPECT_EQ(OpenFiles(), before);
-}
-
-// None of them is opened and waited for, and an endless device is not an empty file.
-TEST_F(TransferWire, WhatIsNoRegularFileIsRefused)
-{
-    const auto pipe = (folder / "pipe").wstring();
-    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
-    const Conversation wire([&](RawConnection& connection, const std::string& head) {
-        connection.Skip(BodyLength(head));
-        connection.Send(HttpReply(200, "content"));
-    });
-    for (const auto& [path, sending, receiving] :
-         {std::tuple{pipe, 50U, 50U}, {L"/dev/ptmx", 50U, 50U}, {L"/dev/zero", 50U, 0U}, {(folder / "").wstring(), 5U, 5U}})
-        for (const auto& [name, transfer] : FileTransfers(7))
-        {
-            SCOPED_TRACE(name + ": " + std::filesystem::path(path).string());
-            Caller caller = CallerWith("content");
-            caller.local = path;
-            EXPECT_EQ(transfer(wire.Api(), caller), IsUpload(name) ? sending : receiving);
-            caller.local = L"unused";
-            caller.signature = path;
-            EXPECT_TRUE(name != "delta" || transfer(wire.Api(), caller) == sending);
-        }
 }
 
 TEST_F(TransferWire, ABodyWithoutALengthIsWholeOnlyAtAnEndOfItsOwnAndNothingStaysOpen)

@@ -213,18 +213,16 @@ std::shared_ptr<IWinHttpFactory> MakeScriptedTransport(Script& script)
     return std::make_shared<ScriptedFactory>(script);
 }
 
-ScriptedClient::ScriptedClient() : m_api(CreateInstanceWithFactory(MakeScriptedTransport(script), L"device"))
+ScriptedClient::ScriptedClient() : Instance(CreateInstanceWithFactory(MakeScriptedTransport(script), L"device"))
 {
-    m_api->SetServer("http://server");
-    m_api->SetPort(8080);
+    Api().SetServer("http://server");
+    Api().SetPort(8080);
 }
 
 void ScriptedClient::Negotiate(const std::string& version, const std::string& mode)
 {
     script.replies = {{200, R"({"sync":{")" + version + R"(":{"path":"/sync"}},"audit":{"1":{"path":"/audit"}}})", 0, {}},
                       {200, mode, 0, {}}};
-    std::uint32_t serverMode = 0;
-    std::uint32_t handshakeValue = 0;
-    ASSERT_EQ(m_api->Init(serverMode, handshakeValue), 0U);
+    ASSERT_EQ(ShakeHands(), 0U);
     script = {};
 }

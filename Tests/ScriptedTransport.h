@@ -3,7 +3,8 @@
 /// @file
 /// A transport behind `IWinHttpFactory` that plays a script: what an operation makes of each answer, without a network.
 
-#include "QuendraHttp/QuendraHttp.h"
+#include "Instance.h"
+
 #include "QuendraHttp/Transport.h"
 
 #include <deque>
@@ -59,25 +60,19 @@ struct Script
 /// Makes a transport that follows a script; the script outlives it.
 std::shared_ptr<IWinHttpFactory> MakeScriptedTransport(Script& script);
 
+/// Lives longer than the instance that follows it.
+struct OwnScript
+{
+    Script script;
+};
+
 /// An instance over a scripted transport, with a server set.
-class ScriptedClient
+class ScriptedClient : public OwnScript, public Instance
 {
 public:
     ScriptedClient();
-    ~ScriptedClient() { m_api->Release(); }
-
-    ScriptedClient(const ScriptedClient&) = delete;
-    ScriptedClient& operator=(const ScriptedClient&) = delete;
-
-    IQuendraHttpAPI* operator->() const { return m_api; }
-    [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
 
     /// Shakes hands over a scripted server with the one API version, and forgets what was recorded.
     /// @param mode  the reply to "/init".
     void Negotiate(const std::string& version = "1.3", const std::string& mode = R"({"device_token_auth":false})");
-
-    Script script;
-
-private:
-    IQuendraHttpAPI* m_api;
 };

@@ -4,6 +4,7 @@
 /// What the tests of transfers share: a folder of their own, a cancel event, a progress sink that remembers, an item.
 
 #include "Attributes.h"
+#include "Instance.h"
 #include "RawServer.h"
 
 #include "Platform/Platform.h"
@@ -124,39 +125,39 @@ struct Caller
 };
 
 /// An operation on "/d/a.txt".
-using Transfer = std::function<ResultCode(IQuendraHttpAPI&, Caller&)>;
+using Transfer = std::function<ResultCode(Api&, Caller&)>;
 
 inline constexpr GUID kUpload{0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
 
 /// One that puts the item of the server's answer in the place of the caller's.
-inline Transfer ReplacingItem(std::function<ResultCode(IQuendraHttpAPI&, Caller&, Item&)> send)
+inline Transfer ReplacingItem(Transfer send)
 {
-    return [send = std::move(send)](IQuendraHttpAPI& api, Caller& caller) {
-        Item item = caller.item;
-        const ResultCode result = send(api, caller, item);
-        caller.given = item == caller.item ? nullptr : item;
+    return [send = std::move(send)](Api& api, Caller& caller) {
+        const auto* const before = caller.item.get();
+        const ResultCode result = send(api, caller);
+        caller.given = caller.item.get() == before ? nullptr : caller.item;
         return result;
     };
 }
 
 inline Transfer Upload(std::uint32_t delta)
 {
-    return ReplacingItem([delta](IQuendraHttpAPI& api, Caller& caller, Item& item) {
-        return api.UploadFile(caller.local, L"/d/a.txt", item, &delta, caller.cancel, caller.progress);
+    return ReplacingItem([delta](Api& api, Caller& caller) {
+        return api.UploadFile(caller.local, L"/d/a.txt", caller.item, &delta, caller.cancel, caller.progress);
     });
 }
 
 inline Transfer Chunk(std::int64_t offset, std::int64_t length, std::int32_t begin = 0)
 {
-    return ReplacingItem([=](IQuendraHttpAPI& api, Caller& caller, Item& item) {
+    return ReplacingItem([=](Api& api, Caller& caller) {
         std::int64_t chunk = length;
-        return api.ResumableUpload(caller.local, L"/d/a.txt", item, kUpload, &offset, &chunk, begin, caller.cancel, caller.progress);
+        return api.ResumableUpload(caller.local, L"/d/a.txt", caller.item, kUpload, &offset, &chunk, begin, caller.cancel, caller.progress);
     });
 }
 
 inline Transfer Download(bool isDelta = false)
 {
-    return [isDelta](IQuendraHttpAPI& api, Caller& caller) {
+    return [isDelta](Api& api, Caller& caller) {
         return api.DownloadFile(L"/d/a.txt", caller.local, caller.item, caller.given, isDelta ? caller.signature : L"", caller.cancel,
                                 caller.progress);
     };
@@ -169,18 +170,18 @@ inline Transfer DeltaDownload()
 
 inline Transfer Range(std::uint64_t skip, std::int64_t count)
 {
-    return [=](IQuendraHttpAPI& api, Caller& caller) {
+    return [=](Api& api, Caller& caller) {
         return api.DownloadData(L"/d/a.txt", caller.local, caller.item, caller.given, &skip, &count, caller.cancel, caller.progress);
     };
 }
 
-inline const Transfer kComplete = [](IQuendraHttpAPI& api, Caller& caller) {
+inline const Transfer kComplete = [](Api& api, Caller& caller) {
     return api.CompleteUpload(L"/d/a.txt", L"/d/b c.txt", kUpload, caller.given);
 };
 
-inline const Transfer kCancel = [](IQuendraHttpAPI& api, Caller&) { return api.CancelUpload(L"/d/a.txt", kUpload); };
+inline const Transfer kCancel = [](Api& api, Caller&) { return api.CancelUpload(L"/d/a.txt", kUpload); };
 
-inline const Transfer kMetadata = [](IQuendraHttpAPI& api, Caller&) {
+inline const Transfer kMetadata = [](Api& api, Caller&) {
     std::int64_t offset = 0;
     std::uint32_t locked = 0;
     return api.GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked);

@@ -6,8 +6,6 @@
 
 #include "Eventing/EventSink.h"
 
-#include <array>
-#include <cstdio>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -116,7 +114,7 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
         EXPECT_EQ(Perform(library.Api(), name, transfer, caller), 0U);
         const bool bringsItem = IsUpload(name) || name == "complete";
         EXPECT_EQ(bringsItem, caller.given && caller.given->GetName() == L"new.txt" && caller.given->GetRevision() == "8");
-        EXPECT_EQ(IsDownload(name), caller.given == caller.item);
+        EXPECT_TRUE(!IsDownload(name) || caller.given == caller.item);
 
         const std::string request = server.Requests().back();
         const std::regex anyBoundary(R"(\{[-0-9A-F]{36}\})");
@@ -300,7 +298,7 @@ TEST_F(TransferWire, ABrokenOrRefusedTransferEndsInItsCodeAndNoneInASuccess)
             ExpectCodes(ending, resets);
 }
 
-TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsErrorAndMessage)
+TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsError)
 {
     struct Fault
     {
@@ -313,6 +311,9 @@ TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsErrorAndMessage)
                             {(folder / "missing").string() + '\0' + "x", 123, 123},
                             {(folder / "written").string(), 32, 32},
                             {(folder / "read").string(), 0, 32},
+                            {(folder / "").string(), 5, 5},
+                            // Devices, where there are such.
+                            {"/dev/zero", 50, 0},
                             {"/dev/full", 50, 112}};
     const FileHandle written(folder.Write("written", "kept"), GENERIC_WRITE, 0, OPEN_EXISTING);
     const FileHandle read(folder.Write("read", "kept"), GENERIC_READ, kShareAll, OPEN_EXISTING);
@@ -320,19 +321,20 @@ TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsErrorAndMessage)
         connection.Skip(BodyLength(head));
         connection.Send(HttpReply(200, "content"));
     });
-    for (const auto& [name, isSent, format] : {std::tuple{"upload", true, "SendMultipartFile failed, error code: %u"},
-                                               std::tuple{"delta upload", true, "SendMultipartFile failed, error code: %u"},
-                                               std::tuple{"chunk upload", true, "SendMultipartFile failed, error code: %u"},
-                                               std::tuple{"delta", true, "httpRequest->SendMultipartFile, error code: 0x0"},
-                                               std::tuple{"delta", false, "httpRequest->GetResponse, error code: %u"},
-                                               std::tuple{"download", false, "SendRequestGetResponse failed, error code: %u"},
-                                               std::tuple{"range", false, "GetResponse failed, error code: 0x%x"}})
+    for (const auto& [name, isSent] : {std::pair{"upload", true},
+                                       {"delta upload", true},
+                                       {"chunk upload", true},
+                                       {"delta", true},
+                                       {"delta", false},
+                                       {"download", false},
+                                       {"range", false}})
     {
         for (const auto& [path, sending, receiving] : faults)
         {
             const unsigned code = isSent ? sending : receiving;
-            // What is received makes its file, but for a range; the device is not everywhere.
-            if (code == 0 || (code == 2 && !isSent && name != std::string("range")) || (receiving == 112 && !std::filesystem::exists(path)))
+            // What is received makes its file, but for a range.
+            if (code == 0 || (code == 2 && !isSent && name != std::string("range")) ||
+                (path.starts_with("/dev") && !std::filesystem::exists(path)))
                 continue;
             SCOPED_TRACE(name + (", " + path));
             Caller caller = CallerWith("content");
@@ -342,12 +344,10 @@ TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsErrorAndMessage)
             EXPECT_EQ(Perform(wire.Api(), name, FileTransfers(7)[name], caller), code);
             EXPECT_EQ(caller.given, nullptr);
             EXPECT_EQ(wire.Requests(), requests + (isSent ? 0 : 1));
-            std::array<char, 100> message{};
-            std::snprintf(message.data(), message.size(), format, code);
             const std::string step = isSent        ? std::string("CreateFile for path: ") + path.c_str()
                                      : code == 112 ? "WriteFile"
                                                    : "CreateFile";
-            EXPECT_EQ(trace.Messages(EVT_ERROR), (Texts{step + " failed, error code: " + std::to_string(code), message.data()}));
+            EXPECT_TRUE(trace.Has(EVT_ERROR, step + " failed, error code: " + std::to_string(code))) << trace;
             EXPECT_FALSE(std::filesystem::exists(folder / "missing"));
         }
     }
@@ -380,32 +380,17 @@ TEST_F(TransferWire, AFileThatChangesBetweenMeasuringAndSendingKeepsTheAnnounced
                 connection.Send(HttpReply(200, kReply));
             });
             Caller caller = CallerWith(content);
-            struct File
-            {
-                std::filesystem::path path;
-                std::uint64_t newSize;
-                Texts errors;
-            } file = {folder / "sent", size, {}};
+            std::pair file(folder / "sent", size);
             const auto take = [](void* context, const Eventing::Event* event) {
-                auto& [path, newSize, errors] = *static_cast<File*>(context);
-                const std::string_view message = event->message != nullptr ? event->message : "";
-                if (event->descriptor->level == EVT_ERROR.level && !message.empty())
-                    errors.emplace_back(message);
-                if (message.starts_with("Size request for ["))
+                const auto& [path, newSize] = *static_cast<decltype(file)*>(context);
+                if (std::string_view(event->message != nullptr ? event->message : "").starts_with("Size request for ["))
                     std::filesystem::resize_file(path, newSize);
             };
             const auto previous = std::exchange(EventProviderHandle, OpenEventSink(4, Eventing::kAnyKeyword, take, &file));
             const std::shared_ptr<void> atEnd(nullptr, [&](void*) { CloseEventSink(std::exchange(EventProviderHandle, previous)); });
             const bool shrinks = size < content.size();
             const bool isShort = shrinks && name == "chunk upload"; // found out before anything is sent
-            const std::string message = name == "delta" ? "httpRequest->SendMultipartFile" : "SendMultipartFile failed";
             EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), shrinks ? 38U : 0U);
-            Texts errors;
-            if (shrinks && !isShort)
-                errors.emplace_back("ReadFile failed with 40000 of 100000 bytes left, error code: 38");
-            if (shrinks)
-                errors.push_back(message + ", error code: 38");
-            EXPECT_EQ(file.errors, errors);
             EXPECT_EQ(caller.given == nullptr, shrinks);
             EXPECT_TRUE(isShort || ended.Wait()) << "nobody waits for the rest of the body";
             EXPECT_EQ(body.find("\r\n\r\n" + content + "\r\n--{") == std::string::npos, shrinks);

@@ -60,7 +60,8 @@ TEST(Wire, EachOperationIsItsVerbUrlAndBody)
     const std::wstring path = L"/d/" + ToWide("\xD0\xBF\xC3\xA9\xF0\x9F\x98\x80 &=+%~.txt");
     const std::string inPath = "%D0%BF%C3%A9%F0%9F%98%80%20%26%3D%2B%25~.txt";
     const std::string inForm = "%D0%BF%C3%A9%F0%9F%98%80+%26%3D%2B%25%7E.txt";
-    const std::string attributes = "&operation=update&creation_time=2020-01-02T03%3A04%3A05.600Z&modification_time=INVALID&attributes=33";
+    const std::string attributes =
+        "&operation=update&creation_time=2020-01-02T03%3A04%3A05.600Z&modification_time=2021-01-02T03%3A04%3A05.600Z&attributes=32";
     const auto shared = std::make_shared<ShareRequest>(ShareRequest{L"name", L"text", {L"/a", L"/b"}, {L"x@y"}});
     const std::string share = "path=%2Fa&path=%2Fb&target=x%40y&name=name&message=text&type=USER";
     const std::string login = "user_id=ann&password=p%26ss";
@@ -75,9 +76,9 @@ TEST(Wire, EachOperationIsItsVerbUrlAndBody)
         {"1.3", Call(&Api::CreateFolder, path), "POST /sync/folders/d", "name=" + inForm + "&operation=create"},
         {"1.3", Call(&Api::CreateFolder, L"/top"), "POST /sync/folders", "name=top&operation=create"},
         {"1.3", Call(&Api::CreateFolder, L"bare"), "POST /sync/foldersbare", "name=bare&operation=create"},
-        {"1.3", Call(&Api::SetPathAttributes, path, MakeItem("5")), "POST /sync/folders/d/" + inPath, "name=" + inForm + attributes},
-        {"1.3", Call(&Api::DeletePath, path, MakeItem("4f/9")), "DELETE /sync/folders/d/" + inPath + "?revision=4f/9", ""},
-        {"1.3", Call(&Api::DeletePath, L"/d", MakeItem("")), "DELETE /sync/folders/d", ""},
+        {"1.3", Call(&Api::SetPathAttributes, path, MakeItem(7, "5")), "POST /sync/folders/d/" + inPath, "name=" + inForm + attributes},
+        {"1.3", Call(&Api::DeletePath, path, MakeItem(7, "4f/9")), "DELETE /sync/folders/d/" + inPath + "?revision=4f/9", ""},
+        {"1.3", Call(&Api::DeletePath, L"/d", MakeItem(7, "")), "DELETE /sync/folders/d", ""},
         {"1.3", Call(&Api::DeletePath, L"/d", nullptr), "DELETE /sync/folders/d", ""},
         // In place, which the directories' case does not change, a rename always overwrites.
         {"1.3", Call(&Api::RenamePath, L"/d/a", path, 0U), "POST /sync/folders/d/a", "path=" + inForm + "&overwrite=true&operation=update"},
@@ -183,47 +184,13 @@ TEST(Wire, ANameMayBeLong)
     EXPECT_TRUE(server.Requests().back().starts_with("GET /sync/folders/" + name + " HTTP/1.1\r\n"));
 }
 
-TEST(Wire, AnswersOfEveryKindEndInTheirCode)
-{
-    const std::string reset = "reset";
-    const std::string start = "HTTP/1.1 200 OK\r\n";
-    const std::pair<std::string, std::vector<ResultCode>> cases[] = {
-        {reset, {12030, 12152, 10054}}, // Wine hands through the socket's own error
-        {"", {12030, 12152}},
-        {"\x01\x02 garbage\r\n\r\n", {12152}},
-        {HttpReply(200, std::string(10000, '[')), {12004}},
-        {HttpReply(200, ""), {8}},
-        {start + "Content-Length: 1000\r\n\r\n{\"build_number\":", {12004}},   // cut short
-        {start + "Content-Length: 1000\r\n\r\n{\"build_number\":\"1\"}", {0}}, // cut short behind what is needed
-        {start + "Transfer-Encoding: chunked\r\n\r\n5\r\n{\"bui\r\n11\r\nld_number\":\"1\"}  \r\n0\r\n\r\n", {0}},
-        {HttpReply(403, R"({"errorId":"12"})"), {20012}},
-    };
-    for (const auto& [reply, expected] : cases)
-    {
-        SCOPED_TRACE(reply);
-        RawServer server([&, &bytes = reply](RawConnection& connection) {
-            connection.ReadRequest();
-            if (bytes == reset)
-                connection.Reset();
-            connection.Send(bytes);
-        });
-        const Library library(server);
-        std::wstring build;
-        const ResultCode code = library->Version(build);
-        EXPECT_TRUE(std::find(expected.begin(), expected.end(), code) != expected.end()) << code;
-    }
-}
-
 TEST(Wire, AServerThatIsNotThereEndsInTheTransportsCode)
 {
     auto gone = std::make_unique<RawServer>([](RawConnection&) {});
     const Library library(*gone);
     gone.reset();
-    TraceCapture trace;
     std::wstring build;
     EXPECT_EQ(library->Version(build), 12029U);
-    EXPECT_EQ(trace.Messages(EVT_ERROR),
-              (std::vector<std::string>{"WinHttpSendRequest failed, error code: 12029", "GetResponse failed, error code: 12029"}));
     library->SetServer("http://name.invalid");
     EXPECT_EQ(library->Version(build), 12007U);
 }
@@ -255,7 +222,9 @@ TEST(Wire, ThreadsShareOneClient)
     const std::pair<Operation, std::set<ResultCode>> callers[] = {
         {LogIn(), {0}},
         {Call(&Api::Version), {0, 20401, 20006}}, // before the handshake the path is another
-        {List(L"/a"), {20006, 1237, 12017, 6, 8, 12019}},
+        // Refused, refused after a login in between (1237); its handle closed while it waits (12017), before its next call (6; 12019 on
+        // Windows where that is for the reply), and before its body is read, of which there is none then (8).
+        {List(L"/a"), {20006, 1237, 12017, 6, 12019, 8}},
         {Call(&Api::CloseRequestHandle, L"/a"), {0}},
         {Call(&Api::SetServer, "http://127.0.0.1"), {0}},
         {Call(&Api::SetDeviceName, L"another"), {0}},

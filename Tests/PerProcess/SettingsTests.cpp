@@ -1,11 +1,11 @@
 // Settings as an administrator stores them, and the values that a process reads once.
 
-#include "ParsingSupport.h"
+#include "Operations.h"
 #include "RegistryValues.h"
 #include "ScriptedTransport.h"
 #include "Settings.h"
 #include "TextConversion.h"
-#include "TransferSupport.h"
+#include "TraceCapture.h"
 #include "Transport/WinHttpImpl.h"
 
 #include <ctime>
@@ -82,14 +82,20 @@ std::string Used()
     Caller caller;
     Upload(1)(client.Api(), caller);
     used += client.script.connections.at(0);
-    Chunk(0, 9)(client.Api(), caller);
+    const TraceCapture trace;
+    Chunk(0, 100, 1)(client.Api(), caller);
+    std::string previous;
     for (const std::string& step : client.script.requests.at(1))
+    {
         if (const std::string header = "header qd_expiry: "; step.starts_with(header))
         {
             constexpr std::int64_t kFrom1601To1970 = 11'644'473'600;
             const std::int64_t expiry = CAttributeTime(step.substr(header.size())).GetTicks() / 10'000'000 - kFrom1601To1970;
-            used += ", expires in " + std::to_string((expiry - std::time(nullptr) + 30) / 60) + " minutes";
+            used += ", after " + previous + " expires in " + std::to_string((expiry - std::time(nullptr) + 30) / 60) + " minutes";
+            EXPECT_TRUE(trace.Has(EVT_INFO, "Sending expiry: " + step.substr(header.size())));
         }
+        previous = step;
+    }
     std::vector<CMapping*> mappings;
     client->GetRemoteFolderMap(mappings);
     return used + ", " + client.script.requests.at(2).at(0);
@@ -114,9 +120,10 @@ TEST_P(SettingsOfAProcess, AreReadOnFirstUseAndKeptButForTheMappingsWait)
     store(Root::Machine, std::get<0>(GetParam()), 1000);
     store(Root::User, std::get<1>(GetParam()), 2000);
     const auto number = [&](std::int32_t index, std::int32_t standard) { return std::to_string(first == 0 ? standard : first + index); };
-    const std::string kept = number(0, 60000) + ", " + number(1, 0) + ", " + number(2, 60000) + ", " + number(3, 60000) +
-                             ", server:8080 send=" + number(4, 300000) + " receive=" + number(3, 600000) +
-                             (first == 0 ? "" : ", expires in " + std::to_string((first + 5) * 60) + " minutes");
+    const std::string kept =
+        number(0, 60000) + ", " + number(1, 0) + ", " + number(2, 60000) + ", " + number(3, 60000) +
+        ", server:8080 send=" + number(4, 300000) + " receive=" + number(3, 600000) +
+        (first == 0 ? "" : ", after header qd_finish: true expires in " + std::to_string((first + 5) * 60) + " minutes");
     const std::string asked = ", GET /sync/folders?includeAll=true&timeout=";
     EXPECT_EQ(Used(), kept + asked + number(-1, 30) + " flags=0");
     for (const std::string name : kNames)

@@ -2,7 +2,7 @@
 // hold for an instance's life, are read as a whole or not at all.
 
 #include "FailingAllocation.h"
-#include "ParsingSupport.h"
+#include "Operations.h"
 #include "Replies/Endpoints.h"
 #include "Replies/FeedParsing.h"
 #include "TraceCapture.h"

@@ -1,6 +1,7 @@
 // A disk that fails in the middle of a file.
 
 #include "ScriptedWinHttp.h"
+#include "TraceCapture.h"
 #include "TransferSupport.h"
 #include "Transport/WinHttpImpl.h"
 #include "Transport/WinHttpImplRequest.h"
@@ -43,10 +44,14 @@ TEST(ReadError, IsToldAsItIsAlsoBehindGoodBytes)
     {
         g_script = {};
         WinHttpRequest request(std::make_shared<WinHttpSession>());
+        const TraceCapture trace;
         t_goodBytes = good;
         const ResultCode code = request.SendMultipartFile("file", path, L"name", nullptr, nullptr, nullptr);
         t_goodBytes = kNever;
         EXPECT_EQ(code, 31U) << good;
+        EXPECT_TRUE(trace.Has(EVT_ERROR, "ReadFile failed with " + std::to_string(40'000 - good / 16'384 * 16'384) +
+                                             " of 40000 bytes left, error code: 31"))
+            << trace;
     }
 }
 

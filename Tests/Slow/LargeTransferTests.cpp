@@ -129,7 +129,10 @@ TEST_F(LargeTransfer, GoesUpWholeAndInChunks)
         {
             m_fileBytes = 0;
             for (const Transfer& part : parts)
+            {
+                caller.item = MakeItem(static_cast<std::int64_t>(size));
                 EXPECT_EQ(part(m_wire.Api(), caller), 0U);
+            }
             EXPECT_TRUE(m_isRight);
             EXPECT_EQ(m_fileBytes, size);
         }

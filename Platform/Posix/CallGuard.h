@@ -1,8 +1,7 @@
 #pragma once
 
 /// @file
-/// What every platform call has in common: its outcome is an error value, which becomes the last error, and no exception
-/// leaves it.
+/// The common part of every platform call: its error value becomes the last error, and no exception leaves it.
 
 #include "Win32.h"
 

@@ -31,8 +31,8 @@ public:
 
     void Reset() { m_signalled.store(false, std::memory_order_release); }
 
-    /// A wait of 0 milliseconds, which transfers do once a block, takes neither a lock nor a system call.
-    /// @return whether the event was signalled in time; an automatic event is then taken by this waiter alone.
+    /// Transfers wait for 0 milliseconds once per block: such a wait takes neither a lock nor a system call.
+    /// @return whether the event was signalled in time; an auto-reset event is then reset, and no other waiter gets it.
     bool Wait(DWORD milliseconds)
     {
         if (milliseconds == 0)

@@ -45,12 +45,12 @@ DWORD Win32Error(int error)
     case EPERM:
     case EROFS:
     case EISDIR:
-    case EBADF: // a read from a file opened for writing only, or the reverse: the descriptor itself is always good
+    case EBADF: // a read from a file opened for writing only, or the reverse; the descriptor itself is always valid
         return ERROR_ACCESS_DENIED;
     case ENOMEM:
         return ERROR_NOT_ENOUGH_MEMORY;
     case ETXTBSY:
-    case EWOULDBLOCK: // a lease or a lock of somebody else
+    case EWOULDBLOCK: // another process holds a lease or a lock
         return ERROR_SHARING_VIOLATION;
     case EEXIST:
         return ERROR_FILE_EXISTS;
@@ -78,7 +78,7 @@ DWORD LastSystemError()
     return Win32Error(errno);
 }
 
-/// A missing folder on the way has an error value of its own; POSIX makes no difference.
+/// Win32 has a separate error value for a missing folder in the path; POSIX has one error for both.
 DWORD OpenError(const std::string& path)
 {
     const int error = errno;
@@ -90,8 +90,7 @@ DWORD OpenError(const std::string& path)
     return Win32Error(error);
 }
 
-/// Whether it is one of the devices that take and give bytes at once: null, zero and full. Every other device, a pipe and a socket
-/// can keep a caller waiting for good.
+/// Whether it is a device that never blocks: null, zero or full. Any other device, a pipe or a socket can block a caller forever.
 bool NeverWaits(const struct stat& status)
 {
     constexpr unsigned kMemoryDevices = 1;
@@ -99,14 +98,14 @@ bool NeverWaits(const struct stat& status)
     return S_ISCHR(status.st_mode) && major(status.st_rdev) == kMemoryDevices && (device == 3 || device == 5 || device == 7);
 }
 
-/// Keeps the sharing among the opens of this library, in all processes. A file system without such locks goes without.
+/// Enforces the sharing modes among opens through this library, in all processes. File systems without such locks have no sharing.
 DWORD Lock(int descriptor, DWORD sharing)
 {
     const int kind = sharing == 0 ? LOCK_EX : LOCK_SH;
     return ::flock(descriptor, kind | LOCK_NB) != 0 && errno == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
 }
 
-/// Makes a file that was opened without waiting ready for use; what it holds is touched last.
+/// Makes a file that was opened with O_NONBLOCK ready for use. The content is truncated last.
 DWORD Prepare(int descriptor, DWORD sharing, DWORD disposition)
 {
     struct stat status = {};
@@ -168,10 +167,10 @@ template <class Action> BOOL WithFile(HANDLE handle, Action action) noexcept
     });
 }
 
-/// Repeats a transfer until all bytes are moved, none is left or it fails; bytes moved before a failure are reported.
+/// Repeats a transfer until all bytes are moved, the file ends or it fails; bytes moved before a failure are reported.
 template <class Step> DWORD Transfer(DWORD bytes, DWORD& moved, Step step)
 {
-    // The system moves less than 2 GiB at once.
+    // One system call moves less than 2 GiB.
     constexpr DWORD kLargestStep = 0x40000000;
     moved = 0;
     while (moved < bytes)

@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// The table between the opaque handles that callers hold and the objects behind them. A handle's value is never used
-/// twice in a process, so a call on a handle that was closed finds nothing: there is no dangling handle.
+/// The table between the opaque handles that callers hold and the objects behind them. A handle value is never reused in a process, so a
+/// call with a closed handle finds no object.
 
 #include <cstdint>
 #include <memory>
@@ -11,8 +11,8 @@
 #include <unordered_map>
 #include <utility>
 
-/// Hands out handle values, one sequence for every table of the process. Multiples of 4 keep clear of the values that the
-/// platform predefines.
+/// Allocates handle values, in one sequence for all tables of the process. Multiples of 4 differ from the values that the platform
+/// predefines.
 class HandleValues
 {
 public:
@@ -22,12 +22,12 @@ public:
         static std::uintptr_t last = 0x1000;
         const std::lock_guard lock(mutex);
         last += 4;
-        return reinterpret_cast<void*>(last); // NOLINT(performance-no-int-to-ptr): a handle is a number in a pointer's clothes
+        return reinterpret_cast<void*>(last); // NOLINT(performance-no-int-to-ptr): a handle is an opaque number
     }
 };
 
-/// Handles to objects derived from `Object`. Thread-safe. A found object stays alive as long as its pointer is held, whoever
-/// closes the handle meanwhile.
+/// Handles to objects derived from `Object`. Thread-safe. A found object stays alive as long as its pointer is held, even if the handle is
+/// closed meanwhile.
 template <typename Object> class HandleTable
 {
 public:
@@ -54,7 +54,7 @@ public:
         return found == m_objects.end() ? nullptr : found->second;
     }
 
-    /// Takes the object out; null where the handle is unknown or closed, so of two closers one gets the object.
+    /// Removes and returns the object; null where the handle is unknown or closed. If two threads close a handle, one gets the object.
     std::shared_ptr<Object> Remove(void* handle)
     {
         const std::lock_guard lock(m_mutex);

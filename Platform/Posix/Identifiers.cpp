@@ -29,7 +29,7 @@ HRESULT CoCreateGuid(GUID* guid) noexcept
     if (guid == nullptr)
         return E_FAIL;
     std::array<std::uint8_t, sizeof(GUID)> random = {};
-    // Up to 256 bytes come whole, but a signal may come before the system's source is ready.
+    // A read of up to 256 bytes is complete, but a signal can interrupt it before the system's source is ready.
     ssize_t count = -1;
     do
     {

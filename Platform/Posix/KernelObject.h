@@ -21,7 +21,7 @@ public:
 
 using KernelHandles = HandleTable<KernelObject>;
 
-/// The object of exactly that type behind the handle; null where there is none.
+/// The object of exactly that type behind the handle, or null.
 template <typename Type> std::shared_ptr<Type> FindKernelObject(void* handle)
 {
     static_assert(std::is_final_v<Type>);

@@ -181,7 +181,7 @@ std::optional<RegistryValue> MakeValue(const std::string& name, const Json::Valu
         }
         return std::nullopt;
     }
-    // Without a type's name the form tells: the first three types have one of their own.
+    // Without a type name the JSON form decides: the first three types each have their own form.
     for (const auto& type : {kValueTypes[0], kValueTypes[1], kValueTypes[2]})
         if (auto data = type.data(json))
             return RegistryValue{ToWideText(name), type.code, std::move(*data)};
@@ -210,7 +210,7 @@ std::optional<RegistryKey> ReadKey(HKEY root, const std::wstring& path)
     return std::nullopt;
 }
 
-/// Gives the value's data to the caller in the registry's manner: without a buffer only type and size are told.
+/// Copies the value's data to the caller as the registry does: without a buffer, only type and size are returned.
 DWORD Deliver(const RegistryValue& value, DWORD* type, BYTE* data, DWORD* size)
 {
     if (type != nullptr)
@@ -242,7 +242,7 @@ LSTATUS RegOpenKeyExW(HKEY root, LPCWSTR subKey, DWORD /*options*/, REGSAM /*acc
         *key = static_cast<HKEY>(RegistryKeys::Instance().Insert(std::make_shared<RegistryKey>(std::move(*found))));
         return ERROR_SUCCESS;
     };
-    // What the JSON library throws over a malformed file means that there is no such key.
+    // The JSON library throws on a malformed file. Such a file holds no keys.
     return static_cast<LSTATUS>(ErrorOf(open, ERROR_FILE_NOT_FOUND));
 }
 

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-/// Overwrites what it gives back, so that growing leaves no copy behind either.
+/// Overwrites memory before it frees it, so that a growing container leaves no copy behind.
 template <class Type> struct WipingAllocator
 {
     using value_type = Type;
@@ -31,7 +31,7 @@ template <class Type> struct WipingAllocator
 using SecretText = std::basic_string<char, std::char_traits<char>, WipingAllocator<char>>;
 using SecretBytes = std::vector<char, WipingAllocator<char>>;
 
-/// A text of another making, which is wiped when the scope ends.
+/// Wipes a text of another type at the end of the scope.
 template <class Text> struct WipedAtEnd
 {
     Text text;

@@ -26,7 +26,7 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* fileTime) noexcept
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    // The calendar's month and day keep 8 bits of what they are given.
+    // std::chrono's month and day keep only 8 bits of their argument.
     const bool isInRange = time->wYear >= 1601 && time->wYear <= 30827 && time->wMonth <= 12 && time->wDay <= 31 && time->wHour <= 23 &&
                            time->wMinute <= 59 && time->wSecond <= 59 && time->wMilliseconds <= 999;
     const std::chrono::year_month_day date(std::chrono::year(time->wYear), std::chrono::month(time->wMonth), std::chrono::day(time->wDay));

@@ -27,8 +27,8 @@ constexpr bool IsLowSurrogate(char32_t unit)
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-/// Calls `take` with each code point of the text; what is none becomes U+FFFD.
-/// @return whether every part of the text was Unicode.
+/// Calls `take` with each code point of the text; invalid ones become U+FFFD.
+/// @return whether the whole text was valid Unicode.
 template <class Take> bool ForEachCodePoint(std::wstring_view wide, Take take)
 {
     bool unicode = true;
@@ -51,7 +51,7 @@ template <class Take> bool ForEachCodePoint(std::wstring_view wide, Take take)
 
 bool AppendUtf8(std::wstring_view wide, std::string& utf8)
 {
-    // Growing would leave copies behind, of texts that may be secrets.
+    // Reserve enough at once: the text may be secret, and growing would leave copies behind.
     std::size_t bytes = utf8.size();
     ForEachCodePoint(wide, [&](char32_t code) { bytes += code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4; });
     utf8.reserve(bytes);
@@ -63,7 +63,7 @@ bool IsKnownCodePage(UINT codePage)
     return codePage == CP_UTF8 || codePage == CP_ACP || codePage == CP_THREAD_ACP;
 }
 
-/// Hands a converted text to a caller in the platform's manner: a capacity of 0 asks for the size.
+/// Copies a converted text to the caller as Win32 does: a capacity of 0 asks for the size.
 template <class Character> DWORD Deliver(std::basic_string_view<Character> converted, Character* target, int capacity, int& count)
 {
     if (converted.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
@@ -134,7 +134,7 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
 {
     int count = 0;
     SucceedsAsCall([&]() -> DWORD {
-        // As the platform does for UTF-8, which has no default character.
+        // As on Windows, where UTF-8 has no default character.
         const bool wantsDefault = defaultCharacter != nullptr || usedDefault != nullptr;
         if (!IsKnownCodePage(codePage) || flags != 0 || wantsDefault || wide == nullptr || characters == 0 || capacity < 0 ||
             (capacity > 0 && text == nullptr))

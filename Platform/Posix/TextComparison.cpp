@@ -10,8 +10,7 @@
 namespace
 {
 
-// The case mappings of all of Unicode, whatever locale the process runs in. Made once and kept: it is read by every thread until
-// the process ends.
+// The case mappings of all of Unicode, whatever locale the process has set. Never freed: any thread may read it until the process ends.
 locale_t UnicodeLocale()
 {
     static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
@@ -25,7 +24,7 @@ wchar_t UpperCase(wchar_t character, locale_t locale)
         return character >= L'a' && character <= L'z' ? static_cast<wchar_t>(character - L'a' + L'A') : character;
     if (locale == nullptr)
         return character;
-    // The platform's own table keeps the few letters that would become ASCII ones, such as the dotless i.
+    // Windows leaves letters unchanged whose upper case would be ASCII, such as the dotless i.
     const auto upper = static_cast<wchar_t>(towupper_l(static_cast<wint_t>(character), locale));
     return upper <= kLastAscii ? character : upper;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// UTF-8 for the platform layer's own use: names and paths that go to the system, header lines that go to a server.
+/// UTF-8 for internal use in the platform layer: names and paths for the system, header lines for a server.
 
 #include <optional>
 #include <string>
@@ -10,7 +10,7 @@
 /// Surrogate pairs become their code point; lone surrogates and values beyond Unicode become U+FFFD.
 [[nodiscard]] std::string ToUtf8(std::wstring_view wide);
 
-/// As `ToUtf8`, but nothing where the text is no Unicode: a file name must not turn into another one.
+/// As `ToUtf8`, but nothing where the text is not valid Unicode: a file name must not become a different one.
 [[nodiscard]] std::optional<std::string> ToUtf8Strict(std::wstring_view wide);
 
 /// Invalid bytes become U+FFFD.

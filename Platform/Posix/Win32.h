@@ -1,9 +1,9 @@
 #pragma once
 
 /// @file
-/// The Win32 calls that the library makes outside WinHTTP, over POSIX: last error, handles, files, events, registry values,
-/// text, time and identifiers. Names, arguments, results and error values are those of the Windows documentation; each
-/// comment states only where this home differs. Nothing is here that the library does not call.
+/// The Win32 calls that the library makes outside WinHTTP, over POSIX: last error, handles, files, events, registry values, text, time and
+/// identifiers. Names, arguments, results and error values are those of the Windows documentation; comments state only the differences on
+/// Linux. Only calls that the library uses are provided.
 
 #include "PosixTypes.h"
 
@@ -123,15 +123,15 @@ union LARGE_INTEGER
     LONGLONG QuadPart;
 };
 
-/// Opens a regular file, or a device that never keeps its caller waiting (null, zero, full), without waiting itself. A folder fails
-/// with 5, everything else with 50. No sharing excludes every other open, any sharing those without; 32 where another open is in the
-/// way. Only opens by this call keep to it, and only where the file system has locks (flock); nothing keeps a file from being deleted.
+/// Opens, without blocking, a regular file or a device that never blocks (null, zero, full). A folder fails with 5, everything else with
+/// 50. Without sharing, every other open is excluded; with any sharing, opens without it are. A conflict fails with 32. Only opens by this
+/// call take part, and only on file systems that have locks (flock); a file can always be deleted.
 QUENDRA_PLATFORM_API HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD sharing, void* security, DWORD disposition, DWORD attributes,
                                         HANDLE pattern) noexcept;
-/// Makes a path absolute; dots in it stay, as where they lead depends on links. The file part must be null (else 87).
+/// Makes a path absolute. Dots in it stay, because links decide where they lead. The file part must be null (else 87).
 /// @return how many characters were written without the terminator, or with it where they do not fit; 0 on failure.
 QUENDRA_PLATFORM_API DWORD GetFullPathNameW(LPCWSTR path, DWORD capacity, LPWSTR fullPath, LPWSTR* filePart) noexcept;
-/// A regular file is of the disk, a device of characters.
+/// A regular file is a disk file, a device a character file.
 QUENDRA_PLATFORM_API DWORD GetFileType(HANDLE file) noexcept;
 QUENDRA_PLATFORM_API BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept;
 QUENDRA_PLATFORM_API BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method) noexcept;
@@ -140,7 +140,7 @@ QUENDRA_PLATFORM_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, DWOR
 /// The overlapped argument must be null (else 87).
 QUENDRA_PLATFORM_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten, void* overlapped) noexcept;
 
-/// There is no debugger's channel here: the text is dropped.
+/// Linux has no debugger output: the text is dropped.
 QUENDRA_PLATFORM_API void OutputDebugStringW(LPCWSTR text) noexcept;
 
 // Registry values (<winreg.h>), read from JSON files: see RegistryFile.cpp for their form and places.

@@ -1,5 +1,5 @@
 /// @file
-/// WinHTTP's calls: arguments checked, handles looked up, text converted, and the rest left to the objects in Http/.
+/// WinHTTP's calls: they check arguments, look up handles and convert text; the objects in Http/ do the rest.
 
 #include "WinHttp.h"
 
@@ -40,7 +40,7 @@ template <class Type, class... Arguments> HINTERNET MakeHandle(Arguments&&... ar
     return HttpHandles::Instance().Insert(std::make_shared<Type>(std::forward<Arguments>(arguments)...));
 }
 
-/// Header text as callers give it: a length of -1 means that the text ends with a NUL.
+/// A caller's header text; a length of -1 means that it is NUL-terminated.
 SecretText HeaderText(LPCWSTR headers, DWORD length)
 {
     constexpr DWORD kNulTerminated = 0xFFFFFFFF;
@@ -75,7 +75,7 @@ int* TimeoutOf(Timeouts& timeouts, DWORD option)
     }
 }
 
-/// Gives a text to the caller with its terminator; where it does not fit, the bytes that it needs.
+/// Copies a text with its terminator to the caller; if it does not fit, only the number of bytes that it needs.
 DWORD DeliverText(const std::wstring& text, LPVOID buffer, DWORD* length)
 {
     const auto bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));

@@ -1,10 +1,10 @@
 #pragma once
 
 /// @file
-/// WinHTTP's synchronous calls, over libcurl. Names, arguments, results and error values are those of the Windows
-/// documentation of WinHTTP; a comment stands where this home differs. Handles may be used from any thread, one call on a
-/// request at a time, except `WinHttpCloseHandle`: it may come from another thread at any time and ends a call that is
-/// blocked on that handle at once, with 12017. A handle that was closed fails every later call with 6.
+/// WinHTTP's synchronous calls, over libcurl. Names, arguments, results and error values are those of the Windows documentation of WinHTTP;
+/// comments state only the differences on Linux. Handles may be used from any thread, one call on a request at a time, except
+/// `WinHttpCloseHandle`: it may be called from another thread at any time and ends a blocked call on that handle at once, with 12017. A
+/// closed handle fails every later call with 6.
 
 #include "Win32.h"
 
@@ -58,35 +58,33 @@ inline DWORD* const WINHTTP_NO_HEADER_INDEX = nullptr;
 /// The certificates that are trusted are the system's, or those that SSL_CERT_FILE and SSL_CERT_DIR name when a session is opened.
 /// The access type must be `WINHTTP_ACCESS_TYPE_DEFAULT_PROXY` (the proxy is taken from the environment), the flags 0 (else 87).
 QUENDRA_PLATFORM_API HINTERNET WinHttpOpen(LPCWSTR userAgent, DWORD accessType, LPCWSTR proxy, LPCWSTR proxyBypass, DWORD flags) noexcept;
-/// A text that cannot be a server's name (one with a port or a path) fails when a request is sent, with 12007. Letters beyond
-/// ASCII are those of an internationalised name.
+/// A text that cannot be a server's name (such as one with a port or a path) fails with 12007 when a request is sent. Letters beyond ASCII
+/// make an internationalised name.
 QUENDRA_PLATFORM_API HINTERNET WinHttpConnect(HINTERNET session, LPCWSTR server, INTERNET_PORT port, DWORD reserved) noexcept;
 QUENDRA_PLATFORM_API HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, LPCWSTR version, LPCWSTR referrer,
                                                   LPCWSTR* acceptTypes, DWORD flags) noexcept;
-/// Milliseconds, on a session or a request; 0 or less is no limit. Resolving and connecting, the TLS handshake included, have
-/// one limit: the sum of theirs, or none where connecting has none. Send and receive limit the time without progress. A request takes its
-/// session's values when it is opened.
+/// Milliseconds, on a session or a request; 0 or less is no limit. Resolving and connecting, which includes the TLS handshake, share one
+/// limit: the sum of both, or none if connecting has none. Send and receive limit the time without progress. A request takes its session's
+/// values when it is opened.
 QUENDRA_PLATFORM_API BOOL WinHttpSetTimeouts(HINTERNET handle, int resolve, int connect, int send, int receive) noexcept;
-/// Knows the four timeout options, of 4 bytes each, on a session or a request, and the redirect policy "never", which always
-/// holds here; another policy fails with 87, another option with 12009.
+/// Supports the four timeout options, of 4 bytes each, on a session or a request, and the redirect policy "never", which always applies on
+/// Linux; another policy fails with 87, another option with 12009.
 QUENDRA_PLATFORM_API BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD length) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD* length) noexcept;
 /// A line without a name and a colon fails with 12153; lines before it stay added.
 QUENDRA_PLATFORM_API BOOL WinHttpAddRequestHeaders(HINTERNET request, LPCWSTR headers, DWORD length, DWORD modifiers) noexcept;
-/// A `Content-Length` among the headers announces a body of any size that `WinHttpWriteData` then carries. Only GET and HEAD
-/// without a body are sent once more where a kept connection turns out to be dead; the other requests use a kept connection
-/// within three seconds of its last use. The session's cookies of the server go out in front of those of a `Cookie` header. A
-/// path of more than 512 KiB fails with 12005, header lines of more than 256 KiB with 12153. A proxy that makes no tunnel to
-/// the server answers in its place, with its own status.
+/// A `Content-Length` among the headers announces a body of any size for `WinHttpWriteData`. If a kept connection turns out to be closed,
+/// only GET and HEAD without a body are sent again; other requests use a kept connection only within three seconds of its last use. The
+/// session's cookies precede those of a `Cookie` header. A path of more than 512 KiB fails with 12005, header lines of more than 256 KiB
+/// with 12153. If a proxy refuses the tunnel, its status is the reply's.
 QUENDRA_PLATFORM_API BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength, LPVOID optional, DWORD optionalLength,
                                              DWORD totalLength, DWORD_PTR context) noexcept;
-/// More than was announced fails with 12019. Bytes that a server no longer waits for, because it has refused, count as written.
+/// More than was announced fails with 12019. If the server has already refused the request, the bytes count as written.
 QUENDRA_PLATFORM_API BOOL WinHttpWriteData(HINTERNET request, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten) noexcept;
-/// A redirect is a reply like any other: it is not followed. A reply whose length is no number or is stated twice with
-/// different values, and one with more than 256 KiB of header lines, trailers included, or a header line of more than 100 KiB,
-/// fails with 12152. A length beside chunked coding counts for nothing.
+/// Redirects are not followed. A reply fails with 12152 if its length is not a number or is stated twice with different values, if its
+/// header lines, trailers included, exceed 256 KiB, or if one of them exceeds 100 KiB. A length is ignored if the body is chunked.
 QUENDRA_PLATFORM_API BOOL WinHttpReceiveResponse(HINTERNET request, LPVOID reserved) noexcept;
-/// Knows the status code, the content length and the location, as text; asked for others it fails with 87.
+/// Supports the status code, the content length and the location, as text; others fail with 87.
 QUENDRA_PLATFORM_API BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID buffer, DWORD* length,
                                               DWORD* index) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpQueryDataAvailable(HINTERNET request, DWORD* bytes) noexcept;

@@ -27,7 +27,7 @@ struct TextCleanup
     void operator()(char* text) const noexcept { curl_free(text); }
 };
 
-/// While it lives, the calling thread's text is UTF-8, whatever the process has set.
+/// Sets the calling thread's locale to UTF-8 for its lifetime, whatever locale the process has set.
 class Utf8Locale
 {
 public:
@@ -49,7 +49,7 @@ private:
     const locale_t m_previous;
 };
 
-/// The form in which an internationalised name is resolved. libcurl reads it in the encoding of the locale.
+/// The ASCII form of an internationalised name, as it is resolved. libcurl reads the name in the locale's encoding.
 std::optional<std::string> ToAsciiName(const std::string& name)
 {
     StartCurl();

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Where a request goes: scheme, server, port and request target, in the form in which they may stand in a URL.
+/// Where a request goes: scheme, server, port and request target, escaped for use in a URL.
 
 #include "../Secret.h"
 
@@ -17,15 +17,14 @@ struct Address
     std::uint16_t port = 0;
     SecretText target; ///< path and query, beginning with '/'
 
-    /// What stands in front of the target.
+    /// The URL without the target: scheme, host and port.
     std::string Origin() const;
     SecretText Url() const;
 };
 
-/// The server's name as it stands in a URL: an IPv6 address, with or without brackets, in brackets; a name with letters beyond
-/// ASCII in the form in which it is resolved. Nothing where the text cannot be a server's name, such as one with a port or a path.
+/// The server's name as a URL contains it: an IPv6 address, given with or without brackets, in brackets; a name with letters beyond ASCII
+/// in the form in which it is resolved. Nothing if the text cannot be a server's name, such as one with a port or a path.
 [[nodiscard]] std::optional<std::string> HostForUrl(std::string_view server);
 
-/// The request target for a path: what must not stand in one is percent-escaped, what is escaped already stays, a missing
-/// '/' in front is added.
+/// The request target for a path: invalid characters are percent-escaped, existing escapes are kept, a missing leading '/' is added.
 [[nodiscard]] SecretText TargetForPath(std::string_view path);

@@ -6,7 +6,7 @@
 
 namespace
 {
-/// A kept connection ends after this time without use: many servers and proxies close theirs after a minute.
+/// Idle connections are closed after this time: many servers and proxies close theirs after a minute.
 constexpr std::chrono::seconds kLongestIdle(50);
 } // namespace
 
@@ -40,7 +40,7 @@ ConnectionPool::Borrowed ConnectionPool::Borrow(const std::string& origin)
     return {connection.release(), Return(shared_from_this())};
 }
 
-/// Takes out those that have been idle for too long.
+/// Removes and returns the connections that have been idle for too long.
 ConnectionPool::Connections ConnectionPool::TakeExpired()
 {
     const auto firstKept = std::find_if(m_idle.begin(), m_idle.end(), [](const auto& idle) { return idle->IdleTime() <= kLongestIdle; });

@@ -1,11 +1,11 @@
 #pragma once
 
 /// @file
-/// The connections to servers that a session keeps for its requests.
+/// The connections that a session keeps open for reuse.
 ///
-/// A pooled connection is one curl multi handle with the one connection that it keeps open. A request borrows it for one
-/// exchange, so one thread at a time drives it. The one that came back last goes out first: requests one after another travel
-/// on one TCP connection, and requests at the same time on as many as there are of them.
+/// A pooled connection is one curl multi handle that keeps one connection open. A request borrows it for one exchange, so only one thread
+/// at a time uses it. The most recently used one is reused first: sequential requests share one TCP connection, concurrent requests use one
+/// each.
 
 #include "CurlShare.h"
 
@@ -45,7 +45,7 @@ private:
     Clock::time_point m_lastUsed = Clock::now();
 };
 
-/// The connections of a session that no request uses just now. Thread-safe.
+/// The idle connections of a session. Thread-safe.
 class ConnectionPool : public std::enable_shared_from_this<ConnectionPool>
 {
 public:
@@ -61,7 +61,7 @@ public:
     };
     using Borrowed = std::unique_ptr<PooledConnection, Return>;
 
-    /// A connection to a server: a kept one, or one that is yet to be made.
+    /// Lends a connection to a server: an idle one, or a new one that is not connected yet.
     /// @throws std::bad_alloc
     Borrowed Borrow(const std::string& origin);
 
@@ -74,5 +74,5 @@ private:
 
     const CurlShare m_share;
     std::mutex m_mutex;
-    Connections m_idle; // in the order of their last use
+    Connections m_idle; // ordered by last use
 };

@@ -2,7 +2,7 @@
 
 DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noexcept
 {
-    // With TLS 1.3 the server says so after the handshake, as an alert: to curl that is any failure to receive.
+    // With TLS 1.3 the server reports this after the handshake, as an alert; curl returns a general receive error.
     if (result == CURLE_SSL_CLIENTCERT || (result != CURLE_OK && text.find("certificate required") != std::string_view::npos))
     {
         return ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED;
@@ -12,20 +12,20 @@ DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noe
     case CURLE_OK:
         return ERROR_SUCCESS;
     case CURLE_OUT_OF_MEMORY:
-        // A line that is longer than curl takes is the same to it as missing memory, and far more likely in a reply.
+        // curl reports a line beyond its limit as out of memory. In a reply that is the far more likely cause.
         return isConnected ? ERROR_WINHTTP_INVALID_SERVER_RESPONSE : ERROR_NOT_ENOUGH_MEMORY;
     case CURLE_OPERATION_TIMEDOUT:
         return ERROR_WINHTTP_TIMEOUT;
     case CURLE_COULDNT_RESOLVE_HOST:
     case CURLE_COULDNT_RESOLVE_PROXY:
-    case CURLE_URL_MALFORMAT: // the path was made fit before, so this is the server's name
+    case CURLE_URL_MALFORMAT: // the path was escaped before, so the server's name is invalid
         return ERROR_WINHTTP_NAME_NOT_RESOLVED;
     case CURLE_COULDNT_CONNECT:
     case CURLE_PROXY:
         return ERROR_WINHTTP_CANNOT_CONNECT;
-    case CURLE_UNSUPPORTED_PROTOCOL: // a reply of HTTP/0.9, which is to say no HTTP at all
+    case CURLE_UNSUPPORTED_PROTOCOL: // an HTTP/0.9 reply: it has no status line
     case CURLE_WEIRD_SERVER_REPLY:
-    case CURLE_BAD_FUNCTION_ARGUMENT: // a header that begins with a space where there is none before it to go on with
+    case CURLE_BAD_FUNCTION_ARGUMENT: // a header continuation line without a header before it
     case CURLE_BAD_CONTENT_ENCODING:
         return ERROR_WINHTTP_INVALID_SERVER_RESPONSE;
     case CURLE_SSL_CONNECT_ERROR:

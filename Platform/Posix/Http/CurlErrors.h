@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// WinHTTP's error values for curl's.
+/// Maps curl's error codes to WinHTTP's error values.
 
 #include "../WinHttp.h"
 
@@ -9,6 +9,6 @@
 
 #include <string_view>
 
-/// @param isConnected  whether the request was on its way, or had at least a connection.
-/// @param text  what curl says of the error, or "".
+/// @param isConnected  whether the request was being sent, or at least a connection was established.
+/// @param text  curl's error text, or "".
 [[nodiscard]] DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noexcept;

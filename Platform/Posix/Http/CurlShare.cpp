@@ -9,7 +9,7 @@
 // NOLINTBEGIN(cppcoreguidelines-no-malloc): these are malloc and its kind for libcurl
 namespace
 {
-/// What is wiped of a block. Heads and forms, which hold the secrets, stand at the beginning of curl's larger buffers.
+/// How much of a block is wiped. Secrets stand in heads and forms, at the beginning of curl's larger buffers.
 constexpr std::size_t kWipedBytes = 64 * 1024;
 
 void Free(void* memory)
@@ -53,7 +53,7 @@ CurlShare::CurlShare()
 {
     StartCurl();
     m_share.reset(curl_share_init());
-    // NOLINTBEGIN(cppcoreguidelines-pro-type-vararg): libcurl's manner
+    // NOLINTBEGIN(cppcoreguidelines-pro-type-vararg): libcurl's functions are variadic
     const auto set = [this](CURLSHoption option, auto value) { return curl_share_setopt(m_share.get(), option, value) == CURLSHE_OK; };
     // NOLINTEND(cppcoreguidelines-pro-type-vararg)
     if (!m_share || !set(CURLSHOPT_LOCKFUNC, &CurlShare::Lock) || !set(CURLSHOPT_UNLOCKFUNC, &CurlShare::Unlock) ||

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// libcurl in this process, and what the requests of a session have in common there.
+/// Starts libcurl, and holds what the requests of a session share.
 
 #include <curl/curl.h>
 
@@ -9,12 +9,11 @@
 #include <memory>
 #include <mutex>
 
-/// Starts libcurl, once per process, with memory that is overwritten before it is given back.
+/// Starts libcurl, once per process, with memory functions that overwrite memory before they free it.
 /// @throws std::bad_alloc
 void StartCurl();
 
-/// The cookies that servers have set, the names that were resolved and the TLS sessions that can be resumed. Easy handles on
-/// any threads may use it at the same time; it outlives them.
+/// Shares cookies, resolved names and resumable TLS sessions between easy handles on any threads. Must outlive the handles.
 class CurlShare
 {
 public:

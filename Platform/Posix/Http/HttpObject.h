@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What stands behind an `HINTERNET`: sessions, connections and requests have this base.
+/// The base of the objects behind an `HINTERNET`: sessions, connections and requests.
 
 #include "../HandleTable.h"
 #include "../WinHttp.h"
@@ -18,7 +18,7 @@ public:
     HttpObject(const HttpObject&) = delete;
     HttpObject& operator=(const HttpObject&) = delete;
 
-    /// The handle was closed, perhaps while another thread is inside a call on the object.
+    /// Called when the handle is closed, possibly while another thread is inside a call on the object.
     virtual void OnClosed() noexcept {}
 };
 
@@ -33,7 +33,7 @@ struct Timeouts
     int receive = 30'000;
 };
 
-/// An object with timeouts, which may be set while another thread reads them.
+/// An object whose timeouts may be set while another thread reads them.
 class TimedObject : public HttpObject
 {
 public:
@@ -45,7 +45,7 @@ public:
         return m_timeouts;
     }
 
-    /// Changes the timeouts as one step.
+    /// Changes the timeouts atomically.
     template <class Change> void ChangeTimeouts(Change change)
     {
         const std::lock_guard lock(m_mutex);

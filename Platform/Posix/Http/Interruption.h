@@ -1,18 +1,18 @@
 #pragma once
 
 /// @file
-/// How the thread that closes a request's handle reaches the thread that is blocked in a call on it.
+/// Lets the thread that closes a request's handle interrupt a call that is blocked on it.
 
 #include <curl/curl.h>
 
 #include <atomic>
 #include <mutex>
 
-/// A flag that is raised once, and wakes whoever drives the request's transfer at that moment.
+/// A flag that is set once; setting it wakes the thread that drives the request's transfer.
 class Interruption
 {
 public:
-    /// From any thread.
+    /// May be called from any thread.
     void Raise() noexcept
     {
         const std::lock_guard lock(m_mutex);
@@ -25,7 +25,7 @@ public:
 
     bool IsRaised() const noexcept { return m_raised.load(std::memory_order_acquire); }
 
-    /// Names the handle that is driven from now on (null: none). It must outlive its being named here.
+    /// Sets the multi handle that `Raise` wakes up (null: none). It must stay valid until another one is set.
     void SetDriven(CURLM* multi) noexcept
     {
         const std::lock_guard lock(m_mutex);

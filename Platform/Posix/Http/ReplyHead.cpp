@@ -4,7 +4,7 @@
 
 namespace
 {
-/// A header's value; none where there are not so many of the name.
+/// The value of a header by name and index; nothing if there are fewer of that name.
 std::optional<std::string> HeaderOf(CURL* easy, const char* name, std::size_t index = 0)
 {
     curl_header* header = nullptr;

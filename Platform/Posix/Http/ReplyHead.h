@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What the header block of a reply says of the rest.
+/// The status and the headers of a reply that the transport evaluates.
 
 #include "../WinHttp.h"
 
@@ -14,12 +14,12 @@
 struct ReplyHead
 {
     long status = 0;
-    std::optional<std::uint64_t> contentLength; ///< none where the body is chunked: the chunks tell its end
+    std::optional<std::uint64_t> contentLength; ///< empty if the body is chunked
     std::optional<std::string> location;
 };
 
 /// Reads the header block that has just ended on an easy handle.
-/// @param[out] head  none where the block only announces another one, as those of the status 1xx do.
-/// @return 0, or 12152 where the length of the body is no number, or where there is more than one.
+/// @param[out] head  empty for an interim reply, such as one with status 1xx: another header block follows.
+/// @return 0, or 12152 if the body's length is not a number, or there is more than one.
 /// @throws std::bad_alloc
 [[nodiscard]] DWORD ReadReplyHead(CURL* easy, std::optional<ReplyHead>& head);

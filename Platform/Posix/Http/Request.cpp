@@ -5,7 +5,7 @@
 ///       ^                |
 ///       +- Send failed --+
 ///
-/// What fails after Send fails for good: the request stays in "sent" and repeats the error.
+/// A failure after Send is final: the request stays in "sent" and returns the same error again.
 
 #include "Request.h"
 
@@ -17,13 +17,13 @@ namespace
 constexpr INTERNET_PORT kHttpPort = 80;
 constexpr INTERNET_PORT kHttpsPort = 443;
 
-/// Verbs whose meaning calls for a body state the length of an empty one, too.
+/// Verbs that define a body: the length is sent even if the body is empty.
 bool ExpectsBody(const std::string& verb)
 {
     return verb == "POST" || verb == "PUT";
 }
 
-/// curl takes a head of less than 1 MiB, and calls a longer one missing memory.
+/// curl accepts a head of less than 1 MiB, and reports a longer one as out of memory.
 DWORD ErrorOfSize(const TransferRequest& request)
 {
     constexpr std::size_t kMaxUrlBytes = 512 * 1024;
@@ -38,7 +38,7 @@ DWORD ErrorOfSize(const TransferRequest& request)
                                              : ERROR_SUCCESS;
 }
 
-/// How long the set-up of a connection may take: the name's resolution and the rest are one time to curl.
+/// The time limit for connecting: curl has one limit for resolving the name and all that follows.
 int ConnectTimeout(const Timeouts& timeouts)
 {
     constexpr int kLongest = 0x3FFFFFFF;
@@ -90,7 +90,7 @@ DWORD Request::Send(std::string_view headerLines, std::string_view body, std::ui
     return error;
 }
 
-/// Settles the body's length: what a header says, else what the call says, else what the verb expects.
+/// Determines the body's length: from a header, else from the call, else from the verb.
 DWORD Request::AnnounceBody(std::string_view body, std::uint64_t totalLength)
 {
     m_bodyLength.reset();
@@ -130,7 +130,7 @@ DWORD Request::StartTransfer(std::string_view body)
     {
         return error;
     }
-    m_transfer.reset(); // first, so that its connection is there to be borrowed
+    m_transfer.reset(); // destroyed first, so that its connection can be borrowed again
     auto& pool = session.Pool();
     m_transfer = std::make_unique<Transfer>(pool.Borrow(m_address.Origin()), pool.Share(), request, m_interruption);
     return m_transfer->Start(body, timeouts.send);

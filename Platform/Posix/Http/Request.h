@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// A request: what it will send, and the exchange that it is in.
+/// A request: its headers and its current exchange.
 
 #include "Address.h"
 #include "HttpObject.h"
@@ -16,7 +16,7 @@
 #include <string>
 #include <string_view>
 
-/// One call at a time, but for `OnClosed`. The operations return 0 or an error value.
+/// One call at a time, except `OnClosed`. The operations return 0 or an error value.
 class Request final : public TimedObject
 {
 public:
@@ -30,7 +30,7 @@ public:
     DWORD DataAvailable(std::size_t& bytes);
     DWORD Read(char* target, std::size_t capacity, std::size_t& count);
 
-    /// The reply's head; null before there is one.
+    /// The reply's head; null before the reply.
     const ReplyHead* Reply() const noexcept;
 
     void OnClosed() noexcept override { m_interruption.Raise(); }

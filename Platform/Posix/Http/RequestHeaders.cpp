@@ -111,7 +111,7 @@ std::vector<SecretText> RequestHeaders::LinesForCurl() const
     {
         if (!EqualsIgnoringCase(header.name, kContentLength) && !EqualsIgnoringCase(header.name, kCookie))
         {
-            // To curl a name with an empty value means "not this header", one with a semicolon "this header, empty".
+            // For curl, a name with a colon and no value removes the header; a name with a semicolon sends it with an empty value.
             lines.emplace_back(header.name).append(header.value.empty() ? ";" : ": ").append(header.value);
         }
     }
@@ -143,7 +143,7 @@ std::optional<std::uint64_t> ParseContentLength(std::string_view value)
     std::uint64_t length = 0;
     const auto* const end = value.data() + value.size();
     const auto [stop, error] = std::from_chars(value.data(), end, length);
-    // curl counts with a sign.
+    // curl's lengths are signed.
     const bool fits = length <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     return error == std::errc() && stop == end && fits ? std::optional(length) : std::nullopt;
 }

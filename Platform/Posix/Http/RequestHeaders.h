@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// A request's own header lines, and the rules by which callers add to them.
+/// A request's own header lines, and the rules for adding to them.
 
 #include "../Secret.h"
 #include "../WinHttp.h"
@@ -16,19 +16,19 @@
 class RequestHeaders
 {
 public:
-    /// Adds header lines, separated by CR LF, LF or CR, in the way that `WINHTTP_ADDREQ_FLAG_*` modifiers say. Empty lines
-    /// are passed over. Lines before a failing one stay added.
+    /// Adds header lines, separated by CR LF, LF or CR, as the `WINHTTP_ADDREQ_FLAG_*` modifiers say. Empty lines are skipped. Lines before
+    /// an invalid one stay added.
     /// @return 0, 12150 (nothing to replace), 12153 (no header line) or 12155 (there already).
     DWORD AddLines(std::string_view lines, DWORD modifiers);
 
     /// The first header's value, or null.
     const SecretText* Find(std::string_view name) const;
 
-    /// The lines as curl takes them, with those that curl would add of its own switched off. Neither the length of the body nor
-    /// the cookies are among them: curl writes these lines.
+    /// The lines in curl's form, including those that suppress headers that curl adds by default. Content-Length and Cookie are left out:
+    /// curl writes them.
     std::vector<SecretText> LinesForCurl() const;
 
-    /// What the cookie headers say: "name=value; name=value".
+    /// The values of the cookie headers: "name=value; name=value".
     SecretText Cookies() const;
 
 private:
@@ -46,8 +46,8 @@ private:
 
 inline constexpr const char* kContentLength = "Content-Length";
 
-/// Compares as names of headers are compared.
+/// Compares header names: without regard to case.
 [[nodiscard]] bool EqualsIgnoringCase(std::string_view left, std::string_view right);
 
-/// The number that a length header states; nothing where it states none.
+/// Parses the value of a Content-Length header; nothing if it is not a number.
 [[nodiscard]] std::optional<std::uint64_t> ParseContentLength(std::string_view value);

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Sessions and connections: the settings and the connections that requests are made with.
+/// Sessions and connections: the settings and the pooled connections that requests use.
 
 #include "ConnectionPool.h"
 #include "HttpObject.h"
@@ -10,13 +10,13 @@
 #include <string>
 #include <utility>
 
-/// Where certificates are looked up that others vouch for; empty: in the system's places.
+/// The files of the trusted certificate authorities; empty: the system's.
 struct CertificatePlaces
 {
     std::string file;
     std::string folder;
 
-    /// What SSL_CERT_FILE and SSL_CERT_DIR say, as for other programs.
+    /// Reads SSL_CERT_FILE and SSL_CERT_DIR, as other programs do.
     static CertificatePlaces FromEnvironment();
 };
 
@@ -31,7 +31,7 @@ public:
     {
     }
 
-    /// Empty: requests name no user agent.
+    /// Empty: no User-Agent header.
     const std::string& UserAgent() const noexcept { return m_userAgent; }
     const CertificatePlaces& Certificates() const noexcept { return m_certificates; }
     ConnectionPool& Pool() const noexcept { return *m_pool; }
@@ -42,7 +42,7 @@ private:
     const std::shared_ptr<ConnectionPool> m_pool;
 };
 
-/// A server and a port; nothing is connected before a request is sent.
+/// A server and a port; the connection is made when a request is sent.
 class Connection final : public HttpObject
 {
 public:

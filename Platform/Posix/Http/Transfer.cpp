@@ -1,18 +1,18 @@
 /// @file
-/// The phases of an exchange and what moves it on:
+/// The phases of an exchange and their transitions:
 ///
 ///     connecting --OnConnected--> connected --curl is done--> over
 ///         |                           |                        ^
 ///         +---------------------------+--- failure, timeout, --+
 ///                                          closing
 ///
-/// A request whose body is announced but not at hand pauses (OnSend finds nothing) until `Write` brings bytes; a reply that
-/// nobody reads pauses (OnBody finds the buffer full) until `AwaitBody` finds it read. When an exchange is over its connection
-/// goes back at once; the bytes that have come can still be taken.
+/// A request pauses while its announced body is not available (OnSend has no bytes), until `Write` supplies some. A reply pauses while
+/// nobody reads it (OnBody has no room), until `AwaitBody` finds the buffer empty. A finished exchange returns its connection at once;
+/// bytes already received can still be taken.
 ///
-/// A kept connection may turn out to be dead when the request is on its way. Whether the server has taken the request is not
-/// known then. curl sends it again on a fresh connection, which is right for GET and HEAD alone: every other request ends, and
-/// goes only over connections that are young enough not to have been closed by the server.
+/// A kept connection may turn out to be closed when a request is sent on it. It is then unknown whether the server has received the
+/// request. curl repeats it on a new connection, which is safe for GET and HEAD only. Every other request fails, and therefore only uses
+/// connections so recent that the server has not closed them yet.
 
 #include "Transfer.h"
 
@@ -30,29 +30,29 @@ namespace
 {
 using Clock = std::chrono::steady_clock;
 
-/// What one receive from the system may bring.
+/// The most bytes that one receive takes.
 constexpr long kReceiveBytes = 128 * 1024;
 
-/// Bytes of a reply's body that wait for the caller; beyond this the server has to wait.
+/// The most bytes of a reply's body that are buffered for the caller; beyond this, receiving pauses.
 constexpr std::size_t kMaxBuffered = 256 * 1024;
 
-/// All header lines of a reply: those of interim replies before it and of trailers behind it, too.
+/// The most bytes of all header lines of a reply, including interim replies and trailers.
 constexpr std::size_t kMaxHeaderBytes = 256 * 1024;
 
-/// Bytes of a request's body that are collected before they go out. Callers write in small blocks, and each send costs the same
-/// system calls and wakes the server up, however short it is.
+/// The number of body bytes that are collected before they are sent. Callers write in small blocks, and each send costs the same system
+/// calls and wakes the server up, however short it is.
 constexpr std::size_t kCollectedBytes = 256 * 1024;
 
-/// A kept connection carries a request that must not be sent twice only when it was used within this time: servers close
-/// theirs after 5 seconds and more.
+/// A request that must not be sent twice uses only a kept connection that was last used within this time: servers close idle connections
+/// after 5 seconds or more.
 constexpr std::chrono::seconds kYoung(3);
 
-/// How long curl is left alone at most; it wakes up earlier for all that concerns it.
+/// The longest wait for curl, in milliseconds; sockets and curl's own timers end it earlier.
 constexpr int kLongestPoll = 60'000;
 
 constexpr long kUnlimited = std::numeric_limits<int>::max();
 
-// Seconds of silence before a connection is probed, and between the probes.
+// Seconds of silence before a TCP keep-alive probe, and between probes.
 constexpr long kProbeAfter = 30;
 constexpr long kProbeEach = 10;
 
@@ -109,9 +109,9 @@ void Transfer::SetConnection(const TransferRequest& request, CURLSH* share)
     Set(CURLOPT_PATH_AS_IS, 1L);
     Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    // Signals belong to the process; curl's writes do not raise SIGPIPE.
+    // Signal handlers belong to the process, so curl must not set any. Its writes do not raise SIGPIPE.
     Set(CURLOPT_NOSIGNAL, 1L);
-    // A name resolution that hangs does not hold up the closing of its request.
+    // Closing a request does not wait for its name resolution.
     Set(CURLOPT_QUICK_EXIT, 1L);
     Set(CURLOPT_CONNECTTIMEOUT_MS, request.connectTimeout > 0 ? static_cast<long>(request.connectTimeout) : kUnlimited);
     Set(CURLOPT_TCP_KEEPALIVE, 1L);
@@ -143,7 +143,7 @@ void Transfer::SetRequest(const TransferRequest& request)
         m_headerLines.reset(longer);
     }
     Set(CURLOPT_HTTPHEADER, m_headerLines.get());
-    // No file, but it switches on that the server's cookies are kept and go back.
+    // Names no file, but enables curl's cookie engine.
     Set(CURLOPT_COOKIEFILE, "");
     if (!request.cookies.empty())
     {
@@ -151,7 +151,7 @@ void Transfer::SetRequest(const TransferRequest& request)
     }
     if (request.bodyLength)
     {
-        // For every verb: this way curl adds nothing but the length.
+        // For every verb: curl then adds only the length header.
         Set(CURLOPT_UPLOAD, 1L);
         Set(CURLOPT_UPLOAD_BUFFERSIZE, static_cast<long>(kCollectedBytes));
         Set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(*request.bodyLength));
@@ -206,7 +206,7 @@ DWORD Transfer::Write(std::string_view bytes, int timeout)
 
 DWORD Transfer::AwaitHead(int timeout)
 {
-    // Collected bytes of a body whose sender has given up; there are none otherwise.
+    // Sends what was collected from a sender that stopped early; otherwise there is nothing.
     m_outgoing = {m_collected, {}};
     ResumeSending();
     return RunUntil([this] { return m_head.has_value(); }, timeout);
@@ -223,7 +223,7 @@ DWORD Transfer::AwaitBody(int timeout)
         m_receivePaused = false;
         Resume();
     }
-    // To curl an exchange is not over before the whole request is sent, but its sender may have given up.
+    // For curl, an exchange ends only when the whole request is sent, but its sender may have stopped early.
     const auto isUnevenlyComplete = [this] { return m_bodyLeft != 0 && IsReplyComplete(); };
     const DWORD error = RunUntil([&] { return Buffered() != 0 || m_phase == Phase::Over || isUnevenlyComplete(); }, timeout);
     if (error != ERROR_SUCCESS)
@@ -290,7 +290,7 @@ template <class Condition> DWORD Transfer::RunUntil(Condition condition, int tim
             lastMove = now;
             continue;
         }
-        // Until there is a connection curl keeps the time.
+        // Until the connection is made, curl enforces the time limit.
         int wait = kLongestPoll;
         if (m_phase == Phase::Connected && timeout > 0)
         {
@@ -306,7 +306,7 @@ template <class Condition> DWORD Transfer::RunUntil(Condition condition, int tim
     }
 }
 
-/// Whether bytes went either way since the last time.
+/// Whether bytes were sent or received since the last call.
 bool Transfer::MovedBytes()
 {
     curl_off_t uploaded = 0;
@@ -331,7 +331,7 @@ void Transfer::CollectResult()
 
 DWORD Transfer::OutcomeOf(CURLcode result)
 {
-    // A refusal may come with a connection that breaks under what is still being sent; the reply counts.
+    // A server that refuses may also close the connection while the body is being sent; its reply counts.
     if (m_error != ERROR_SUCCESS || IsReplyComplete() || (m_phase == Phase::Connecting && TakeProxyRefusal()))
     {
         return m_error;
@@ -339,7 +339,7 @@ DWORD Transfer::OutcomeOf(CURLcode result)
     return Win32ErrorOf(result, m_phase == Phase::Connected, m_errorText.data());
 }
 
-/// A proxy that makes no tunnel to the server answers in its place. curl keeps the status of that answer.
+/// Takes the status of a proxy that refuses the tunnel as the reply's. curl keeps that status.
 bool Transfer::TakeProxyRefusal()
 {
     constexpr long kFirstRefusal = 300;
@@ -364,13 +364,13 @@ void Transfer::ResumeSending()
     }
 }
 
-/// Lets curl go on in the directions that are not paused. Bytes that curl kept back come out of this call.
+/// Lets curl go on in the directions that are not paused. curl delivers bytes that it kept back during this call.
 void Transfer::Resume()
 {
     curl_easy_pause(m_easy.get(), (m_sendPaused ? CURLPAUSE_SEND : 0) | (m_receivePaused ? CURLPAUSE_RECV : 0));
 }
 
-/// Ends the exchange, once, and gives the connection back. One in the middle of something is closed by curl.
+/// Ends the exchange, once, and returns the connection. curl closes one that is in the middle of a message.
 void Transfer::Finish(DWORD error) noexcept
 {
     if (m_phase == Phase::Over)
@@ -385,20 +385,20 @@ void Transfer::Finish(DWORD error) noexcept
     m_connection.reset();
 }
 
-/// Whether curl has taken all that was given out.
+/// Whether curl has taken all bytes that were handed to it.
 bool Transfer::IsHandedOver() const noexcept
 {
     return m_outgoing[0].empty() && m_outgoing[1].empty();
 }
 
-/// Whether a final reply came that makes the rest of the body pointless; curl sends no more of it then.
+/// Whether a final reply refuses the rest of the body; curl then stops sending it.
 bool Transfer::RefusesBody() const noexcept
 {
     constexpr long kFirstRefusal = 300;
     return m_head && (m_head->status >= kFirstRefusal || m_phase == Phase::Over);
 }
 
-/// Whether all bytes that the reply announced are here.
+/// Whether the announced length of the reply has arrived.
 bool Transfer::IsReplyComplete() const noexcept
 {
     return m_head && m_head->contentLength && m_replyReceived >= *m_head->contentLength;

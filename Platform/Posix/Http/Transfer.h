@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// One exchange with a server over a pooled connection, driven by whoever calls: each operation runs the curl handle until what
-/// it waits for has happened, and no longer.
+/// One exchange with a server over a pooled connection. It has no thread of its own: each operation drives the curl handle only until what
+/// it waits for has happened.
 
 #include "../Secret.h"
 #include "../WinHttp.h"
@@ -25,7 +25,7 @@ struct TransferRequest
     SecretText url;
     std::string verb;
     std::vector<SecretText> headerLines;
-    SecretText cookies;                      ///< "name=value; name=value", beside those that the server has set
+    SecretText cookies;                      ///< "name=value; name=value", in addition to those that the server has set
     std::optional<std::uint64_t> bodyLength; ///< none: the request has no body and states no length
     int connectTimeout = 0;                  ///< milliseconds from the start to a connection, 0: no limit
     std::string certificateFile;             ///< empty: the system's
@@ -48,20 +48,20 @@ public:
     /// Connects and hands over the headers and the first bytes of the body.
     DWORD Start(std::string_view body, int timeout);
 
-    /// Hands over bytes of the body; short writes go out together, the last one with all that is left. Bytes that the server no longer
-    /// waits for, because it has refused already, count as handed over: its reply tells the rest.
+    /// Sends bytes of the body. Short writes are collected; the last write sends all that is left. If the server has already refused the
+    /// request, the bytes count as sent: its reply gives the reason.
     DWORD Write(std::string_view bytes, int timeout);
 
     /// Waits for the headers of the final reply.
     DWORD AwaitHead(int timeout);
 
-    /// Waits until bytes of the reply's body are here (`Buffered`) or it is over.
+    /// Waits until bytes of the reply's body are available (`Buffered`) or the reply has ended.
     DWORD AwaitBody(int timeout);
 
-    /// What `AwaitHead` has waited for.
+    /// The headers of the reply, after `AwaitHead`.
     const ReplyHead& Head() const noexcept { return *m_head; }
 
-    /// Bytes of the announced body that were not handed over yet.
+    /// Bytes of the announced body that were not written yet.
     std::uint64_t BodyLeft() const noexcept { return m_bodyLeft; }
 
     std::size_t Buffered() const noexcept { return m_reply.size() - m_replyRead; }
@@ -112,19 +112,19 @@ private:
     Interruption& m_interruption;
     std::array<char, CURL_ERROR_SIZE> m_errorText = {};
     std::unique_ptr<curl_slist, ListCleanup> m_headerLines;
-    std::unique_ptr<CURL, EasyCleanup> m_easy; // goes before what it uses
+    std::unique_ptr<CURL, EasyCleanup> m_easy; // destroyed before what it uses
 
     Phase m_phase = Phase::Connecting;
     DWORD m_error = ERROR_SUCCESS;
 
-    // The way there.
+    // Sending.
     const bool m_isRepeatable;
-    std::array<std::string_view, 2> m_outgoing; // given out, not taken by curl yet: what was collected, and the last write
-    SecretText m_collected;                     // written, not given out yet
+    std::array<std::string_view, 2> m_outgoing; // handed to curl, but not taken yet: the collected bytes, and the last write
+    SecretText m_collected;                     // written, but not yet handed to curl
     bool m_sendPaused = false;
     std::uint64_t m_bodyLeft = 0;
 
-    // The way back.
+    // Receiving.
     std::optional<ReplyHead> m_head;
     std::size_t m_headerBytes = 0;
     bool m_receivePaused = false;

@@ -11,7 +11,7 @@
 namespace
 {
 
-// An operation between two requests has none to close: it is tried again.
+// Between two requests of an operation there is no handle to close: try again after this time.
 constexpr std::chrono::milliseconds kBetweenTries{50};
 
 DWORD Milliseconds(std::chrono::milliseconds duration)

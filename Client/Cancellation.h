@@ -15,13 +15,13 @@
 class Client;
 class IQuendraHttpAPI;
 
-/// While it lives, Ctrl-C does not end the program: it signals the cancel event, and closes the request of an operation that does
-/// not heed it in time.
+/// While it exists, Ctrl-C does not end the program: it signals the cancel event, and closes the request of an operation that does not end
+/// in time.
 class Cancellation
 {
 public:
-    /// @param key    what `CloseRequestHandle` takes for the operation: its server path, or "/notifs".
-    /// @param grace  how long the operation has to end by the event alone.
+    /// @param key    names the operation for `CloseRequestHandle`: its server path, or "/notifs".
+    /// @param grace  how long the operation may take to end after the event.
     /// @throws ProgramError
     Cancellation(const Client& client, std::wstring key, std::chrono::milliseconds grace);
     ~Cancellation();
@@ -52,5 +52,5 @@ private:
     EventHandle m_finished;
     CancelEvent m_event;
     std::atomic<bool> m_isRequested = false;
-    std::unique_ptr<System::InterruptWatch> m_watch; // its end waits for a call that runs
+    std::unique_ptr<System::InterruptWatch> m_watch; // its destructor waits for a running call
 };

@@ -1,4 +1,4 @@
-// An upload in chunks, and the commands that look after one:
+// An upload in chunks, and the commands that manage one:
 //
 //        put                    put --resume
 //         |                          |
@@ -30,7 +30,7 @@
 namespace
 {
 
-// What the server tells of an upload; it may leave either out.
+// The server's report on an upload; it may omit either value.
 struct UploadState
 {
     std::optional<std::int64_t> offset;
@@ -75,7 +75,7 @@ public:
 
     void Run()
     {
-        // Whoever has to resume needs it, so it comes before anything can go wrong; the result has it too.
+        // Print the identifier before anything can fail: it is needed to resume. The result contains it, too.
         const std::string idLine = "Upload id: " + m_idText;
         if (m_client.PrintsJson())
             m_client.Note(idLine);
@@ -100,14 +100,14 @@ private:
         return offset;
     }
 
-    // Ends with the server's record of the whole file.
+    // Returns the server's record of the whole file.
     std::shared_ptr<IServerAttributes> SendChunks()
     {
         const auto size = static_cast<std::uint64_t>(m_file.facts.size);
         const auto progress = std::make_shared<Progress>(m_client, m_file.name, size, static_cast<std::uint64_t>(m_offset));
         const Cancellation cancellation(m_client, m_target, kTransferGrace);
         std::shared_ptr<IServerAttributes> item;
-        // A file of no bytes is one chunk of none.
+        // An empty file is sent as one empty chunk.
         do
         {
             item = SendChunk(cancellation, progress);
@@ -126,7 +126,7 @@ private:
         if (code != Result::Success)
         {
             progress->Finish();
-            // The server keeps the bytes, but goes on refusing to end the upload here.
+            // The server keeps the bytes, but refuses to complete the upload at this path.
             if (code == Result::Conflict && !cancellation.IsRequested())
                 m_client.Note("quendra: to finish it under another path: quendra upload-complete " + System::ShellWord(ToNarrow(m_target)) +
                               " NEWPATH " + m_idText);

@@ -34,7 +34,7 @@ void Client::Connect(bool withToken)
     else
         throw UsageError("no server is named: use --server URL, or log in first: quendra --server URL login USER");
 
-    // Whoever saved a session named the server then, and was told.
+    // A saved session needs no warning: `login` printed it.
     if (m_options.server && !m_server.secure && !m_server.IsThisMachine())
         Note("quendra: warning: http:// protects neither passwords nor files on the way to " + m_server.host + "; use https://");
 

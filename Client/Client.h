@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What a command works with: the library's interface, the options and the places to print to.
+/// What every command uses: the library's interface, the options and the output streams.
 
 #include "CommandLine.h"
 #include "ServerAddress.h"
@@ -19,13 +19,13 @@ class IQuendraHttpAPI;
 class Client
 {
 public:
-    /// @param answers  hears what the server answers; all three must outlive the client.
+    /// @param answers  records the server's answers; all three must outlive the client.
     Client(const Options& options, const Surroundings& surroundings, const AnswerReader& answers)
         : m_options(options), m_surroundings(surroundings), m_answers(answers)
     {
     }
 
-    /// Makes the library's instance and tells it server, device and, for `withToken`, the session.
+    /// Creates the library's instance and sets server, device and, for `withToken`, the session.
     /// @throws UsageError where no server is named, OperationFailed, ProgramError
     void Connect(bool withToken);
 
@@ -33,17 +33,17 @@ public:
     [[nodiscard]] bool KnowsServer() const;
     [[nodiscard]] bool IsConnected() const { return m_api != nullptr; }
 
-    /// The library; there once `Connect` returned.
+    /// The library; valid once `Connect` has returned.
     [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
     [[nodiscard]] const ServerAddress& Server() const { return m_server; }
     [[nodiscard]] const Surroundings& Around() const { return m_surroundings; }
 
-    /// Whether somebody looks on, and wants to know how far things are.
+    /// Whether to show progress: standard error is a terminal, and neither `--quiet` nor `--json` is given.
     [[nodiscard]] bool ShowsProgress() const;
 
     [[nodiscard]] bool PrintsJson() const { return m_options.json; }
 
-    /// Prints a result: the document with `--json`, else the text, which has its line ends.
+    /// Prints a result: the document with `--json`, else the text, which includes its line ends.
     void Print(const Json::Value& document, const std::string& text) const;
 
     /// Prints a line for people on standard error.
@@ -52,7 +52,7 @@ public:
     /// What the server answered to the last operation.
     [[nodiscard]] ServerAnswer Answer() const { return m_answers.Answer(); }
 
-    /// Reports the operation that failed last, in both forms that there are.
+    /// Reports the last failed operation, as text and as JSON.
     void ReportFailure(const std::string& operation, ResultCode code, const std::string& advice) const;
 
 private:

@@ -17,7 +17,7 @@
 namespace
 {
 
-// A server path with the slash before it that the server wants and without the one behind it.
+// A server path with a leading slash, which the server requires, and without a trailing one.
 std::wstring ServerPath(const std::string& text)
 {
     std::wstring path = ToWide(text);
@@ -28,7 +28,7 @@ std::wstring ServerPath(const std::string& text)
     return path;
 }
 
-// As `ServerPath`, but a slash behind it says that a folder is meant.
+// As `ServerPath`, but a trailing slash is kept: it marks a folder.
 std::wstring ServerTarget(const std::string& text)
 {
     std::wstring path = ServerPath(text);
@@ -64,13 +64,13 @@ GUID IdentifierArgument(const std::string& text)
     return *id;
 }
 
-// What stands below a command's own options.
+// The text below a command's options in the help.
 std::string Footer(const std::string& examples)
 {
     return "'quendra --help' lists the options that every command has.\n\nExamples:\n" + examples;
 }
 
-// A path behind `--to` would be one more recipient: it was meant for the list before it.
+// A path after `--to` would be read as another recipient, but belongs to the list before `--to`.
 std::wstring Recipient(const std::string& text)
 {
     if (text.starts_with('/'))
@@ -78,7 +78,7 @@ std::wstring Recipient(const std::string& text)
     return ToWide(text);
 }
 
-// A command while its arguments are read. The closures that fill it keep it alive.
+// A command while its arguments are parsed. The closures that fill it keep it alive.
 template <typename Type> class CommandBuilder
 {
 public:
@@ -91,7 +91,7 @@ public:
         m_app->callback([command = m_command, &chosen] { chosen = *command; });
     }
 
-    // An argument without a name of its own.
+    // A positional argument.
     template <typename Member, typename Convert>
     CommandBuilder& Positional(const std::string& name, Member Type::*member, Convert convert, const std::string& description)
     {
@@ -119,7 +119,7 @@ public:
                 throw UsageError(name + " cannot be " + std::to_string(value));
             command.get()->*member = value;
         };
-        // Its own description would stand in the help.
+        // Without the validator's own description, which would appear in the help.
         CLI::Validator size = CLI::AsSizeValue(false);
         size.description("");
         return m_app->add_option_function<std::uint64_t>(name, take, description + ", in bytes or like 8MB")
@@ -154,7 +154,7 @@ private:
 const auto kText = [](const std::string& text) { return ToWide(text); };
 const auto kNarrow = [](const std::string& text) { return text; };
 
-// Names the part of the help that the commands added since the last call stand in.
+// Sets the help section of the commands added since the last call.
 void GroupNewCommands(CLI::App& app, const std::string& title)
 {
     const auto isNew = [](const CLI::App* command) { return command->get_group() == "Subcommands"; };
@@ -314,7 +314,7 @@ void AddOptions(CLI::App& app, Options& options)
     app.add_flag("--quiet", options.quiet, "neither progress bar nor what is waited for");
 }
 
-// The options of the program, then those of each command.
+// The options of the program, followed by those of each command.
 std::vector<CommandWords> AllWords(CLI::App& app)
 {
     std::vector<CommandWords> all;
@@ -331,7 +331,7 @@ std::vector<CommandWords> AllWords(CLI::App& app)
     return all;
 }
 
-// It needs neither library nor server: what it prints is a kind of help.
+// Needs neither library nor server: the output is handled like help.
 void AddCompletion(CLI::App& app)
 {
     CLI::App* completion = app.add_subcommand("completion", "Print a script that completes commands in a shell");
@@ -363,7 +363,7 @@ void AddEnvironment(Options& options, const EnvironmentLookup& environment)
         options.token = lookUp("QUENDRA_TOKEN");
 }
 
-// What to say of a line that names no command.
+// The message for a command line without a command.
 std::string WithoutCommand(const CLI::App& app)
 {
     for (const auto& word : app.remaining())
@@ -377,7 +377,7 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments, const Environme
 {
     CommandLine line;
     CLI::App app("The command line of the QuendraHttp library: one command for each operation.\n", "quendra");
-    // Server paths begin with a slash: they are no options, on Windows neither.
+    // Server paths begin with a slash: they are not options, even on Windows.
     app.allow_windows_style_options(false);
     app.require_subcommand(1);
     app.set_version_flag("--version", "quendra " QUENDRA_VERSION, "Print the version and exit");

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// The program's arguments, read.
+/// Parses the program's arguments.
 
 #include "Commands.h"
 #include "ServerAddress.h"
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-/// What every command takes.
+/// The options of every command.
 struct Options
 {
     std::optional<ServerText> server;
@@ -29,7 +29,7 @@ struct CommandLine
     Command::Any command;
 };
 
-/// The user asked for help, or something like it, instead of a command.
+/// The user asked for help or similar output instead of a command.
 struct HelpRequest
 {
     std::string text;

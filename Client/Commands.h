@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// The commands as the command line names them, each with its arguments, and what each does. Server paths and names are as the
-/// library takes them; local paths are as the user wrote them.
+/// The commands of the command line, each with its arguments and its action. Server paths and names are in the library's form; local paths
+/// are as the user wrote them.
 
 #include "AttributeTime.h"
 
@@ -156,7 +156,7 @@ struct WipeAcknowledgement
 using Any = std::variant<Handshake, Version, Doctor, Register, Login, Logout, List, Stat, MakeFolder, Touch, Remove, Move, Get, Put,
                          UploadStatus, UploadCancel, UploadComplete, Changes, Mappings, Share, Audit, WipeAcknowledgement>;
 
-// Each runs its command to the end and prints its result. A failure leaves as one of the exceptions of `Failures.h`.
+// Each runs its command to the end and prints its result. A failure is thrown as one of the exceptions of `Failures.h`.
 
 void Execute(Client& client, const Handshake& command);
 void Execute(Client& client, const Version& command);

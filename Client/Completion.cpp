@@ -11,7 +11,7 @@ std::string Joined(const std::vector<std::string>& words)
     return text;
 }
 
-// Before the words of the commands, and behind them.
+// The script before and after the command's words.
 constexpr const char* kHead = R"bash(# Completion of quendra's commands for bash:  source <(quendra completion bash)
 
 # The items of the server's folder that a path has come to.

@@ -1,5 +1,5 @@
-// What a supporter asks first: the library and its settings, then the road to the server, step by step, each shown when it is done.
-// A step that fails says what was tried and what to try next; those that lie behind it are still tried, where they can be.
+// Prints the library and its settings, then checks the connection to the server, step by step, and prints each step when it is done. A
+// failed step says what was tried and what to try next; later steps are still tried where possible.
 //
 //     proxy -> name -> connection -> TLS -> certificate -> clock -> handshake
 
@@ -25,15 +25,15 @@ namespace
 {
 
 constexpr const char* kEndpoints = "/endpoints";
-// A clock that is off by more spoils certificates and the times of items.
+// A larger clock difference invalidates certificates and falsifies the times of items.
 constexpr std::int64_t kLargestClockDifference = 300;
 
 struct Step
 {
     const char* name;
     bool isGood = true;
-    std::vector<std::string> lines{}; // printable, the first one sums up
-    std::string next{};               // what to try, where it failed
+    std::vector<std::string> lines{}; // printable, the first one is the summary
+    std::string next{};               // what to try if the step failed
     Json::Value details{};
 
     void Fail(const std::string& line, const std::string& advice)
@@ -62,7 +62,7 @@ public:
             End(step);
             return Report();
         }
-        // The least that shows a library behind the interface.
+        // The simplest call that shows that the library works.
         Check("ReservedNoOp", m_client.Api().ReservedNoOp());
         const Probe::ProxySetting proxy = CheckProxy();
         CheckName(proxy);
@@ -106,7 +106,7 @@ private:
         AddFact("platform", "Platform", Probe::Platform());
         if (m_client.IsConnected())
             AddFact("server", "Server", Server().Text());
-        // Whose session it is, is nobody else's business.
+        // Whether the session is for this server; user and token are private.
         AddFact("session", "Session", SessionText(SessionFilePath(around)));
     }
 
@@ -328,14 +328,14 @@ private:
         return first != std::string::npos && reply.body[first] == '<';
     }
 
-    // Who seems to have answered in the server's place, and how; empty where nothing tells.
+    // Which host seems to have answered instead of the server, and how; empty if unknown.
     static std::string Answerer(const Probe::Reply& reply)
     {
         if (reply.status == 511)
             return "HTTP 511: the network wants a login before it lets requests through";
         if (IsRedirect(reply))
         {
-            // What lies behind the path may be secret.
+            // The query may contain secrets.
             const std::string target = reply.location.substr(0, reply.location.find_first_of("?#"));
             return "HTTP " + std::to_string(reply.status) + ": a redirect" +
                    (target.empty() ? " that does not say where to" : " to " + Printable(std::string_view(target)));
@@ -345,7 +345,7 @@ private:
         return {};
     }
 
-    // What to do where the handshake failed: the library takes a list of versions that it cannot get for an empty one.
+    // What to do if the handshake failed: the library treats a list of versions that it cannot read as empty.
     [[nodiscard]] std::string AdviceOn(const Probe::Reply& reply, ResultCode code, bool areVersionsOffered) const
     {
         if (reply.status == 511)
@@ -365,7 +365,7 @@ private:
         return "is this the right server? Its " + std::string(kEndpoints) + " lists no versions";
     }
 
-    // The versions that the server offers, in words and as it says it.
+    // The versions that the server offers, as text and as the server states them.
     static std::pair<std::vector<std::string>, Json::Value> EndpointsOf(const std::string& body)
     {
         const Json::Value root = ParseJsonObject(body).value_or(Json::Value());

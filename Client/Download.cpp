@@ -1,5 +1,5 @@
-// get: a whole file or a delta is received beside its target, looked at, and takes the target's place; a range is written into the
-// local file.
+// get: a whole file or a delta is received beside its target, checked, and then replaces the target; a range is written into the local
+// file.
 //
 //     look at the item --> receive the part file --> its length --> its time --> rename
 //                                  |                     |
@@ -47,7 +47,7 @@ public:
     {
         const auto progress = std::make_shared<Progress>(m_client, LeafName(m_command.path), Total());
         ItemPtr item = IsRange() ? GetRange(progress) : GetWhole(progress);
-        // Where the server's kind of session lets the library spare a request, the result is the record that was passed in.
+        // With some kinds of session the library makes no request and returns the record that was passed in.
         if (item == m_known && m_command.revision.empty())
             item->SetRevision(m_knownRevision);
         m_client.Print(ItemResult(item), "Downloaded " + Printable(m_command.path) + " to " + Printable(m_shown) + " (" +
@@ -59,7 +59,7 @@ private:
     [[nodiscard]] bool IsDelta() const { return !m_command.signature.empty(); }
     [[nodiscard]] const char* Operation() const { return IsRange() ? "DownloadData" : "DownloadFile"; }
 
-    // What becomes of the reply depends on what the item is.
+    // The kind of the item decides how the reply is stored.
     void Look()
     {
         Check("GetPathAttributes", m_client.Api().GetPathAttributes(m_command.path, m_known));
@@ -74,7 +74,7 @@ private:
         m_known->SetRevision(m_command.revision);
     }
 
-    // A local folder stands for a file of the item's name in it.
+    // If the target is a local folder, the file gets the item's name in it.
     void ChooseTarget()
     {
         m_local = System::LocalPath(m_command.local);
@@ -93,7 +93,7 @@ private:
         m_skip = m_command.skip.value_or(0);
         const std::uint64_t rest = m_size ? *m_size - std::min(*m_size, m_skip) : kLargest - m_skip;
         m_count = m_command.count.value_or(rest);
-        // A range at a multiple of 4 GiB would empty the local file: it is asked for with the byte before it.
+        // A range that starts at a multiple of 4 GiB would empty the local file: request it with the preceding byte.
         if (m_skip != 0 && (m_skip & 0xFFFFFFFF) == 0)
         {
             --m_skip;
@@ -101,7 +101,7 @@ private:
         }
     }
 
-    // How many bytes will come, where that is known.
+    // The number of bytes to expect, if known.
     [[nodiscard]] std::optional<std::uint64_t> Total() const
     {
         if (IsDelta())
@@ -147,7 +147,7 @@ private:
         return item;
     }
 
-    // Runs the operation; one that Ctrl-C ended counts as cancelled.
+    // Runs the operation. If Ctrl-C ended it, the result is "cancelled".
     template <typename Call> ResultCode Transfer(const std::shared_ptr<Progress>& progress, const Call& call)
     {
         const Cancellation cancellation(m_client, m_command.path, kTransferGrace);
@@ -158,7 +158,7 @@ private:
 
     static bool CanGoOn(ResultCode code) { return code == Result::Cancelled || IsConnectionFailure(code); }
 
-    // Not every reply says how long it is, and a gateway's page has the status of a good one.
+    // Not every reply states its length, and an error page from a gateway can have status 200.
     void CheckLength(std::uint64_t received) const
     {
         const auto total = Total();
@@ -168,7 +168,7 @@ private:
                            std::to_string(*total) + ": the reply was cut, it is not the server's, or the item has changed meanwhile");
     }
 
-    // The one that the reply was of: the rest of another one does not belong to it.
+    // The revision of the reply: only the rest of that revision may be appended.
     [[nodiscard]] const std::string& Revision() const { return m_command.revision.empty() ? m_knownRevision : m_command.revision; }
 
     static std::string Word(const std::wstring& text) { return System::ShellWord(ToNarrow(text)); }
@@ -187,7 +187,7 @@ private:
     Client& m_client;
     const Command::Get& m_command;
     std::wstring m_shown; // the target as the user can write it
-    std::wstring m_local; // and as the library takes it
+    std::wstring m_local; // the target as the library takes it
     ItemPtr m_known;
     std::string m_knownRevision;
     std::optional<std::uint64_t> m_size;

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// How a command ends other than well: each exception carries what the user is told.
+/// The ways in which a command fails: each exception carries the message for the user.
 
 #include "QuendraHttp/ResultCodes.h"
 
@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-/// How the program ends.
+/// The program's exit statuses.
 namespace ExitStatus
 {
 inline constexpr int Done = 0;
@@ -18,14 +18,14 @@ inline constexpr int WrongUsage = 2;
 inline constexpr int Interrupted = 130;
 } // namespace ExitStatus
 
-/// The command line makes no sense; nothing was asked of the server.
+/// The command line is invalid; no request was sent.
 class UsageError : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// Something of the program's own went wrong, such as reading a local file.
+/// The program itself failed, for example to read a local file.
 class ProgramError : public std::runtime_error
 {
 public:
@@ -37,7 +37,7 @@ class OperationFailed : public std::exception
 {
 public:
     /// @param operation  its name in `IQuendraHttpAPI`.
-    /// @param advice     what this command knows to say beyond the code's meaning; may be empty.
+    /// @param advice     what this command adds to the code's meaning; may be empty.
     OperationFailed(std::string operation, ResultCode code, std::string advice = {})
         : m_operation(std::move(operation)), m_code(code), m_advice(std::move(advice))
     {
@@ -61,7 +61,7 @@ public:
     [[nodiscard]] const char* what() const noexcept override { return "interrupted"; }
 };
 
-/// What was looked at is not in order; the report says it all.
+/// A check failed; the report has all details.
 class ChecksFailed : public std::exception
 {
 public:

@@ -39,7 +39,7 @@ constexpr const wchar_t* kFeedKey = L"/notifs";
 constexpr ResultCode kTimeout = 12002;
 constexpr std::chrono::milliseconds kFirstPause = 1s;
 constexpr std::chrono::milliseconds kLongestPause = 60s;
-// A server that answers sooner than this without news does not wait for changes: it is not asked in a tight loop.
+// A server that answers sooner than this without news does not wait for changes: pause, to avoid a busy loop.
 constexpr std::chrono::milliseconds kShortestPoll = 1s;
 
 std::string TypeName(NotificationType type)
@@ -84,7 +84,7 @@ ResultCode WaitForChanges(const Client& client, Actions& actions)
     return code;
 }
 
-// Whether a failure can pass without anybody's doing.
+// Whether a failure may go away by itself.
 bool MayPass(ResultCode code)
 {
     const bool isBusyServer = code >= Result::RefusalBase + 500 && code <= Result::RefusalBase + 599;
@@ -109,7 +109,7 @@ public:
             if (m_cancellation.IsRequested())
                 return;
             const bool wasLong = std::chrono::steady_clock::now() - began >= kShortestPoll;
-            // A feed without news may well end by a time-out.
+            // A feed without news may end with a time-out.
             if (code == Result::Success || (code == kTimeout && wasLong))
             {
                 m_pause = kFirstPause;

@@ -69,7 +69,7 @@ std::shared_ptr<IServerAttributes> CurrentAttributes(const Client& client, const
     return item;
 }
 
-// A folder is deleted with all that is in it: that has to be meant.
+// Deleting a folder deletes its content, so the user must ask for that.
 void RequireEmpty(const Client& client, const std::wstring& path)
 {
     const auto item = CurrentAttributes(client, path);
@@ -82,8 +82,8 @@ void RequireEmpty(const Client& client, const std::wstring& path)
         throw ProgramError(Printable(path) + " is a folder that is not empty: --recursive deletes it with all that is in it");
 }
 
-// The library takes a path apart at a backslash first. Where both then seem to be in one folder, it sends the server only what is
-// behind the backslash, which names another item.
+// The library splits a path at a backslash first. If both paths then seem to be in the same folder, it sends the server only the part after
+// the backslash, which names a different item.
 void RequireSafeNames(const std::wstring& source, const std::wstring& target)
 {
     if (source.find(L'\\') == std::wstring::npos && target.find(L'\\') == std::wstring::npos)
@@ -159,7 +159,7 @@ void Execute(Client& client, const Remove& command)
 
 void Execute(Client& client, const Move& command)
 {
-    // A folder's new spelling finds the folder itself on a server that ignores case.
+    // Changing only the case of a folder's name: a server that ignores case finds the folder itself at the target.
     const bool isOtherPath = !EqualIgnoringCase(command.source, command.target);
     const std::wstring target = isOtherPath ? TargetIn(client, command.target, LeafName(command.source)) : command.target;
     RequireSafeNames(command.source, target);

@@ -32,7 +32,7 @@ Json::Value ItemDocument(const std::shared_ptr<IServerAttributes>& item)
     document["attributes"] = item->HasAttributes() ? Json::Value(item->GetAttributes()) : Json::Value();
     document["readOnly"] = item->IsReadOnly();
     document["folderReadOnly"] = item->IsFolderReadOnly();
-    // The record keeps whatever bytes the server sent.
+    // The revision has the bytes that the server sent, which may be invalid UTF-8.
     document["revision"] = JsonText(ToWide(item->GetRevision()));
     return document;
 }
@@ -67,7 +67,7 @@ std::wstring TargetIn(const Client& client, const std::wstring& target, const st
     const ResultCode code = client.Api().GetPathAttributes(target, item);
     if (code == Result::Success)
         return IsDirectory(*item) ? target + L'/' + name : target;
-    // What is refused for the path's own sake, or cannot be described, is no folder to put something into.
+    // If the server refuses the path, or cannot describe it, it is not a folder to put something into.
     const std::uint32_t status = client.Answer().status;
     const bool isAboutPath = status == 400 || (status >= 403 && status <= 406) || status == 409 || status == 410;
     if (!isAboutPath && code != Result::InvalidData)

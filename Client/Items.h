@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Items of the server as documents and as text.
+/// Items of the server as JSON and as text.
 
 #include <json/json.h>
 
@@ -11,7 +11,7 @@
 class Client;
 class IServerAttributes;
 
-/// An item as JSON: unset values, and an item that there is none of, are null.
+/// An item as JSON: unset values, and a missing item, are null.
 [[nodiscard]] Json::Value ItemDocument(const std::shared_ptr<IServerAttributes>& item);
 
 /// `{"item":ITEM}`
@@ -22,12 +22,12 @@ class IServerAttributes;
 /// The item's size for people; `-` where it has none.
 [[nodiscard]] std::string SizeText(const IServerAttributes& item);
 
-/// `, revision 7`; empty where the item has none or there is no item.
+/// `, revision 7`; empty if the item has none or is missing.
 [[nodiscard]] std::string RevisionNote(const std::shared_ptr<IServerAttributes>& item);
 
-/// Where something comes to that goes to a target: a folder, or a path with a slash behind it, gets the name.
-/// @throws OperationFailed where it cannot be found out what the target is.
+/// The final path for a target: if the target is a folder, or has a trailing slash, the name is appended.
+/// @throws OperationFailed if the kind of the target cannot be determined.
 [[nodiscard]] std::wstring TargetIn(const Client& client, const std::wstring& target, const std::wstring& name);
 
-/// A record that names nothing but a revision.
+/// A record with only a revision.
 [[nodiscard]] std::shared_ptr<IServerAttributes> RevisionOnly(const std::string& revision);

@@ -15,7 +15,7 @@ namespace
 {
 
 constexpr int kMostParts = 100;
-// File systems take names of 255 bytes: of a longer one the part has none of it.
+// File systems limit names to 255 bytes: the part file of a longer name does not contain it.
 constexpr std::size_t kLongestName = 200;
 
 std::wstring PartName(const std::filesystem::path& target, int number)

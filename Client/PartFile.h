@@ -1,20 +1,19 @@
 #pragma once
 
 /// @file
-/// A file while it is received: what it will replace stays as it is until the new one is whole.
+/// A file while it is received: the target is unchanged until the new file is complete.
 
 #include <cstdint>
 #include <string>
 
-/// A file beside its target, with `.part` behind the target's name. It is removed where it is neither put in the target's place nor
-/// kept.
+/// A file beside its target, with `.part` appended to the target's name. It is removed unless it replaces the target or is kept.
 class PartFile
 {
 public:
-    /// Makes the file, empty. A target that is a link stands for what it leads to.
+    /// Creates an empty file. If the target is a link, the file that it leads to is the target.
     /// @param target  as the library takes it.
     /// @param shown   the target as the user wrote it.
-    /// @throws ProgramError where it cannot be made, or the target is no regular file that may be replaced.
+    /// @throws ProgramError if it cannot be created, or the target is not a regular file that may be replaced.
     PartFile(std::wstring target, std::wstring shown);
     ~PartFile();
 
@@ -31,7 +30,7 @@ public:
 
     void Keep() { m_isKept = true; }
 
-    /// Puts the file in the target's place, in one step.
+    /// Replaces the target with the file, atomically.
     /// @throws ProgramError where that fails; the file is kept then.
     void ReplaceTarget();
 

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What the system tells of the road to a server. `Posix/` and `Windows/` each have their version. Narrow text is UTF-8.
+/// Details of the connection to a server. `Posix/` and `Windows/` each have their version. Narrow text is UTF-8.
 
 #include <cstdint>
 #include <string>
@@ -19,7 +19,7 @@ namespace Probe
 struct Resolution
 {
     std::vector<std::string> addresses;
-    std::string problem; ///< why there are none.
+    std::string problem; ///< why there are no addresses.
 };
 
 /// @param host  an IPv6 address in brackets.
@@ -27,11 +27,11 @@ struct Resolution
 
 struct ProxySetting
 {
-    std::string proxy; ///< without a user's name and password; empty where requests to the server go straight to it.
+    std::string proxy; ///< without user name and password; empty if requests to the server use no proxy.
     std::string source;
 };
 
-/// The proxy that the library's transport takes to a server.
+/// The proxy that the library's transport uses for a server.
 [[nodiscard]] ProxySetting ProxyFor(const ServerAddress& server);
 
 enum class Trouble
@@ -54,7 +54,7 @@ struct Certificate
 {
     std::string subject;
     std::string issuer;
-    std::string names;     ///< the servers that it is for.
+    std::string names;     ///< the servers that it is valid for.
     std::string notBefore; ///< 2026-03-01T12:30:15Z
     std::string notAfter;
     std::vector<Problem> problems;
@@ -64,9 +64,9 @@ struct Reply
 {
     std::string failure; ///< why there is no reply; empty where there is one.
     bool isConnected = false;
-    std::string peer; ///< whom the connection leads to; empty where the system does not tell.
+    std::string peer; ///< the connection's remote address; empty if the system does not tell.
 
-    bool isSecure = false; ///< TLS stands. What comes below may be unknown nevertheless.
+    bool isSecure = false; ///< TLS was established. The values below may still be unknown.
     std::string protocol;
     std::string cipher;
     std::vector<Certificate> chain; ///< the server's own first.
@@ -77,7 +77,7 @@ struct Reply
     std::string body;     ///< cut off at 64 KiB.
 };
 
-/// Sends a GET request without a session, as the library would, except that it goes on whatever the server's certificate is like.
+/// Sends a GET request without a session, as the library would, except that it accepts any server certificate.
 [[nodiscard]] Reply Get(const ServerAddress& server, std::string_view path);
 
 inline constexpr std::size_t kLongestBody = 65536;

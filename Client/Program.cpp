@@ -25,7 +25,7 @@
 namespace
 {
 
-// The library between its two exports, and who listens to its events.
+// The library between its two exports, and the sink for its events.
 class Library
 {
 public:
@@ -34,7 +34,7 @@ public:
         if (!traceFile.empty())
             m_trace = OpenTrace(traceFile);
         m_sink = OpenEventSink(kInformational, Eventing::kAnyKeyword, TakeEvent, this);
-        // The program has a copy of its own of what it shares with the library.
+        // The program links its own copy of the code that it shares with the library.
         EventProviderHandle = m_sink;
         Check("Init", static_cast<ResultCode>(m_surroundings.initialiseLibrary(EventProviderHandle)));
     }
@@ -66,7 +66,7 @@ private:
         }
         catch (const std::exception&)
         {
-            // A failure is told with less detail, then.
+            // Failures are then reported with less detail.
         }
     }
 
@@ -75,7 +75,7 @@ private:
         try
         {
             const std::filesystem::path path = System::ToPath(file == "-" ? L"-" : System::LocalPath(ToWide(file)));
-            // It will hold the session token.
+            // The file will contain the session token.
             if (path != "-" && !std::filesystem::exists(path))
                 if (const std::error_code failure = System::WritePrivateFile(path, {}))
                     throw std::system_error(failure);
@@ -101,11 +101,11 @@ template <typename Type> constexpr bool kShakesHandsItself = IsOneOf<Type, Comma
 
 template <typename Type> void Run(Client& client, const Type& command)
 {
-    // Without a server the doctor still tells what is to be told of this machine.
+    // Without a server the doctor still reports on this machine.
     const bool needsServer = !std::same_as<Type, Command::Logout> && (!std::same_as<Type, Command::Doctor> || client.KnowsServer());
     if (needsServer)
         client.Connect(!kWorksWithoutSession<Type>);
-    // The other commands need the endpoints' paths, and a password goes only to a server that has answered as one.
+    // The other commands need the paths of the endpoints, and a password is only sent to a server that completed the handshake.
     if constexpr (!kShakesHandsItself<Type>)
     {
         std::uint32_t serverMode = 0;
@@ -158,7 +158,7 @@ int RunCommand(const CommandLine& line, const Surroundings& surroundings)
 
 int RunProgram(const std::vector<std::string>& arguments, const Surroundings& surroundings)
 {
-    // Known also where the rest of the line makes no sense.
+    // Needed also if the rest of the command line is invalid.
     Options options;
     options.json = std::ranges::find(arguments, "--json") != arguments.end();
     try

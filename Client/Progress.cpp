@@ -59,13 +59,13 @@ std::string TimeLeft(const ProgressState& state)
     return seconds < kLongestWait ? DurationText(static_cast<std::uint64_t>(seconds)) + " left" : std::string();
 }
 
-// Columns that are given away piece by piece, each piece with a space before it.
+// The columns of a line, allotted piece by piece, each piece with a space before it.
 class Room
 {
 public:
     explicit Room(std::size_t columns) : m_left(columns) {}
 
-    // The piece where it fits, else nothing.
+    // Returns the piece if it fits, else nothing.
     std::string Take(const std::string& piece, std::size_t gap)
     {
         const std::size_t width = DisplayWidth(piece) + gap;
@@ -88,13 +88,13 @@ std::string RenderProgress(const ProgressState& state, std::size_t columns)
     const std::string doneText = BinarySize(state.done);
     const std::string rateText = state.bytesPerSecond > 0 ? BinarySize(static_cast<std::uint64_t>(state.bytesPerSecond)) + "/s" : "";
     Room room(columns);
-    // The order of the calls is that of importance. Fixed widths keep the bar from jumping.
+    // The most important pieces come first. Fixed widths keep the bar from moving.
     const std::string first = room.Take(state.total ? Percent(state.done, *state.total) : AlignRight(doneText, kSizeColumns), 0);
     const std::string left = state.total ? room.Take(AlignRight(TimeLeft(state), kTimeColumns), 2) : "";
     const std::string rate = room.Take(AlignRight(rateText, kRateColumns), 2);
     const std::string sizes = state.total ? room.Take(AlignRight(doneText, kSizeColumns) + " of " + BinarySize(*state.total), 2) : "";
 
-    // A bar is worth more than the end of a long name.
+    // The bar takes precedence over the end of a long name.
     const std::size_t barRoom = state.total ? kShortestBar + 1 : 0;
     const std::size_t reserved = room.Left() >= barRoom + kShortestLabel + 2 ? barRoom + 2 : 2;
     std::string label;
@@ -114,7 +114,7 @@ std::string RenderProgress(const ProgressState& state, std::size_t columns)
 
 void RateMeter::Add(Clock::time_point now, std::uint64_t position)
 {
-    // The newest sample moves on until it is far enough from the one before it.
+    // Move the newest sample until it is far enough from the one before it.
     if (m_samples.size() > 1 && now - m_samples[m_samples.size() - 2].time < kSampleInterval)
         m_samples.back() = {now, position};
     else
@@ -159,7 +159,7 @@ void Progress::OnBlock(std::uint64_t /*blockSize*/, std::uint64_t position)
     }
     catch (const std::exception&)
     {
-        m_bar = nullptr; // the transfer matters more
+        m_bar = nullptr; // a failure to draw must not fail the transfer
     }
 }
 
@@ -174,7 +174,7 @@ void Progress::Finish() noexcept
     }
     catch (const std::exception&)
     {
-        // There is nobody left to tell.
+        // Standard error failed: nothing can be reported.
     }
     m_bar = nullptr;
 }
@@ -183,7 +183,7 @@ void Progress::Draw(RateMeter::Clock::time_point now)
 {
     m_state.bytesPerSecond = m_rate.BytesPerSecond();
     const unsigned columns = m_columns();
-    // The last column stays free: some terminals begin a new line when it is written.
+    // Leave the last column free: some terminals wrap the line when it is written.
     const std::string line = RenderProgress(m_state, (columns > 0 ? columns : kUsualColumns) - 1);
     const std::size_t width = DisplayWidth(line);
     *m_bar << '\r' << line << std::string(m_lastWidth - std::min(width, m_lastWidth), ' ') << std::flush;

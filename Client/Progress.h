@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// How far a transfer is.
+/// The progress of a transfer.
 
 #include "QuendraHttp/Types.h"
 
@@ -15,16 +15,16 @@
 
 class Client;
 
-/// What a progress line tells.
+/// The content of a progress line.
 struct ProgressState
 {
     std::string label; ///< printable.
     std::uint64_t done = 0;
     std::optional<std::uint64_t> total;
-    double bytesPerSecond = 0; ///< 0 where it is not known yet.
+    double bytesPerSecond = 0; ///< 0 if not known yet.
 };
 
-/// One line of at most so many columns: what does not fit is left out, the least important first.
+/// One line of at most the given columns: what does not fit is omitted, the least important pieces first.
 ///
 ///     film.mkv   45% [=========>           ]    1.2 GiB of 2.6 GiB   35.1 MiB/s   0:41 left
 [[nodiscard]] std::string RenderProgress(const ProgressState& state, std::size_t columns);
@@ -48,8 +48,7 @@ private:
     std::deque<Sample> m_samples;
 };
 
-/// Follows one transfer and, where the user can see it, draws a progress bar. The library calls it on the thread that runs the
-/// operation.
+/// Follows one transfer and draws a progress bar if the user can see it. The library calls it on the thread that runs the operation.
 class Progress final : public IProgressCallback
 {
 public:

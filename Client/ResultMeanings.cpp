@@ -46,7 +46,7 @@ bool IsRefusal(ResultCode code)
     return (code >= Result::RefusalBase && code < 0x80000000) || (code >= 100 && code <= 599);
 }
 
-// Whether a code says that no server was found behind the address. What stands in the way, a check of the whole way shows.
+// Whether a code says that the server could not be reached. `doctor` then finds the cause.
 bool NeedsDoctor(ResultCode code)
 {
     constexpr ResultCode kNoHandshake = 19006;
@@ -84,7 +84,7 @@ std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const st
 
 bool IsConnectionFailure(ResultCode code)
 {
-    // A transport may hand the socket's own error through (10000 to 11999), as Wine's does for a connection that was reset.
+    // A transport may return the socket's own error (10000 to 11999), as Wine does for a connection that was reset.
     return (code >= 10000 && code <= 11999) || (code >= 12001 && code <= 12192);
 }
 
@@ -103,7 +103,7 @@ std::string MeaningOf(ResultCode code)
         return std::string(text);
     if ((code & 0xFFFF0000) == kHResultOfPlatform)
         return MeaningOf(code & 0xFFFF);
-    // Some operations pass a refusal's bare HTTP status.
+    // Some operations return the bare HTTP status of a refusal.
     if (IsRefusal(code))
         return code < Result::RefusalBase ? StatusMeaning(code) : RefusalMeaning(code - Result::RefusalBase);
     if (code >= 12001 && code <= 12192)

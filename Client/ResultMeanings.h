@@ -9,15 +9,15 @@
 
 struct ServerAnswer;
 
-/// What a code means and, where there is something, what to do about it, in one line without parentheses.
+/// The meaning of a code and, if possible, what to do about it, in one line without parentheses.
 [[nodiscard]] std::string MeaningOf(ResultCode code);
 
-/// What a failed operation is told with: the code's meaning, what the server said beyond it, advice, and what to do next.
-/// @param answer  to the operation.
+/// The text for a failed operation: the code's meaning, the server's message, advice, and what to do next.
+/// @param answer  the server's answer to the operation.
 /// @param advice  may be empty.
 [[nodiscard]] std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const std::string& advice = {});
 
-/// Whether a transfer that failed so may go on where it ended: the connection failed, not the server's or this machine's will.
+/// Whether a failed transfer may be resumed: the connection failed, and neither the server nor this machine refused.
 [[nodiscard]] bool IsConnectionFailure(ResultCode code);
 
 /// The code as people look it up: decimal, an HRESULT in hexadecimal.

@@ -1,14 +1,14 @@
 #pragma once
 
 /// @file
-/// The server as the user names it.
+/// The server's address as the user writes it.
 
 #include <compare>
 #include <optional>
 #include <string>
 #include <string_view>
 
-/// One server: what tells two conversations apart.
+/// One server: scheme, host and port.
 struct ServerAddress
 {
     bool secure = false;
@@ -23,11 +23,11 @@ struct ServerAddress
     /// Whether requests stay on this machine.
     [[nodiscard]] bool IsThisMachine() const;
 
-    /// For people: the URL, with the port where it is not the scheme's own.
+    /// For display: the URL, with the port unless it is the scheme's default.
     [[nodiscard]] std::string Text() const;
 };
 
-/// A host as resolvers and certificates have it: an IPv6 address without its brackets.
+/// A host for resolvers and certificates: an IPv6 address without its brackets.
 [[nodiscard]] std::string WithoutBrackets(const std::string& host);
 
 /// A server's text: `https://host`, `http://host` or a host, which means https, each with an optional `:port`.
@@ -44,6 +44,6 @@ struct ServerText
 /// @throws UsageError
 [[nodiscard]] int ParsePort(std::string_view text);
 
-/// The address that a server's text names, with a port that was named elsewhere or, failing that, the scheme's own.
+/// The address in a server's text, with a port that was given separately or else the scheme's default.
 /// @throws UsageError where two different ports are named.
 [[nodiscard]] ServerAddress MakeAddress(const ServerText& text, std::optional<int> port);

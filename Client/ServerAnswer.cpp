@@ -12,14 +12,14 @@
 namespace
 {
 
-// A refusal is short; a listing is no refusal.
+// Refusals are short; longer replies, such as listings, are cut off.
 constexpr std::size_t kLongestReply = 65536;
 constexpr std::size_t kLongestMessage = 300;
 
 constexpr std::string_view kOperations = "CNativeHttp::";
 constexpr std::string_view kReplies = "CNativeHttp::LogResponse";
 
-// What stands behind a prefix.
+// The text after a prefix.
 std::optional<std::string_view> Behind(std::string_view prefix, std::string_view text)
 {
     return text.starts_with(prefix) ? std::optional(text.substr(prefix.size())) : std::nullopt;
@@ -32,7 +32,7 @@ std::uint32_t Number(std::string_view text)
     return number;
 }
 
-// Servers have no common name for it.
+// Servers use different names for the message.
 std::string MessageIn(const std::string& reply)
 {
     constexpr const char* kNames[] = {"message", "errorMessage", "error_description", "description", "detail", "error"};
@@ -86,7 +86,7 @@ void AnswerReader::TakeMessage(std::string_view function, std::string_view messa
     }
     else if (const auto code = Behind("SendRequestGetResponse failed, error code: ", message))
     {
-        // A refused download tells its status in this way.
+        // A refused download reports its status in this event.
         if (const std::uint32_t number = Number(*code); number >= Result::RefusalBase + 100 && number < Result::RefusalBase + 600)
             m_status = number - Result::RefusalBase;
     }

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What the server said last, taken from the library's events: the library hands out a result code only.
+/// The server's last answer, from the library's events: the library returns only a result code.
 
 #include "Eventing/EventSink.h"
 
@@ -13,11 +13,11 @@
 struct ServerAnswer
 {
     std::uint32_t status = 0; ///< the HTTP status of a refusal; 0 where there was none.
-    std::string message;      ///< its own words, printable; empty where the reply had none.
-    std::string redirect;     ///< scheme, host and port that it redirects to, or other words for it, printable; else empty.
+    std::string message;      ///< the server's text, printable; empty if the reply had none.
+    std::string redirect;     ///< scheme, host and port that it redirects to, or a description of the target, printable; else empty.
 };
 
-/// Listens to the events of the thread that made it, and remembers what they tell of the last operation on that thread.
+/// Receives the events of the thread that created it, and keeps what they say about that thread's last operation.
 class AnswerReader
 {
 public:
@@ -30,7 +30,7 @@ private:
 
     std::thread::id m_thread = std::this_thread::get_id();
     unsigned m_depth = 0; // of traced functions
-    std::string m_reply;  // JSON; cut off where it is long
+    std::string m_reply;  // JSON; cut off at a limit
     std::uint32_t m_status = 0;
     std::string m_redirect;
 };

@@ -33,7 +33,7 @@ std::wstring AskForPassword(const Surroundings& around, const std::wstring& user
     return ToWide(line);
 }
 
-// The reply that holds the policy holds the session token too: that is left out.
+// The reply with the policy also contains the session token, which is left out.
 std::string PolicyText(const std::wstring& reply)
 {
     const std::string text = ToNarrow(reply);

@@ -11,21 +11,21 @@
 
 struct Surroundings;
 
-/// A session and the server that it holds for. A token goes to no other server.
+/// A session and its server. The token is sent to no other server.
 struct SavedSession
 {
     ServerAddress server;
     std::string token;
 };
 
-/// `QUENDRA_SESSION`, else `quendra/session.json` in the user's configuration folder; empty where the system names none.
+/// `QUENDRA_SESSION`, else `quendra/session.json` in the user's configuration folder; empty if the system has none.
 [[nodiscard]] std::filesystem::path SessionFilePath(const Surroundings& surroundings);
 
-/// @return nothing where there is no file.
-/// @throws ProgramError for a file that cannot be read or is something else.
+/// @return nothing if there is no file.
+/// @throws ProgramError for a file that cannot be read or is not a session.
 [[nodiscard]] std::optional<SavedSession> LoadSession(const std::filesystem::path& file);
 
-/// Writes the file so that its user alone can read it.
+/// Writes the file so that only its user can read it.
 /// @throws ProgramError
 void SaveSession(const std::filesystem::path& file, const SavedSession& session);
 

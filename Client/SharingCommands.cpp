@@ -85,7 +85,7 @@ void Execute(Client& client, const Mappings& /*command*/)
 {
     std::vector<CMapping*> received;
     const ResultCode code = client.Api().GetRemoteFolderMap(received);
-    // Also what was received before a failure is ours to delete.
+    // Mappings that were received before a failure must be deleted, too.
     const std::vector<std::unique_ptr<CMapping>> mappings(received.begin(), received.end());
     Check("GetRemoteFolderMap", code);
 

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What the program finds around itself. `Main.cpp` fills in the real things; tests bring their own.
+/// The program's environment. `Main.cpp` supplies the real one; tests supply their own.
 
 #include "System.h"
 

@@ -18,12 +18,12 @@ struct Range
     char32_t last;
 };
 
-// Marks that stand on the character before them.
+// Combining marks, which take no column of their own.
 constexpr Range kNoWidth[] = {{0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD}, {0x064B, 0x065F}, {0x0E34, 0x0E3A},
                               {0x0E47, 0x0E4E}, {0x1AB0, 0x1AFF}, {0x1DC0, 0x1DFF}, {0x200B, 0x200D}, {0x20D0, 0x20FF},
                               {0x3099, 0x309A}, {0xFE00, 0xFE0F}, {0xFE20, 0xFE2F}, {0xFEFF, 0xFEFF}, {0xE0100, 0xE01EF}};
 
-// East Asian wide characters and pictures.
+// East Asian wide characters and emoji.
 constexpr Range kWide[] = {{0x1100, 0x115F},   {0x231A, 0x231B},   {0x2E80, 0x303E},   {0x3041, 0x33FF},   {0x3400, 0x4DBF},
                            {0x4E00, 0x9FFF},   {0xA000, 0xA4CF},   {0xA960, 0xA97F},   {0xAC00, 0xD7A3},   {0xF900, 0xFAFF},
                            {0xFE30, 0xFE6F},   {0xFF01, 0xFF60},   {0xFFE0, 0xFFE6},   {0x1F300, 0x1F64F}, {0x1F680, 0x1F6FF},
@@ -35,7 +35,7 @@ template <std::size_t Size> bool IsIn(const Range (&ranges)[Size], char32_t char
                        [character](const Range& range) { return character >= range.first && character <= range.last; });
 }
 
-// Takes one character off the front of a valid UTF-8 text.
+// Takes the first character of a valid UTF-8 text.
 struct Taken
 {
     char32_t character;
@@ -112,7 +112,7 @@ std::string BinarySize(std::uint64_t bytes)
     constexpr const char* kUnits[] = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
     double value = static_cast<double>(bytes) / 1024;
     std::size_t unit = 0;
-    // What would be rounded to 1024.0 belongs to the next unit.
+    // A value that would be rounded to 1024.0 is shown in the next unit.
     while (value >= 1023.95 && unit + 1 < std::size(kUnits))
     {
         value /= 1024;

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-/// Text that somebody else wrote, fit for a terminal: control characters and those that rearrange a line are written as escapes
-/// such as `\n`, `\x1B` and `\u202E`.
+/// Makes foreign text safe for a terminal: control characters and those that reorder a line are written as escapes such as `\n`, `\x1B` and
+/// `\u202E`.
 [[nodiscard]] std::string Printable(std::string_view text);
 [[nodiscard]] std::string Printable(std::wstring_view text);
 

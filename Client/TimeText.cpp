@@ -19,7 +19,7 @@ constexpr Days kEpoch = std::chrono::year{1601} / 1 / 1;
 constexpr std::int64_t kEpochToUnixSeconds = std::chrono::seconds(Days{std::chrono::year{1970} / 1 / 1} - kEpoch).count();
 constexpr std::int64_t kTicksPerSecond = 10'000'000;
 
-// Takes the parts of a time off the front of a text.
+// Takes the parts of a time from the beginning of a text.
 class Scanner
 {
 public:
@@ -46,7 +46,7 @@ public:
         return value;
     }
 
-    // The digits behind a decimal point, as ticks.
+    // The digits after a decimal point, as ticks.
     std::optional<std::int64_t> Fraction()
     {
         const std::size_t digits = CountDigits();
@@ -133,7 +133,7 @@ std::optional<std::int64_t> LocalSeconds(const std::chrono::year_month_day& date
     local.tm_min = time.minute;
     local.tm_sec = time.second;
     local.tm_isdst = -1;
-    local.tm_wday = -1; // stays so where the time cannot be converted: -1 alone is also a valid time
+    local.tm_wday = -1; // stays -1 if the time cannot be converted: the result -1 alone is also a valid time
     const std::time_t seconds = std::mktime(&local);
     if (seconds == -1 && local.tm_wday == -1)
         return std::nullopt;

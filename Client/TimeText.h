@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Times as people write and read them.
+/// Times in the user's notation.
 
 #include "AttributeTime.h"
 
@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-/// Reads a time that the user typed: `now`, `2026-03-01`, `2026-03-01T12:30`, `2026-03-01T12:30:15.250`, with a space instead of
-/// the `T`, in local time, or with a `Z` behind in UTC.
+/// Reads a time that the user typed: `now`, `2026-03-01`, `2026-03-01T12:30`, `2026-03-01T12:30:15.250`, with a space instead of the `T`,
+/// in local time, or in UTC with a trailing `Z`.
 /// @return nothing for another form, an impossible date or one outside the years 1601 to 9999.
 [[nodiscard]] std::optional<CAttributeTime> ParseTime(std::string_view text);
 

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What the transfer commands share.
+/// Functions that the transfer commands share.
 
 #include "Cancellation.h"
 #include "System.h"
@@ -17,26 +17,26 @@ namespace Command
 struct Put;
 }
 
-/// How long a transfer may take to heed the cancel event before its request is closed: it is tested between blocks.
+/// How long a transfer may take to react to the cancel event, which it tests between blocks, before its request is closed.
 inline constexpr std::chrono::milliseconds kTransferGrace{2000};
 
-/// What a local file is before it is sent.
+/// The facts about a local file before it is sent.
 struct LocalFile
 {
     std::wstring path; ///< as the library takes it.
     std::wstring name;
     System::FileFacts facts;
 
-    /// A fresh record of the file: the library replaces the one that it is given.
+    /// A new record of the file: the library replaces the one that it is given.
     [[nodiscard]] std::shared_ptr<IServerAttributes> Attributes(const std::string& revision) const;
 };
 
 /// @param operation  the one that a failure is reported for.
-/// @throws OperationFailed for what cannot be looked at, ProgramError for what is no regular file.
+/// @throws OperationFailed if the file cannot be examined, ProgramError if it is not a regular file.
 [[nodiscard]] LocalFile OpenLocalFile(const char* operation, const std::wstring& argument);
 
-/// @throws OperationFailed for a code other than 0; one that Ctrl-C brought about counts as cancelled. A conflict's advice names
-///         the revision that the server has.
+/// @throws OperationFailed for a code other than 0; a failure caused by Ctrl-C is reported as cancelled. The advice on a conflict names the
+/// server's revision.
 void CheckTransfer(const char* operation, ResultCode code, const Cancellation& cancellation,
                    const std::shared_ptr<IServerAttributes>& attributes);
 

@@ -12,7 +12,7 @@ namespace System
 namespace
 {
 
-// A signal handler is given nothing but the signal's number: this is the pipe's end that it wakes the watching thread through.
+// The write end of the pipe that wakes the watching thread. Global, because a signal handler gets only the signal's number.
 std::atomic<int> wakeDescriptor{-1};
 static_assert(std::atomic<int>::is_always_lock_free);
 

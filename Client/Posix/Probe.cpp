@@ -116,7 +116,7 @@ public:
         Set(CURLOPT_HEADERDATA, static_cast<void*>(this));
         Set(CURLOPT_WRITEFUNCTION, &Request::OnBody);
         Set(CURLOPT_WRITEDATA, static_cast<void*>(this));
-        // The name is looked at with the rest of the certificate.
+        // The name is checked with the rest of the certificate.
         Set(CURLOPT_SSL_VERIFYHOST, 0L);
         Set(CURLOPT_SSL_CTX_FUNCTION, &Request::OnTlsContext);
         Set(CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
@@ -134,7 +134,7 @@ public:
         m_reply.isConnected = address != nullptr && *address != '\0' && code != CURLE_COULDNT_CONNECT;
         if (m_reply.isConnected)
             m_reply.peer = std::string(address) + " port " + std::to_string(port);
-        // A body that is long enough is broken off.
+        // A reply whose body was cut off at the limit is no failure.
         if (code != CURLE_OK && !(code == CURLE_WRITE_ERROR && m_reply.body.size() >= kLongestBody))
             m_reply.failure = m_error.front() != '\0' ? m_error.data() : curl_easy_strerror(code);
         return std::move(m_reply);
@@ -155,7 +155,7 @@ private:
         return CURLE_OK;
     }
 
-    // In place of OpenSSL's own judgement, which ends at the first thing that is wrong.
+    // Replaces OpenSSL's own check, which stops at the first problem.
     static int OnCertificate(X509_STORE_CTX* store, void* self)
     {
         auto& request = *static_cast<Request*>(self);
@@ -200,7 +200,7 @@ private:
 
     void TakeHeader(std::string_view line)
     {
-        // Only while the connection is in use can it be asked for its TLS.
+        // The TLS details are only available while the connection is in use.
         curl_tlssessioninfo* tls = nullptr;
         curl_easy_getinfo(m_curl.get(), CURLINFO_TLS_SSL_PTR, &tls);
         if (tls != nullptr && tls->backend == CURLSSLBACKEND_OPENSSL && tls->internals != nullptr)
@@ -241,7 +241,7 @@ private:
     Curl m_curl;
 };
 
-// Whether a host is among those that the variable exempts: names, each also for what lies below it, or `*`.
+// Whether a host matches the list of exceptions: each entry is a name, which includes its subdomains, or `*`.
 bool IsExempt(std::string_view list, const std::string& host)
 {
     while (!list.empty())
@@ -304,7 +304,7 @@ Resolution Resolve(const std::string& host)
 ProxySetting ProxyFor(const ServerAddress& server)
 {
     std::string variable;
-    // HTTP_PROXY in capitals is none: a CGI program's client could set it.
+    // HTTP_PROXY in capitals is ignored: a CGI program's client could set it.
     const auto proxy = server.secure ? FirstVariable({"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}, variable)
                                      : FirstVariable({"http_proxy", "all_proxy", "ALL_PROXY"}, variable);
     std::string exemptions;

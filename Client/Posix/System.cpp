@@ -47,7 +47,7 @@ private:
     int m_value;
 };
 
-// Switches echoing off. SIGINT interrupts the read instead of ending the program with the terminal left mute.
+// Switches echoing off. SIGINT interrupts the read, so that echoing is switched on again before the program ends.
 class SilentTerminal
 {
 public:
@@ -160,7 +160,7 @@ std::string FileOf(const void* function)
 
 std::filesystem::path ConfigurationFolder()
 {
-    // A relative path in the variable counts as none.
+    // A relative path in the variable is ignored.
     if (const auto folder = Environment("XDG_CONFIG_HOME"); folder && folder->starts_with('/'))
         return *folder;
     if (const auto home = Environment("HOME"); home && !home->empty())
@@ -248,7 +248,7 @@ std::string ShellWord(std::string_view text)
         else
             quoted += character;
     }
-    // The escapes of a line are those of the shell.
+    // Control characters need the shell's $'...' quoting.
     return isPrintable ? "'" + quoted + "'" : "$'" + Printable(std::string_view(quoted)) + "'";
 }
 
@@ -261,7 +261,7 @@ ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)
     facts.isRegular = S_ISREG(found.stx_mode);
     facts.size = static_cast<std::int64_t>(found.stx_size);
     facts.modifiedTicks = ToTicks(found.stx_mtime.tv_sec, found.stx_mtime.tv_nsec);
-    // Not every file system remembers when a file was made.
+    // Not every file system stores the creation time.
     const bool knowsBirth = (found.stx_mask & STATX_BTIME) != 0;
     facts.createdTicks = knowsBirth ? ToTicks(found.stx_btime.tv_sec, found.stx_btime.tv_nsec) : facts.modifiedTicks;
     facts.attributes = facts.isFolder ? FILE_ATTRIBUTE_DIRECTORY : FILE_ATTRIBUTE_NORMAL;
@@ -270,7 +270,7 @@ ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)
 
 ResultCode MakeSuccessor(const std::wstring& path, const std::wstring& other)
 {
-    mode_t rights = 0666; // less what the user's mask takes away
+    mode_t rights = 0666; // without the bits of the user's umask
     std::optional<mode_t> given;
     if (const Descriptor existing(open(ToNarrow(other).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)); existing.Get() >= 0)
     {

@@ -10,8 +10,8 @@ namespace System
 namespace
 {
 
-// The console calls its handlers, on a thread that it makes for it, with nothing but the event's number: here they find the watch.
-// The lock is held while the watch is told, so that its end waits for that.
+// The console calls its handlers on a new thread, with only the event's number, so the watch is global. The lock is held during the
+// callback, so that the watch's destructor waits for it.
 struct Watched
 {
     std::mutex lock;
@@ -29,7 +29,7 @@ BOOL WINAPI OnConsoleEvent(DWORD event)
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
         return FALSE;
     Watched& watched = TheWatched();
-    // A second Ctrl-C finds the lock held or nobody to tell, and goes to the next handler, which ends the program.
+    // A second Ctrl-C finds the lock held or no watch, and goes to the next handler, which ends the program.
     const std::unique_lock lock(watched.lock, std::try_to_lock);
     if (!lock)
         return FALSE;
@@ -46,7 +46,7 @@ public:
     explicit ConsoleWatch(std::function<void()> interrupted)
     {
         TheWatched().interrupted = std::move(interrupted);
-        // A program that was started with Ctrl-C switched off takes it nevertheless, as on the other platforms.
+        // Enables Ctrl-C even if the program was started with it disabled, as on the other platforms.
         SetConsoleCtrlHandler(nullptr, FALSE);
         if (!SetConsoleCtrlHandler(OnConsoleEvent, TRUE))
             throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "Ctrl-C cannot be watched");

@@ -16,10 +16,10 @@
 #include <memory>
 #include <system_error>
 #include <wincrypt.h>
-// What lies below needs the types of <wincrypt.h>.
+// These headers need the types of <wincrypt.h>.
 #include <schannel.h>
 
-// Not in every SDK's header.
+// Missing in some versions of the SDK.
 #if !defined(WINHTTP_OPTION_SECURITY_INFO)
 #define WINHTTP_OPTION_SECURITY_INFO 151
 #endif
@@ -61,7 +61,7 @@ using ChainOwner = std::unique_ptr<const CERT_CHAIN_CONTEXT, ChainFreer>;
 std::string ErrorText(DWORD error)
 {
     const std::string number = std::to_string(error);
-    // The transport's errors are not among the system's messages.
+    // The transport's error texts are not among the system's messages.
     if (error >= WINHTTP_ERROR_BASE && error <= WINHTTP_ERROR_LAST)
         return MeaningOf(error) + " (" + number + ")";
     return std::system_category().message(static_cast<int>(error)) + " (" + number + ")";
@@ -163,7 +163,7 @@ bool IsFor(const CERT_CHAIN_CONTEXT& chain, const std::string& host)
     server.pwszServerName = name.data();
     CERT_CHAIN_POLICY_PARA policy = {};
     policy.cbSize = sizeof policy;
-    // All else is told by the certificates themselves.
+    // Only the name is checked here; the chain's certificates report all other problems.
     policy.dwFlags = CERT_CHAIN_POLICY_ALLOW_UNKNOWN_CA_FLAG | CERT_CHAIN_POLICY_IGNORE_ALL_NOT_TIME_VALID_FLAGS |
                      CERT_CHAIN_POLICY_IGNORE_ALL_REV_UNKNOWN_FLAGS | CERT_CHAIN_POLICY_IGNORE_WRONG_USAGE_FLAG;
     policy.pvExtraPolicyPara = &server;
@@ -172,7 +172,7 @@ bool IsFor(const CERT_CHAIN_CONTEXT& chain, const std::string& host)
     if (!CertVerifyCertificateChainPolicy(CERT_CHAIN_POLICY_SSL, &chain, &policy, &status) ||
         status.dwError != static_cast<DWORD>(CERT_E_CN_NO_MATCH))
         return true;
-    // Not every version of the system compares addresses.
+    // Some versions of Windows do not compare addresses.
     const std::string names = ServerNames(*chain.rgpChain[0]->rgpElement[0]->pCertContext->pCertInfo) + ",";
     return names.find("IP Address:" + WithoutBrackets(host) + ",") != std::string::npos;
 }
@@ -182,7 +182,7 @@ std::vector<Certificate> ChainOf(const CERT_CONTEXT& certificate, const std::str
     CERT_CHAIN_PARA parameters = {};
     parameters.cbSize = sizeof parameters;
     const CERT_CHAIN_CONTEXT* found = nullptr;
-    // The store behind the certificate has what else the server sent.
+    // The certificate's store contains the other certificates that the server sent.
     if (!CertGetCertificateChain(nullptr, &certificate, nullptr, certificate.hCertStore, &parameters, 0, nullptr, &found))
         return {Describe(certificate, 0)};
     const ChainOwner owner(found);
@@ -192,7 +192,7 @@ std::vector<Certificate> ChainOf(const CERT_CONTEXT& certificate, const std::str
         const CERT_CHAIN_ELEMENT& element = *found->rgpChain[0]->rgpElement[index];
         chain.push_back(Describe(*element.pCertContext, element.TrustStatus.dwErrorStatus));
     }
-    // What is wrong with the whole belongs to the end that leads nowhere.
+    // A problem of the whole chain is reported for its last certificate.
     if (!chain.empty() && chain.back().problems.empty())
         chain.back().problems = ProblemsOf(found->TrustStatus.dwErrorStatus & (CERT_TRUST_IS_PARTIAL_CHAIN | CERT_TRUST_IS_UNTRUSTED_ROOT));
     if (!chain.empty() && !IsFor(*found, host))
@@ -225,10 +225,10 @@ std::string PeerOf(HINTERNET request)
     return std::string(host.data()) + " port " + port.data();
 }
 
-// The system's list of protocols and ciphers, as far as it tells.
+// The protocol and the cipher, as far as the system reports them.
 void DescribeTls(HINTERNET request, Reply& reply)
 {
-    struct SecurityInfo // as the system lays it out
+    struct SecurityInfo // the system's layout
     {
         SecPkgContext_ConnectionInfo connection;
         SecPkgContext_CipherInfo cipher;
@@ -256,7 +256,7 @@ void ReadBody(HINTERNET request, std::string& body)
         body.append(block.data(), std::min<std::size_t>(count, kLongestBody - body.size()));
 }
 
-// Sockets between their start and their end.
+// Starts Winsock, and ends it.
 class Sockets
 {
 public:
@@ -278,14 +278,14 @@ private:
     bool m_isStarted;
 };
 
-// Fills in what there is until something fails.
+// Fills in the reply until a step fails.
 void Ask(const ServerAddress& server, std::string_view path, Reply& reply)
 {
     const auto failed = [&reply] { reply.failure = ErrorText(GetLastError()); };
     const Handle session(WinHttpOpen(nullptr, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
     if (!session)
         return failed();
-    DWORD never = WINHTTP_OPTION_REDIRECT_POLICY_NEVER; // where the server points to is told, not tried
+    DWORD never = WINHTTP_OPTION_REDIRECT_POLICY_NEVER; // redirects are reported, not followed
     WinHttpSetOption(session.get(), WINHTTP_OPTION_REDIRECT_POLICY, &never, sizeof never);
     WinHttpSetTimeouts(session.get(), kConnectMilliseconds, kConnectMilliseconds, kReplyMilliseconds, kReplyMilliseconds);
     const Handle connection(
@@ -298,7 +298,7 @@ void Ask(const ServerAddress& server, std::string_view path, Reply& reply)
         return failed();
     DWORD ignored = SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID | SECURITY_FLAG_IGNORE_CERT_CN_INVALID |
                     SECURITY_FLAG_IGNORE_CERT_WRONG_USAGE;
-    // Nobody else may get the connection, which may lead to anybody.
+    // No other request may reuse this connection, whose server is not verified.
     DWORD disabled = WINHTTP_DISABLE_KEEP_ALIVE;
     WinHttpSetOption(request.get(), WINHTTP_OPTION_DISABLE_FEATURE, &disabled, sizeof disabled);
     if (server.secure)
@@ -334,7 +334,7 @@ void Ask(const ServerAddress& server, std::string_view path, Reply& reply)
 
 std::string Platform()
 {
-    // GetVersionEx tells what the program was made for.
+    // GetVersionEx reports the version that the program was built for.
     using GetVersion = LONG(WINAPI*)(OSVERSIONINFOW*);
     using GetWineVersion = const char*(CDECL*)();
     const HMODULE system = GetModuleHandleW(L"ntdll.dll");

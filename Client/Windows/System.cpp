@@ -68,7 +68,7 @@ std::int64_t ToTicks(const FILETIME& time)
     return static_cast<std::int64_t>((static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime);
 }
 
-// A security descriptor that lets the program's user in and nobody else; null where the system does not say who that is.
+// A security descriptor that grants access to the program's user only; null if the user cannot be determined.
 LocalMemory<void> OwnUserOnly()
 {
     HANDLE token = nullptr;
@@ -149,7 +149,7 @@ std::string FileOf(const void* function)
     if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
                             static_cast<const wchar_t*>(function), &module))
         return {};
-    std::wstring file(32768, L'\0'); // the longest that there is
+    std::wstring file(32768, L'\0'); // the longest possible path
     file.resize(GetModuleFileNameW(module, file.data(), static_cast<DWORD>(file.size())));
     return ToNarrow(file);
 }
@@ -220,7 +220,7 @@ std::wstring LocalPath(const std::wstring& argument)
     const std::wstring absolute = PathUtilities::MakeAbsolute(argument);
     if (absolute.starts_with(kDevices))
         return absolute;
-    // Behind the drive it would name a stream of a file.
+    // A colon after the drive would name a stream of a file.
     const std::size_t drive = absolute.find(L":\\");
     if (const std::size_t colon = absolute.rfind(L':'); colon != std::wstring::npos && colon != drive)
         throw UsageError("'" + ToNarrow(argument) + "': a file's name has no ':' here");
@@ -230,7 +230,7 @@ std::wstring LocalPath(const std::wstring& argument)
 
 bool IsFileName(const std::wstring& name)
 {
-    // With the prefix of long paths the system would take names that other programs cannot open.
+    // With the long-path prefix the system would accept names that other programs cannot open.
     constexpr std::wstring_view kForbidden = L"<>:\"/\\|?*";
     constexpr std::wstring_view kDeviceNames[] = {L"CON", L"PRN", L"AUX", L"NUL"};
     constexpr std::wstring_view kNumberedDevices[] = {L"COM", L"LPT"};
@@ -251,7 +251,7 @@ std::string ShellWord(std::string_view text)
     const std::string printable = Printable(text);
     if (!printable.empty() && printable.find_first_not_of(kPlain) == std::string::npos)
         return printable;
-    // Backslashes stand for themselves except before a quote.
+    // A backslash needs no escape except before a quote.
     std::string quoted = "\"";
     std::size_t backslashes = 0;
     for (const char character : printable)
@@ -304,7 +304,7 @@ std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_
 {
     const std::wstring target = LocalPath(path.native());
     const std::wstring temporary = target + L"." + std::to_wstring(GetCurrentProcessId()) + L".new";
-    DeleteFileW(temporary.c_str()); // left by a program of the same number that was cut off
+    DeleteFileW(temporary.c_str()); // left by a terminated program with the same process id
     std::error_code error = WriteNewFile(temporary, content);
     if (!error && !MoveFileExW(temporary.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
         error = LastError();
@@ -316,7 +316,7 @@ std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_
 ConsoleEncoding::ConsoleEncoding() : m_previous(GetConsoleOutputCP())
 {
     SetConsoleOutputCP(CP_UTF8);
-    // Pipes and files get the same bytes as on every other platform.
+    // Pipes and files get the same bytes as on other platforms.
     _setmode(_fileno(stdin), _O_BINARY);
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);

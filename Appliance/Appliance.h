@@ -12,9 +12,9 @@
 class Appliance
 {
 public:
-    /// Opens the root, and makes it where it does not exist.
-    /// @param output  where mails to the user are written; has to outlive the appliance.
-    /// @throws std::exception where the root or the certificate cannot be used.
+    /// Opens the root, and creates it if it does not exist.
+    /// @param output  receives the mails to the user; must outlive the appliance.
+    /// @throws std::exception if the root or the certificate cannot be used.
     Appliance(const ApplianceParts::Options& options, std::ostream& output);
     ~Appliance();
 
@@ -23,10 +23,10 @@ public:
 
     /// Serves until `Stop`. May be called once.
     /// @returns the port.
-    /// @throws std::runtime_error where the port cannot be had.
+    /// @throws std::runtime_error if the port cannot be used.
     int Start();
 
-    /// Ends every connection, waiting ones included, and returns when nothing runs any more.
+    /// Ends every connection, including waiting ones, and returns when all threads have ended.
     void Stop();
 
     [[nodiscard]] int Port() const { return m_port; }

@@ -1,8 +1,7 @@
 #pragma once
 
 /// @file
-/// A channel in the form in which Boost.Asio and Boost.Beast read and write: a synchronous stream. Only sources that call these
-/// libraries include it.
+/// Adapts a channel to a synchronous stream for Boost.Asio and Boost.Beast. Only sources that call these libraries include it.
 
 #include "Channel.h"
 
@@ -21,7 +20,7 @@ class ChannelStream
 {
 public:
     using ErrorCode = boost::system::error_code;
-    // Asked for by Asio's TLS stream, which uses it for asynchronous operations only.
+    // Required by Asio's TLS stream, which uses it for asynchronous operations only.
     using lowest_layer_type = ChannelStream;
     using executor_type = boost::asio::io_context::executor_type;
 
@@ -40,7 +39,7 @@ public:
         return Judge(m_channel.Read(static_cast<char*>(first.data()), first.size()), error);
     }
 
-    // Several buffers, such as a reply's head and its text, go out in one piece.
+    // Sends several buffers, such as a reply's head and its text, in one write.
     template <typename Buffers> std::size_t write_some(const Buffers& buffers, ErrorCode& error)
     {
         const boost::asio::const_buffer first = *boost::asio::buffer_sequence_begin(buffers);
@@ -52,7 +51,7 @@ public:
         return Judge(m_channel.Write(block.data(), block.size()), error);
     }
 
-    // Asked for by Beast's checks of a stream's type, never called.
+    // Required by Beast's stream concepts, never called.
     template <typename Buffers> std::size_t read_some(const Buffers& buffers);
     template <typename Buffers> std::size_t write_some(const Buffers& buffers);
 

@@ -8,15 +8,15 @@
 namespace ApplianceParts::Delta
 {
 
-/// Whether this build has deltas.
+/// Whether this build supports deltas.
 [[nodiscard]] bool IsAvailable();
 
-/// Writes what turns the file of the signature into the given one.
-/// @throws ApiError where the signature is none.
+/// Writes the delta from the file of the signature to the given one.
+/// @throws ApiError if the signature is invalid.
 void Make(const std::filesystem::path& signature, const std::filesystem::path& file, const std::filesystem::path& delta);
 
-/// Writes what a delta makes of a file.
-/// @throws ApiError where the delta is none, or not of this file.
+/// Writes the result of applying a delta to a file.
+/// @throws ApiError if the delta is invalid, or not for this file.
 void Apply(const std::filesystem::path& basis, const std::filesystem::path& delta, const std::filesystem::path& result);
 
 } // namespace ApplianceParts::Delta

@@ -8,7 +8,7 @@ bool IsAvailable()
     return false;
 }
 
-// Nobody calls these two in a build without deltas.
+// Never called in a build without deltas.
 void Make(const std::filesystem::path&, const std::filesystem::path&, const std::filesystem::path&)
 {
 }

@@ -54,8 +54,8 @@ std::uint32_t ReadNumber(std::FILE* file)
     return number;
 }
 
-// A signature begins with its kind, the size of its blocks and that of its sums. The library takes memory by the block's size, and
-// ends the process where there is not enough.
+// A signature begins with its type, block size and checksum size. The library allocates memory by the block size, and aborts the process if
+// that fails.
 void CheckBlockSize(std::FILE* signature)
 {
     (void)ReadNumber(signature);
@@ -65,7 +65,7 @@ void CheckBlockSize(std::FILE* signature)
     std::rewind(signature);
 }
 
-// What is still buffered can fail to be written, too.
+// Writing the buffered rest can fail, too.
 void Finish(File file)
 {
     if (std::fclose(file.release()) != 0)
@@ -76,7 +76,7 @@ void Finish(File file)
 
 bool IsAvailable()
 {
-    // What goes wrong is told to the client, who sent it.
+    // Errors are reported to the client, not logged by the library.
     static std::once_flag silenced;
     std::call_once(silenced, [] { rs_trace_set_level(RS_LOG_EMERG); });
     return true;

@@ -40,7 +40,7 @@ Json::Value Feed::Take(const std::string& token, std::chrono::milliseconds timeo
     Json::Value taken(Json::arrayValue);
     std::unique_lock lock(m_mutex);
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    // The queue is looked up afresh each time: others may have come and gone during the wait.
+    // The queue is looked up again each time: queues may have been added or removed during the wait.
     m_changed.wait_until(lock, deadline, [&] { return m_isStopped || !QueueOf(token).actions.empty(); });
     if (m_isStopped || !isWanted())
         return taken;

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What changed, kept for each session until it asks.
+/// The change feed: actions are kept for each session until it requests them.
 
 #include <json/value.h>
 
@@ -19,16 +19,16 @@ namespace ApplianceParts
 class Feed
 {
 public:
-    /// From now on a session's actions are kept for it.
+    /// Starts to keep actions for a session.
     void Open(const std::string& token);
 
-    /// Tells every session of an action on one path, `{"a":"create","m":"/x"}`, or with a target on two:
+    /// Adds an action to every session's queue: for one path, `{"a":"create","m":"/x"}`, or with a target for two:
     /// `{"a":"move","m":{"from":"/x","to":"/y"}}`.
     void Publish(const std::string& action, const std::string& path, const std::string& target = {});
 
     /// Waits until there is an action for the session, and takes all that are there.
-    /// @param isWanted  asked before the actions are taken: they stay for the session's next request where nobody waits any more.
-    /// @returns an array; empty where the time ran out, nobody waits, or the feed stopped.
+    /// @param isWanted  called before the actions are taken: if it returns false, they stay for the session's next request.
+    /// @returns an array; empty after the time limit, if `isWanted` returns false, or if the feed stopped.
     [[nodiscard]] Json::Value Take(const std::string& token, std::chrono::milliseconds timeout, const std::function<bool()>& isWanted);
 
     /// Ends every wait, now and later.

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// A request and its reply as the handlers see them, and the texts in them: queries, forms, JSON.
+/// A request and its reply for the handlers, and their text formats: queries, forms, JSON.
 
 #include "System.h"
 
@@ -19,7 +19,7 @@
 namespace ApplianceParts
 {
 
-/// The "errorId" of a refusal. Clients act on `SessionNotValid` and `RevisionConflict`; the others tell a person what happened.
+/// The "errorId" of a refusal. Clients act on `SessionNotValid` and `RevisionConflict`; the others are for the user.
 enum class ErrorId
 {
     Internal = 1,
@@ -42,7 +42,7 @@ enum class ErrorId
 /// A refusal: thrown by handlers, answered as `{"errorId":"N","message":"..."}`.
 struct ApiError : std::exception
 {
-    /// @param item  the item's current attributes, which a revision conflict carries as "document_info".
+    /// @param item  the item's current attributes, sent as "document_info" in a revision conflict.
     ApiError(int statusCode, ErrorId errorId, std::string text, Json::Value currentItem = {})
         : status(statusCode), id(errorId), message(std::move(text)), item(std::move(currentItem))
     {
@@ -56,17 +56,17 @@ struct ApiError : std::exception
     Json::Value item;
 };
 
-/// The refusal of a request that is not well-formed.
+/// The refusal of a malformed request.
 [[nodiscard]] ApiError Malformed(const std::string& message);
 
-/// Texts by name, of which a name may occur several times: queries and forms.
+/// Values by name, where a name may occur several times: queries and forms.
 using Fields = std::multimap<std::string, std::string, std::less<>>;
 
 [[nodiscard]] std::optional<std::string> Find(const Fields& fields, std::string_view name);
 /// @throws ApiError if the field is missing.
 [[nodiscard]] std::string Require(const Fields& fields, std::string_view name);
 
-/// Takes a body's bytes piece by piece, in order.
+/// Receives a body's bytes piece by piece, in order.
 using BodyReceiver = std::function<void(std::string_view)>;
 
 struct Request
@@ -75,21 +75,21 @@ struct Request
     std::string path; ///< as in the request line, without the query: still percent-encoded.
     Fields query;
     std::function<std::optional<std::string>(std::string_view name)> header;
-    /// Streams the body to a receiver. What the receiver throws comes out once the body has been read to its end, so that the
-    /// connection stays usable and the client, which sends everything before it reads, sees the reply.
+    /// Streams the body to a receiver. If the receiver throws, the body is still read to its end before the exception is passed on: the
+    /// connection stays usable, and a client that sends everything before it reads gets the reply.
     /// @throws ApiError if the body ends early.
     std::function<void(const BodyReceiver&)> readBody;
     /// Whether the client still waits for the reply.
     std::function<bool()> isClientWaiting;
 };
 
-/// A stretch of a file, sent as a reply's body block by block.
+/// A range of a file, sent block by block as a reply's body.
 struct FileContent
 {
     std::shared_ptr<System::IFile> file;
     std::uint64_t offset = 0;
     std::uint64_t length = 0;
-    std::shared_ptr<const void> owner = nullptr; ///< what has to live until the last byte is sent, if anything.
+    std::shared_ptr<const void> owner = nullptr; ///< kept until the last byte is sent, if set.
 };
 
 struct Reply
@@ -97,7 +97,7 @@ struct Reply
     int status = 200;
     std::string contentType = {};
     std::string text = {};
-    std::optional<FileContent> content = {}; ///< in place of `text`.
+    std::optional<FileContent> content = {}; ///< instead of `text`.
 };
 
 /// May block, and is called from several threads. Does not throw.
@@ -112,7 +112,7 @@ using JsonMembers = std::initializer_list<std::pair<const char*, Json::Value>>;
 
 /// JSON on one line.
 [[nodiscard]] std::string ToText(const Json::Value& value);
-/// The object in a JSON text; nothing if it is no object or no JSON.
+/// The object in a JSON text; nothing if the text is not a JSON object.
 [[nodiscard]] std::optional<Json::Value> ParseObject(std::string_view text);
 
 /// The text with the letters A to Z in lower case.
@@ -123,12 +123,12 @@ using JsonMembers = std::initializer_list<std::pair<const char*, Json::Value>>;
 /// Decodes %XX; nothing if an escape is malformed.
 [[nodiscard]] std::optional<std::string> PercentDecode(std::string_view text);
 
-/// Takes "a=1&b=2" apart. Names and values come out decoded, "+" as a space.
-/// @throws ApiError if it is not percent-encoded UTF-8.
+/// Parses "a=1&b=2". Names and values are decoded, "+" as a space.
+/// @throws ApiError if the text is not percent-encoded UTF-8.
 [[nodiscard]] Fields ParseFields(std::string_view text);
 
 /// Reads a form-urlencoded body of at most 4 MiB.
-/// @throws ApiError if it is no such form.
+/// @throws ApiError if the body is not such a form.
 [[nodiscard]] Fields ReadForm(const Request& request);
 
 } // namespace ApplianceParts

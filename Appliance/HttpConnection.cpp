@@ -52,7 +52,7 @@ public:
     Connection(ISocket& socket, IChannel& channel, const RequestHandler& handler)
         : m_socket(socket), m_channel(channel), m_stream(channel), m_handler(handler)
     {
-        m_buffer.reserve(kBlockSize); // as much as it has room for is read at a time
+        m_buffer.reserve(kBlockSize); // each read fills at most this capacity
     }
 
     void Serve()
@@ -96,7 +96,7 @@ private:
         return Send(reply, head.version(), isUsable, head.method() == http::verb::head);
     }
 
-    // One length or chunks. Of several, or another coding, a proxy before this server may think differently.
+    // Accepts one length or chunked coding. With several, or with another coding, a proxy may see the body's end elsewhere.
     static bool HasClearBody(const Parser& parser)
     {
         const auto& head = parser.get();
@@ -133,7 +133,7 @@ private:
         }
     }
 
-    // Reads what is left of the body, so that the next request begins where it should. Returns whether it came whole.
+    // Reads the rest of the body, so that the next request starts at the right byte. Returns whether the body was complete.
     bool ReadBody(Parser& parser, const BodyReceiver& receiver)
     {
         std::exception_ptr thrown;
@@ -194,7 +194,7 @@ private:
         {
             const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(block.size(), content.length - sent));
             const auto count = content.file->ReadAt(content.offset + sent, block.data(), size);
-            // A file that was cut short meanwhile ends the connection: too short a body must not look whole.
+            // If the file was truncated meanwhile, end the connection, so that the client sees an incomplete body.
             if (count <= 0)
                 return false;
             m_socket.BeginStep(kBlockTimeout);
@@ -203,7 +203,7 @@ private:
         return !error;
     }
 
-    // Closing a socket that has unread bytes resets the connection, and the client may lose the last reply. So they are read.
+    // Closing a socket with unread bytes resets the connection, and the client may lose the last reply. So read them first.
     void Linger()
     {
         m_socket.BeginStep(kLingerTimeout);
@@ -218,7 +218,7 @@ private:
     ChannelStream m_stream;
     const RequestHandler& m_handler;
     boost::beast::flat_buffer m_buffer{2 * kBlockSize};
-    bool m_isBroken = false; ///< a body cannot be read to its end.
+    bool m_isBroken = false; ///< the body cannot be read to its end.
 };
 
 } // namespace

@@ -9,8 +9,8 @@
 namespace ApplianceParts
 {
 
-/// Serves one request after the other until the client or a deadline ends the connection.
-/// @param channel  what the bytes go through: the socket itself, or TLS over it.
+/// Serves requests one after the other until the client or a timeout ends the connection.
+/// @param channel  carries the bytes: the socket itself, or TLS over it.
 void ServeConnection(ISocket& socket, IChannel& channel, const RequestHandler& handler);
 
 } // namespace ApplianceParts

@@ -24,7 +24,7 @@ using asio::ip::tcp;
 using Clock = std::chrono::steady_clock;
 using ErrorCode = boost::system::error_code;
 
-// How often a wait looks up: not on every system does a socket's end wake a thread that waits for it.
+// The interval at which a wait checks for the end: closing a socket does not wake its waiting thread on every system.
 constexpr std::chrono::milliseconds kLookUp{100};
 constexpr std::chrono::milliseconds kShortestWait{200};
 constexpr std::chrono::seconds kHandshakeTimeout{30};
@@ -34,7 +34,7 @@ template <typename Socket> bool WaitFor(Socket& socket, System::Wait wait, std::
     return System::WaitFor(static_cast<System::Socket>(socket.native_handle()), wait, time);
 }
 
-// Waits before each call, so that there can be a deadline and an end from outside: blocking calls have neither.
+// Waits before each blocking call, because that call has no deadline and cannot be ended by another thread.
 class Socket final : public ISocket
 {
 public:
@@ -69,7 +69,7 @@ public:
 
     bool IsClientWaiting() const override { return !WaitFor(m_socket, System::Wait::Readable, std::chrono::milliseconds(0)); }
 
-    /// Ends the connection: its thread comes back from whatever it waits for. Callable from any thread, as `WaitingSince`.
+    /// Ends the connection: its thread returns from any wait. Callable from any thread, like `WaitingSince`.
     void Abort()
     {
         m_isAborted = true;
@@ -83,7 +83,7 @@ public:
         m_socket.close(ignored);
     }
 
-    /// When the step began in which this waits for the client; the latest possible time if it does not wait.
+    /// The start of the step in which this waits for the client; the latest possible time if it does not wait.
     Clock::time_point WaitingSince() const { return m_waitingSince; }
 
 private:
@@ -177,11 +177,11 @@ private:
             if (!error && !m_isStopping)
                 Add(std::move(accepted));
             else if (error != asio::error::would_block)
-                m_oneEnded.wait_for(lock, kLookUp); // perhaps there are no descriptors left
+                m_oneEnded.wait_for(lock, kLookUp); // accept may have failed for lack of descriptors
         }
     }
 
-    // Joins the threads that have ended. While there are too many connections, ends the one that waits longest for its client, and
+    // Joins the threads that have ended. While there are too many connections, ends the one that has waited longest for its client, and
     // waits.
     void MakeRoom(std::unique_lock<std::mutex>& lock)
     {
@@ -213,7 +213,7 @@ private:
         }
         catch (const std::system_error&)
         {
-            m_connections.pop_back(); // no more threads: the connection is closed
+            m_connections.pop_back(); // no thread could be created: the connection is closed
         }
     }
 
@@ -228,7 +228,7 @@ private:
         }
         catch (const std::exception&)
         {
-            // Out of memory: this connection ends, the others go on.
+            // Out of memory: this connection ends, the others continue.
         }
         const std::lock_guard guard(m_mutex);
         connection.socket.Close();

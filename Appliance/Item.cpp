@@ -21,8 +21,8 @@ constexpr std::size_t kFractionDigits = 7;
 constexpr ItemTime kFirstFileTime = sys_days(year(1970) / January / 1);
 constexpr ItemTime kLastFileTime = sys_days(year(2400) / January / 1);
 
-// Between the clock of files and the system's: standard libraries have the one way or the other. Templates, so that only the one
-// that is there is looked at.
+// Converts between the file clock and the system clock: standard libraries provide different functions for it. Templates, so that only the
+// available one is compiled.
 template <typename FileTime> auto ToSystem(FileTime time)
 {
     if constexpr (requires { FileTime::clock::to_sys(time); })
@@ -108,7 +108,7 @@ bool ItemPath::IsName(std::string_view name, bool isInRoot)
     if (name.empty() || name == "." || name == ".." || !IsValidUtf8(name))
         return false;
     const std::u8string units(name.begin(), name.end());
-    // File systems that fold case fold at least these letters.
+    // File systems that ignore case do so for at least these letters.
     const auto lower = LowerAscii(name);
     return System::IsFileName(units) && !(isInRoot && std::u8string(lower.begin(), lower.end()) == StateFolder::kName);
 }

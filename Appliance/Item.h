@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// An item: its path, and its values as clients send and get them.
+/// An item: its path, and its values in requests and replies.
 
 #include "Http.h"
 
@@ -17,7 +17,7 @@
 namespace ApplianceParts
 {
 
-/// The path of an item, checked: it stays below the root, whatever it was made from.
+/// The checked path of an item: it cannot lead outside the root.
 class ItemPath
 {
 public:
@@ -25,11 +25,11 @@ public:
     ItemPath() = default;
 
     /// From the percent-encoded path of a request.
-    /// @throws ApiError where it is no path of an item.
+    /// @throws ApiError if it is not a valid path.
     [[nodiscard]] static ItemPath FromUrl(std::string_view encoded);
 
-    /// From UTF-8 text, such as a form's field. "/" separates; it may lead and trail.
-    /// @throws ApiError where it is no path of an item.
+    /// From UTF-8 text, such as a form's field. "/" separates; leading and trailing ones are allowed.
+    /// @throws ApiError if it is not a valid path.
     [[nodiscard]] static ItemPath FromText(std::string_view text);
 
     [[nodiscard]] bool IsRoot() const { return m_names.empty(); }
@@ -43,7 +43,7 @@ public:
     /// The folder that holds this item; the root's is the root.
     [[nodiscard]] ItemPath Parent() const;
 
-    /// @throws ApiError where items cannot have this name.
+    /// @throws ApiError if the name is not allowed.
     [[nodiscard]] ItemPath Child(std::string_view name) const;
 
     /// Whether this item is in that folder, at any depth.
@@ -51,7 +51,7 @@ public:
 
     bool operator==(const ItemPath&) const = default;
 
-    /// Whether an item may be called so.
+    /// Whether an item may have this name.
     [[nodiscard]] static bool IsName(std::string_view name, bool isInRoot);
 
 private:
@@ -80,7 +80,7 @@ struct Item
     std::string revision;
 };
 
-/// What a client sets of an item; what is not there stays, or gets its default.
+/// The values of an item that a client sets; a missing one is unchanged, or gets its default.
 struct ItemChanges
 {
     std::optional<ItemTime> created;
@@ -93,16 +93,16 @@ struct ItemChanges
 /// Always with seven digits of fraction: clients refuse a time without a fraction.
 [[nodiscard]] std::string FormatTime(ItemTime time);
 
-/// Reads a time with or without a fraction; nothing if the text is none between the years 1601 and 30827.
+/// Reads a time with or without a fraction; nothing if it is not a time between the years 1601 and 30827.
 [[nodiscard]] std::optional<ItemTime> ParseTime(const std::string& text);
 
 [[nodiscard]] ItemTime FromFileTime(std::filesystem::file_time_type time);
 
-/// Nothing if file systems cannot be relied on to hold the time.
+/// Nothing if file systems may be unable to store the time.
 [[nodiscard]] std::optional<std::filesystem::file_time_type> ToFileTime(ItemTime time);
 
 /// A number in decimal, without a sign.
-/// @throws ApiError if it is none, or too large for a signed number of 64 bits.
+/// @throws ApiError if it is not a number, or exceeds a signed 64-bit number.
 [[nodiscard]] std::uint64_t ReadNumber(const std::string& text, const std::string& name);
 
 /// A time from a client, which sends "INVALID" for one that it does not know.
@@ -116,7 +116,7 @@ struct ItemChanges
 /// The fields "creation_time", "modification_time" and "attributes".
 [[nodiscard]] ItemChanges ReadChanges(const Fields& fields);
 
-/// An item as replies carry it.
+/// An item's JSON in replies.
 [[nodiscard]] Json::Value ToJson(const Item& item);
 
 /// `{"document_info":ITEM}`.

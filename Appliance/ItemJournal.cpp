@@ -78,7 +78,7 @@ void ItemJournal::Change(const Json::Value& entry)
     m_output << ToText(entry) << '\n' << std::flush;
     if (!m_output)
     {
-        // A later entry is worth trying again; a torn line is skipped, and must not take the next one along.
+        // Later entries may succeed. An incomplete line is skipped when reading, and must not be joined with the next one.
         m_output.clear();
         m_output << '\n';
         throw std::system_error(std::make_error_code(std::errc::no_space_on_device), "cannot record the item");

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What files cannot hold of an item, by the item's path.
+/// The values of items that files cannot store, by the item's path.
 
 #include "Item.h"
 
@@ -21,26 +21,26 @@ struct ItemRecord
     std::uint32_t attributes = 0;
     std::string revision;
     std::int64_t stamp = 0; ///< the file's own time when the record was made, and
-    std::uint64_t size = 0; ///< its size: a file changed behind the appliance's back shows.
+    std::uint64_t size = 0; ///< its size then: they show whether the file was changed without the appliance.
 };
 
-/// The records in memory, and a file to which every change is appended as a line of JSON; a process that dies leaves at worst
-/// half a line, which the next one skips. Opening writes the file anew, without what has been overtaken. Needs a lock around it.
+/// The records in memory, and a file to which every change is appended as a line of JSON. A process that is killed leaves at most one
+/// incomplete line, which the next one skips. Opening rewrites the file without outdated entries. Callers must hold a lock.
 class ItemJournal
 {
 public:
-    /// @throws std::system_error where the file cannot be written.
+    /// @throws std::system_error if the file cannot be written.
     explicit ItemJournal(std::filesystem::path file);
 
     [[nodiscard]] const ItemRecord* Find(const std::string& path) const;
 
     void Set(const std::string& path, const ItemRecord& record);
-    /// The item and all below it.
+    /// Removes the records of the item and all below it.
     void Remove(const std::string& path);
-    /// The item and all below it; what was recorded for the target goes.
+    /// Moves the records of the item and all below it; the target's records are removed.
     void Move(const std::string& from, const std::string& to);
 
-    /// A revision that no item ever had.
+    /// A revision that no item has had before.
     [[nodiscard]] std::string NewRevision();
 
 private:

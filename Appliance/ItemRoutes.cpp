@@ -20,7 +20,7 @@ Reply Listing(const FolderListing& listing)
     return JsonReply(reply);
 }
 
-// The folders at the top are what clients can map.
+// Clients can map the top-level folders.
 Reply Mappings(const ItemStore& items)
 {
     Json::Value mappings(Json::arrayValue);
@@ -42,7 +42,7 @@ Reply ContentReply(FileContent content)
     return {.contentType = "application/octet-stream", .content = std::move(content)};
 }
 
-// The content, or with "skip" and "count" a stretch of it; what lies beyond the end is left out.
+// The content, or with "skip" and "count" a range of it, cut off at the end.
 Reply Download(const Fields& query, const ItemPath& path, const ItemStore& items)
 {
     auto content = items.Open(path, Find(query, "revision").value_or(""));
@@ -68,7 +68,7 @@ Reply Read(const Call& call, const ItemStore& items)
     return ItemReply(items.Get(path));
 }
 
-// The item changes when all of the file has come, or not at all.
+// The item changes only when the whole file has arrived.
 Reply UploadFile(const Request& request, const ItemPath& path, ItemStore& items, const StateFolder& state)
 {
     const TemporaryFile file(state.NewTemporary());
@@ -99,8 +99,8 @@ Reply Change(const Call& call, ItemStore& items, const StateFolder& state)
     return ItemReply(items.SetAttributes(path, ReadChanges(form)));
 }
 
-// With fields the file is a delta, and the item becomes what the delta makes of it. Alone it is a signature of the client's file,
-// and the reply is the delta that turns that file into the item.
+// With fields the file is a delta, which is applied to the item. Without fields it is the signature of the client's file, and the reply is
+// the delta from that file to the item.
 Reply ExchangeDelta(const Call& call, ItemStore& items, const StateFolder& state)
 {
     if (!Delta::IsAvailable())

@@ -19,7 +19,7 @@ std::int64_t StampOf(fs::file_time_type time)
     return static_cast<std::int64_t>(time.time_since_epoch().count());
 }
 
-// The revision of a file that the appliance did not write.
+// The revision of a file that was not written by the appliance.
 std::string RevisionOf(std::int64_t stamp, std::uint64_t size)
 {
     std::ostringstream text;
@@ -52,7 +52,7 @@ Item Describe(const ItemPath& path, const fs::path& file, bool isFolder, const I
     item.name = path.Name();
     item.isFolder = isFolder;
     item.size = isFolder ? 0 : fs::file_size(file);
-    // A folder's own time changes with what it holds; a file's only with the file.
+    // A folder's own time changes with its content; a file's only with the file.
     const bool isCurrent = record != nullptr && (isFolder || (record->stamp == stamp && record->size == item.size));
     item.created = record != nullptr ? record->created : FromFileTime(fileTime);
     item.modified = isCurrent ? record->modified : FromFileTime(fileTime);
@@ -123,7 +123,7 @@ Item ItemStore::Snapshot(const ItemPath& path, const std::string& revision, cons
 {
     const std::shared_lock lock(m_mutex);
     auto item = RequireFile(path, revision);
-    // Content is replaced, never written over, so a second name keeps it; where there are no second names, a copy does.
+    // Content is replaced, never overwritten, so a hard link keeps it; without hard links, copy it.
     std::error_code failed;
     fs::create_hard_link(Locate(path), target, failed);
     if (failed)
@@ -168,7 +168,7 @@ Item ItemStore::Move(const ItemPath& from, const ItemPath& to, bool mayOverwrite
         return source;
     RequireFolder(to.Parent());
     const auto target = Look(to);
-    // Where the file system folds case, a name's new case finds the item itself.
+    // On a file system that ignores case, a change of case finds the item itself.
     if (target && !fs::equivalent(Locate(from), Locate(to)))
     {
         if (!mayOverwrite)
@@ -198,7 +198,7 @@ void ItemStore::Remove(const ItemPath& path, const std::string& revision)
         m_journal.Remove(path.Text());
         m_feed.Publish("delete", path.Text());
     }
-    // A large folder takes its time, in which nobody has to wait.
+    // Removing a large folder takes time: do it without the lock.
     fs::remove_all(grave);
 }
 
@@ -232,7 +232,7 @@ Item ItemStore::PutFile(const ItemPath& path, const fs::path& content, const Ite
     return item;
 }
 
-// Links are not followed: to clients, nothing is there.
+// Links are not followed and not shown to clients.
 std::optional<Item> ItemStore::Look(const ItemPath& path) const
 {
     auto file = m_root;
@@ -273,7 +273,7 @@ void ItemStore::RequireFolder(const ItemPath& path) const
 
 void ItemStore::RequireMovable(const ItemPath& path) const
 {
-    // Compared as files: where the file system folds case, the home folder has several names.
+    // Compared as files: the home folder has several names on a file system that ignores case.
     std::error_code none;
     if (path.IsRoot() || fs::equivalent(Locate(path), Locate(ItemPath::FromText(kHomePath)), none))
         throw ApiError(403, ErrorId::NameNotAllowed, "the folder " + path.Text() + " cannot be deleted, moved or renamed");

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// The items: files and folders below the root, with what is recorded of them.
+/// The items: files and folders below the root, with their recorded values.
 
 #include "Feed.h"
 #include "Item.h"
@@ -21,47 +21,47 @@ namespace ApplianceParts
 /// The folder that every user has.
 inline constexpr const char* kHomePath = "/home";
 
-/// What may lie where a file is put.
+/// What a file may replace.
 struct PutCondition
 {
-    std::string revision = {}; ///< only over this revision; empty: over any.
-    bool mustBeNew = false;    ///< over nothing.
+    std::string revision = {}; ///< only this revision; empty: any.
+    bool mustBeNew = false;    ///< nothing: the item must not exist.
 };
 
 struct FolderListing
 {
     Item folder;
-    std::vector<Item> children; ///< by name.
+    std::vector<Item> children; ///< ordered by name.
 };
 
-/// Refuses with `ApiError`, fails with `std::filesystem::filesystem_error`. Every change is told to the feed. Safe to use from
-/// several threads; a change is made at once and wholly.
+/// Refuses with `ApiError`, fails with `std::filesystem::filesystem_error`. Every change is published to the feed. Safe to use from several
+/// threads; changes are atomic.
 class ItemStore
 {
 public:
     ItemStore(std::filesystem::path root, const StateFolder& state, Feed& feed);
 
-    /// Makes the home folder where it does not exist.
+    /// Creates the home folder if it does not exist.
     void EnsureHome();
 
     [[nodiscard]] Item Get(const ItemPath& path) const;
     [[nodiscard]] FolderListing List(const ItemPath& path) const;
     /// The whole content of a file.
-    /// @param revision  the one that is wanted; empty: whatever there is.
+    /// @param revision  the required one; empty: any.
     [[nodiscard]] FileContent Open(const ItemPath& path, const std::string& revision) const;
 
-    /// Makes a file with the content that the item has now, whatever becomes of the item meanwhile.
-    /// @param revision  the one that is wanted; empty: whatever there is.
+    /// Creates a file with the item's current content, which later changes of the item do not affect.
+    /// @param revision  the required one; empty: any.
     Item Snapshot(const ItemPath& path, const std::string& revision, const std::filesystem::path& target) const;
 
     Item CreateFolder(const ItemPath& path);
     Item SetAttributes(const ItemPath& path, const ItemChanges& changes);
-    /// Renames or moves an item; a folder goes with all that it holds. Only a file can be overwritten, and only by a file.
+    /// Renames or moves an item; a folder with all its content. Only a file can be overwritten, and only by a file.
     Item Move(const ItemPath& from, const ItemPath& to, bool mayOverwrite);
-    /// Removes an item; a folder goes with all that it holds.
-    /// @param revision  only this one; empty: whatever there is.
+    /// Removes an item; a folder with all its content.
+    /// @param revision  the required one; empty: any.
     void Remove(const ItemPath& path, const std::string& revision);
-    /// Makes a file the content of an item, new or not. The file is on the root's file system, and is taken.
+    /// Makes a file the content of a new or existing item. The file must be on the root's file system, and is moved.
     Item PutFile(const ItemPath& path, const std::filesystem::path& content, const ItemChanges& changes, const PutCondition& condition);
 
 private:
@@ -70,7 +70,7 @@ private:
     [[nodiscard]] Item Require(const ItemPath& path) const;
     [[nodiscard]] Item RequireFile(const ItemPath& path, const std::string& revision) const;
     void RequireFolder(const ItemPath& path) const;
-    /// The root and the home folder stay where they are.
+    /// Refuses to move the root and the home folder.
     void RequireMovable(const ItemPath& path) const;
     void Record(const ItemPath& path, const Item& item);
 
@@ -81,7 +81,7 @@ private:
     ItemJournal m_journal;
 };
 
-/// What a client makes of a failure of the file system.
+/// The reply to the client for a file system error.
 [[nodiscard]] ApiError ToApiError(const std::error_code& error);
 
 } // namespace ApplianceParts

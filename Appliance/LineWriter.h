@@ -27,7 +27,7 @@ public:
         m_output << line << '\n' << std::flush;
         if (m_output)
             return;
-        m_output.clear(); // a later line may find room again
+        m_output.clear(); // a later line may find free space again
         throw std::system_error(std::make_error_code(std::errc::no_space_on_device), "cannot write a line");
     }
 

@@ -1,4 +1,4 @@
-// quendra-appliance, the program: serves until it is asked to end.
+// quendra-appliance, the program: serves until it is told to stop.
 
 #include "Appliance.h"
 #include "Options.h"

@@ -71,7 +71,7 @@ std::optional<std::string> HeaderOf(std::string_view head, std::string_view name
     return std::nullopt;
 }
 
-// Fed with the body in pieces of any size. Holds a file's bytes no longer than it takes to know that they are no boundary.
+// Gets the body in pieces of any size. Keeps back only bytes of the file that may be part of a boundary.
 //
 //     Data (before the first boundary: skipped) --boundary--> BoundaryEnd --CR LF--> Head --empty line--> Data ...
 //                                                             BoundaryEnd --"--"--> Closed (what follows is skipped)
@@ -115,7 +115,7 @@ private:
         File
     };
 
-    // Returns whether there may be more to do with what has come.
+    // Returns whether the received bytes may allow another step.
     bool Step()
     {
         switch (m_state)
@@ -157,7 +157,7 @@ private:
         const bool isClosing = m_pending.starts_with("--");
         if (!isClosing && !m_pending.starts_with("\r\n"))
             throw MalformedBody("a boundary is followed by something else");
-        // The line end stays: where a part's head is empty, it is followed by the empty line at once.
+        // Keep the line end: if a part's head is empty, the empty line follows at once.
         m_state = isClosing ? State::Closed : State::Head;
         return true;
     }
@@ -217,7 +217,7 @@ private:
     Upload m_upload;
     State m_state = State::Data;
     Part m_part = Part::Preamble;
-    std::string m_pending = "\r\n"; ///< received and not yet looked at; the first boundary has no line before it.
+    std::string m_pending = "\r\n"; ///< received and not yet parsed; the first boundary has no line before it.
     std::string m_name;
     std::string m_value;
     std::size_t m_partCount = 0;

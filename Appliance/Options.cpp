@@ -37,14 +37,14 @@ std::string CheckMode(const std::string& text)
     return text == kLegacy || text == kDeviceToken ? "" : "a mode is legacy or device-token";
 }
 
-// Clients look for these versions and no others.
+// Clients support only these versions.
 std::string CheckVersions(const std::string& text)
 {
     static const std::regex pattern("(1(\\.([0-9]|[1-4][0-9]|50))?(,(?!$)|$))+");
     return std::regex_match(text, pattern) ? "" : "the versions of the API are 1 and 1.0 to 1.50";
 }
 
-// A check without a description, which the help would show behind the option's type.
+// A check without a description, which would appear in the help after the option's type.
 CLI::Validator Check(std::string (*check)(const std::string&))
 {
     return {check, ""};
@@ -87,7 +87,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
     };
     try
     {
-        std::reverse(arguments.begin(), arguments.end()); // as CLI11 takes them
+        std::reverse(arguments.begin(), arguments.end()); // CLI11 takes them in reverse order
         app.parse(arguments);
     }
     catch (const CLI::CallForHelp&)

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What the appliance is started with, and the command line that says it.
+/// The appliance's options and their command line.
 
 #include <filesystem>
 #include <iosfwd>
@@ -28,11 +28,11 @@ struct Options
     std::filesystem::path privateKey;
     ServerMode mode = ServerMode::Legacy;
     bool logsRequests = false;
-    std::size_t mostConnections = 500; ///< at once; each takes a thread, a socket and perhaps a file.
+    std::size_t mostConnections = 500; ///< each takes a thread, a socket and perhaps a file.
     std::vector<std::string> apiVersions = {"1.0", "1.1", "1.2", "1.3"};
 };
 
-/// What the command line asks for; nothing where it asked for help or was wrong, `exitStatus` then says which.
+/// Parses the command line. Nothing if it asks for help or is wrong; `exitStatus` then says which.
 /// @param arguments  in UTF-8, without the program's name.
 [[nodiscard]] std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std::ostream& output, std::ostream& errors,
                                                       int& exitStatus);

@@ -21,10 +21,10 @@ constexpr std::chrono::seconds kLongestWait{5};
 
 struct ResumableUpload
 {
-    std::string path; ///< of the item that it is to become.
+    std::string path; ///< of the item to create.
     std::uint64_t size = 0;
     ItemChanges changes;
-    std::string revision; ///< of the item that it is to replace; empty: of any.
+    std::string revision; ///< of the item to replace; empty: any.
     std::optional<ItemTime> expiry;
 };
 
@@ -37,7 +37,7 @@ std::string HeaderOf(const Request& request, const std::string& name)
     return *value;
 }
 
-// The upload as it is kept: the texts that the client sent.
+// The stored description of an upload: the texts that the client sent.
 Json::Value Describe(const Request& request, const ItemPath& path)
 {
     auto value = JsonObject({{"path", path.Text()}, {"size", HeaderOf(request, "qd_file_size")}});
@@ -59,8 +59,8 @@ ResumableUpload ReadUploadDescription(const Json::Value& value)
             ReadChanges(text("created"), text("modified"), text("attributes")), text("revision").value_or(""), ReadTime(text("expiry"))};
 }
 
-// Uploads that come in chunks. Each is a file with the bytes that have come, beside a file of JSON that says what they are for; they
-// outlive the process. Only who holds an upload's lease touches its bytes. Safe to use from several threads.
+// Uploads in chunks. Each is a file with the received bytes and a JSON file with the description; they outlive the process. Only the holder
+// of an upload's lease may access its bytes. Safe to use from several threads.
 class ResumeStore
 {
 public:
@@ -74,10 +74,10 @@ public:
         }
     }
 
-    // Exclusive use of an upload, which need not exist yet; given back when the lease ends.
+    // Exclusive use of an upload, which need not exist yet; released when the lease is destroyed.
     using Lease = std::shared_ptr<const void>;
 
-    // Waits a little: the thread of a connection that broke may be about to notice.
+    // Waits a little: the thread of a broken connection may be about to release its lease.
     Lease Acquire(const std::string& id)
     {
         std::unique_lock lock(m_mutex);
@@ -97,7 +97,7 @@ public:
         return m_busy.contains(id);
     }
 
-    // Begins an upload without bytes; an earlier one of this id goes.
+    // Begins an empty upload; replaces an earlier one with this id.
     void Begin(const std::string& id, const Json::Value& description) const
     {
         (void)ReadUploadDescription(description); // refuses what is malformed
@@ -129,7 +129,7 @@ private:
     std::optional<ResumableUpload> Load(const std::string& id) const
     {
         const auto value = ParseObject(m_state.Read(FileName(id, kDescription)).value_or(""));
-        // The bytes go first when they become an item.
+        // When an upload becomes an item, its bytes are moved away first.
         if (!value || !std::filesystem::exists(BytesOf(id)))
             return std::nullopt;
         auto upload = ReadUploadDescription(*value);
@@ -144,7 +144,7 @@ private:
     std::set<std::string> m_busy;
 };
 
-// What the client is told of an item that is not there yet: all as it sent it, since it goes on from what it is told.
+// The values of an item that does not exist yet: as the client sent them, because it continues with what it gets.
 Item PendingItem(const ResumableUpload& upload, const ItemPath& path)
 {
     return {.path = path.Text(),
@@ -172,7 +172,8 @@ public:
     Reply Post()
     {
         const auto newPath = m_request.header("qd_new_path");
-        // Every chunk has these two. Looked for first: without any header a new upload looks like the rest of one that nobody began.
+        // Every chunk has these two headers. Check them first: without any header, a new upload would look like a continuation of an
+        // unknown one.
         if (!newPath)
             for (const char* name : {"qd_offset", "qd_block_size"})
                 (void)HeaderOf(m_request, name);
@@ -190,7 +191,7 @@ public:
     Reply Status()
     {
         (void)m_uploads.Get(m_id, m_path);
-        // Clients read the lock as a text, not as a JSON boolean.
+        // Clients expect the lock as text, not as a JSON boolean.
         return JsonReply(
             {{"bytes_received", Json::UInt64(m_uploads.Received(m_id))}, {"is_locked", m_uploads.IsBusy(m_id) ? "true" : "false"}});
     }
@@ -204,7 +205,7 @@ public:
     }
 
 private:
-    // Ids are names of files, so only what is one everywhere is let in; case does not tell them apart.
+    // Ids are file names, so only characters that every file system allows are accepted; case is ignored.
     static std::string CheckedId(const std::string& text)
     {
         auto id = LowerAscii(text);
@@ -213,7 +214,7 @@ private:
         return id;
     }
 
-    // A chunk begins where the last one ended, or before: then it was sent again. Of a chunk that breaks off, what has come stays.
+    // A chunk begins where the last one ended, or earlier if it is sent again. If a chunk ends early, the received bytes are kept.
     void TakeChunk(const ResumableUpload& upload)
     {
         const auto offset = ReadNumber(HeaderOf(m_request, "qd_offset"), "qd_offset");
@@ -242,7 +243,7 @@ private:
         return Finish(upload, newPath, {.revision = isSame ? upload.revision : "", .mustBeNew = !isSame});
     }
 
-    // Where this is refused, the bytes stay: they can still become an item of another path.
+    // If this is refused, the bytes are kept: they can still become an item at another path.
     Reply Finish(const ResumableUpload& upload, const ItemPath& path, const PutCondition& condition)
     {
         const auto received = m_uploads.Received(m_id);

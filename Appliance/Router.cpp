@@ -8,7 +8,7 @@ namespace ApplianceParts
 namespace
 {
 
-// The path behind a prefix, if the prefix ends at a component's end.
+// The path after a prefix, if the prefix ends at a component boundary.
 std::optional<std::string_view> Behind(std::string_view prefix, std::string_view path)
 {
     if (!path.starts_with(prefix))

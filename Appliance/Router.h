@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Which handler answers which request. The handlers are added by subject, by a function each.
+/// Maps requests to handlers. One function per subject adds its handlers.
 
 #include "Http.h"
 #include "Options.h"
@@ -15,7 +15,7 @@ class ItemStore;
 class LineWriter;
 class StateFolder;
 
-/// A request that found its handler.
+/// A request for a handler.
 struct Call
 {
     const Request& request;
@@ -36,13 +36,13 @@ public:
 
     Router(const std::vector<std::string>& apiVersions, const Sessions& sessions);
 
-    /// @param path  such as "/endpoints"; after "{api}" it is below the path of each API version; before "/*" any path may follow.
+    /// @param path  such as "/endpoints"; "{api}" stands for the path of each API version, and a final "/*" for any path.
     void Add(std::string method, std::string_view path, Access access, CallHandler handler);
 
-    /// @throws ApiError if nothing answers the request, or its session is not valid.
+    /// @throws ApiError if there is no handler for the request, or its session is not valid.
     [[nodiscard]] Reply Handle(const Request& request) const;
 
-    /// The path below which an API version's requests lie.
+    /// The common path of an API version's requests.
     [[nodiscard]] static std::string ApiPath(const std::string& version) { return "/sync/" + version; }
 
 private:
@@ -72,7 +72,7 @@ private:
 };
 
 /// "/endpoints", "/init", "/version"; sessions and devices; the change feed; shares and audit data.
-/// @param mail  where the mails to the user go.
+/// @param mail  receives the mails to the user.
 void AddSessionRoutes(Router& router, const Options& options, Sessions& sessions, Feed& feed, const ItemStore& items,
                       const StateFolder& state, LineWriter& mail);
 

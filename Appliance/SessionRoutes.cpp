@@ -9,7 +9,7 @@ namespace ApplianceParts
 namespace
 {
 
-// Shorter than clients and proxies are ready to wait.
+// Shorter than the timeouts of clients and proxies.
 constexpr std::chrono::seconds kLongestWait{55};
 
 Json::Value Endpoint(const std::string& path)
@@ -26,7 +26,7 @@ Json::Value TextsOf(const Fields& form, const std::string& name)
     return texts;
 }
 
-// The same reply at every request.
+// Adds a route that always gives the same reply.
 void AddConstant(Router& router, std::string_view path, const Json::Value& value)
 {
     router.Add("GET", path, Access::Everybody, [value](const Call&) { return JsonReply(value); });
@@ -54,7 +54,7 @@ void AddDevices(Router& router, Sessions& sessions, LineWriter& mail)
         const auto form = ReadForm(call.request);
         const auto user = Require(form, "user_id");
         const auto deviceToken = sessions.Register(user, Require(form, "device_id"));
-        // Clients look for the two halves of this sentence.
+        // Clients look for both parts of this message.
         if (!deviceToken)
             throw ApiError(400, ErrorId::AlreadyExists,
                            "The user " + user + " has registered the device " + Find(form, "device_name").value_or(""));
@@ -74,7 +74,7 @@ void AddDevices(Router& router, Sessions& sessions, LineWriter& mail)
     });
 }
 
-// Shares and audit data are written down, a line of JSON each, for whoever tries things out.
+// Shares and audit data are only written to a file, a line of JSON each, for inspection.
 void AddNotices(Router& router, const ItemStore& items, const StateFolder& state)
 {
     const auto shares = std::make_shared<LineWriter>(state.Path("shares.jsonl"));
@@ -113,14 +113,14 @@ void AddSessionRoutes(Router& router, const Options& options, Sessions& sessions
                                             Find(form, "device_token").value_or(""));
         feed.Open(session.token);
         auto reply = JsonObject({{"session_token", session.token}});
-        // An administrator can put a policy into the state folder; it then comes with every login.
+        // An administrator can put a policy into the state folder; every login then returns it.
         if (const auto policy = ParseObject(state.Read("policy.json").value_or("")))
             reply["policy_block"] = *policy;
         return JsonReply(reply);
     });
     AddDevices(router, sessions, mail);
 
-    // At API 1.0 the session token stands in the path, too.
+    // At API 1.0 the path contains the session token, too.
     router.Add("GET", "{api}/notifs/*", Access::Session, [&feed](const Call& call) {
         if (!call.rest.empty() && call.rest.substr(1) != call.session.token)
             throw ApiError(404, ErrorId::NotFound, "the feed is another session's");

@@ -15,7 +15,7 @@ constexpr const char* kFile = "sessions.json";
 constexpr std::size_t kMostSessions = 1000;
 constexpr std::size_t kTokenDigits = 32;
 
-// Constant time: prevents guessing by timing.
+// Takes constant time, so that its duration does not reveal the secret.
 bool IsSame(const std::string& left, const std::string& right)
 {
     unsigned difference = left.size() == right.size() ? 0 : 1;

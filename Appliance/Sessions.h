@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Who may use the appliance: the user, the devices, and the sessions that are open.
+/// The user, the devices, and the open sessions.
 
 #include "Options.h"
 #include "StateFolder.h"
@@ -34,23 +34,23 @@ public:
     [[nodiscard]] bool NeedsDeviceToken() const { return m_mode == ServerMode::DeviceToken; }
 
     /// Opens a session.
-    /// @throws ApiError where user, password or device token are not right.
+    /// @throws ApiError if user, password or device token are wrong.
     [[nodiscard]] Session LogIn(const std::string& user, const std::string& password, const std::string& deviceId,
                                 const std::string& deviceToken);
 
     [[nodiscard]] std::optional<Session> Find(const std::string& token) const;
     [[nodiscard]] std::vector<Session> All() const;
 
-    /// Registers a device: makes its device token, once.
-    /// @returns nothing where the device is registered already.
-    /// @throws ApiError where the user is unknown.
+    /// Registers a device and creates its device token.
+    /// @returns nothing if the device is registered already.
+    /// @throws ApiError if the user is unknown.
     [[nodiscard]] std::optional<std::string> Register(const std::string& user, const std::string& deviceId);
 
-    /// The token of a device that is registered.
-    /// @throws ApiError where it is not.
+    /// The token of a registered device.
+    /// @throws ApiError if the device is not registered.
     [[nodiscard]] std::string DeviceToken(const std::string& user, const std::string& deviceId) const;
 
-    /// Forgets a device: its registration, and its sessions but the one that asks.
+    /// Removes a device: its registration, and its sessions except the given one.
     void Forget(const std::string& deviceId, const std::string& exceptToken);
 
 private:

@@ -19,7 +19,7 @@ StateFolder::StateFolder(const std::filesystem::path& root) : m_folder(root / st
 {
     std::filesystem::create_directories(m_folder);
     std::filesystem::permissions(m_folder, std::filesystem::perms::owner_all);
-    // What an earlier process left half done.
+    // Temporary files of an earlier process.
     std::filesystem::remove_all(m_folder / kTemporary);
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// The folder, inside the root and never shown as an item, in which the appliance keeps what files cannot hold.
+/// The folder, inside the root and never shown as an item, for data that files cannot store.
 
 #include <filesystem>
 #include <optional>
@@ -16,28 +16,28 @@ class StateFolder
 public:
     static constexpr std::u8string_view kName = u8".quendra-appliance";
 
-    /// Makes the root and the state folder where they do not exist.
+    /// Creates the root and the state folder if they do not exist.
     explicit StateFolder(const std::filesystem::path& root);
 
-    /// A file or folder of the state.
+    /// The path of a file or folder of the state.
     [[nodiscard]] std::filesystem::path Path(std::string_view name) const { return m_folder / name; }
 
-    /// A folder of the state, made where it does not exist.
+    /// A folder of the state, created if it does not exist.
     [[nodiscard]] std::filesystem::path Folder(std::string_view name) const;
 
-    /// A path that no file has yet, in a folder whose contents last no longer than the process.
+    /// An unused path, in a folder that the next process empties.
     [[nodiscard]] std::filesystem::path NewTemporary() const;
 
     [[nodiscard]] std::optional<std::string> Read(std::string_view name) const;
 
-    /// Replaces a file's content at once and wholly, or not at all. Only the appliance's own user can read it.
+    /// Replaces a file's content atomically. Only the appliance's own user can read it.
     void Write(std::string_view name, std::string_view content) const;
 
 private:
     std::filesystem::path m_folder;
 };
 
-/// A file that goes when nobody uses it any more.
+/// A file that is removed when it is no longer used.
 class TemporaryFile
 {
 public:
@@ -53,7 +53,7 @@ private:
     std::filesystem::path m_path;
 };
 
-/// As many hexadecimal digits from the system's random source.
+/// Returns that many hexadecimal digits from the system's random source.
 [[nodiscard]] std::string RandomHex(std::size_t digits);
 
 } // namespace ApplianceParts

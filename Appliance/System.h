@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// What the appliance does differently from system to system: waiting for sockets, files that are read while others replace them,
-/// which names files can have, arguments and the way in which a program is asked to end.
+/// The platform-dependent parts of the appliance: waiting for sockets, files that are read while others replace them, valid file names,
+/// arguments and the request to end the program.
 
 #include <chrono>
 #include <cstddef>
@@ -16,10 +16,10 @@
 namespace ApplianceParts::System
 {
 
-/// A socket, as wide as any system's.
+/// A socket, in a type that fits every system.
 using Socket = std::intptr_t;
 
-/// Readies a socket to listen: its port is at once free again when the program ends, and never shared meanwhile.
+/// Prepares a socket to listen: its port is free at once when the program ends, and cannot be shared meanwhile.
 void PrepareListener(Socket socket);
 
 enum class Wait
@@ -28,10 +28,10 @@ enum class Wait
     Writable
 };
 
-/// @returns whether it came to that in time.
+/// @returns whether the socket became ready in time.
 [[nodiscard]] bool WaitFor(Socket socket, Wait wait, std::chrono::milliseconds time);
 
-/// A file that is read. Meanwhile others may give its name to another file, or remove it; it stays what it is.
+/// A file open for reading. It may be replaced or removed meanwhile; its content stays the same.
 class IFile
 {
 public:
@@ -41,21 +41,21 @@ public:
     [[nodiscard]] virtual std::ptrdiff_t ReadAt(std::uint64_t offset, char* buffer, std::size_t size) = 0;
 };
 
-/// @throws std::system_error where the file cannot be opened.
+/// @throws std::system_error if the file cannot be opened.
 [[nodiscard]] std::shared_ptr<IFile> OpenFile(const std::filesystem::path& path);
 
-/// Renames a file, over another one where there is one: even while that is read.
-/// @param aside  a free name on the same file system, for where that takes a detour.
-/// @throws std::system_error where it cannot be done; all is then as before.
+/// Renames a file, and replaces an existing one even while that is read.
+/// @param aside  an unused name on the same file system, for systems that need an intermediate step.
+/// @throws std::system_error on failure; nothing has changed then.
 void Replace(const std::filesystem::path& from, const std::filesystem::path& to, const std::filesystem::path& aside);
 
-/// Whether a file can have this name here and the name means itself and nothing else. "." and ".." are the caller's to refuse.
+/// Whether a file can have exactly this name on this system. The caller must refuse "." and "..".
 [[nodiscard]] bool IsFileName(std::u8string_view name);
 
 /// The program's arguments in UTF-8, without its name.
 [[nodiscard]] std::vector<std::string> Arguments(int count, char** arguments);
 
-/// From now on a request to end the program (Ctrl-C, SIGINT, SIGTERM) is kept for `WaitForEnd`. Called before any thread is made.
+/// Keeps later requests to end the program (Ctrl-C, SIGINT, SIGTERM) for `WaitForEnd`. Must be called before any thread is created.
 void PrepareEnd();
 void WaitForEnd();
 

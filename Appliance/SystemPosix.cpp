@@ -83,7 +83,7 @@ std::vector<std::string> Arguments(int count, char** arguments)
     return {arguments + std::min(count, 1), arguments + count};
 }
 
-// Threads inherit what is blocked, so that the signals are only ever taken by `WaitForEnd`.
+// Threads inherit the signal mask, so only `WaitForEnd` takes these signals.
 void PrepareEnd()
 {
     const sigset_t signals = EndSignals();

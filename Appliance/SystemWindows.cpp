@@ -40,7 +40,7 @@ private:
     HANDLE m_handle;
 };
 
-// In the UTF-16 units that file systems count.
+// In UTF-16 units, which file systems count.
 std::size_t LengthOf(std::u8string_view name)
 {
     std::size_t length = 0;
@@ -49,7 +49,7 @@ std::size_t LengthOf(std::u8string_view name)
     return length;
 }
 
-// Names that mean a device in every folder, whatever their extension.
+// Names that are devices in every folder, whatever their extension.
 bool IsDeviceName(std::u8string_view name)
 {
     std::string stem;
@@ -84,7 +84,7 @@ bool WaitFor(Socket socket, Wait wait, std::chrono::milliseconds time)
 
 std::shared_ptr<IFile> OpenFile(const std::filesystem::path& path)
 {
-    // Sharing deletion is what lets others rename and remove the file meanwhile.
+    // Sharing deletion lets others rename and remove the file meanwhile.
     const HANDLE handle = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE)
@@ -100,7 +100,7 @@ void Replace(const std::filesystem::path& from, const std::filesystem::path& to,
         return;
     if (!std::filesystem::is_regular_file(to))
         throw std::system_error(failed, "cannot rename");
-    // A file that is open can be renamed, but not be renamed over.
+    // An open file can be renamed, but not replaced by a rename.
     std::filesystem::rename(to, aside);
     std::filesystem::rename(from, to, failed);
     if (failed)
@@ -120,7 +120,7 @@ bool IsFileName(std::u8string_view name)
            !name.ends_with(u8' ') && !IsDeviceName(name);
 }
 
-// Those that `main` gets are in the system's code page.
+// The arguments of `main` are in the system's code page.
 std::vector<std::string> Arguments(int, char**)
 {
     int count = 0;

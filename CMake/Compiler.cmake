@@ -13,7 +13,7 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
     set(CMAKE_BUILD_TYPE RelWithDebInfo)
 endif()
 
-# For C++ alone: the resource compiler knows none of these.
+# For C++ only: the resource compiler does not support these options.
 add_library(quendra_warnings INTERFACE)
 if(MSVC)
     target_compile_options(quendra_warnings INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:/W4;/WX>")
@@ -27,15 +27,15 @@ else()
         # False positives of GCC 12's flow analysis inside the standard library's own strings and shared pointers.
         target_compile_options(quendra_warnings INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:-Wno-null-dereference;-Wno-restrict>")
         if(MINGW)
-            # The same with mingw's inline wmemcpy; the Linux builds keep these warnings.
+            # The same for mingw's inline wmemcpy; the Linux builds keep these warnings.
             target_compile_options(quendra_warnings INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:-Wno-array-bounds;-Wno-stringop-overread>")
         endif()
     endif()
 endif()
 
 if(QUENDRA_SANITIZE)
-    # Light optimisation: the sanitized programs compile and run faster than unoptimised ones, and their stacks stay readable. Of
-    # debug information the stacks need lines only.
+    # Light optimisation: the sanitized programs compile and run faster than unoptimised ones, and their stacks stay readable. Of the debug
+    # information, stacks need only the lines.
     string(REPLACE "-O2 -g" "-O1 -g1" CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
     add_compile_options(-fsanitize=${QUENDRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${QUENDRA_SANITIZE})
@@ -46,6 +46,6 @@ if(WIN32)
     add_compile_definitions(_WIN32_WINNT=0x0A00 UNICODE _UNICODE)
 endif()
 if(MINGW)
-    # The programs and libraries need no other library than Windows' own and the project's.
+    # The programs and libraries depend only on Windows' libraries and the project's own.
     add_link_options(-static)
 endif()

@@ -1,5 +1,5 @@
-# The libraries that the project calls; all are installed, none is vendored. Their headers are system headers, whose warnings are
-# not ours.
+# The libraries that the project uses; all are installed, none is vendored. Their headers are system headers, so that their warnings are
+# suppressed.
 #
 #     quendra_jsoncpp   JSON
 #     quendra_boost     Boost.Beast and Boost.Asio (the sample server and its tests), header only

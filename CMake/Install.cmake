@@ -1,11 +1,11 @@
-# What `cmake --install` puts where, in four components:
+# The files that `cmake --install` installs, in four components:
 #
 #     Runtime       the library, the tracing library, on Linux the platform library; the notices of the libraries they are made with
 #     Development   headers, import libraries, the static libraries of the records and of versions, find_package(QuendraHttp) and pkg-config, the documents
 #     Programs      quendra and quendra-appliance
 #     Symbols       the symbols of everything above, in .debug folders beside the binaries, where debuggers look for them
 #
-# CMake/Package.cmake makes packages of them. Docs/Compatibility.md says what the versions promise.
+# CMake/Package.cmake packages them. Docs/Compatibility.md says what the versions promise.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -14,7 +14,7 @@ set(headerFolder ${CMAKE_INSTALL_INCLUDEDIR}/quendra-http)
 set(configFolder ${CMAKE_INSTALL_LIBDIR}/cmake/QuendraHttp)
 set(documentFolder ${CMAKE_INSTALL_DATADIR}/doc/quendra-http)
 
-# Raised when programs built with the libraries before would not run with those that are built now.
+# Raised when programs built with earlier libraries would not run with the new ones.
 set(QUENDRA_BINARY_VERSION 1)
 
 set(sharedLibraries QuendraHttp quendra_eventing)
@@ -25,7 +25,7 @@ if(NOT WIN32)
 endif()
 set(programs quendra quendra-appliance)
 
-# A binary finds its libraries wherever the whole is installed to.
+# A binary finds its libraries wherever the tree is installed.
 file(RELATIVE_PATH toLibraries /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 set_target_properties(${sharedLibraries} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${QUENDRA_BINARY_VERSION} INSTALL_RPATH "$ORIGIN")
 set_target_properties(${programs} PROPERTIES INSTALL_RPATH "$ORIGIN/${toLibraries}")
@@ -41,7 +41,7 @@ install(TARGETS QuendraHttp quendra_eventing quendra_platform quendra_libraries 
     INCLUDES DESTINATION ${headerFolder})
 install(TARGETS ${programs} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Programs)
 if(NOT WIN32)
-    # Where bash finds the completion of a command by itself.
+    # bash looks for a command's completion here.
     install(FILES ${PROJECT_BINARY_DIR}/Client/quendra.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME quendra COMPONENT Programs)
 endif()
 
@@ -73,7 +73,7 @@ list(JOIN platformLibraries " " platformLibraries)
 configure_file(CMake/QuendraHttp.pc.in ${PROJECT_BINARY_DIR}/QuendraHttp.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/QuendraHttp.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 
-# quendra_install_notice(NAME places...): the licence of a library, from the first place on this machine that has it.
+# quendra_install_notice(NAME places...): installs the licence of a library, from the first of the places that exists on this machine.
 function(quendra_install_notice name)
     foreach(place IN LISTS ARGN)
         file(GLOB notice ${place})
@@ -104,7 +104,7 @@ if(QUENDRA_RSYNC_INCLUDE_DIR AND QUENDRA_RSYNC_LIBRARY)
     quendra_install_notice(librsync ${systemDocs}/librsync-dev/copyright)
 endif()
 
-# Symbols apart from the binaries. MSVC does that by itself.
+# Separates symbols from the binaries. MSVC does that by itself.
 function(quendra_split_symbols target component folder)
     if(MSVC)
         install(FILES $<TARGET_PDB_FILE:${target}> DESTINATION ${folder} COMPONENT Symbols OPTIONAL)

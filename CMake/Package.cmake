@@ -1,5 +1,5 @@
-# Packages of what CMake/Install.cmake installs: `cpack --preset linux` makes Debian packages, `cpack --preset windows` ZIP files, in
-# the build tree's packages folder.
+# Packages for what CMake/Install.cmake installs: `cpack --preset linux` makes Debian packages, `cpack --preset windows` ZIP files, in the
+# build tree's packages folder.
 
 set(CPACK_PACKAGE_NAME quendra-http)
 set(CPACK_PACKAGE_VENDOR Ostvalen)
@@ -28,7 +28,7 @@ else()
     set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
     set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
     set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}")
-    # What packages of programs over the library depend on; and the loader's cache, renewed after an installation.
+    # The dependency that other packages get on the library; and the loader's cache, updated after an installation.
     set(controlFolder ${PROJECT_BINARY_DIR}/debian-control)
     set(shlibs "")
     foreach(library IN LISTS sharedLibraries)
@@ -47,7 +47,7 @@ else()
     set(CPACK_DEBIAN_SYMBOLS_PACKAGE_NAME quendra-http-dbg)
     set(CPACK_DEBIAN_SYMBOLS_PACKAGE_SECTION debug)
     set(CPACK_DEBIAN_SYMBOLS_DESCRIPTION "${PROJECT_DESCRIPTION}: symbols for debuggers")
-    # dpkg-shlibdeps finds the project's own libraries in the build tree; the packages name each other by version.
+    # dpkg-shlibdeps finds the project's own libraries in the build tree; the packages depend on each other's versions.
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
     set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
     set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS Runtime)

@@ -1,10 +1,10 @@
-# Run while installing: a binary's symbols go into FOLDER/.debug/NAME.debug, and the installed binary keeps a link to that file.
+# Runs at installation: a binary's symbols go into FOLDER/.debug/NAME.debug, and the installed binary keeps a link to that file.
 
 function(make_symbols objcopy built symbols)
     execute_process(COMMAND ${objcopy} --only-keep-debug ${built} ${symbols} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-# Both components are installed apart: the link is made from a copy, which is the same each time.
+# The two components are installed separately: the link is made from a copy, which is identical each time.
 function(strip_installed objcopy built folder)
     cmake_path(GET built FILENAME name)
     set(symbols ${built}.debug)

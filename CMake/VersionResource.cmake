@@ -1,5 +1,5 @@
 # quendra_add_version_resource(TARGET description)
-# Gives a program or library the version of the project, as the system and the program itself read it. Windows only.
+# Adds the project's version to a program or library, for the system and the program itself. Windows only.
 function(quendra_add_version_resource target QUENDRA_FILE_DESCRIPTION)
     if(NOT WIN32)
         return()

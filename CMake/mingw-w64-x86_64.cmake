@@ -1,4 +1,4 @@
-# Cross-builds for 64-bit Windows with mingw-w64 (posix threads). `CMake/prepare.sh windows` puts the libraries into place.
+# Cross-builds for 64-bit Windows with mingw-w64 (posix threads). `CMake/prepare.sh windows` installs the libraries.
 
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)

@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that the project is built and tested with, the missing ones only, and builds what the cross
-# build needs beside them.
+# Installs the missing Debian packages for building and testing the project, and builds what the cross build needs in addition.
 #
 #     CMake/prepare.sh [linux] [tests] [tools] [windows]        (default: all four)
 #
@@ -9,7 +8,7 @@
 #     tools     clang-tidy and clang-format
 #     windows   mingw-w64, Wine, and the libraries that Debian has no mingw packages of, in build/windows-deps
 #
-# Without root rights the packages are installed through sudo. Where nothing is missing nothing is asked of the network.
+# Without root rights the packages are installed through sudo. If nothing is missing, the network is not used.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 deps=$root/build/windows-deps
@@ -47,8 +46,8 @@ install_missing() {
     as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y --no-install-recommends install "${missing[@]}" >&2
 }
 
-# The sources of the Debian packages named, below $deps/sources. apt gets a package list of its own there, with this machine's
-# Debian archives as deb-src, so that the system's lists stay as they are.
+# The sources of the named Debian packages, below $deps/sources. apt uses a separate package list there, with this machine's Debian archives
+# as deb-src, so that the system's lists are unchanged.
 fetch_sources() {
     local apt=$deps/apt keyring=/usr/share/keyrings/debian-archive-keyring.gpg
     mkdir -p "$apt/lists/partial" "$apt/archives/partial" "$deps/sources"
@@ -62,7 +61,7 @@ fetch_sources() {
     (cd "$deps/sources" && apt-get "${options[@]}" source "$@" >&2)
 }
 
-# Runs `build_NAME` once: a stamp tells a finished step from an interrupted one.
+# Runs `build_NAME` once: a stamp file marks a completed step.
 once() {
     [ -e "$deps/stamps/$1" ] && return 0
     say "prepare: building $1 for Windows"
@@ -93,7 +92,7 @@ build_jsoncpp() {
 
 build_googletest() { cross_cmake googletest /usr/src/googletest; }
 
-# The two libraries that are headers only, and the same for every system.
+# The two header-only libraries, the same for every system.
 build_headers() {
     mkdir -p "$prefix/include" &&
         ln -sfnT /usr/include/boost "$prefix/include/boost" &&

@@ -1,11 +1,11 @@
 #!/bin/sh
-# Runs a Windows program under Wine, with a prefix (Wine's C: drive and registry) of the project's own.
+# Runs a Windows program under Wine, with the project's own prefix (Wine's C: drive and registry).
 #
 #     CMake/wine.sh PREFIX PROGRAM [arguments]     the first run makes the prefix; what Wine itself starts ends by itself
 #     CMake/wine.sh PREFIX --stop                  ends at once what still runs in the prefix
 WINEPREFIX=$1
 WINEDEBUG=-all
-# Neither .NET nor a browser is wanted, nor entries in the user's menus.
+# Neither .NET nor a browser is needed, nor entries in the user's menus.
 WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d'
 export WINEPREFIX WINEDEBUG WINEDLLOVERRIDES
 shift

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Shows the library at work: installs what is missing, builds, starts the sample server and talks to it.
+# Shows the library at work: installs missing packages, builds, starts the sample server and talks to it.
 #
 #     ./demo.sh            the Windows build under Wine, where its tools can be installed, else the Linux build
 #     ./demo.sh windows    QuendraHttp.dll and quendra.exe under Wine
 #     ./demo.sh linux      libQuendraHttp.so and quendra: the quick one
 #
-# The sample server is the Linux build's both times. It listens on a free port of this machine only; it and its files are gone
-# when the demo ends.
+# The sample server is always the Linux build. It listens on a free port of this machine only; it and its files are removed when the demo
+# ends.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -51,7 +51,7 @@ build() { # preset, targets
 # Shows the command as a person would type it.
 show() { printf '\n\033[1m$ quendra %s\033[0m\n' "$*"; }
 
-# What the server has seen since the last call, in one line: the last request and how many came before it.
+# Prints in one line what the server has received since the last call: the last request and how many came before it.
 wire() { # milliseconds
     local count last
     count=$(($(grep -c ' -> ' "$work/server.log") - seen))
@@ -68,7 +68,7 @@ wire() { # milliseconds
 
 now() { echo $(($(date +%s%N) / 1000000)); }
 
-# Runs quendra and shows what it prints, how long it took and what went over the wire.
+# Runs quendra and shows its output, its duration and its requests.
 quendra() {
     local began
     show "$@"
@@ -77,7 +77,7 @@ quendra() {
     wire $(($(now) - began))
 }
 
-# Starts quendra for `interrupt` to end; what it prints comes through descriptor $output.
+# Starts quendra for `interrupt` to end; descriptor $output carries its output.
 begin() {
     show "$@"
     began=$(now)
@@ -89,7 +89,7 @@ interrupt() {
     local status=0
     say '^C'
     kill -INT "$running"
-    # Wine does not end a receive that blocks: there the next change does.
+    # Wine cannot interrupt a blocked receive: the next change ends it.
     [ "$platform" = linux ] || [ "$1" != changes ] || "${client[@]}" mkdir /home/Afterwards </dev/null >/dev/null
     cat <&"$output"
     wait "$running" || status=$?
@@ -101,7 +101,7 @@ interrupt() {
 
 same() { cmp "$1" "$2" || fail "$3"; say "   $3"; }
 
-# A local path as the client takes it: Wine shows this machine's files on a drive of its own.
+# A local path for the client: Wine shows this machine's files on a separate drive.
 as_client_path() {
     if [ "$platform" = windows ]; then
         echo "Z:${1//\//\\}"
@@ -132,7 +132,7 @@ if [ "$platform" = windows ]; then
     build linux quendra-appliance
     build windows quendra
     client=(CMake/wine.sh "$PWD/build/windows/wineprefix" build/windows/bin/quendra.exe)
-    # The first run makes Wine's prefix.
+    # The first run creates Wine's prefix.
     "${client[@]}" --help >/dev/null
 else
     build linux quendra-appliance quendra
@@ -281,7 +281,7 @@ if [ "$platform" = windows ]; then
 else
     say 'That was libQuendraHttp.so.'
 fi
-# Only what this demo built.
+# Only what this demo has built.
 next() { printf '  %-60s  %s\n' "$@"; }
 say "
 Where to look next:"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds and tests everything, on a machine that has nothing yet.
+# Builds and tests everything, starting from a bare machine.
 #
 #     ./test.sh [step...]      default: all, in this order
 #
@@ -10,8 +10,8 @@
 #     tsan        Clang with ThreadSanitizer: build and all tests
 #     windows     mingw-w64: build, all tests under Wine, the exports and imports of the DLL, the packages
 #
-# What is missing is installed first (CMake/prepare.sh). Where the cross tools cannot be installed, `windows` is left out with a
-# message, except in CI (CI=true), where that is a failure. Logs: build/logs.
+# Missing packages are installed first (CMake/prepare.sh). If the cross tools cannot be installed, `windows` is skipped with a message,
+# except in CI (CI=true), where that is a failure. Logs: build/logs.
 set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
@@ -25,7 +25,7 @@ mkdir -p "$logs"
 
 say() { printf '\n== %s\n' "$*"; }
 
-# quiet LOG COMMAND...: the output goes to the log, and to the screen where the command fails.
+# quiet LOG COMMAND...: writes the output to the log, and shows it if the command fails.
 quiet() {
     local log=$1
     shift
@@ -35,10 +35,10 @@ quiet() {
     return 1
 }
 
-# Runs the tests of a preset: prints the cases that fail and ctest's closing lines, and counts.
+# Runs the tests of a preset: prints the failed cases and ctest's summary, and counts.
 run_ctest() {
     local log=$logs/$1-tests.log result repeat=()
-    # Now and then Wine loses a process under load; a fault of ours fails again.
+    # Wine occasionally loses a process under load; a real fault fails again.
     [ "$1" != windows ] || repeat=(--repeat until-pass:2)
     ctest --preset "$1" --parallel "$jobs" "${repeat[@]}" >"$log" 2>&1
     result=$?
@@ -63,7 +63,7 @@ step_linux() { build_and_test linux; }
 step_asan() { build_and_test linux-asan; }
 step_tsan() { build_and_test linux-tsan; }
 step_tidy() {
-    # clang-tidy reads the compile commands of a Clang build; nothing needs to be built for it.
+    # clang-tidy reads the compile commands of a Clang build, which need not be built.
     local folders='(Appliance|Client|Eventing|Libraries|Platform|QuendraHttp)'
     quiet "$logs/linux-asan-configure.log" cmake --preset linux-asan &&
         quiet "$logs/tidy.log" run-clang-tidy -quiet -j "$jobs" -p build/linux-asan "$PWD/$folders/.*\\.cpp\$"

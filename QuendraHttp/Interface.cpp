@@ -9,7 +9,7 @@
 namespace
 {
 
-// The lines that identify these events to people who filter on them.
+// Fixed line numbers: people filter trace events by them.
 constexpr int kInitEntryLine = 19;
 constexpr int kInitExitLine = 23;
 
@@ -30,7 +30,7 @@ IQuendraHttpAPI* Create(const std::shared_ptr<IWinHttpFactory>& factory, const s
 std::int32_t Init(std::uint64_t handle)
 {
     EventProviderHandle = handle;
-    // Entry and exit have lines of their own here, so they are not a scope's.
+    // Entry and exit have different line numbers here, which a FunctionTraceScope cannot write.
     WriteFunctionEvent(EVT_FUNCTION_ENTRY, kInitEntryLine);
     WriteFunctionEvent(EVT_FUNCTION_EXIT, kInitExitLine);
     return 0;

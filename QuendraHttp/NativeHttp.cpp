@@ -1,4 +1,4 @@
-// The client's life and settings: creation, the server it talks to, the session token, and requests that other threads end.
+// Creation of the client, its settings and session token, and ending requests from other threads.
 
 #include "QuendraHttp/NativeHttp.h"
 
@@ -15,7 +15,7 @@
 namespace
 {
 
-// The lines that identify these functions to people who filter events on them.
+// Fixed line numbers: people filter trace events by them.
 constexpr int kCreateLine = 132;
 constexpr int kTrackerBeginLine = 227;
 constexpr int kTrackerEndLine = 235;
@@ -67,7 +67,7 @@ void CNativeHttp::Create(const std::wstring& deviceName)
     m_session = m_factory->CreateSession();
     if (m_session)
     {
-        // A session that cannot be opened shows again in every request; the instance is there all the same.
+        // The instance is created even if the session cannot be opened: every request then fails.
         if (const ResultCode failed = m_session->Initialise())
             trace.Error("WinHttpSession failed to initialise, error code: %d", failed);
     }
@@ -198,7 +198,7 @@ ResultCode CNativeHttp::CheckForChangedSessionToken(std::uint32_t status, const 
 ResultCode CNativeHttp::CloseRequestHandle(const std::wstring& path)
 {
     return RunOperation("CNativeHttp::CloseRequestHandle", [&](const FunctionTraceScope& trace) -> ResultCode {
-        // Closed under the lock: the tracker cannot end, nor a newer request take the key, meanwhile.
+        // Close under the lock, so that the tracker cannot end and no newer request can take the key.
         const std::lock_guard guard(m_requestsLock);
         if (const auto entry = m_requests.find(path); entry != m_requests.end())
         {

@@ -1,9 +1,8 @@
 #pragma once
 
 /// @file
-/// The frame of every operation: its trace scope, and the one place where exceptions end. Nothing may be thrown across the
-/// exported interface; an operation that runs out of memory leaves "[EXCEPTION EXIT]" in the trace and returns
-/// `Result::Failed`.
+/// Runs every operation: opens its trace scope and catches its exceptions. Nothing may be thrown across the exported interface; an
+/// operation that runs out of memory writes "[EXCEPTION EXIT]" to the trace and returns `Result::Failed`.
 
 #include "Tracing.h"
 
@@ -25,7 +24,7 @@ template <typename Body> ResultCode RunGuarded(const Body& body) noexcept
 /// An operation's name in the trace, "CNativeHttp::Operation", and the line that identifies its entry and exit.
 struct OperationName
 {
-    // NOLINTNEXTLINE(google-explicit-constructor): a literal is meant to become a name by itself.
+    // NOLINTNEXTLINE(google-explicit-constructor): implicit, so that callers can pass a literal.
     constexpr OperationName(const char* operation, int sourceLine = __builtin_LINE()) : function(operation), line(sourceLine) {}
 
     const char* function;
@@ -33,8 +32,8 @@ struct OperationName
 };
 
 /// Runs an operation of the client inside its trace scope.
-/// @param body  takes the scope, returns the operation's result. It captures the caller's shared pointers by value, which holds what
-///              they point to for the length of the call: a callback may drop the caller's own.
+/// @param body  takes the scope, returns the operation's result. It captures the caller's shared pointers by value, which keeps the
+///              objects alive during the call: a callback may reset the caller's own pointers.
 template <typename Body> ResultCode RunOperation(OperationName name, const Body& body) noexcept
 {
     return RunGuarded([&] {

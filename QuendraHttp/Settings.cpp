@@ -42,7 +42,7 @@ bool IsWanted(DWORD type, DWORD wanted)
     return type == wanted || (wanted == REG_SZ && type == REG_EXPAND_SZ);
 }
 
-// The stored text with its terminators, as far as it consists of whole characters.
+// The stored text with its terminators; an incomplete last character is dropped.
 std::wstring TextOf(const RawValue& value)
 {
     std::wstring text(value.size / sizeof(wchar_t), L'\0');
@@ -113,7 +113,7 @@ std::wstring ReadText(const std::wstring& name, const std::wstring& defaultValue
     if (!value.data)
         return defaultValue;
     std::wstring text = TextOf(value);
-    // Nothing makes a writer of the registry store the terminator.
+    // The registry may hold strings with or without a terminator.
     text.resize(std::wcslen(text.c_str()));
     return text;
 }

@@ -19,7 +19,7 @@
 namespace Settings
 {
 
-/// A place where values are looked for.
+/// A registry key that is searched for values.
 struct SearchPlace
 {
     HKEY root;
@@ -51,7 +51,7 @@ struct FoundNumber
     SearchPlace place;
 };
 
-/// Finds a REG_DWORD; nothing where it is to be the caller's default.
+/// Finds a REG_DWORD; nothing if the caller's default applies.
 [[nodiscard]] std::optional<FoundNumber> FindNumber(const std::wstring& name, const std::wstring& userIdentifier = {});
 
 /// Reads a REG_DWORD.
@@ -68,8 +68,7 @@ struct FoundNumber
 
 /// A number that is read on first use and then kept for the life of the process.
 ///
-/// There is no lock: threads that race for the first use read the same value twice. Where the first read throws, the next use
-/// reads again.
+/// There is no lock: threads that race for the first use all read the same value. If a read throws, the next use reads again.
 class OncePerProcessNumber
 {
 public:
@@ -81,7 +80,7 @@ public:
 
 private:
     const wchar_t* m_name;
-    std::atomic<std::int32_t> m_value; // the default until it is read
+    std::atomic<std::int32_t> m_value; // the default until the first read
     std::atomic<bool> m_isRead{false};
 };
 

@@ -1,16 +1,15 @@
 #pragma once
 
 /// @file
-/// The versions that a client tells the server at its login: its own and its system's. What cannot be found out is absent, a
-/// version without components. Everything here may be called from any thread and never throws but for want of memory. A program that
-/// uses it links `QuendraHttp::Versions`.
+/// The versions that a client sends when it logs in: its own and its operating system's. An unknown version has no components. All
+/// functions may be called from any thread and throw only std::bad_alloc. A program that uses it links `QuendraHttp::Versions`.
 
 #include "QuendraHttp/Types.h"
 
 #include <string>
 #include <string_view>
 
-/// Versions, found out.
+/// Functions that determine versions.
 namespace VersionNumberUtil
 {
 
@@ -24,10 +23,10 @@ namespace VersionNumberUtil
 /// @return the version.
 [[nodiscard]] VersionNumber GetModuleVersion();
 
-/// The operating system's version: on Windows what WMI reports, which no compatibility setting of the process bends; elsewhere the
-/// kernel's release. Takes as long as WMI does: a moment, two minutes where it is broken.
+/// The operating system's version: on Windows as WMI reports it, regardless of the process's compatibility settings; elsewhere the kernel's
+/// release. WMI usually answers quickly, but takes up to two minutes if it is broken.
 ///
-/// WMI is reached through COM, with free threading where the thread does not run COM yet, else with the thread's own model.
+/// WMI is reached through COM, with the multithreaded apartment if the thread has not initialised COM, else with the thread's apartment.
 /// @return the version.
 [[nodiscard]] VersionNumber GetOsVersion();
 

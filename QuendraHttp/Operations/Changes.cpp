@@ -9,7 +9,7 @@
 ResultCode CNativeHttp::GetChanges(std::list<CNotificationAction*>& actions)
 {
     return RunExchange(*this, "CNativeHttp::GetChanges", [&](Exchange& exchange) {
-        // The feed is below the endpoint path even for API 1.0, which carries the token at the end here.
+        // The feed's path starts with the endpoint path even for API 1.0; the token is then the last segment.
         std::wstring path = exchange.Server().endpointPath + L"/notifs";
         if (exchange.Server().apiVersion == kApiVersion10)
             path += L"/" + exchange.StartToken();

@@ -1,6 +1,6 @@
-// Chunked uploads that can be resumed. The client keeps no state of them; the caller drives the protocol:
+// Chunked uploads that can be resumed. The client keeps no state; the caller makes the requests in this order:
 //
-//     ResumableUpload(begin) --> ResumableUpload ... --> ResumableUpload(last chunk)            the file is there
+//     ResumableUpload(begin) --> ResumableUpload ... --> ResumableUpload(last chunk)            the file is complete
 //            |    ^                     |
 //            |    `-- offset -- GetResumableUploadMetadata <-- interrupted
 //            `--> CancelUpload (gone)          `--> CompleteUpload (finished under another path)
@@ -20,7 +20,7 @@
 namespace
 {
 
-// Hours that the server keeps a partial upload; 0 for no limit of ours.
+// Hours that the server keeps a partial upload; 0 to send no limit.
 Settings::OncePerProcessNumber g_uploadExpiry(Tuning::kUploadExpiry);
 constexpr std::int64_t kTicksPerHour = 36000000000;
 
@@ -45,7 +45,7 @@ CAttributeTime Expiry(std::uint32_t hours)
     FILETIME now{};
     GetSystemTimeAsFileTime(&now);
     const std::uint64_t ticks = (std::uint64_t{now.dwHighDateTime} << 32) | now.dwLowDateTime;
-    // An expiry beyond the scale ends with the scale; its last value is the one that means no time.
+    // Clamp the expiry to the largest valid time; the value above it means no time.
     const std::int64_t room = (CAttributeTime::kUnset - 1 - static_cast<std::int64_t>(ticks)) / kTicksPerHour;
     return CAttributeTime(static_cast<std::int64_t>(ticks) + std::min<std::int64_t>(hours, room) * kTicksPerHour);
 }
@@ -57,8 +57,8 @@ struct Chunk
     bool begins;
 };
 
-// A chunk's metadata travels in headers. A header that cannot be added ends the operation: without it the server would store the
-// chunk elsewhere.
+// Sends a chunk's metadata as headers. A header that cannot be added ends the operation: without it the server would store the chunk in the
+// wrong place.
 void AddChunkHeaders(Exchange& exchange, const IServerAttributes& item, const Chunk& chunk)
 {
     exchange.Header(L"qd_file_size", item.GetSizeString())
@@ -79,7 +79,7 @@ void AddChunkHeaders(Exchange& exchange, const IServerAttributes& item, const Ch
     }
 }
 
-// Whether a chunk passes the end of the file. None of them is negative, and no sum is made that could overflow.
+// Whether a chunk extends past the end of the file. No argument is negative. Subtracts, because a sum could overflow.
 bool PassesEnd(std::int64_t offset, std::int64_t length, std::int64_t size)
 {
     return offset > size || length > size - offset;
@@ -93,7 +93,7 @@ ResultCode CNativeHttp::ResumableUpload(const std::wstring& localPath, const std
                                         const std::shared_ptr<IProgressCallback>& progress)
 {
     return RunExchange(*this, "CNativeHttp::ResumableUpload", [&, sent = attributes, progress](Exchange& exchange) {
-        // A size below zero can come from a server; there is no chunk of such a file.
+        // The server may have sent a negative size; such a file has no chunks.
         if (!sent || offset == nullptr || length == nullptr || *offset < 0 || *length < 0 || sent->GetSize() < 0)
             return Result::InvalidParameter;
         const std::wstring identifier = TextOf(uploadId);

@@ -12,7 +12,7 @@ namespace
 
 constexpr TraceFormat<> kCancelled{"Download cancelled"};
 
-// A delta does not end where its headers or its boundary fail: the reply shows it.
+// A failure to add headers or the boundary does not end a delta download: the reply will report the error.
 constexpr MultipartSteps kSignatureSteps{.acceptsJson = false,
                                          .measure = "httpRequest->SendMultipartFile, error code: 0x%x",
                                          .measureTellsZero = true,

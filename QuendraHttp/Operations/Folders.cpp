@@ -1,4 +1,4 @@
-// Operations on one server path that move no file content, and the listing of a folder.
+// Operations on one server path that transfer no file content, and the listing of a folder.
 
 #include "Attributes.h"
 #include "Operations/ServerPaths.h"
@@ -117,7 +117,7 @@ ResultCode CNativeHttp::RenamePath(const std::wstring& source, const std::wstrin
                 .Field("path", target)
                 .Field("overwrite", ToWide(overwriteText))
                 .LastField("operation", L"move");
-        else // By contract a rename in place always overwrites, whatever the caller asked for.
+        else // A rename in the same folder always overwrites and ignores `overwrite`.
             exchange.Info("Using UPDATE operation").Field("path", to.name).Field("overwrite", L"true").LastField("operation", L"update");
         return exchange.Perform(Judgements::kRenamePath)
             .TakeItem(kUploadedItem, newAttributes)

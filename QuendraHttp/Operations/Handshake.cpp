@@ -1,4 +1,4 @@
-// The handshake: which API versions the server offers, where they live, and how it authenticates.
+// The handshake: which API versions the server offers, their paths, and how it authenticates.
 
 #include "Replies/Endpoints.h"
 #include "Replies/JsonReplies.h"
@@ -13,7 +13,7 @@
 namespace
 {
 
-// The lines that identify these functions to people who filter events on them.
+// Fixed line numbers: people filter trace events by them.
 constexpr int kVersionLine = 456;
 constexpr int kGetEndpointsLine = 534;
 
@@ -22,7 +22,7 @@ constexpr std::uint32_t kHighestMinorVersion = 50;
 
 constexpr SessionTimeouts kHandshakeTimeouts{.resolve = 60000, .connect = 30000, .send = 30000, .receive = 30000};
 
-// False, with the last error set, where they cannot be set.
+// Returns false and sets the last error on failure.
 bool SetTimeouts(IWinHttpSession* session, const SessionTimeouts& timeouts)
 {
     SetLastError(ERROR_INVALID_HANDLE);
@@ -38,7 +38,7 @@ struct ChosenEndpoint
     Endpoint endpoint;
 };
 
-// Finds an endpoint by "major.minor"; for minor 0 the bare major number does where that is not offered.
+// Finds an endpoint by "major.minor"; for minor 0, "major" alone is the fallback.
 std::optional<ChosenEndpoint> FindMinor(const EndpointTable& table, std::uint32_t minor)
 {
     const std::wstring major = std::to_wstring(kMajorVersion);
@@ -50,7 +50,7 @@ std::optional<ChosenEndpoint> FindMinor(const EndpointTable& table, std::uint32_
     return ChosenEndpoint{entry->first, {kMajorVersion, minor}, entry->second};
 }
 
-// The top of the first contiguous run of minor versions that the server offers.
+// Finds the highest version in the first contiguous run of minor versions that the server offers.
 std::optional<ChosenEndpoint> ChooseEndpoint(const EndpointTable& table)
 {
     std::optional<ChosenEndpoint> best;
@@ -62,7 +62,7 @@ std::optional<ChosenEndpoint> ChooseEndpoint(const EndpointTable& table)
         else if (best)
             break;
     }
-    // An endpoint without a path is no place to talk to.
+    // An endpoint without a path cannot be used.
     return best && best->endpoint.path.empty() ? std::nullopt : best;
 }
 
@@ -92,7 +92,7 @@ ResultCode CNativeHttp::Init(std::uint32_t& serverMode, std::uint32_t& handshake
 ResultCode CNativeHttp::ShakeHands(std::uint32_t& serverMode, std::uint32_t& handshakeValue)
 {
     const FunctionTraceScope trace("CNativeHttp::Init", Unit::NativeHttp);
-    // One server for the whole handshake, whatever another thread sets meanwhile.
+    // Copy the server's state: another thread may change it during the handshake.
     ServerState server = Server();
     if (server.serverMode != 0)
     {
@@ -123,7 +123,7 @@ ResultCode CNativeHttp::ChooseVersion(const FunctionTraceScope& trace, ServerSta
 {
     EndpointTable synchronisation;
     EndpointTable logging;
-    // A failure leaves the tables empty, and empty tables are an incompatible server.
+    // A failure leaves the tables empty, which is reported below as an incompatible server.
     static_cast<void>(GetEndpoints(*this, server, synchronisation, logging));
 
     const std::optional<ChosenEndpoint> chosen = ChooseEndpoint(synchronisation);
@@ -134,7 +134,7 @@ ResultCode CNativeHttp::ChooseVersion(const FunctionTraceScope& trace, ServerSta
         trace.Error("%s", kFrame);
         return Result::IncompatibleServer;
     }
-    // By contract the message names 1.1 whatever was chosen.
+    // The message always names 1.1; its text is part of the interface.
     trace.Info("Found endpoint %S compatible with %d.%d, path=%S, TOS=%d", chosen->key, 1, 1, chosen->endpoint.path, chosen->endpoint.tos);
     server.apiVersion = chosen->version;
     server.endpointPath = chosen->endpoint.path;

@@ -11,7 +11,7 @@
 namespace
 {
 
-// The lines that identify these functions to people who filter events on them.
+// Fixed line numbers: people filter trace events by them.
 constexpr int kLoginLine = 652;
 constexpr int kRegisterLine = 782;
 
@@ -49,7 +49,7 @@ ResultCode CNativeHttp::Login(const std::wstring& userId, const std::wstring& pa
         const ServerState server = Server();
         trace.Info("Server: %S, Port: %d, User: %S, Hostname: %S", server.serverName, server.port, userId, deviceId);
         std::uint32_t serverMode = 0;
-        // A handshake that fails leaves the mode unknown; the login shows what is wrong with the server.
+        // If the handshake fails, the mode stays unknown; the login request then reports the error.
         static_cast<void>(ShakeHands(serverMode, handshakeValue));
 
         Exchange exchange(*this, trace);
@@ -70,7 +70,7 @@ ResultCode CNativeHttp::Login(const std::wstring& userId, const std::wstring& pa
             const ScopedWipe wipeText(text);
             std::wstring token = ToWide(text);
             const ScopedWipe wipeToken(token);
-            // A token that no request could carry is none: kept, it would end every request from here on, the next login included.
+            // Reject a token that cannot be sent in a header: every later request would fail, the next login too.
             if (isText && !BreaksHeader(token))
             {
                 trace.Info("Login successful. New session token: %s", text);
@@ -81,7 +81,7 @@ ResultCode CNativeHttp::Login(const std::wstring& userId, const std::wstring& pa
                 trace.Error("Session token is empty!");
                 result = Result::AccessDenied;
             }
-            // By contract written before the test, whether there is a policy block or not.
+            // This message is always written, even without a policy block; traces are part of the interface.
             trace.Info("Response contains policy block, processing...");
             if (const std::string_view body = BodyOf(exchange.Response()); Contains(body, "policy_block"))
                 policy = ToWide(body);

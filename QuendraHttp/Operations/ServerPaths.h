@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// How operations take server paths apart, and the query that names a revision.
+/// Splits server paths and builds the query that names a revision.
 
 #include "Tracing.h"
 
@@ -15,20 +15,20 @@
     return path.substr(path.rfind(L'/') + 1);
 }
 
-/// The text before the last "/"; the whole path where it has none, which is then its own parent.
+/// The text before the last "/"; the whole path where it has none.
 [[nodiscard]] inline std::wstring ParentPath(const std::wstring& path)
 {
     return path.substr(0, path.rfind(L'/'));
 }
 
-/// A path in two.
+/// The two parts of a path.
 struct PathParts
 {
     std::wstring directory;
     std::wstring name;
 };
 
-/// Divides a path at its last "\", or where it has none at its last "/"; a path with neither has neither part.
+/// Splits a path at its last "\", or at its last "/" if it has no "\". Both parts are empty if it has neither.
 [[nodiscard]] inline PathParts SplitForRename(const std::wstring& path)
 {
     std::size_t separator = path.rfind(L'\\');
@@ -39,7 +39,7 @@ struct PathParts
     return {path.substr(0, separator), path.substr(separator + 1)};
 }
 
-/// The query that names an item's revision, traced.
+/// Builds and traces the query that names an item's revision.
 /// @param query     the separator before it, "?" or "&".
 /// @param revision  empty for none.
 /// @return "?revision=12", or empty.

@@ -1,4 +1,4 @@
-// Operations that post a form and look at the status only: share links, audit data, the acknowledgement of a remote wipe.
+// Operations that post a form and check only the status: share links, audit data, acknowledging a remote wipe.
 
 #include "RequestCycle/Exchange.h"
 #include "TextConversion.h"
@@ -47,7 +47,7 @@ ResultCode CNativeHttp::AcknowledgeRemoteWipe(const std::wstring& userName, cons
             exchange.Trace().Error("AcknowledgeRemoteWipe is not supported on this server version");
             return Result::Success;
         }
-        // The path as it is: no "/" in front, no base path.
+        // This path has no leading "/" and no base path.
         return exchange.Open(L"POST", L"api/devices", {.failedTo = "WinHttpConnection failed to initialise for [%S, %d], error code: %d"})
             .Field("username", userName)
             .Field("device_id", deviceId)

@@ -1,4 +1,4 @@
-// Uploads of a whole file, or of a delta, in one request whose body is a multipart form: the item's fields, then the file.
+// Uploads a whole file or a delta in one request. The body is a multipart form: the item's fields, then the file.
 
 #include "Attributes.h"
 #include "Operations/ServerPaths.h"
@@ -8,7 +8,7 @@
 namespace
 {
 
-// A delta takes the server longer: it has a send timeout of its own, and the receive timeout with another default.
+// The server needs longer for a delta, so it has its own send timeout and another default for the receive timeout.
 Settings::OncePerProcessNumber g_deltaSendTimeout(Tuning::kDeltaSendTimeout);
 Settings::OncePerProcessNumber g_deltaReceiveTimeout(Tuning::kDeltaReceiveTimeout);
 
@@ -40,7 +40,7 @@ void AppendModificationTime(Exchange& exchange, const IServerAttributes& item)
     exchange.MultipartField(L"modification_time", item.GetLastWriteTime().ToString());
 }
 
-// The fields that both kinds end with.
+// The last fields of both kinds.
 void AppendBitsSizeAndRevision(Exchange& exchange, const IServerAttributes& item)
 {
     exchange.MultipartField("attributes", item.GetAttributesStringA()).MultipartField("size", item.GetSizeStringA());
@@ -59,7 +59,7 @@ constexpr UploadKind kWholeFile{.endpoint = L"/folders",
                                     AppendBitsSizeAndRevision(exchange, item);
                                 }};
 
-// A delta does not end where its headers, its first write or its boundary fail: the reply shows it.
+// A failure of the headers, the first write or the boundary does not end a delta upload: the reply will report the error.
 constexpr UploadKind kDelta{.endpoint = L"/delta",
                             .endpointMessage = "Endpoint: '%S'",
                             .timeMessage = "Mod time: '%S'",
@@ -70,8 +70,8 @@ constexpr UploadKind kDelta{.endpoint = L"/delta",
                                 AppendBitsSizeAndRevision(exchange, item);
                             }};
 
-// Both kinds up to the item that the reply describes.
-// @param item        what is sent; the caller holds it.
+// Runs either kind of upload and takes the item from the reply.
+// @param item        what is sent; the caller keeps it alive.
 // @param attributes  the caller's; replaced by the reply's item.
 Exchange& Send(Exchange& exchange, const UploadKind& kind, const ConnectionOptions& connection, const Upload& upload,
                const IServerAttributes& item, std::shared_ptr<IServerAttributes>& attributes)
@@ -87,7 +87,7 @@ Exchange& Send(Exchange& exchange, const UploadKind& kind, const ConnectionOptio
         .StopIfCancelled(&upload.cancelEvent, "Upload cancelled")
         .SendMultipart(kind.steps, &file, [&] { kind.appendFields(exchange, item); })
         .Receive()
-        // A cancel that comes with the answer still counts, whatever the server has done.
+        // Test once more after the reply: a cancel wins even if the server has stored the file.
         .StopIfCancelled(&upload.cancelEvent)
         .Judge(Judgements::kUploadFile)
         .TakeItemOfConflict(attributes)

@@ -7,10 +7,10 @@
 namespace
 {
 
-// The line that identifies the function to people who filter events on it.
+// Fixed line number: people filter trace events by it.
 constexpr int kGetEndpointsFromResponseLine = 602;
 
-// Counts each entry as it is stored: one that cannot be read throws, and those before it stay.
+// Counts each stored entry. An unreadable entry throws; entries before it stay stored and counted.
 void ReadEndpoints(const Json::Value& versions, EndpointTable& table, std::uint32_t& count)
 {
     if (!versions.isObject())
@@ -36,7 +36,7 @@ std::uint32_t GetEndpointsFromResponse(const ResponseBuffer& response, EndpointT
     if (!isJson)
         return 0;
     std::uint32_t count = 0;
-    // What is read here is kept for the instance's life: where memory runs out, half of it would pass for what the server offers.
+    // Let std::bad_alloc through: the tables are kept for the instance's life, so an incomplete one must not be used.
     CatchJsonErrors(trace, [&] {
         const Json::Value& reply = root;
         ReadEndpoints(reply["qd"], synchronisation, count);

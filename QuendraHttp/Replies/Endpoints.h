@@ -9,7 +9,7 @@
 #include <string>
 #include <unordered_map>
 
-/// Where a version of an API lives on the server.
+/// The server's path for one version of an API.
 struct Endpoint
 {
     std::wstring path;
@@ -22,5 +22,5 @@ using EndpointTable = std::unordered_map<std::wstring, Endpoint>;
 /// Reads the endpoint tables of a reply.
 /// @param[in,out] synchronisation, logging  added to.
 /// @return the number of synchronisation endpoints found.
-/// @throws std::bad_alloc where memory runs out behind the parse.
+/// @throws std::bad_alloc where memory runs out after parsing.
 std::uint32_t GetEndpointsFromResponse(const ResponseBuffer& response, EndpointTable& synchronisation, EndpointTable& logging);

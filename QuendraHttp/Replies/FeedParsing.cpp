@@ -20,7 +20,7 @@ template <typename Record, typename Records> void Append(std::unique_ptr<Record>
     static_cast<void>(record.release());
 }
 
-// The keys of the two operands of an action; the first is null where the action has one operand only.
+// The keys of the two operands of an action; the first is null if the action has only one operand.
 struct OperandKeys
 {
     const char* first = nullptr;
@@ -97,7 +97,7 @@ std::unique_ptr<CMapping> MakeMapping(const MappingTexts& texts)
                                       MappingStatusFromString(texts.status), MappingTypeFromString(texts.type), texts.allowSharing ? 1 : 0);
 }
 
-// An entry that fails adds nothing, and its neighbours are read all the same.
+// An entry that fails adds nothing; the others are still read.
 std::uint32_t AddMapping(const MappingTexts& texts, std::vector<CMapping*>& mappings, const FunctionTraceScope& trace)
 {
     try
@@ -112,7 +112,7 @@ std::uint32_t AddMapping(const MappingTexts& texts, std::vector<CMapping*>& mapp
     }
 }
 
-// Hands a reply's root to the parser of its shape; returns what was appended, also before an exception.
+// Passes a reply's root to the array or object parser. Returns the number of appended records, including those before an exception.
 template <typename Records>
 std::uint32_t ProcessReply(const FunctionTraceScope& trace, const ResponseBuffer& response, Records& records,
                            std::uint32_t (*processDictionary)(const Json::Value&, Records&),

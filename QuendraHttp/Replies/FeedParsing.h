@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// Change-feed actions and folder mappings on the wire. Nothing here throws for what a server sent: an entry that cannot be read adds
-/// nothing. The caller deletes the records.
+/// Parses change-feed actions and folder mappings. No server reply makes these functions throw: an unreadable entry adds nothing. The
+/// caller deletes the records.
 
 #include "Mapping.h"
 #include "NotificationAction.h"
@@ -16,7 +16,7 @@
 #include <vector>
 
 /// Appends the change-feed action, or those in "contents", that a JSON object describes.
-/// @return the number of records appended, here as below.
+/// @return the number of records appended; the functions below return the same.
 std::uint32_t ProcessNotificationJSONDictionary(const Json::Value& value, std::list<CNotificationAction*>& actions);
 std::uint32_t ProcessNotificationJSONArray(const Json::Value& value, std::list<CNotificationAction*>& actions);
 

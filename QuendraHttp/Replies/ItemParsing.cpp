@@ -1,4 +1,4 @@
-// Items on the wire: the one definition of their keys, their types and what is refused.
+// Parses items. All keys, types and reasons for dropping an item are here.
 
 #include "Replies/ItemParsing.h"
 
@@ -14,7 +14,7 @@
 namespace
 {
 
-// Kept as it is: a zero-terminated list whose first entry is zero, which therefore refuses no name.
+// Do not change: the list is zero-terminated and its first entry is zero, so no name is refused.
 constexpr wchar_t kForbiddenCharacters[] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x10, 0x11,  0x12, 0x13,
                                             0x14, 0x15, 0x16, 0x17, 0x18, 0x19, 0x20, 0x21, 0x22, 0x23, 0x24, 0x25,  0x26, 0x27,
                                             0x28, 0x29, 0x30, 0x31, L'"', L'*', L'/', L':', L'<', L'>', L'?', L'\\', L'|', 0};
@@ -34,7 +34,7 @@ struct ItemMembers
     const Json::Value* folderPermissions = nullptr;
 };
 
-// One walk over an object costs a fraction of a search for each key, and a folder may hold a hundred thousand items.
+// Iterating once is much faster than a lookup per key, and a folder may hold 100,000 items.
 ItemMembers FindMembers(const Json::Value& item)
 {
     struct Place
@@ -85,13 +85,13 @@ std::wstring ReadName(const ItemMembers& members)
     return !name.empty() ? name : LastComponent(ToWide(members.orcaPath));
 }
 
-// A text member's value; empty where it is missing. Nothing where it has another type.
+// A text member's value; empty where it is missing. Returns nothing for another type.
 std::optional<std::string_view> ReadText(const Json::Value* member)
 {
     return member != nullptr ? StringIn(*member) : std::string_view();
 }
 
-// A missing member counts as a text.
+// Treats a missing member as a string.
 Json::ValueType TypeOf(const Json::Value* member)
 {
     return member != nullptr ? member->type() : Json::stringValue;
@@ -102,7 +102,7 @@ bool IsNumber(Json::ValueType type)
     return type == Json::intValue || type == Json::uintValue || type == Json::realValue;
 }
 
-// Truncates as the platform does: what a signed 64-bit number cannot hold becomes the lowest one.
+// Truncates as x64 does: a value out of range becomes the lowest 64-bit number.
 std::int64_t TruncateToInt64(double value)
 {
     constexpr double kLimit = 0x1p63;
@@ -114,7 +114,7 @@ bool DiffersFromWrite(std::string_view permissions)
     return !EqualIgnoringAsciiCase(permissions, "WRITE");
 }
 
-// False for a text that is no time: the item is then dropped. A member of another type is tolerated.
+// Returns false for a string that is not a time; the item is then dropped. Other types are ignored.
 bool ReadTimes(const ItemMembers& members, IServerAttributes& record, const FunctionTraceScope& trace)
 {
     std::string text;
@@ -140,7 +140,7 @@ bool ReadTimes(const ItemMembers& members, IServerAttributes& record, const Func
     }
     else
     {
-        // By contract worded like the one above.
+        // The same text as above, for a different member; do not change it.
         trace.Error("Invalid or missing 'creation_time' in server response.");
     }
     return true;
@@ -152,7 +152,7 @@ void ReadSize(const Json::Value* size, IServerAttributes& record, const Function
     const bool isNumber = IsNumber(type);
     if (!isNumber)
         trace.Error("Invalid or missing 'size' in server response (type is %d)", static_cast<int>(type));
-    // Through a double, as the wire's numbers are read: sizes above 2 to the power 53 lose their lowest digits.
+    // Converts through double, so sizes above 2^53 lose their lowest digits.
     record.SetSize(isNumber ? TruncateToInt64(size->asDouble()) : 0);
 }
 
@@ -164,7 +164,7 @@ void ReadAttributeBits(const ItemMembers& members, IServerAttributes& record, co
     else
         trace.Error("Invalid or missing 'attributes' in server response (type is %d)", static_cast<int>(type));
 
-    // A server that sends numbers without the folder's bit means a folder all the same.
+    // The server may omit the directory bit from a folder's number.
     constexpr std::uint32_t kDirectory = 0x10;
     if (members.directory != nullptr && members.directory->isBool() && members.directory->asBool())
         record.SetAttributes(record.GetAttributes() | kDirectory);

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// From a reply's body to attributes records, for every operation whose reply describes items.
+/// Turns a reply's body into attributes records, for every operation whose reply describes items.
 
 #include "Replies/JsonLibrary.h"
 
@@ -10,16 +10,16 @@
 #include <cstdint>
 #include <memory>
 
-/// Appends the item, or at the top of a reply the items, that a JSON object describes.
+/// Appends the item that a JSON object describes, or the items if the object is a whole reply.
 /// @param topLevel  the value is a whole reply: the items are in its "contents" or "document_info".
 /// @return the number of records appended.
 /// @throws Json::Exception for values that the JSON library cannot convert.
 std::uint32_t ProcessJSONDictionary(const Json::Value& value, ServerItemList& list, bool topLevel);
-/// As `ProcessJSONDictionary` for each element of an array; ends, without throwing, at one that cannot be converted.
+/// As `ProcessJSONDictionary` for each element of an array; stops, without throwing, at an element that cannot be converted.
 std::uint32_t ProcessJSONArray(const Json::Value& value, ServerItemList& list, bool topLevel);
 
-/// Reads a reply that describes items. The body is parsed once. A body that cannot be read, in full or in part, is no failure here:
-/// it adds fewer records; what was added before stays.
+/// Reads a reply that describes items. The body is parsed once. An unreadable body, or part of it, is not an error: it adds fewer records,
+/// and earlier ones stay.
 /// @param[in,out] children  appended to: the items that the reply holds in its "contents" or its "document_info".
 /// @param[in,out] self      appended to: the reply itself as an item. May be the same list as `children`.
 /// @return the number of records added to both.

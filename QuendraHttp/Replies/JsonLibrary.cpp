@@ -27,7 +27,7 @@ enum class Surrogate
     Low
 };
 
-// What the text begins with, as an escape.
+// Classifies the escape that the text begins with.
 Surrogate EscapedSurrogate(std::string_view text)
 {
     if (text.size() < kEscapeLength || !text.starts_with("\\u") || (text[2] != 'd' && text[2] != 'D') ||
@@ -47,7 +47,7 @@ Surrogate EscapedSurrogate(std::string_view text)
     }
 }
 
-// The position of the first escape of a surrogate without its other half, at or behind a position outside any escape.
+// The position of the first escape of a surrogate without its other half, searching from a position that is not inside an escape.
 std::size_t FindUnpairedSurrogate(std::string_view text, std::size_t from)
 {
     for (std::size_t at = text.find('\\', from); at < text.size(); at = text.find('\\', at))
@@ -63,8 +63,7 @@ std::size_t FindUnpairedSurrogate(std::string_view text, std::size_t from)
     return std::string_view::npos;
 }
 
-// The reader refuses a whole reply for one unpaired surrogate, or joins it with whatever follows. A copy is made only for a
-// reply that has one.
+// For an unpaired surrogate the reader rejects the whole reply or combines it with the next escape. Copies the text only if it has one.
 std::optional<std::string> ReplaceUnpairedSurrogates(std::string_view text)
 {
     std::size_t at = FindUnpairedSurrogate(text, 0);
@@ -85,8 +84,8 @@ std::size_t QuotedBytes(std::string_view text)
     return bytes;
 }
 
-// Takes out of a value what has no room when it is rendered. It counts at least what the writer writes: a line for each value, indented by
-// its depth, and one more for the end of an array or object.
+// Removes the parts of a value that would exceed the size limit when rendered. Counts at least the bytes that the writer writes: one
+// indented line for each value, and one more for the end of an array or object.
 class Cutter
 {
 public:
@@ -94,7 +93,7 @@ public:
 
     [[nodiscard]] bool IsCut() const noexcept { return m_isCut; }
 
-    // False where there is no room for the value itself. Of an array or object the beginning may stay.
+    // Returns false if the value itself does not fit. An array or object may be cut short.
     bool Fits(Json::Value& value, std::size_t nameBytes = 0, std::size_t depth = 0)
     {
         const std::size_t line = 3 * depth + 4;
@@ -134,7 +133,7 @@ private:
         return bytes;
     }
 
-    // What comes behind something that has no room has none either.
+    // After the first part that does not fit, nothing more fits.
     bool Take(std::size_t bytes)
     {
         m_isCut = m_isCut || bytes > m_room;

@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// The JSON library, as this library uses it: its classic reader and writer, which it marks as deprecated but which define what is
-/// accepted and how replies look in the trace; members read by key; and its exceptions, ended in one place.
+/// Wraps the JSON library: its deprecated classic reader and writer, which define the accepted input and the form of replies in the trace;
+/// lookup of members by key; and one place that catches its exceptions.
 
 #include "Tracing.h"
 
@@ -17,25 +17,25 @@
 #include <string>
 #include <string_view>
 
-/// Whether a parsed value keeps the text's comments. The time that the library takes to collect them grows with the square of the text.
+/// Whether a parsed value keeps the text's comments. Collecting them takes quadratic time.
 enum class Comments
 {
     Skip,
     Collect
 };
 
-/// Parses a whole reply. Escapes of unpaired surrogates, which a file name can hold but UTF-8 cannot, read as U+FFFD.
-/// @return false where it is not JSON; a reply without a body is not.
+/// Parses a whole reply. Unpaired surrogates, which file names may contain but UTF-8 cannot encode, become U+FFFD.
+/// @return false if it is not JSON or the body is empty.
 /// @throws Json::Exception for a text that is nested too deeply.
 [[nodiscard]] bool ParseJson(const ResponseBuffer& response, Comments comments, Json::Value& root);
 
-/// Renders a value in readable form, of a large one the beginning.
-/// @param value       what has no room is taken out of it.
-/// @param room        bytes that the text may have at most.
-/// @param[out] isCut  whether something was taken out.
+/// Renders a value in readable form; only the beginning of a large one.
+/// @param value       parts that do not fit are removed from it.
+/// @param room        the maximum length of the text in bytes.
+/// @param[out] isCut  whether something was removed.
 [[nodiscard]] std::string RenderJson(Json::Value& value, std::size_t room, bool& isCut);
 
-/// Whether a value stands for a list of elements: an array, or null, which is an empty one.
+/// Whether a value is an array, or null, which counts as an empty array.
 [[nodiscard]] inline bool HoldsElements(const Json::Value& value)
 {
     return value.isNull() || value.isArray();
@@ -51,11 +51,11 @@ enum class Comments
 [[nodiscard]] std::string ToText(const Json::Value* member);
 [[nodiscard]] std::wstring ToWide(const Json::Value* member);
 
-/// A string's UTF-8, in place; nothing for a value of another type.
+/// A string's UTF-8, not copied; nothing for another type.
 [[nodiscard]] std::optional<std::string_view> StringIn(const Json::Value& value);
 
-/// Runs a step that works on JSON values. What the library throws for values that it cannot convert ends here, traced; a step that
-/// changes its caller's variables leaves them as they were when it was thrown out. Missing memory goes on to the caller.
+/// Runs a step that works on JSON values. Catches and traces the exceptions that the library throws for values that it cannot convert.
+/// Changes that the step made before the exception remain. std::bad_alloc is passed on.
 template <typename Body> void CatchJsonErrors(const FunctionTraceScope& trace, const Body& body)
 {
     const auto runtimeError = [&trace](const std::exception& error) {
@@ -75,7 +75,7 @@ template <typename Body> void CatchJsonErrors(const FunctionTraceScope& trace, c
     }
 }
 
-/// As `CatchJsonErrors`, and ends the step, traced, where memory runs out.
+/// As `CatchJsonErrors`, but also catches and traces std::bad_alloc.
 template <typename Body> void CatchJsonExceptions(const FunctionTraceScope& trace, const Body& body)
 {
     try

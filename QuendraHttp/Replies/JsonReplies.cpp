@@ -10,7 +10,7 @@
 namespace
 {
 
-// What is rendered of a reply, in bytes: indentation alone could make a text of gigabytes out of a reply of a megabyte.
+// The limit for rendered text, in bytes: indentation alone can turn a 1 MB reply into gigabytes.
 constexpr std::size_t kMostRendered = 0x100000;
 constexpr std::size_t kRenderedPerByte = 16;
 constexpr std::size_t kRenderedInAnyCase = 1024;
@@ -18,7 +18,7 @@ constexpr std::size_t kRenderedInAnyCase = 1024;
 // The largest reply whose comments are rendered.
 constexpr std::uint64_t kLargestWithComments = 8192;
 
-// Calls back with the member of the reply's top-level object, or null; the reply's other values need not be copied for it.
+// Calls back with the member of the reply's top-level object, or null. The member is not copied.
 template <typename Use>
 void WithMember(const char* function, const ResponseBuffer& response, const char* key, const Use& use, int line = __builtin_LINE())
 {
@@ -47,7 +47,7 @@ bool GetJSONStringFromResponse(const ResponseBuffer& response, const char* key, 
             return;
         text = member.asString();
         found = true;
-        // It may be a token: none of it stays behind in the value that was parsed for it alone.
+        // The text may be a token: wipe it from the parsed value.
         const std::string_view parsed = StringIn(member).value_or(std::string_view());
         WipeMemory(const_cast<char*>(parsed.data()), parsed.size()); // NOLINT(cppcoreguidelines-pro-type-const-cast)
     });
@@ -70,7 +70,7 @@ bool GetJSONBoolFromResponse(const ResponseBuffer& response, const char* key, bo
 ResultCode GetMetaDataFromResponse(const ResponseBuffer& response, std::int64_t* offset, std::uint32_t* locked)
 {
     const FunctionTraceScope trace("CNativeHttp::GetMetaDataFromResponse", Unit::NativeHttp);
-    // A reply that was cut off must not pass for one that has nothing to tell: its caller would resume at a stale offset.
+    // A truncated reply must be an error: otherwise the caller would resume at a stale offset.
     ResultCode result = Result::InvalidData;
     CatchJsonExceptions(trace, [&] {
         Json::Value root;
@@ -84,7 +84,7 @@ ResultCode GetMetaDataFromResponse(const ResponseBuffer& response, std::int64_t*
             *offset = isText ? std::strtoll(received->asCString(), nullptr, 10) : received->asInt64();
             trace.Info("Got offset %lld", *offset);
         }
-        // By contract only a text counts: a JSON boolean leaves the flag as the caller set it.
+        // Only a string counts; a JSON boolean leaves the flag unchanged. This is part of the interface.
         if (const Json::Value* const isLocked = FindMember(root, "is_locked"); isLocked != nullptr && isLocked->isString())
         {
             *locked = isLocked->asString() == "true" ? 1 : 0;
@@ -100,7 +100,7 @@ void LogResponse(const ResponseBuffer& response)
     if (!trace.IsEnabled(EVT_INFO))
         return;
     CatchJsonExceptions(trace, [&] {
-        // The formats take 32 bits; a reply in memory is made of pieces that long at most.
+        // The trace formats take 32-bit sizes.
         const auto size = static_cast<std::uint32_t>(response.length);
         Json::Value root;
         if (!ParseJson(response, response.length <= kLargestWithComments ? Comments::Collect : Comments::Skip, root))

@@ -13,8 +13,8 @@
 namespace
 {
 
-// A transport sends what the file has of a range. Headers have announced the whole of it: less would be stored as if it were that. A
-// file that cannot be opened is left to the transport.
+// The headers announce the whole range, but the transport cuts it at the end of the file, and the server would store the short chunk as
+// complete. If the file cannot be opened, the transport reports it.
 ResultCode CheckHasRange(const FilePart& part)
 {
     const FileHandle file(part.localPath, GENERIC_READ, kShareAll, OPEN_EXISTING);
@@ -74,7 +74,7 @@ ResultCode Exchange::Initialise(const std::shared_ptr<Object>& object, bool only
     const bool failed = !object || (onlyNegativeFails ? static_cast<std::int32_t>(result) < 0 : result != Result::Success);
     if (!failed)
         return Result::Success;
-    // A transport that fails without a last error must not turn its failure into a success.
+    // The transport may fail without setting the last error: return its result then, not success.
     return returnsResult || lastError == ERROR_SUCCESS ? result : lastError;
 }
 
@@ -257,7 +257,7 @@ Exchange& Exchange::Judge(const Judgement& row)
 ResultCode Exchange::CodeOfRefusal(std::uint32_t status, const Judgement& row)
 {
     if (row.refusal == RefusalCode::BareStatus)
-        // A reply without a status is no success.
+        // A reply without a status is an error.
         return status != 0 ? status : Result::InvalidServerResponse;
     if (!row.checksSession)
         return MapHttpError(status, m_response);
@@ -300,8 +300,8 @@ Exchange& Exchange::JudgeFile(ResultCode result, const Judgement& row)
     Step(row.transferFailed, [&] { return result; });
     if (m_hasEnded || Status() == kStatusOk)
         return *this;
-    // The library's own transport reports success for 200 only. By contract a whole file of another status is a success, too, but for a
-    // changed session.
+    // The built-in transport succeeds only for 200; another transport may also succeed for other statuses. A whole-file download then
+    // succeeds unless the session has changed.
     m_trace.Error(row.refused, Status());
     return End(m_client.CheckForChangedSessionToken(Status(), m_startToken,
                                                     row.refusal == RefusalCode::ErrorIdAlone ? Result::Success : Status()));

@@ -8,8 +8,8 @@
 ///                                        `--> SendMultipart --> Receive --> Judge -------------->|
 ///                                                          `--> ReceiveIntoFile ---------------->'
 ///
-/// After a step that ended the operation the others do nothing. The result is what the chain's last call returns. Connection,
-/// request, map entry and reply end with the exchange, on every path.
+/// Once a step has ended the operation, later steps do nothing. The result is what the chain's last call returns. Connection,
+/// request, map entry and reply are released with the exchange.
 
 #include "Operation.h"
 #include "Replies/ItemParsing.h"
@@ -35,20 +35,20 @@ public:
     OwnedResponse(const OwnedResponse&) = delete;
     OwnedResponse& operator=(const OwnedResponse&) = delete;
 
-    /// Whether there is no body, or one of no bytes.
+    /// Whether there is no body or an empty one.
     [[nodiscard]] bool IsEmpty() const noexcept { return data == nullptr || length == 0; }
 
     /// Frees the body.
     void Reset() noexcept;
 
-    /// Has the body wiped when it is freed.
+    /// Makes `Reset` wipe the body before freeing it.
     void HoldsSecret() noexcept { m_holdsSecret = true; }
 
 private:
     bool m_holdsSecret = false;
 };
 
-/// How a connection is made, and how its failure is reported.
+/// How to connect and how to report a failure.
 struct ConnectionOptions
 {
     TraceFormat<ResultCode> failed{"WinHttpConnection failed to initialise, error code: %d"};
@@ -59,7 +59,7 @@ struct ConnectionOptions
     std::uint32_t receiveTimeout = 0; ///< milliseconds; 0 for the setting's value.
 };
 
-/// How a request is opened, and how its failure is reported.
+/// How to open a request and how to report a failure.
 struct RequestOptions
 {
     TraceFormat<std::wstring> path{"Request Path: %S"}; ///< none: the operation has traced its path.
@@ -79,12 +79,12 @@ struct FilePart
     const std::int64_t* length = nullptr;
 };
 
-/// The messages of a multipart body's steps. A step without a message does not end the operation when it fails: the reply tells.
+/// The messages of a multipart body's steps. If a step without a message fails, the operation goes on: the reply will report the error.
 struct MultipartSteps
 {
-    bool acceptsJson = true; ///< else raw bytes.
+    bool acceptsJson = true; ///< otherwise raw bytes.
     TraceFormat<ResultCode> measure{"SendMultipartFile failed, error code: %d"};
-    bool measureTellsZero = false; ///< by contract the message carries 0, not the code.
+    bool measureTellsZero = false; ///< the message contains 0 in place of the code.
     TraceFormat<ResultCode> headers{"AddMultipartHeaders failed, error code: %d"};
     TraceFormat<ResultCode> start{"StartRequest failed, error code: %d"};
     TraceFormat<ResultCode> fields{"SendPostData failed, error code: %d"};
@@ -93,7 +93,7 @@ struct MultipartSteps
     TraceFormat<ResultCode> post{"SendPostData failed, error code: %d"};
 };
 
-/// Where a reply's body goes that is downloaded.
+/// Where to write a downloaded body.
 struct FileTarget
 {
     const std::wstring& localPath;
@@ -102,7 +102,7 @@ struct FileTarget
     std::uint64_t offset = 0; ///< bytes from the file's beginning.
 };
 
-/// What an operation tells and returns of the one item that its reply describes.
+/// How an operation reports the one item that its reply describes.
 struct ItemTaking
 {
     TraceFormat<> taken{};
@@ -110,19 +110,19 @@ struct ItemTaking
     ResultCode whenMissing = Result::InvalidData;
 };
 
-/// What uploads, and a renaming, which is answered alike, tell of their item.
+/// For uploads and for renaming, whose replies have the same form.
 inline constexpr ItemTaking kUploadedItem{.taken = "Extracted attributes from upload reply",
                                           .missing = "Failed to extract attributes from response"};
 
-/// One operation's road to the server and back. Used by one thread.
+/// One operation's request and its reply. Used by one thread.
 class Exchange
 {
 public:
-    /// Takes its copies of the server's state and of the session token, which is the start token from here on.
+    /// Copies the server's state and the session token, which becomes the start token.
     /// @param client, trace  outlive the exchange.
     Exchange(CNativeHttp& client, const FunctionTraceScope& trace);
 
-    /// Works with a copy of the server's state that the operation has already.
+    /// Uses the given copy of the server's state.
     Exchange(CNativeHttp& client, const FunctionTraceScope& trace, ServerState server);
 
     ~Exchange();
@@ -146,7 +146,7 @@ public:
     /// Ends the operation.
     Exchange& End(ResultCode result);
 
-    /// Traces a message of the operation's success.
+    /// Traces a message unless the operation has ended.
     template <typename... Arguments> Exchange& Info(TraceFormat<std::type_identity_t<Arguments>...> format, const Arguments&... arguments)
     {
         if (!m_hasEnded)
@@ -154,7 +154,7 @@ public:
         return *this;
     }
 
-    /// Runs a step and ends the operation where it fails, traced. Without a message the failure does not count.
+    /// Runs a step. If it fails, traces the message and ends the operation; without a message, ignores the failure.
     template <std::invocable Call> Exchange& Step(const TraceFormat<ResultCode>& failed, const Call& call)
     {
         if (m_hasEnded)
@@ -168,10 +168,10 @@ public:
 
     Exchange& Connect(const ConnectionOptions& options = {});
 
-    /// Traces the path and opens a request for it; a former request is released, with its reply.
+    /// Traces the path and opens a request for it; an earlier request and its reply are released.
     Exchange& OpenRequest(const wchar_t* verb, const std::wstring& path, const RequestOptions& options = {});
 
-    /// The same with a path that is made only where the operation goes on.
+    /// The same, but builds the path only if the operation has not ended.
     template <std::invocable Path> Exchange& OpenRequest(const wchar_t* verb, const Path& path, const RequestOptions& options = {})
     {
         return m_hasEnded ? *this : OpenRequest(verb, std::wstring(path()), options);
@@ -187,7 +187,7 @@ public:
     /// Makes the request findable for `CloseRequestHandle` until the exchange ends.
     Exchange& Track(const std::wstring& key);
 
-    /// Ends the operation with `Result::Cancelled` where the caller's cancel event is signalled.
+    /// Ends the operation with `Result::Cancelled` if the caller's cancel event is signalled.
     Exchange& StopIfCancelled(const CancelEvent* cancelEvent, const TraceFormat<>& message = {});
 
     /// Appends a field of a urlencoded form.
@@ -199,21 +199,21 @@ public:
 
     /// Appends a field of a multipart form.
     Exchange& MultipartField(const char* name, const std::string& value);
-    /// The same with wide text, which goes through the thread's ANSI code page.
+    /// The same for wide text, converted to the thread's ANSI code page.
     Exchange& MultipartField(const wchar_t* name, const std::wstring& value);
 
     /// Sends the request with its collected body and receives the reply into memory.
     Exchange& SendAndReceive(const TraceFormat<ResultCode>& failed);
     /// The same, and judges the reply.
     Exchange& Perform(const Judgement& row);
-    /// The same for a form that is sent like a streamed body: announced by a header, then written.
+    /// The same, but sends the headers first and then writes the form.
     Exchange& PerformStreamed(const Judgement& row);
 
-    /// Sends a multipart body: the fields, then the part of a file, as far as there is either.
+    /// Sends a multipart body: the fields and the file, each if given.
     /// @param file          null for none.
     /// @param appendFields  appends the fields to this exchange.
     Exchange& SendMultipart(const MultipartSteps& steps, const FilePart* file, const std::function<void()>& appendFields = {});
-    /// Receives the reply to it into memory.
+    /// Receives the reply to `SendMultipart` into memory.
     Exchange& Receive(const TraceFormat<ResultCode>& failed = "ReceiveResponse failed, error code: %d");
 
     /// Judges a reply in memory.
@@ -221,7 +221,7 @@ public:
 
     /// Sends the request, streams the reply into a file and judges it.
     Exchange& PerformIntoFile(const FileTarget& target, const Judgement& row);
-    /// The same for a request that is sent already.
+    /// The same for a request that has been sent.
     Exchange& ReceiveIntoFile(const FileTarget& target, const Judgement& row);
 
     Exchange& LogReply();
@@ -230,11 +230,11 @@ public:
     /// @param[in,out] attributes  replaced on success.
     Exchange& TakeItem(const ItemTaking& taking, std::shared_ptr<IServerAttributes>& attributes);
 
-    /// Where the operation has ended in a conflict, takes the item's current attributes from the reply, where it carries them.
+    /// If the operation has ended with a conflict, takes the item's current attributes from the reply, if present.
     /// @param[in,out] attributes  replaced on success.
     Exchange& TakeItemOfConflict(std::shared_ptr<IServerAttributes>& attributes);
 
-    /// The operation's own end: runs where no step has ended it before.
+    /// Runs the operation's last step unless an earlier step has ended it.
     /// @return the operation's result.
     template <std::invocable Last> ResultCode Then(const Last& last)
     {
@@ -243,7 +243,7 @@ public:
         return m_result;
     }
 
-    /// @return the operation's result; 0 where no step has ended it.
+    /// @return the operation's result; 0 if no step has ended it.
     [[nodiscard]] ResultCode Outcome() const noexcept { return m_result; }
 
 private:
@@ -252,7 +252,7 @@ private:
     Exchange& JudgeFile(ResultCode result, const Judgement& row);
     ResultCode CodeOfRefusal(std::uint32_t status, const Judgement& row);
 
-    // Runs a step that makes an object ready; returns the operation's result.
+    // Initialises an object; returns the operation's result.
     template <typename Object, typename Call>
     static ResultCode Initialise(const std::shared_ptr<Object>& object, bool onlyNegativeFails, bool returnsResult, ResultCode& result,
                                  const Call& call);

@@ -34,7 +34,7 @@ ResultCode MapHttpError(std::uint32_t status, const ResponseBuffer& response)
     if (response.data != nullptr && GetJSONStringFromResponse(response, "errorId", errorId))
     {
         const ResultCode code = Result::RefusalBase + static_cast<ResultCode>(LeadingNumber(errorId));
-        // No error id of a server can make a refusal look like a success.
+        // The sum may wrap to 0; a refusal must not become a success.
         if (code != Result::Success)
             return code;
     }

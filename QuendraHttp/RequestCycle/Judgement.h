@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// What each operation makes of a reply's status and of a reply without a body: one row an operation, and the functions that
-/// turn a refusal into a code. `Docs/Rest.md` shows the rows; a test compares the two.
+/// How each operation handles a reply's status and an empty body: one row per operation, and the functions that turn a refusal into a code.
+/// `Docs/Rest.md` shows the rows; a test compares the two.
 
 #include "Tracing.h"
 
@@ -18,11 +18,11 @@ inline constexpr std::uint32_t kStatusNoContent = 204;
 /// Which part of a reply is judged first.
 enum class JudgedFirst
 {
-    Body,  ///< without a body the status does not matter.
+    Body,  ///< the status is ignored if there is no body.
     Status ///< a missing body matters only for a success.
 };
 
-/// What the code of a refusal is made of.
+/// How the code of a refusal is formed.
 enum class RefusalCode
 {
     ErrorIdOrStatus, ///< 20000 plus the body's "errorId", or plus the status where it has none.
@@ -36,7 +36,7 @@ enum class LoggedReplies
 {
     All,
     RefusalsWithBody,
-    None ///< or the operation writes them itself.
+    None ///< none, or the operation writes them itself.
 };
 
 /// One operation's row.
@@ -44,15 +44,15 @@ struct Judgement
 {
     const char* operation; ///< as in `Docs/Rest.md`.
     JudgedFirst first = JudgedFirst::Body;
-    /// The result of a reply without a body (judged first by its status: of a success); none where no body is needed.
+    /// The result of a reply without a body (with `JudgedFirst::Status`: of a successful one); nothing if no body is needed.
     std::optional<ResultCode> withoutBody = Result::NotEnoughMemory;
-    /// The result of a refusal without a body, where it is not the refusal's code.
+    /// The result of a refusal without a body, if it differs from the refusal's code.
     std::optional<ResultCode> refusedWithoutBody = std::nullopt;
     RefusalCode refusal = RefusalCode::ErrorIdOrStatus;
-    /// A refusal for the session's sake becomes `Result::Retry` where another login has changed the session token meanwhile.
+    /// A 401 becomes `Result::Retry` if another login has changed the session token meanwhile.
     bool checksSession = false;
     bool acceptsNoContent = false;      ///< 204 is a success like 200.
-    bool refusesFailedTransfer = false; ///< a transfer that fails is a refusal with the status 0.
+    bool refusesFailedTransfer = false; ///< a failed transfer counts as a refusal with status 0.
     LoggedReplies logged = LoggedReplies::All;
 
     TraceFormat<ResultCode> transferFailed{"GetResponse failed, error code: %d"};
@@ -115,7 +115,7 @@ inline constexpr Judgement kPublishSyncStats{
     .operation = "PublishSyncStats", .first = JudgedFirst::Status, .withoutBody = std::nullopt, .logged = LoggedReplies::None};
 inline constexpr Judgement kGenerateLink{.operation = "GenerateLink"};
 
-// Downloads. Their replies go into a file, so a missing body is an empty file.
+// Downloads. Their replies are written to a file; no body means an empty file.
 inline constexpr Judgement kDownloadFile{.operation = "DownloadFile, whole",
                                          .first = JudgedFirst::Status,
                                          .withoutBody = std::nullopt,

@@ -1,8 +1,7 @@
 #pragma once
 
 /// @file
-/// The bytes of a request's body that are collected before they are sent. They may hold passwords: every byte that the buffer
-/// gives up is overwritten first.
+/// Collects a request's body before it is sent. The body may contain passwords, so memory is wiped before it is freed.
 
 #include "Wiping.h"
 
@@ -13,7 +12,7 @@
 #include <memory>
 #include <string_view>
 
-/// A block on the runtime heap that doubles until what is appended fits.
+/// A heap block that doubles its size as needed.
 class BodyBuffer
 {
 public:
@@ -27,10 +26,10 @@ public:
     /// @throws std::bad_alloc where memory runs out or the body would pass 4 GiB; nothing is appended then.
     void Append(std::string_view bytes);
 
-    /// Forgets the collected bytes; the capacity stays.
+    /// Wipes and removes the collected bytes; keeps the capacity.
     void Clear() noexcept;
 
-    /// Hands the collected bytes over to another buffer, without a copy, and takes what it has, wiped.
+    /// Moves the collected bytes to another buffer without copying. Takes the other's block in return, wiped.
     void MoveTo(BodyBuffer& other) noexcept;
 
     [[nodiscard]] char* Data() noexcept { return m_block.get(); }

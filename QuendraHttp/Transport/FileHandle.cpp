@@ -12,7 +12,7 @@ bool IsUsable(DWORD type, DWORD access)
 
 HANDLE Open(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition)
 {
-    // The platform would take the path up to the NUL, and open another file.
+    // The system call would stop at the NUL and open another file.
     DWORD error = ERROR_INVALID_NAME;
     if (path.find(L'\0') == std::wstring::npos)
     {

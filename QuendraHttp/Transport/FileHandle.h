@@ -4,18 +4,18 @@
 
 #include <string>
 
-/// Lets the owner of a file change, move and delete it meanwhile.
+/// Lets other programs write, move and delete the file while it is open.
 inline constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-/// Owns one open file of a caller.
+/// Owns one open file handle.
 class FileHandle
 {
 public:
-    /// Opens a file on a disk. A device is opened for writing only: what comes from one has no size, and may never come. The last
-    /// error is 123 for a path with a NUL, 50 for a pipe, or for a device to read from, else the platform's.
+    /// Opens a file on a disk. A device can only be opened for writing: it has no size, and a read may block forever. The last
+    /// error is 123 for a path with a NUL, 50 for a pipe, or for reading a device, else the platform's.
     /// @param path         local path, however long.
     /// @param access       GENERIC_READ or GENERIC_WRITE.
-    /// @param sharing      what others may do with the file meanwhile: FILE_SHARE_ values, or 0.
+    /// @param sharing      FILE_SHARE_ values, or 0.
     /// @param disposition  OPEN_EXISTING or CREATE_ALWAYS.
     FileHandle(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition);
     ~FileHandle()
@@ -30,14 +30,14 @@ public:
     [[nodiscard]] bool IsOpen() const noexcept { return m_file != INVALID_HANDLE_VALUE; }
     [[nodiscard]] HANDLE Get() const noexcept { return m_file; }
 
-    /// The file's size in bytes; 0 where there is none.
+    /// The file's size in bytes; 0 if unknown.
     [[nodiscard]] std::int64_t Size() const noexcept
     {
         LARGE_INTEGER size{};
         return GetFileSizeEx(m_file, &size) ? size.QuadPart : 0;
     }
 
-    /// Moves to a position from the beginning.
+    /// Sets the file position, in bytes from the beginning.
     /// @return false with the last error set on failure.
     [[nodiscard]] bool MoveTo(std::int64_t position) const noexcept
     {

@@ -15,10 +15,10 @@
 /// | ... reaches the classic limit           | `\\?\` and that form      |
 [[nodiscard]] inline std::wstring OpenablePath(const std::wstring& path)
 {
-    constexpr std::size_t classicLimit = 248; // that of folders, the shorter one
+    constexpr std::size_t classicLimit = 248; // the limit for folders, shorter than the limit for files
     const std::wstring absolute = PathUtilities::MakeAbsolute(path);
     if (absolute.starts_with(L'/') || path.starts_with(L"\\\\?\\"))
-        return path; // paths of other systems have no limit
+        return path; // other systems need no prefix
     if (path.starts_with(L"\\??\\"))
         return PathUtilities::NormalizePath(path);
     const bool isLimited = !absolute.starts_with(L"\\\\.\\");

@@ -12,7 +12,7 @@ Settings::OncePerProcessNumber g_resolveTimeout(Tuning::kResolveTimeout);
 Settings::OncePerProcessNumber g_sendTimeout(Tuning::kSendTimeout);
 Settings::OncePerProcessNumber g_receiveTimeout(Tuning::kReceiveTimeout);
 
-// The last error stays what it was: it often tells why the handle is closed.
+// Preserves the last error: it often says why the handle is being closed.
 void CloseQuietly(HINTERNET handle)
 {
     const LastErrorKeeper keeper;
@@ -86,7 +86,7 @@ ResultCode WinHttpHandle::QueryOption(DWORD option, void* buffer, DWORD& length)
 ResultCode WinHttpSession::Initialise()
 {
     const FunctionTraceScope trace("WinHttpSession::Initialise", Unit::WinHttpImpl);
-    // No user agent: servers are not told which client this is.
+    // Send no User-Agent header.
     if (!Attach(WinHttpOpen(nullptr, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0)))
     {
         const DWORD error = GetLastError();
@@ -99,7 +99,7 @@ ResultCode WinHttpSession::Initialise()
         trace.Error("WinHttpSetTimeouts failed, error code: %d", error);
         return FoldIntoHResult(error);
     }
-    // A redirect would carry the token, or a password, to a place that the caller has not named.
+    // Never follow redirects: they would send the token or a password to another URL.
     DWORD never = WINHTTP_OPTION_REDIRECT_POLICY_NEVER;
     if (!WinHttpSetOption(Handle(), WINHTTP_OPTION_REDIRECT_POLICY, &never, sizeof never))
     {
@@ -143,7 +143,7 @@ ResultCode WinHttpConnection::Initialise(const std::wstring& server, std::uint16
         return FoldIntoHResult(error);
     }
 
-    // All four are read on the first connection, those too that it overrides.
+    // Read all four settings on the first connection, even those that are overridden.
     const std::int32_t connect = g_connectTimeout.Get();
     const std::int32_t resolve = g_resolveTimeout.Get();
     std::int32_t send = g_sendTimeout.Get();
@@ -153,7 +153,7 @@ ResultCode WinHttpConnection::Initialise(const std::wstring& server, std::uint16
     if (receiveTimeoutOverride != 0)
         receive = static_cast<std::int32_t>(receiveTimeoutOverride);
 
-    // The session takes the timeouts, not the connection: they hold until the next connection sets them.
+    // Timeouts are set on the session, not the connection: they apply until the next connection sets them.
     trace.Info("Calling WinHttpSetTimeouts. CONN:%d, RES:%d, SEND:%d, RECV:%d", connect, resolve, send, receive);
     if (!session->SetTimeouts(resolve, connect, send, receive))
         trace.Warning("WinHttpSetTimeouts failed with error code: [%d]. Failed to override timeout defaults.", GetLastError());

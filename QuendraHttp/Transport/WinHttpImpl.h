@@ -28,14 +28,13 @@ struct SessionTimeouts
     std::int32_t receive;
 };
 
-/// A session's timeouts before its first connection, and behind an operation that had others. A connection sets those of the
+/// A session's timeouts before its first connection and after an operation that changed them. A connection sets the timeouts from the
 /// settings.
 inline constexpr SessionTimeouts kSessionTimeouts{.resolve = 60000, .connect = 60000, .send = 300000, .receive = 300000};
 
 /// Owns one WinHTTP handle.
 ///
-/// The owner's thread uses the handle while another thread may close it: exactly one of them closes it, and a call with a
-/// closed handle fails like any other.
+/// Another thread may close the handle while the owner's thread uses it. It is closed exactly once; a call with a closed handle fails.
 class WinHttpHandle
 {
 public:
@@ -45,7 +44,7 @@ public:
     WinHttpHandle(const WinHttpHandle&) = delete;
     WinHttpHandle& operator=(const WinHttpHandle&) = delete;
 
-    /// Slot 1. Closes the handle; harmless when there is none.
+    /// Slot 1. Closes the handle; does nothing if there is none.
     virtual void Close();
 
     /// Takes ownership of a freshly opened handle; one that is already held is closed.
@@ -89,7 +88,7 @@ private:
     std::mutex m_tokenLock;
 };
 
-/// The handle to one server and port.
+/// The WinHTTP connection handle for one server and port.
 class WinHttpConnection final : public WinHttpHandle, public IWinHttpConnection
 {
 public:

@@ -32,14 +32,14 @@ bool Write(HINTERNET request, std::string_view bytes, DWORD& written)
     return WinHttpWriteData(request, bytes.data(), static_cast<DWORD>(bytes.size()), &written) != FALSE;
 }
 
-// A write whose failure shows up again in the writes or the reply that follow.
+// Ignores a failed write: a later write or the reply fails too.
 void WriteUnjudged(HINTERNET request, std::string_view bytes)
 {
     DWORD written = 0;
     Write(request, bytes, written);
 }
 
-// The part of [offset, offset + length) that lies in the file; no sum is made that could overflow.
+// The part of [offset, offset + length) that lies in the file; subtracts, because a sum could overflow.
 std::int64_t LengthInFile(std::int64_t fileSize, std::int64_t offset, std::int64_t length)
 {
     return std::clamp<std::int64_t>(length, 0, std::max<std::int64_t>(fileSize - std::max<std::int64_t>(offset, 0), 0));
@@ -80,7 +80,7 @@ ResultCode WinHttpRequest::AddMultipartHeaders(bool acceptJson)
     if (const ResultCode failed =
             AddHeaderText(acceptJson ? L"Accept: application/json" : L"Accept: application/octet-stream", kAddAndCoalesce))
         return failed;
-    // The header ends in a lone line feed, which WinHTTP takes off.
+    // The header ends with a single line feed, which WinHTTP removes.
     return AddHeaderText(L"Content-Type: multipart/form-data; boundary=\"" + m_boundary + L"\"\n", kReplaceOrAdd);
 }
 
@@ -120,7 +120,7 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
                                              std::uint64_t* sizeOut)
 {
     const FunctionTraceScope trace("WinHttpRequest::SendMultipartFile", Unit::WinHttpImpl);
-    // The ranged form ends it where the file does.
+    // The range is cut at the end of the file.
     const std::int64_t offset = 0;
     const std::int64_t length = std::numeric_limits<std::int64_t>::max();
     return SendMultipartFile(fieldName, path, fileName, cancelEvent, &offset, &length, progress, sizeOut);
@@ -168,7 +168,7 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
         return Result::Success;
     }
 
-    // What was announced is what is sent: a file that has grown since goes out as it was, one that has shrunk is a failure.
+    // Send exactly the announced length: ignore what was appended since, and fail if the file has shrunk.
     const auto measured = m_measuredLengths.find(range);
     const std::int64_t announced = measured != m_measuredLengths.end() ? measured->second : rangeLength;
     bool cancelled = false;
@@ -181,14 +181,14 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
 ResultCode WinHttpRequest::SendFileRange(const FunctionTraceScope& trace, const FileHandle& file, std::int64_t offset, std::int64_t length,
                                          const CancelEvent* cancelEvent, IProgressCallback* progress, bool& cancelled)
 {
-    // An empty range may lie where no file reaches.
+    // An empty range may start beyond the end of the file.
     if (length > 0 && !file.MoveTo(offset))
     {
         const DWORD error = GetLastError();
         trace.Error("SetFilePointerEx failed, error code: %d", error);
         return error;
     }
-    std::array<char, kBlockBytes> block; // NOLINT(cppcoreguidelines-pro-type-member-init): each read fills what is used of it
+    std::array<char, kBlockBytes> block; // NOLINT(cppcoreguidelines-pro-type-member-init): only bytes that were read are used
     for (std::int64_t remaining = length; remaining > 0 && !cancelled;)
     {
         DWORD read = 0;

@@ -15,7 +15,7 @@ namespace
 
 constexpr DWORD kMaximumPiece = 0x500000;
 
-// Where a Location leads: scheme, server and port. The rest may hold secrets.
+// Scheme, server and port of a Location header. The rest may contain secrets.
 std::wstring PlaceOf(std::wstring_view location)
 {
     const auto slashes = std::min(location.find(L"//"), location.size());
@@ -105,7 +105,7 @@ ResultCode WinHttpRequest::ReadResponse(ResponseBuffer& response)
         DWORD available = 0;
         if (!WinHttpQueryDataAvailable(Handle(), &available))
         {
-            // What has been read so far counts as the answer: callers judge it by the status and by what it says.
+            // The bytes read so far count as the reply: callers check the status and the content.
             trace.Error("WinHttpQueryDataAvailable failed, error code: %d", GetLastError());
             return Result::Success;
         }
@@ -128,7 +128,7 @@ ResultCode WinHttpRequest::ReadResponse(ResponseBuffer& response)
         }
         response.data = grown;
 
-        // The length grows by what was announced: what the read leaves unfilled must not show what the heap held before.
+        // The length grows by the announced size, even after a short read: zero the rest, so that no old heap data is exposed.
         char* const piece = response.data + response.length;
         std::memset(piece, 0, available);
         DWORD read = 0;
@@ -169,7 +169,7 @@ ResultCode WinHttpRequest::GetResponse(const std::wstring& path, const CancelEve
 
     ResultCode result = Result::Success;
     {
-        // By contract the low half alone decides: an offset of a multiple of 4 GiB truncates the file.
+        // Only the low half decides: an offset that is a multiple of 4 GiB truncates the file. This is part of the interface.
         const bool resumes = offsetLow != 0;
         const FileHandle file(path, GENERIC_WRITE, 0, resumes ? OPEN_EXISTING : CREATE_ALWAYS);
         const std::uint64_t offset = (std::uint64_t{offsetHigh} << 32) | offsetLow;
@@ -207,7 +207,7 @@ ResultCode WinHttpRequest::StreamIntoFile(const FunctionTraceScope& trace, const
     do
     {
         DWORD available = 0;
-        // What an earlier call left behind must not be taken for the reason of an end.
+        // Clear the last error, so that an error from an earlier call is not reported for this transfer.
         SetLastError(ERROR_SUCCESS);
         if (!WinHttpQueryDataAvailable(Handle(), &available))
         {
@@ -244,7 +244,7 @@ ResultCode WinHttpRequest::StreamIntoFile(const FunctionTraceScope& trace, const
         total += written;
         if (progress != nullptr)
             progress->OnBlock(written, total);
-        // Asked once a block: an event that resets itself tells it once only.
+        // Test the event once per block: an auto-reset event signals only once.
         cancelled = IsSignalled(cancelEvent);
     } while (read != 0 && !cancelled);
 

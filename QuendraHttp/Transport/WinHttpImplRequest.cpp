@@ -70,7 +70,7 @@ ResultCode WinHttpRequest::AddSessionCookie(const FunctionTraceScope& trace)
         return Result::Success;
 
     std::wstring header;
-    header.reserve(kCookie.size() + token.size()); // growing would leave a copy behind
+    header.reserve(kCookie.size() + token.size()); // growing would leave a copy in freed memory
     header.append(kCookie).append(token);
     const ScopedWipe wipeHeader(header);
     const ResultCode result = BreaksHeader(token) ? RefuseHeader(trace, "the session token") : AddHeaderText(header, kCoalesceOnly);
@@ -87,14 +87,14 @@ ResultCode WinHttpRequest::AppendFormData(const char* name, const std::wstring& 
     {
         std::string encoded = EncodeUrl(value, UrlEncodingMode::Form);
         const ScopedWipe wipeEncoded(encoded);
-        // Reserved before the value goes in, so that growing leaves no copy behind.
+        // Reserve first: growing would leave a copy of the value in freed memory.
         field.reserve(field.size() + encoded.size() + 1);
         field += encoded;
     }
     if (!isLast)
         field += '&';
 
-    // Everything but the name is ASCII by now: its characters are what the limit counts.
+    // The limit counts characters. Only the name may contain non-ASCII characters here.
     if (ToWide(name).size() + (field.size() - std::string_view(name).size()) > kMaximumFieldCharacters)
     {
         trace.Error("Form field [%s] is longer than %d characters", name, static_cast<int>(kMaximumFieldCharacters));
@@ -139,7 +139,7 @@ ResultCode WinHttpRequest::StartRequest(std::uint64_t contentLength)
     if (const ResultCode failed = AddSessionCookie(trace))
         return failed;
 
-    // The header alone announces the length: the call's own argument cannot hold 64 bits.
+    // Announce the length in the header only: the call's DWORD argument cannot hold 64 bits.
     if (!WinHttpSendRequest(Handle(), header.c_str(), kWholeText, WINHTTP_NO_REQUEST_DATA, 0, 0, 0))
     {
         const DWORD error = GetLastError();

@@ -21,16 +21,16 @@
 
 class FileHandle;
 
-// The ways in which headers are added.
+// Flags for adding headers.
 inline constexpr DWORD kAddAndCoalesce = WINHTTP_ADDREQ_FLAG_ADD | WINHTTP_ADDREQ_FLAG_COALESCE_WITH_COMMA;
 inline constexpr DWORD kReplaceOrAdd = WINHTTP_ADDREQ_FLAG_REPLACE | WINHTTP_ADDREQ_FLAG_ADD;
 inline constexpr DWORD kCoalesceOnly = WINHTTP_ADDREQ_FLAG_COALESCE_WITH_COMMA;
 
-/// The collected body goes out when the request is sent; see the picture above for the order of calls.
+/// Sends one request with a collected or streamed body; see the diagram above for the order of calls.
 class WinHttpRequest final : public WinHttpHandle, public IWinHttpRequest
 {
 public:
-    /// @param session  shared for the request's life; its token becomes the request's cookie.
+    /// @param session  kept alive by the request; its token becomes the request's cookie.
     explicit WinHttpRequest(std::shared_ptr<IWinHttpSession> session);
 
     ResultCode Initialise(const std::wstring& path, const std::wstring& verb, const std::shared_ptr<IWinHttpConnection>& connection,
@@ -64,7 +64,7 @@ public:
     ResultCode ReadResponse(ResponseBuffer& response) override;
     void Close() override { WinHttpHandle::Close(); }
 
-    /// The text form of a fresh identifier, 38 characters with braces; empty where none can be made, which is used as it is.
+    /// The text form of a fresh identifier, 38 characters with braces; empty on failure, which callers use unchanged.
     [[nodiscard]] static std::wstring GenerateRandomValue();
 
     /// "QD_MARK--{...}--QD_MARK", the same for the life of the process.
@@ -90,7 +90,7 @@ private:
 
     const std::shared_ptr<IWinHttpSession> m_session;
     BodyBuffer m_body;
-    BodyBuffer m_sentBody; // what WinHTTP may read, on a fresh connection once more, until the reply comes
+    BodyBuffer m_sentBody; // WinHTTP may read it, also to resend it on a new connection, until the reply arrives
     std::uint32_t m_httpStatus = 0;
     const std::wstring m_boundary;
     std::map<std::tuple<std::wstring, std::int64_t, std::int64_t>, std::int64_t>

@@ -17,7 +17,7 @@ namespace
 
 using Microsoft::WRL::ComPtr;
 
-constexpr long kLongestWait = 10000; // milliseconds that WMI has for an answer
+constexpr long kLongestWait = 10000; // milliseconds to wait for WMI's answer
 
 struct BstrDeleter
 {
@@ -49,14 +49,14 @@ bool Failed(const FunctionTraceScope& trace, const TraceFormat<HRESULT>& message
     return FAILED(result);
 }
 
-// WMI answers a caller only who may be impersonated. A library leaves the process' own defaults alone.
+// WMI requires impersonation. Set it on the proxy: a library must not change the process's defaults.
 HRESULT AllowImpersonation(IUnknown* proxy)
 {
     return CoSetProxyBlanket(proxy, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr, RPC_C_AUTHN_LEVEL_CALL, RPC_C_IMP_LEVEL_IMPERSONATE,
                              nullptr, EOAC_NONE);
 }
 
-// The first row of a query in the namespace of the system's own classes; null where there is none.
+// Runs a query in WMI's namespace of system classes and returns its first row; null if there is none.
 ComPtr<IWbemClassObject> FirstRow(const FunctionTraceScope& trace, const wchar_t* query)
 {
     ComPtr<IWbemLocator> locator;
@@ -75,7 +75,7 @@ ComPtr<IWbemClassObject> FirstRow(const FunctionTraceScope& trace, const wchar_t
                services->ExecQuery(MakeBstr(L"WQL").get(), MakeBstr(query).get(), WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
                                    nullptr, &rows)))
         return nullptr;
-    // Not every implementation hands the enumerator out through a proxy.
+    // Ignore failure: some implementations return the enumerator without a proxy.
     static_cast<void>(AllowImpersonation(rows.Get()));
     ComPtr<IWbemClassObject> row;
     ULONG count = 0;
@@ -134,7 +134,7 @@ VersionNumber VersionNumberUtil::GetOsVersion()
 {
     const FunctionTraceScope trace("VersionNumberUtil::GetOsVersion", Unit::VersionNumberUtil);
     const ComInit com;
-    // A thread that runs COM with another model reaches WMI, too.
+    // WMI also works from a thread that uses another apartment model.
     if (com.Result() != RPC_E_CHANGED_MODE && Failed(trace, "CoInitializeEx failed, error code: %d", com.Result()))
         return {};
     const ComPtr<IWbemClassObject> system = FirstRow(trace, L"SELECT * FROM Win32_OperatingSystem");

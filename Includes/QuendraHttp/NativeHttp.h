@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// The client itself, for the modules that are built with the library. Callers of the library use `IQuendraHttpAPI`.
+/// The class that implements the client, for modules that are built with the library. Callers of the library use `IQuendraHttpAPI`.
 
 #include "QuendraHttp/QuendraHttp.h"
 
@@ -33,8 +33,8 @@ struct ApiVersion
     auto operator<=>(const ApiVersion&) const = default;
 };
 
-/// What the client knows of its server. An operation works on a copy, so that it sees one consistent state while another
-/// thread changes it.
+/// What the client knows about its server. Each operation works on a copy, so that a change by another thread cannot make its state
+/// inconsistent.
 struct ServerState
 {
     std::wstring serverName;
@@ -52,29 +52,29 @@ struct ServerState
     [[nodiscard]] std::wstring ApiBasePath(const std::wstring& sessionToken) const;
 };
 
-/// API versions that the client treats in their own way.
+/// API versions that need special handling.
 inline constexpr ApiVersion kApiVersion10{1, 0};
 inline constexpr ApiVersion kApiVersion12{1, 2};
 inline constexpr ApiVersion kApiVersion13{1, 3};
 
-/// How the server authenticates, as the handshake learns it.
+/// How the server authenticates; set by the handshake.
 inline constexpr std::uint32_t kModeUnknown = 0;
 inline constexpr std::uint32_t kModeLegacy = 1;
 inline constexpr std::uint32_t kModeDeviceToken = 2;
 
-/// The implementation of `IQuendraHttpAPI`. The interface documents the operations; here is what they are made of.
+/// The implementation of `IQuendraHttpAPI`. The interface documents the operations.
 class CNativeHttp final : public IQuendraHttpAPI
 {
 public:
     using RequestHandleMap = std::map<std::wstring, std::shared_ptr<IWinHttpRequest>>;
 
-    /// Makes a request findable for `CloseRequestHandle` while it runs.
+    /// Registers a request so that `CloseRequestHandle` can find it while it runs.
     ///
-    /// A newer request under the same key replaces the older; a tracker that ends removes its own request only.
+    /// A newer request with the same key replaces the older one. The destructor removes only the tracker's own request.
     class RequestHandleTracker
     {
     public:
-        /// @param requests      the map; guarded by `lock`, and outliving the tracker like it.
+        /// @param requests      the map, guarded by `lock`; both outlive the tracker.
         /// @param request       shared while the tracker lives.
         /// @param key           what the caller passes to `CloseRequestHandle`.
         /// @param sessionToken  the token that the operation started with, kept for it.
@@ -155,30 +155,30 @@ public:
     ResultCode GenerateLink(std::shared_ptr<ShareRequest> request) override;
     void Release() override;
 
-    /// The text kept by `SetClientTag`.
+    /// The text set by `SetClientTag`.
     [[nodiscard]] std::string GetClientTag();
 
     /// The path prefix of API requests: the endpoint path, or for API 1.0, which carries the session in the path, "/api/" and
     /// the session token.
     [[nodiscard]] std::wstring GetApiBasePath();
 
-    /// Puts the session's timeouts back to their defaults; a failure is traced only.
+    /// Resets the session's timeouts to their defaults; a failure is only traced.
     void ResetTimeouts();
 
-    /// `Result::Retry` for a status of 401 when the session token is not the start token any more, else `code`.
+    /// `Result::Retry` for a status of 401 if the session token differs from the start token, else `code`.
     [[nodiscard]] ResultCode CheckForChangedSessionToken(std::uint32_t status, const std::wstring& startToken, ResultCode code);
 
 private:
     friend class Exchange;
 
     void Create(const std::wstring& deviceName);
-    // The handshake's steps; they may throw, and belong to the operation that takes them. What they learn goes into `server`.
+    // The steps of the handshake. They may throw; the calling operation catches. They store their results in `server`.
     ResultCode ShakeHands(std::uint32_t& serverMode, std::uint32_t& handshakeValue);
     ResultCode SetHandshakeTimeouts(const FunctionTraceScope& trace);
     ResultCode ChooseVersion(const FunctionTraceScope& trace, ServerState& server);
     ResultCode AskServerMode(const FunctionTraceScope& trace, const ServerState& server, std::uint32_t& serverMode);
 
-    // The prefix is this client's mark for the steps behind an operation; the trace names them so.
+    // The prefix marks the steps that implement an operation; these names appear in traces.
     // NOLINTBEGIN(bugprone-reserved-identifier)
     ResultCode _Internal_UploadFile(const std::wstring& localPath, const std::wstring& serverPath,
                                     std::shared_ptr<IServerAttributes>& attributes, const CancelEvent& cancelEvent,

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// The library's interface: create an instance, drive it, release it.
+/// The library's interface: create an instance, call its operations, release it.
 ///
 ///     IQuendraHttpAPI* api = CreateInstance(L"my-laptop");
 ///     api->SetServer("https://files.example.com");
@@ -44,37 +44,37 @@ class IWinHttpFactory;
 /// Items in the order in which the server reports them.
 using ServerItemList = std::list<std::shared_ptr<IServerAttributes>>;
 
-/// The conversation with one server. Every operation blocks until its exchange ends and may be called from any thread.
+/// A client of one server. Every operation blocks until it has finished and may be called from any thread.
 ///
-/// An operation returns 0 on success, else a code of `Result` or of the platform; nothing is thrown. Where memory runs out it
-/// is `Result::Failed`. Outputs are set on success only, unless stated otherwise. The order of the operations is part of
-/// the contract with callers built by other compilers.
+/// An operation returns 0 on success, else a code of `Result` or of the platform; nothing is thrown. If memory runs out, it returns
+/// `Result::Failed`. Outputs are set on success only, unless stated otherwise. The order of the operations is part of the contract with
+/// callers built by other compilers.
 ///
 /// A server path begins at the user's root with "/" and is separated by "/"; it is not encoded. A local path is one of the
-/// platform's and names a regular file: 5 for a folder, 50 for a pipe, a socket or a device (but a device that cannot keep a writer
-/// waiting is written to), 123 for a path with a NUL. A file that is written to is opened without sharing: 32 where it is open
-/// elsewhere, on Linux where another operation of this library has it open. Files are never waited for. A refusal is a code from
-/// `Result::RefusalBase` on: plus the reply's "errorId", or plus the HTTP status. A platform error is that of the step which failed:
-/// set-up, sending, receiving, reading or writing the local file.
+/// platform's and names a regular file: 5 for a folder, 50 for a pipe, a socket or a device (but a device on which a write cannot block is
+/// written to), 123 for a path with a NUL. A file that is written to is opened without sharing: 32 where it is open elsewhere, on Linux
+/// where another operation of this library has it open. No operation waits for a file. A refusal is a code from `Result::RefusalBase` on:
+/// plus the reply's "errorId", or plus the HTTP status. A platform error is the error of the step that failed: set-up, sending, receiving,
+/// reading or writing the local file.
 ///
-/// What a shared pointer that is handed in points to is held for the call: a callback may drop the caller's own.
+/// Objects passed by shared pointer stay alive during the call: a callback may reset the caller's own pointers.
 ///
-/// Replies other than file content are held in memory, whatever their size: the one bound is that of a single piece, 5 MiB, behind
-/// which the operation ends in 122. The records that are read from them are the server's word. A name may hold separators, be ".." or
-/// be empty: check it before it becomes part of a local path.
+/// Replies other than file content are held in memory, whatever their size: only a single piece is limited, to 5 MiB; a larger one ends the
+/// operation with 122. The contents of the records are not checked: a name may hold separators, be ".." or be empty. Check it before you
+/// use it in a local path.
 class IQuendraHttpAPI
 {
 public:
     /// Slot 0. Ends the instance; nothing is sent to the server. No operation may be running.
     virtual ~IQuendraHttpAPI() = default;
 
-    /// Slot 1. Shakes hands with the server: chooses the newest API version that both speak, learns the endpoint paths and the
+    /// Slot 1. Performs the handshake with the server: chooses the newest API version that both speak, learns the endpoint paths and the
     /// server mode. Once it succeeded, later calls return the same values without asking the server.
     /// @param[out] serverMode      1 legacy, 2 device-token authentication.
-    /// @param[out] handshakeValue  the server's "tos" value divided by 4, rounded down; set as soon as a version is chosen, also
-    ///                             where the mode is not learnt then.
+    /// @param[out] handshakeValue  the server's "tos" value divided by 4, rounded down; set as soon as a version is chosen, even if the
+    ///                             mode is not found.
     /// @return 19006 for a server without a compatible API version, 12004 for a reply without a readable mode, 8 for none;
-    ///         a refusal; a platform error, as an HRESULT where the timeouts cannot be set.
+    ///         a refusal; a platform error, as an HRESULT if the timeouts cannot be set.
     virtual ResultCode Init(std::uint32_t& serverMode, std::uint32_t& handshakeValue) = 0;
 
     /// Slot 2. Asks the server for its version.
@@ -107,12 +107,12 @@ public:
     /// @return 0; 87 for a null pointer.
     virtual ResultCode SetDeviceName(const wchar_t* name) = 0;
 
-    /// Slot 8. Shakes hands (see `Init`), then opens a session for a user; later requests carry its token.
+    /// Slot 8. Performs the handshake (see `Init`), then opens a session for a user; later requests carry its token.
     /// @param userId                the user's name.
     /// @param password              never traced.
     /// @param deviceToken           sent unless the server is in legacy mode.
     /// @param deviceId              the machine's name.
-    /// @param[out] policy           the whole reply, where it holds a policy block, also when the result is 5.
+    /// @param[out] policy           the whole reply if it holds a policy block, also when the result is 5.
     /// @param[out] handshakeValue   as `Init` gives it.
     /// @param clientVersion         left out where the first component is 0.
     /// @param clientPlatformVersion left out where the first component is 0.
@@ -123,7 +123,7 @@ public:
                              const std::wstring& deviceId, std::wstring& policy, std::uint32_t& handshakeValue,
                              const VersionNumber& clientVersion, const VersionNumber& clientPlatformVersion) = 0;
 
-    /// Slot 9. Registers this device for a user; the server sends the user an e-mail, again where it knows the device.
+    /// Slot 9. Registers this device for a user; the server sends the user an e-mail, also for a known device.
     /// @param userId    the user's name.
     /// @param deviceId  the machine's name.
     /// @return 122 for a field that is too long (nothing is sent); a refusal; a platform error.
@@ -133,20 +133,20 @@ public:
     /// @return 0.
     virtual ResultCode ReservedNoOp() = 0;
 
-    /// Slot 11. Tells the session token.
+    /// Slot 11. Returns the session token.
     /// @param[out] token  empty for none. Whoever has it acts as the user: treat it like a password.
     /// @return 0.
     virtual ResultCode GetSessionToken(std::wstring& token) = 0;
 
     /// Slot 12. Replaces the session token; no request is made.
-    /// @param token  empty for none. With one that holds CR, LF or NUL every request ends in 87.
-    /// @return 0; 6 where the transport gave no session.
+    /// @param token  empty for none. If it holds CR, LF or NUL, every request fails with 87.
+    /// @return 0; 6 if the transport created no session.
     virtual ResultCode SetSessionToken(const std::wstring& token) = 0;
 
     /// Slot 13. Waits for changes on the server. Another thread ends the wait with `CloseRequestHandle(L"/notifs")`.
     /// @param[in,out] actions  appended to; the caller deletes the records.
-    /// @return 0, also where nothing changed, and for any reply without a body, whatever its status: a refusal, or one that broke or
-    ///         was closed behind its head; 1237 (repeat); a refusal; a platform error.
+    /// @return 0, also if nothing changed, and for any reply without a body: a refusal, or a reply that was cut off or
+    ///         closed after its headers; 1237 (repeat); a refusal; a platform error.
     virtual ResultCode GetChanges(std::list<CNotificationAction*>& actions) = 0;
 
     /// Slot 14. The server's folder mappings.
@@ -177,10 +177,10 @@ public:
 
     /// Slot 18. A folder and what is in it. `CloseRequestHandle` with the path ends it.
     ///
-    /// A child without readable times is left out. One whose members have types that cannot be converted ends the list, and the
-    /// children behind it are missing: the result is 0 all the same.
+    /// A child without readable times is left out. A child whose members cannot be converted ends the list: the children after it are
+    /// missing, and the result is still 0.
     /// @param path              server path.
-    /// @param[in,out] children  appended to, also where the folder's own record cannot be read.
+    /// @param[in,out] children  appended to, even if the folder's own record cannot be read.
     /// @param[out] folder       the folder itself.
     /// @param cancelEvent       tested once before anything is sent; may be null.
     /// @return 87 for an empty path or before `SetServer`, 1223 when cancelled, 13 for a reply without the folder, 8 for none,
@@ -191,12 +191,12 @@ public:
     /// Slot 19. Deletes an item.
     /// @param path        server path.
     /// @param attributes  names the revision to delete; may be empty for any.
-    /// @return 8 for a reply without a body; a refusal, 20000 also for a transfer that failed; a platform error of the set-up.
+    /// @return 8 for a reply without a body; a refusal, 20000 also for a failed transfer; a platform error of the set-up.
     virtual ResultCode DeletePath(const std::wstring& path, const std::shared_ptr<IServerAttributes>& attributes) = 0;
 
     /// Slot 20. Renames an item in its folder (over whatever has the new name), or moves it to another.
     /// @param source              server path of the item.
-    /// @param target              server path that it gets; in another folder it is a move. Case makes no folder another.
+    /// @param target              the item's new server path; a path in another folder is a move. Folders are compared without case.
     /// @param overwrite           1 lets a move replace its target.
     /// @param[out] newAttributes  the item afterwards.
     /// @return 13 for a reply that does not describe exactly one item, 8 for none; a refusal; a platform error.
@@ -209,11 +209,11 @@ public:
     /// @return the bare HTTP status of a refusal; 122 for a field that is too long (nothing is sent); a platform error.
     virtual ResultCode AcknowledgeRemoteWipe(const std::wstring& userName, const std::wstring& deviceId) = 0;
 
-    /// Slot 22. Ends the request that runs for a path on another thread; does nothing where there is none. Listings, uploads,
-    /// downloads and the change feed can be ended so.
+    /// Slot 22. Ends the request that another thread runs for a path; does nothing if there is none. Works for listings, uploads, downloads
+    /// and the change feed.
     /// @param path  the server path that the operation was given; "/notifs" for `GetChanges`.
-    /// @return 0. The operation that is ended returns a platform error. Where the head of a reply into memory has come by then, what is
-    ///         there of the body counts as the reply: a listing ends in 13, or 8 without a body, the change feed may end in 0.
+    /// @return 0. The ended operation returns a platform error. If a reply's headers have arrived by then (replies into memory only), the
+    ///         bytes received so far count as its body: a listing returns 13, or 8 without a body, the change feed may return 0.
     virtual ResultCode CloseRequestHandle(const std::wstring& path) = 0;
 
     /// Slot 23. Creates a folder.
@@ -222,15 +222,15 @@ public:
     /// @return 5 for a reply that does not describe exactly one item, 8 for none; a refusal; a platform error.
     virtual ResultCode CreateFolder(const std::wstring& path, std::shared_ptr<IServerAttributes>& attributes) = 0;
 
-    /// Slot 24. Sends a whole local file, or a delta against what the server has. `CloseRequestHandle` with the server path ends it.
-    /// @param localPath           the file to send; not to be changed meanwhile.
+    /// Slot 24. Sends a whole local file, or a delta against the server's version. `CloseRequestHandle` with the server path ends it.
+    /// @param localPath           the file to send; must not change meanwhile.
     /// @param serverPath          the item's path.
     /// @param[in,out] attributes  times, attribute bits, size and revision to send; then what the server reports, also for 21077.
     /// @param deltaFlag           non-zero: `localPath` is a delta.
     /// @param cancelEvent         tested before anything is sent, after each block and once the server has answered.
     /// @param progress            may be empty.
-    /// @return 1223 when cancelled, 13 for a reply that cannot be read, 12152 for none, 1237 (repeat), 87 without attributes or
-    ///         flag, 38 for a file that shrinks meanwhile, 122 for a name that is too long for its part's header (nothing is sent); a
+    /// @return 1223 when cancelled, 13 for an unreadable reply, 12152 for none, 1237 (repeat), 87 without attributes or
+    ///         flag, 38 if the file shrinks meanwhile, 122 for a name that is too long for its part's header (nothing is sent); a
     ///         refusal; a platform error.
     virtual ResultCode UploadFile(const std::wstring& localPath, const std::wstring& serverPath,
                                   std::shared_ptr<IServerAttributes>& attributes, const std::uint32_t* deltaFlag,
@@ -242,7 +242,7 @@ public:
     /// @param[in,out] attributes  the item's times, attribute bits, size and revision; then what the server reports.
     /// @param uploadId            the caller's identifier of the whole upload.
     /// @param offset              the chunk's first byte.
-    /// @param[in,out] length      the chunk's bytes; cut at the size that the attributes tell, to 0 beyond it.
+    /// @param[in,out] length      the chunk's bytes; cut at the size in the attributes, to 0 beyond it.
     /// @param beginFlag           non-zero for an upload's first chunk.
     /// @param cancelEvent         tested like `UploadFile`'s.
     /// @param progress            may be empty.
@@ -269,11 +269,11 @@ public:
     virtual ResultCode CompleteUpload(const std::wstring& serverPath, const std::wstring& newServerPath, const GUID& uploadId,
                                       std::shared_ptr<IServerAttributes>& attributes) = 0;
 
-    /// Slot 28. What the server has of a chunked upload.
+    /// Slot 28. Asks for the state of a chunked upload.
     /// @param serverPath   the path that its chunks were sent to.
     /// @param uploadId     its identifier.
-    /// @param[out] offset  bytes received; left alone where the server does not tell.
-    /// @param[out] locked  1 or 0; left alone where the server does not tell.
+    /// @param[out] offset  bytes received; unchanged if the server does not report it.
+    /// @param[out] locked  1 or 0; unchanged if the server does not report it.
     /// @return 8 for a reply without a body, 13 for one that cannot be read, 87 for a null pointer, 1237 (repeat); a refusal;
     ///         a platform error.
     virtual ResultCode GetResumableUploadMetadata(const std::wstring& serverPath, const GUID& uploadId, std::int64_t* offset,
@@ -282,9 +282,9 @@ public:
     /// Slot 29. Receives a whole file, or, with a signature of the local one, a delta against it. `CloseRequestHandle` with the server
     /// path ends it.
     /// @param serverPath          the item's path.
-    /// @param localPath           created, or replaced once the server sends the content; what has come by then stays after a failure.
+    /// @param localPath           created or replaced once the server sends the content; after a failure the bytes received so far stay.
     /// @param attributes          names the revision to receive; may be empty for the newest.
-    /// @param[out] outAttributes  the item after the transfer: asked for again where an old server needs that, else `attributes`.
+    /// @param[out] outAttributes  the item after the transfer: requested again from an old server, else `attributes`.
     /// @param signaturePath       local signature file; empty for a whole file.
     /// @param cancelEvent         tested before anything is sent and after each block.
     /// @param progress            may be empty.
@@ -296,7 +296,7 @@ public:
                                     const std::shared_ptr<IProgressCallback>& progress) = 0;
 
     /// Slot 30. Receives a range of a file and writes it at the same position of the local file. `CloseRequestHandle` with the server
-    /// path ends it. The server is not held to the range: all that it sends is written, from the range's first byte on.
+    /// path ends it. The reply is not checked against the range: all bytes received are written, starting at the range's first byte.
     /// @param serverPath          the item's path.
     /// @param localPath           must exist, except for a range that begins at 0 or at a multiple of 4 GiB: that creates or truncates it.
     /// @param attributes          names the revision to receive; may be empty for the newest.
@@ -324,13 +324,12 @@ public:
     ///         a platform error.
     virtual ResultCode GenerateLink(std::shared_ptr<ShareRequest> request) = 0;
 
-    /// Slot 33. Ends the instance like slot 0. C++ cannot call it through a null pointer: where the pointer may be null, call
-    /// `ReleaseInstance`.
+    /// Slot 33. Ends the instance like slot 0. If the pointer may be null, call `ReleaseInstance` instead.
     virtual void Release() = 0;
 
     /// @cond
 #if defined(_WIN32)
-    // What a caller's `SetPort` becomes by that macro.
+    // The macro turns a caller's `SetPort` into these.
     ResultCode SetPortA(int port)
     {
         return SetPort(port);
@@ -343,14 +342,14 @@ public:
     /// @endcond
 };
 
-/// Ends an instance; a null pointer does nothing. `Release` does the same for an instance that is there.
+/// Ends an instance like `Release`; does nothing for a null pointer.
 /// @param instance  may be null.
 inline void ReleaseInstance(IQuendraHttpAPI* instance) noexcept
 {
     delete instance;
 }
 
-/// Hands the library the host's tracing provider. Called once, before the first instance.
+/// Sets the host's tracing provider. Call it once, before the first instance is created.
 /// @param handle  as registered with the tracing library; the host owns it. 0 for none.
 /// @return 0.
 QUENDRA_HTTP_API std::int32_t Init(std::uint64_t handle);
@@ -358,13 +357,13 @@ QUENDRA_HTTP_API std::int32_t Init(std::uint64_t handle);
 /// Does nothing; the matching call to `Init`.
 QUENDRA_HTTP_API void Exit();
 
-/// Makes an instance over the library's own transport.
+/// Creates an instance that uses the library's own transport.
 /// @param deviceName  what login and registration call this machine.
-/// @return the instance, to be ended by slot 0, slot 33 or `ReleaseInstance`; null where memory runs out.
+/// @return the instance, to be ended by slot 0, slot 33 or `ReleaseInstance`; null if memory runs out.
 QUENDRA_HTTP_API IQuendraHttpAPI* CreateInstance(const std::wstring& deviceName);
 
-/// Makes an instance over a caller's transport.
-/// @param factory     shared by the instance for its life.
+/// Creates an instance that uses a caller's transport.
+/// @param factory     kept alive by the instance.
 /// @param deviceName  what login and registration call this machine.
 /// @return as `CreateInstance`; null also without a factory.
 QUENDRA_HTTP_API IQuendraHttpAPI* CreateInstanceWithFactory(const std::shared_ptr<IWinHttpFactory>& factory,

@@ -3,15 +3,15 @@
 /// @file
 /// Result codes of the library's operations. `QuendraHttp/ResultMeanings.h` says what each means. A code without a name here is an
 /// error value of the platform (https://learn.microsoft.com/windows/win32/debug/system-error-codes,
-/// https://learn.microsoft.com/windows/win32/winhttp/error-messages), passed through from the step that failed, or such a value folded
-/// into an HRESULT.
+/// https://learn.microsoft.com/windows/win32/winhttp/error-messages), passed on from the step that failed, or such a value converted to an
+/// HRESULT.
 
 #include <cstdint>
 
 /// What every operation returns: 0 is success.
 using ResultCode = std::uint32_t;
 
-/// The codes that callers may want to tell apart.
+/// The codes that callers may want to handle.
 namespace Result
 {
 
@@ -28,11 +28,11 @@ inline constexpr ResultCode ServerDisabled = 1341;         ///< ERROR_SERVER_DIS
 inline constexpr ResultCode BadReply = 12004;              ///< ERROR_WINHTTP_INTERNAL_ERROR.
 inline constexpr ResultCode ConnectionBroken = 12030;      ///< ERROR_WINHTTP_CONNECTION_ERROR.
 inline constexpr ResultCode InvalidServerResponse = 12152; ///< ERROR_WINHTTP_INVALID_SERVER_RESPONSE.
-inline constexpr ResultCode IncompatibleServer = 19006;    ///< a code of the library's own.
+inline constexpr ResultCode IncompatibleServer = 19006;    ///< defined by this library.
 inline constexpr ResultCode RefusalBase = 20000;           ///< a refusal is this plus the reply's "errorId", else plus the HTTP status.
 inline constexpr ResultCode SessionInvalid = 20006;        ///< the refusal with the errorId 6.
 inline constexpr ResultCode Conflict = 21077;              ///< the refusal with the errorId 1077; it carries the item's current attributes.
-inline constexpr ResultCode LastRefusal = 27775;           ///< the highest one whose reply a whole download reads; refusals end at none.
-inline constexpr ResultCode Failed = 0x80004005;           ///< E_FAIL.
+inline constexpr ResultCode LastRefusal = 27775; ///< the highest refusal whose reply a whole download reads; higher refusals exist.
+inline constexpr ResultCode Failed = 0x80004005; ///< E_FAIL.
 
 } // namespace Result

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Result codes in words: the one table that programs show to people and that Docs/ResultCodes.md prints.
+/// Descriptions of result codes, used by programs for their messages and by Docs/ResultCodes.md.
 
 #include "QuendraHttp/ResultCodes.h"
 
@@ -12,8 +12,8 @@ namespace Result
 struct Meaning
 {
     ResultCode code;  ///< as operations return it, or what is added to `RefusalBase`.
-    const char* name; ///< the platform's name of the code; empty for a code of the library's own.
-    const char* text; ///< what it means and, where there is something, what to do about it: ASCII, one line, without parentheses.
+    const char* name; ///< the platform's name of the code; empty for a code defined by this library.
+    const char* text; ///< what it means and, if possible, what to do about it: ASCII, one line, without parentheses.
 };
 
 /// The codes that operations return, in ascending order, without the refusals. The same numbers in the low half of an HRESULT

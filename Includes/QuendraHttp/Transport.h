@@ -1,12 +1,12 @@
 #pragma once
 
 /// @file
-/// The transport below the library: sessions, connections and requests, and the factory that makes them. The library brings
-/// its own over WinHTTP; a caller who hands another factory to `CreateInstanceWithFactory` replaces it whole.
+/// The transport below the library: sessions, connections and requests, and the factory that makes them. The library's own transport uses
+/// WinHTTP; a caller replaces it by passing another factory to `CreateInstanceWithFactory`.
 ///
-/// The order of the virtual operations is part of the contract. Result codes are 0 or a platform error value, `Initialise`'s
-/// folded into an HRESULT. An operation that fails leaves the reason as the thread's last error too: the library returns that
-/// to its caller where a connection or a request cannot be initialised. Nothing may throw.
+/// The order of the virtual operations is part of the contract. Result codes are 0 or a platform error value, from `Initialise` as an
+/// HRESULT. An operation that fails also sets the thread's last error: the library returns it if a connection or a request cannot be
+/// initialised. Nothing may throw.
 
 #include "QuendraHttp/Types.h"
 
@@ -15,8 +15,8 @@
 #include <string>
 
 /// @cond
-// MSVC lays neighbouring overloads of one name in reverse order of declaration, the Itanium C++ ABI (GCC, Clang, mingw) in the
-// order of declaration. A pair that is declared through this macro has its first in the lower slot under both.
+// MSVC puts adjacent overloads of one name into the vtable in reverse order of declaration, the Itanium C++ ABI (GCC, Clang, mingw) in
+// order of declaration. With this macro the first of a pair gets the lower slot under both.
 #if defined(_MSC_VER)
 #define QUENDRA_OVERLOAD_PAIR(first, second)                                                                                               \
     second;                                                                                                                                \
@@ -28,7 +28,7 @@
 #endif
 /// @endcond
 
-/// The process's way to servers, and the session token that all its requests carry.
+/// An HTTP session and the session token that all its requests carry.
 /// The token may be read and written by several threads at once.
 class IWinHttpSession
 {
@@ -55,7 +55,7 @@ public:
     /// @return the session token; empty for none.
     virtual std::wstring GetSessionToken() = 0;
 
-    /// Slot 5. Only the library's own connections ask for it.
+    /// Slot 5. Called only by the library's own connections.
     /// @return the platform's session handle, owned by the session; null when closed.
     virtual HINTERNET GetHandle() = 0;
 };
@@ -76,12 +76,12 @@ public:
     virtual ResultCode Initialise(const std::wstring& server, std::uint16_t port, const std::shared_ptr<IWinHttpSession>& session,
                                   std::uint64_t sendTimeoutOverride, std::uint64_t receiveTimeoutOverride) = 0;
 
-    /// Slot 2. Only the library's own requests ask for it.
+    /// Slot 2. Called only by the library's own requests.
     /// @return the platform's connection handle, owned by the connection; null when closed.
     virtual HINTERNET GetHandle() = 0;
 };
 
-/// One exchange with the server. Used by one thread, except `Close`.
+/// One request and its reply. Used by one thread, except `Close`.
 class IWinHttpRequest
 {
 public:
@@ -104,18 +104,18 @@ public:
     virtual ResultCode AddHeader(const std::wstring& name, const std::wstring& value) = 0;
 
     /// Slot 3. Sends the headers; the body is written afterwards.
-    /// @param contentLength  the body's bytes, as the headers announce them.
+    /// @param contentLength  the body's size in bytes, sent in the headers.
     /// @return 0 or a platform error.
     virtual ResultCode StartRequest(std::uint64_t contentLength) = 0;
 
     /// Slot 4. Collects one field of a form-urlencoded body.
     /// @param name    field name, as it is sent.
     /// @param value   value, encoded here.
-    /// @param isLast  true leaves out the separator to a next field.
+    /// @param isLast  true omits the separator after the field.
     /// @return 122 where the field's text is longer than 1024 characters; nothing is collected then.
     virtual ResultCode AppendFormData(const char* name, const std::wstring& value, bool isLast) = 0;
 
-    /// Slot 5. Writes the collected bytes and forgets them, whatever the outcome.
+    /// Slot 5. Writes the collected bytes and discards them, even on failure.
     /// @return 0 or a platform error.
     virtual ResultCode SendPostData() = 0;
 
@@ -125,9 +125,9 @@ public:
     virtual ResultCode AddMultipartHeaders(bool acceptJson) = 0;
 
     QUENDRA_OVERLOAD_PAIR(
-        /// Slot 7. Measures or writes a part of a multipart body: a range of a local file. What was measured is what is written later for
-        /// the same path, offset and length: a file that has grown since goes out as it was, one that has shrunk ends in 38. Without a
-        /// measurement the range is cut anew at the end of the file.
+        /// Slot 7. Measures or writes a part of a multipart body: a range of a local file. A write after a measurement with the same path,
+        /// offset and length sends exactly the measured bytes: what was appended since is ignored, and a file that has shrunk ends with 38.
+        /// Without a measurement the range is cut at the file's current end.
         /// @param fieldName    form field name.
         /// @param path         local file.
         /// @param fileName     the name in the part's header.
@@ -153,7 +153,7 @@ public:
                                              std::uint64_t* sizeOut) = 0);
 
     QUENDRA_OVERLOAD_PAIR(
-        /// Slot 9. As slot 10, for wide text, which goes through the thread's ANSI code page.
+        /// Slot 9. As slot 10, for wide text, converted to the thread's ANSI code page.
         /// @param name   field name.
         /// @param value  the field's value.
         /// @return 122 for a part header of more than 8192 bytes, nothing collected; a platform error.
@@ -174,7 +174,7 @@ public:
 
     QUENDRA_OVERLOAD_PAIR(
         /// Slot 13. Receives the reply to a request that was sent, into a file.
-        /// @param path         the file: an offset of 0 (in its low half) creates or truncates it, another writes into it there.
+        /// @param path         the file: created or truncated if the offset's low half is 0, else written at the offset.
         /// @param cancelEvent  tested after each block; may be null.
         /// @param progress     may be empty.
         /// @param offsetLow    the low half of the position at which the body is written.
@@ -235,7 +235,7 @@ public:
     /// @return a connection, not initialised yet.
     virtual std::shared_ptr<IWinHttpConnection> CreateConnection() = 0;
     /// Slot 3.
-    /// @param session  shared by the request for its life.
+    /// @param session  kept alive by the request.
     /// @return a request, not initialised yet.
     virtual std::shared_ptr<IWinHttpRequest> CreateRequest(const std::shared_ptr<IWinHttpSession>& session) = 0;
 };

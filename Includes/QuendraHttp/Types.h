@@ -13,15 +13,15 @@
 #include <list>
 #include <string>
 
-/// A holder of the platform event through which a caller cancels an operation. The caller owns the event and keeps it until
-/// the operation returns; signalling it, from any thread, makes the operation end with `Result::Cancelled` at its next test.
-/// A null event never cancels.
+/// Holds the platform event with which a caller cancels an operation. The caller owns the event and keeps it until
+/// the operation returns; any thread may signal it: the operation then ends with `Result::Cancelled` at its next test. A null event never
+/// cancels.
 struct CancelEvent
 {
     HANDLE event = nullptr; ///< the platform's; the caller closes it.
 };
 
-/// Follows a transfer. Called on the thread that runs the operation; must not throw.
+/// Receives the progress of a transfer. Called on the thread that runs the operation; must not throw.
 class IProgressCallback
 {
 public:
@@ -43,12 +43,12 @@ public:
 
 /// A reply's body in memory.
 ///
-/// `data` comes from `malloc` and is the caller's to `free`; it is null for a body of no bytes, else followed by a 0 byte that
-/// `length` does not count.
+/// `data` comes from `malloc` and the caller must `free` it. It is null for an empty body, else followed by a 0 byte that `length` does not
+/// count.
 struct ResponseBuffer
 {
     char* data = nullptr;     ///< the bytes.
-    std::uint64_t length = 0; ///< how many they are.
+    std::uint64_t length = 0; ///< their number.
 };
 
 /// A version of up to four components, the major one first.

@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// One file or folder as the server reports it. The order of the operations is part of the contract with callers built by other
-/// compilers: nothing may be inserted, and there are no overloads, whose order compilers see differently.
+/// One file or folder as the server reports it. The order of the virtual functions is part of the binary interface: do not insert any, and
+/// do not add overloads, which compilers order differently in the vtable.
 
 #include "AttributeTime.h"
 
@@ -13,7 +13,7 @@
 /// An item as a file system would describe it.
 ///
 /// A number or time that is not set holds the largest value of its type (`CAttributeTime::kUnset`, `kUnsetSize`,
-/// `kUnsetAttributes`), a text is empty. A record is used by one thread at a time. Only memory can fail an operation.
+/// `kUnsetAttributes`), a text is empty. A record is used by one thread at a time. Operations fail only if memory runs out.
 class IAttributes
 {
 public:
@@ -62,7 +62,7 @@ public:
     virtual void SetReadOnly(std::uint32_t flag) = 0;
     /// Slot 19. @param flag  whether the user may not write inside the folder; the lowest bit counts.
     virtual void SetFolderReadOnly(std::uint32_t flag) = 0;
-    /// Slot 20. Replaces all attribute bits. @param flag  those of a file (0x80) for 0, else those of a folder (0x10).
+    /// Slot 20. Replaces all attribute bits. @param flag  0 for a file (bits 0x80), else a folder (0x10).
     virtual void SetDirectory(std::uint32_t flag) = 0;
 
     /// Slot 21. @return when the item was created.
@@ -96,7 +96,7 @@ public:
     /// Slot 35. @return whether the user may not write inside the folder.
     [[nodiscard]] virtual bool IsFolderReadOnly() const = 0;
 
-    /// Slot 36. Unsets all four times. @return the time that is none.
+    /// Slot 36. Unsets all four times. @return an unset time.
     virtual CAttributeTime ClearTimes() = 0;
     virtual void ClearSize() = 0;          ///< Slot 37. Unsets the size.
     virtual void ClearAttributes() = 0;    ///< Slot 38. Unsets the attribute bits.
@@ -105,7 +105,7 @@ public:
     virtual void ClearName() = 0;          ///< Slot 41. Empties the name.
 };
 
-/// An item with the server's own knowledge of it.
+/// An item with the data that only the server has.
 class IServerAttributes : public IAttributes
 {
 public:
@@ -125,7 +125,7 @@ class CServerItemAttributesBase : public IServerAttributes
 {
 public:
     CServerItemAttributesBase() = default;
-    /// @param other  its revision is taken through `GetRevision`, whatever class overrides that.
+    /// @param other  its revision is read through `GetRevision`, which may be overridden.
     CServerItemAttributesBase(const CServerItemAttributesBase& other);
     /// @param other  as of the constructor. @return this record.
     CServerItemAttributesBase& operator=(const CServerItemAttributesBase& other);

@@ -1,16 +1,15 @@
 #pragma once
 
 /// @file
-/// COM for a scope, on the systems that have it.
+/// Initialises COM for a scope, on Windows.
 
 #if defined(_WIN32)
 
 #include "Platform/Platform.h"
 
-/// Initialises COM for the calling thread, and ends it with the scope.
+/// Initialises COM for the calling thread; the destructor uninitialises it.
 ///
-/// A thread that runs COM with another model already is left as it is: `Result` is RPC_E_CHANGED_MODE then, and the scope does
-/// nothing at its end.
+/// If the thread already uses another apartment model, nothing changes: `Result` is RPC_E_CHANGED_MODE, and the destructor does nothing.
 class ComInit
 {
 public:
@@ -24,7 +23,7 @@ public:
     ComInit(const ComInit&) = delete;
     ComInit& operator=(const ComInit&) = delete;
 
-    /// S_OK, S_FALSE where COM ran with the same model before, or why it does not run as it was asked to.
+    /// S_OK, S_FALSE if COM was already initialised with the same model, or the error.
     [[nodiscard]] HRESULT Result() const noexcept { return m_result; }
 
 private:

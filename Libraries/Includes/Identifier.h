@@ -12,7 +12,7 @@
 /// @return `0F8FAD5B-D9CB-469F-A165-70867728950E`
 [[nodiscard]] std::wstring IdentifierText(const GUID& id);
 
-/// Reads the same, in any case, with or without braces.
+/// Parses the same form, in any case, with or without braces.
 /// @param text  ASCII.
 /// @return nothing for anything else.
 [[nodiscard]] std::optional<GUID> ParseIdentifier(std::string_view text);

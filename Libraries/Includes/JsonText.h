@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// JSON as text, for programs: the library's own reading of replies is more lenient.
+/// Reads and writes JSON text for programs. Stricter than the library's parser for replies.
 
 #include <json/json.h>
 
@@ -20,7 +20,7 @@
     return Json::writeString(builder, value);
 }
 
-/// @return the object that the text holds; nothing where it is no JSON or something else than an object.
+/// @return the object that the text holds; nothing if it is not a JSON object.
 [[nodiscard]] inline std::optional<Json::Value> ParseJsonObject(std::string_view text)
 {
     const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());

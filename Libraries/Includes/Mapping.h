@@ -15,14 +15,14 @@ enum class MappingMode : std::uint32_t
     Offline = 3
 };
 
-/// Whether the server reaches what is behind a mapping.
+/// Whether the server can reach a mapping's storage.
 enum class MappingStatus : std::uint32_t
 {
     NotReachable = 1,
     Reachable = 2
 };
 
-/// What is behind a mapping.
+/// The kind of storage that a mapping refers to.
 enum class MappingType : std::uint32_t
 {
     Smb = 0,
@@ -54,16 +54,16 @@ public:
              MappingStatus status, MappingType type, std::uint32_t allowSharing);
     virtual ~CMapping() = default;
 
-    CMapping(const CMapping&) = default; ///< A record of its own.
+    CMapping(const CMapping&) = default; ///< A deep copy.
     /// @return this record.
     CMapping& operator=(const CMapping&) = default;
 
     std::wstring ServerPath;    ///< "/" and the mapping's name.
-    std::wstring LocalPath;     ///< the client's own; the server does not know it.
+    std::wstring LocalPath;     ///< set by the client; the server does not know it.
     std::wstring Description;   ///< for people.
     std::wstring Permissions;   ///< the server's text, or "ROOT_READONLY".
     MappingMode Mode;           ///< how the client keeps it.
-    MappingStatus Status;       ///< whether the server reaches it.
+    MappingStatus Status;       ///< whether the server can reach it.
     std::uint32_t AllowSharing; ///< 1 or 0.
-    MappingType Type;           ///< what is behind it.
+    MappingType Type;           ///< the kind of storage.
 };

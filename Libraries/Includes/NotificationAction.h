@@ -34,7 +34,7 @@ public:
     CNotificationAction() = default;
     virtual ~CNotificationAction() = default;
 
-    CNotificationAction(const CNotificationAction&) = default; ///< A record of its own.
+    CNotificationAction(const CNotificationAction&) = default; ///< A deep copy.
     /// @return this record.
     CNotificationAction& operator=(const CNotificationAction&) = default;
 

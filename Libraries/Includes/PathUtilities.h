@@ -1,14 +1,14 @@
 #pragma once
 
 /// @file
-/// Local paths as the platform's file calls want them.
+/// Conversion of local paths to the forms that the platform's file functions need.
 
 #include <string>
 
 namespace PathUtilities
 {
 
-/// Gives a local path the platform's extended-length form, in which it may be longer than the classic limit.
+/// Converts a local path to the extended-length form, which may be longer than MAX_PATH.
 ///
 /// | path                  | result                    |
 /// |-----------------------|---------------------------|
@@ -23,10 +23,9 @@ namespace PathUtilities
 /// @return the path to open.
 [[nodiscard]] std::wstring NormalizePath(const std::wstring& path);
 
-/// Makes a path absolute as the platform does, with the current folder where it starts from there; on Windows dots are resolved
-/// and separators become backslashes.
+/// Makes a path absolute; a relative path starts in the current folder. On Windows dots are resolved and separators become backslashes.
 /// @param path  local path.
-/// @return the path as it was where the platform cannot tell.
+/// @return the absolute path, or `path` unchanged on failure.
 [[nodiscard]] std::wstring MakeAbsolute(const std::wstring& path);
 
 } // namespace PathUtilities

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Server paths, taken apart.
+/// Functions that split server paths.
 
 #include <string>
 

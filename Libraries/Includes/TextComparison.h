@@ -10,8 +10,8 @@
 /// text (`L"ÄRGER"` equals `L"ärger"`). One character matches one character, so "ß" does not equal "SS".
 [[nodiscard]] bool EqualIgnoringCase(std::wstring_view left, std::wstring_view right);
 
-/// Whether a UTF-8 text equals an ASCII one when case is ignored: the same answer as `EqualIgnoringCase`, which takes no letter
-/// beyond ASCII for an ASCII one, without the way through wide text.
+/// Whether a UTF-8 text equals an ASCII one when case is ignored: the same answer as `EqualIgnoringCase`, which matches no other letter
+/// with an ASCII one, without conversion to wide text.
 [[nodiscard]] constexpr bool EqualIgnoringAsciiCase(std::string_view text, std::string_view ascii)
 {
     const auto upper = [](char character) {

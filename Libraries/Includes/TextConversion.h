@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// The one pair of functions through which text crosses between narrow and wide.
+/// The functions that convert between narrow and wide text.
 
 #include <string>
 #include <string_view>

@@ -1,14 +1,12 @@
 #pragma once
 
 /// @file
-/// Event tracing as every function of the library uses it: a `FunctionTraceScope` opens the function, writes its entry and
-/// exit, and carries its messages:
+/// Event tracing for the library's functions: a `FunctionTraceScope` writes a function's entry, its messages and its exit:
 ///
 ///     FunctionTraceScope trace("WinHttpHandle::Attach", Unit::WinHttpImpl);
 ///     trace.Error("WinHttpOpen failed, error code: %d", error);
 ///
-/// Tracing never changes behaviour: each write is preceded by the test whether somebody listens, and the thread's last error
-/// is the same after it.
+/// Tracing never changes behaviour: events are written only if their level is enabled, and the thread's last error is preserved.
 
 #include "Eventing/EventFormat.h"
 #include "Eventing/Eventing.h"
@@ -20,7 +18,7 @@
 #include <string>
 #include <type_traits>
 
-/// The provider that the library writes to; 0 until the host hands one over, then only read.
+/// The provider that the library writes to; 0 until the host sets it, read-only afterwards.
 extern std::uint64_t EventProviderHandle;
 
 inline constexpr Eventing::EventDescriptor EVT_INFO{101, 0, 16, 4, 0, 2, 0x8000000000000000};
@@ -30,7 +28,7 @@ inline constexpr Eventing::EventDescriptor EVT_CRITICAL{104, 0, 16, 1, 0, 2, 0x8
 inline constexpr Eventing::EventDescriptor EVT_FUNCTION_ENTRY{Eventing::kFunctionEntryId, 0, 16, 4, 10, 1, 0x8000000000000001};
 inline constexpr Eventing::EventDescriptor EVT_FUNCTION_EXIT{Eventing::kFunctionExitId, 0, 16, 4, 10, 1, 0x8000000000000001};
 
-/// The source units that events name. They are stable names for people who filter on them, whatever the files are called.
+/// The source units that events name. People filter by these names, so they stay the same when files are renamed.
 namespace Unit
 {
 inline constexpr const char* Interface = "Interface";
@@ -82,8 +80,8 @@ template <typename... Arguments> constexpr bool Matches(const char* format)
     return used == count;
 }
 
-// Called only while a format is compiled: naming a function that is not constexpr makes the compiler stop there. It has a body because
-// Clang 14 also emits the constructor of a format that is a member's default, and the linker then looks for this function.
+// Called only in constant evaluation: because it is not constexpr, the call is a compile error. It has a body because Clang 14 also emits
+// the constructor of a format that is a member's default, and the linker then needs this function.
 inline void TheFormatDoesNotMatchItsArguments()
 {
 }
@@ -104,7 +102,7 @@ inline const wchar_t* Pass(const wchar_t* text)
 {
     return text;
 }
-// 64-bit numbers have one C type or another by platform; the formats name this one.
+// The C type of 64-bit numbers differs by platform; convert them to the type in the formats.
 template <std::integral Number> auto Pass(Number value)
 {
     if constexpr (sizeof(Number) == sizeof(long long))
@@ -115,13 +113,13 @@ template <std::integral Number> auto Pass(Number value)
 
 } // namespace TraceDetail
 
-/// A message's format, checked against its arguments when it is compiled, and the line that it stands on.
+/// A message's format, checked against its arguments at compile time, and its source line.
 template <typename... Arguments> struct TraceFormat
 {
-    /// No message: where a message may be left out.
+    /// No message, for an optional parameter.
     constexpr TraceFormat() = default;
 
-    // NOLINTNEXTLINE(google-explicit-constructor): a literal is meant to become a format by itself.
+    // NOLINTNEXTLINE(google-explicit-constructor): implicit, so that callers can pass a literal.
     consteval TraceFormat(const char* format, int sourceLine = __builtin_LINE()) : text(format), line(sourceLine)
     {
         if (!TraceDetail::Matches<Arguments...>(format))
@@ -146,10 +144,10 @@ void TraceInfo(const char* function, const char* sourceUnit, TraceFormat<std::ty
                             TraceDetail::Pass(arguments)...);
 }
 
-/// Opens a function's trace: writes its entry when it is made, its exit when it ends, and its messages in between.
+/// Traces a function: the constructor writes its entry, the destructor its exit.
 ///
-/// The exit carries the line of the entry, and an exit by an exception is asked for at the exit descriptor's level but written
-/// as a critical message; both are what people filter on.
+/// The exit has the line number of the entry. An exit by an exception is written as a critical message, but only if the exit descriptor's
+/// level is enabled. Filters rely on both.
 class FunctionTraceScope
 {
 public:
@@ -188,7 +186,7 @@ public:
         Write(EVT_ERROR, format, arguments...);
     }
 
-    /// Whether somebody listens at a descriptor: for messages that cost something to prepare.
+    /// Whether a descriptor is enabled: test it before preparing an expensive message.
     [[nodiscard]] bool IsEnabled(const Eventing::EventDescriptor& descriptor) const noexcept
     {
         return HasProvider() && IsListenedTo(descriptor);
@@ -205,8 +203,7 @@ private:
         WriteEventFormatted(*m_provider, &descriptor, m_sourceUnit, format.line, m_function, format.text, TraceDetail::Pass(arguments)...);
     }
 
-    // Nothing listens to the handle zero. Seen here, a scope in a process without a provider costs no call; listings open five of
-    // them for each of their items.
+    // Handle 0 is never enabled. Testing it inline saves the call in a process without a provider; listings open five scopes for each item.
     [[nodiscard]] bool HasProvider() const noexcept { return *m_provider != 0; }
 
     [[nodiscard]] bool IsListenedTo(const Eventing::EventDescriptor& descriptor) const noexcept;

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-/// Where encoded text goes; decides what is kept beside `A`-`Z`, `a`-`z`, `0`-`9`, `-`, `.` and `_`.
+/// Where encoded text is used; decides what is kept besides `A`-`Z`, `a`-`z`, `0`-`9`, `-`, `.` and `_`.
 enum class UrlEncodingMode
 {
     Path, ///< a URL's path: `/` and `~` are kept, a space becomes `%20`.

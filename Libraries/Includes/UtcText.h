@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Times in UTC as text. All of it is inline: programs that do not link the library use it, too.
+/// Times in UTC as text. Everything is inline, because programs that do not link the library use it too.
 
 #include <array>
 #include <chrono>
@@ -12,7 +12,7 @@
 #include <string_view>
 
 /// Writes a time as `2015-03-02T10:20:30.123Z`.
-/// @tparam Duration  its unit gives the digits of the fraction: none for seconds, three for milliseconds.
+/// @tparam Duration  its unit sets the digits of the fraction: none for seconds, three for milliseconds.
 /// @param time       since 1970.
 /// @return ASCII.
 template <typename Duration> [[nodiscard]] std::string FormatUtc(std::chrono::sys_time<Duration> time)
@@ -37,7 +37,7 @@ template <typename Duration> [[nodiscard]] std::string FormatUtc(std::chrono::sy
 /// The names of the months in HTTP's dates.
 inline constexpr std::string_view kHttpMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
 
-/// Writes a time as HTTP's headers have it: `Sun, 06 Nov 1994 08:49:37 GMT`.
+/// Formats a time for an HTTP header: `Sun, 06 Nov 1994 08:49:37 GMT`.
 [[nodiscard]] inline std::string FormatHttpDate(std::chrono::sys_seconds time)
 {
     using namespace std::chrono;

@@ -1,11 +1,11 @@
 #pragma once
 
 /// @file
-/// Memory that held a password or a token, overwritten before it is given up.
+/// Overwrites memory that held a password or a token before it is freed.
 
 #include <cstddef>
 
-/// Overwrites memory with zeros in a way that the compiler does not leave out.
+/// Overwrites memory with zeros; the compiler cannot optimise it away.
 inline void WipeMemory(void* memory, std::size_t bytes) noexcept
 {
     volatile unsigned char* position = static_cast<unsigned char*>(memory);

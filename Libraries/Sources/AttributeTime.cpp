@@ -26,8 +26,8 @@ bool IsSpace(char character)
 // Reads a text's fields as scanf's conversions do (white space before a number, a sign), but with a defined result for numbers of
 // any length.
 //
-// The text reads as if six zeros followed it, so that a short fraction reads as the ticks that it stands for. They also make a text
-// without a fraction unreadable, as its seconds swallow them; servers always send a fraction, so that text is not theirs.
+// Parses as if six zeros followed the text, so that a short fraction gives the right ticks. A text without a fraction is therefore
+// rejected, because the zeros extend its seconds; servers always send a fraction.
 class FieldReader
 {
 public:
@@ -53,7 +53,7 @@ public:
         return true;
     }
 
-    // Like "%7llu": a sign counts as one of the characters, and a negative number wraps.
+    // Like "%7llu": a sign counts towards the width, and a negative number wraps.
     bool Read(std::uint64_t& fraction, std::size_t width)
     {
         Number number;
@@ -68,7 +68,7 @@ private:
     {
         void Append(char digit)
         {
-            // Enough is far above every field's range, and ten times itself still fits.
+            // Far above every field's range, but ten times this value does not overflow.
             constexpr std::uint64_t kEnough = 1'000'000'000'000;
             if (magnitude < kEnough)
                 magnitude = magnitude * 10 + static_cast<std::uint64_t>(digit - '0');
@@ -111,8 +111,7 @@ struct TimeFields
     std::uint64_t fraction = 0; // ticks within the second
 };
 
-// The form that servers write, whose numbers have fixed places, gets by without the general reading: a listing holds four times for
-// each of its items. Any other text is left to it.
+// A fast path for the fixed-width form that servers send: a listing holds four times for each item. For any other text FieldReader is used.
 bool ReadUsualForm(std::string_view text, TimeFields& fields)
 {
     constexpr std::string_view kForm = "0000-00-00T00:00:00.0000000Z";
@@ -166,7 +165,7 @@ CAttributeTime& CAttributeTime::operator=(const std::string& text)
         return *this;
     }
     fields.calendar.wMilliseconds = static_cast<WORD>(fields.fraction / kTicksPerMillisecond);
-    // An impossible date leaves the zero: the text still counts as a time, and its item is kept.
+    // An impossible date leaves the value 0: the time still counts as set, and its item is kept.
     FILETIME time{};
     static_cast<void>(SystemTimeToFileTime(&fields.calendar, &time));
     const std::uint64_t ticks = (static_cast<std::uint64_t>(time.dwHighDateTime) << 32U) | time.dwLowDateTime;

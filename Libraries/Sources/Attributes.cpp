@@ -158,7 +158,7 @@ template <typename Base> std::int64_t CAttributes<Base>::GetSize() const
     return m_size;
 }
 
-// By contract unsigned, although the size is signed.
+// The text is unsigned although the size is signed; this is part of the interface.
 template <typename Base> std::string CAttributes<Base>::GetSizeStringA() const
 {
     return std::to_string(static_cast<std::uint64_t>(m_size));

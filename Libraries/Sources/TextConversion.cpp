@@ -15,7 +15,7 @@ UINT CodePage(NarrowEncoding encoding)
     return encoding == NarrowEncoding::Utf8 ? CP_UTF8 : CP_THREAD_ACP;
 }
 
-// The platform counts text in int, and answers 0 for a result that it cannot count.
+// The platform's functions take and return int, and return 0 if the result does not fit.
 int CheckedSize(std::size_t size)
 {
     if (size > INT_MAX)

@@ -19,7 +19,7 @@ void FunctionTraceScope::WriteFunction(const Eventing::EventDescriptor& descript
 
 void FunctionTraceScope::WriteExit() const noexcept
 {
-    // Asking for exceptions looks up thread-local storage, which on Windows clears the last error.
+    // std::uncaught_exceptions reads thread-local storage, which clears the last error on Windows.
     const LastErrorKeeper keeper;
     if (std::uncaught_exceptions() == 0)
         WriteFunction(EVT_FUNCTION_EXIT);

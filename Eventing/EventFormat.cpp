@@ -12,7 +12,7 @@ namespace Eventing
 namespace
 {
 
-// Appends what the C library makes of a single conversion.
+// Appends one argument, formatted by the C library.
 template <typename Argument> void AppendPrinted(std::string& text, const std::string& conversion, Argument argument)
 {
     const int length = std::snprintf(nullptr, 0, conversion.c_str(), argument);

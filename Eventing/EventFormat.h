@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// Formats of event messages. Their conversions are read in one place: when a format is compiled, to check it against its
-/// arguments, and when its message is written.
+/// Formats of event messages. `ReadConversion` parses their conversions both at compile time, to check the arguments, and when a message is
+/// written.
 
 #include <cstdarg>
 #include <string>
@@ -29,9 +29,9 @@ struct Conversion
     char type;               ///< its last character.
 };
 
-/// Reads a conversion: `%s` narrow text, `%S` wide text, `%d %u %x` 32-bit numbers, 64-bit ones with `ll` or `I64`, each with
+/// Parses a conversion: `%s` narrow text, `%S` wide text, `%d %u %x` 32-bit numbers, 64-bit ones with `ll` or `I64`, each with
 /// the flags `-` and `0`, a width and a precision.
-/// @param position  behind the percent sign; afterwards behind the conversion, or where it stops being one of these.
+/// @param position  after the percent sign; then after the conversion, or at the first character that is not part of one.
 constexpr Conversion ReadConversion(const char*& position)
 {
     const char* const begin = position;
@@ -56,7 +56,7 @@ constexpr Conversion ReadConversion(const char*& position)
 /// Formats a message as UTF-8, of any length and the same on every platform.
 ///
 /// The conversions are those of `ReadConversion`, besides `%%`. Null text is "(null)". Any other conversion ends the formatting,
-/// since the arguments behind it cannot be known: the rest of the format is copied.
+/// since the types of later arguments are then unknown: the rest of the format is copied.
 ///
 /// @param arguments  indeterminate afterwards, as after `vprintf`.
 /// @throws std::bad_alloc, std::length_error where the message does not fit into memory.

@@ -33,7 +33,7 @@ template <typename... Arguments> std::string Print(const char* format, Arguments
     return text.data();
 }
 
-// Control characters, line and paragraph separators, and the marks that turn the direction of text around.
+// Control characters, line and paragraph separators, and bidirectional formatting characters.
 bool NeedsEscape(wchar_t character)
 {
     struct Range

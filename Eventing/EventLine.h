@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Events as lines of text for people.
+/// Events as readable lines of text.
 
 #include "EventSink.h"
 
@@ -11,9 +11,9 @@
 namespace Eventing
 {
 
-/// Makes a text that comes from elsewhere fit to stand in a line: whatever could end the line or rearrange it on a screen is
-/// written as `\n`, `\x1B` or `\u202E`.
-/// @param text  UTF-8; what is none becomes U+FFFD.
+/// Escapes untrusted text for use in a line: characters that could end the line or change its display order are written as `\n`, `\x1B` or
+/// `\u202E`.
+/// @param text  UTF-8; invalid bytes become U+FFFD.
 /// @throws std::bad_alloc where memory runs out.
 [[nodiscard]] std::string EscapeLine(std::string_view text);
 
@@ -22,8 +22,8 @@ namespace Eventing
 ///     2026-03-01T12:00:00.250Z    4711 ENTER NativeHttp:602       CNativeHttp::Login
 ///     2026-03-01T12:00:00.251Z    4711 INFO  NativeHttp:610         CNativeHttp::Login: Request Path: /login
 ///
-/// These are UTC, the thread, what it is, source unit and line, and, indented by the depth of the call, function and message.
-/// The whole is escaped, so that text which a server has sent never passes for a line of its own.
+/// The fields are the UTC time, the thread, the kind, source unit and line, and, indented by call depth, function and message. The whole
+/// line is escaped, so that text from a server cannot look like another line.
 /// @param depth  how many traced functions of the thread enclose the event.
 /// @throws std::bad_alloc where memory runs out.
 [[nodiscard]] std::string FormatEventLine(const Event& event, unsigned depth);

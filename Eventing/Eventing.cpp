@@ -61,7 +61,7 @@ void WriteEventFormatted(ProviderHandle provider, const EventDescriptor* descrip
     }
     catch (const std::exception&)
     {
-        // No memory for the message: its format tells more than no event would.
+        // No memory to format the message: write the format itself.
     }
     va_end(arguments);
     Write(provider, *descriptor, sourceUnit, line, function, text);

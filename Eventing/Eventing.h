@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// `quendra_eventing`: the three operations through which modules write events of one tracing provider, imported by ordinal.
+/// `quendra_eventing`: three functions with which modules write events of a tracing provider, imported by ordinal.
 /// Every operation may be called from any thread at any time; none fails or throws.
 
 #include <cstdint>
@@ -19,7 +19,7 @@
 namespace Eventing
 {
 
-/// A registered tracing provider. 0 is no provider: nothing is enabled for it.
+/// A registered tracing provider. 0 means no provider: no event is enabled.
 using ProviderHandle = std::uint64_t;
 
 /// An event's fixed properties, in the layout of the platform's `EVENT_DESCRIPTOR`
@@ -30,8 +30,8 @@ struct EventDescriptor
     std::uint8_t version;  ///< of the event's form.
     std::uint8_t channel;  ///< the system's event channel.
     std::uint8_t level;    ///< 1 critical, 2 error, 3 warning, 4 informational.
-    std::uint8_t opcode;   ///< what of the task it is.
-    std::uint16_t task;    ///< what it belongs to.
+    std::uint8_t opcode;   ///< the operation within the task.
+    std::uint16_t task;    ///< the task that it belongs to.
     std::uint64_t keyword; ///< bits to filter by.
 };
 static_assert(sizeof(EventDescriptor) == 16);
@@ -41,7 +41,7 @@ inline constexpr std::uint16_t kFunctionExitId = 111;  ///< the id of a function
 
 } // namespace Eventing
 
-/// Ordinal 3. Whether somebody would get an event.
+/// Ordinal 3. Whether an event would be delivered.
 /// @param provider    the provider that would write it.
 /// @param descriptor  its properties.
 /// @return non-zero when a consumer listens at the descriptor's level and keyword.

@@ -11,8 +11,8 @@ namespace Eventing
 namespace
 {
 
-// Tells a sink's handle from the system's provider handles, which are user-mode addresses with a small number above them and
-// never have its highest bit.
+// Distinguishes sink handles from the system's provider handles: those are user-mode addresses with a small number in the upper bits and
+// never have the highest bit set.
 constexpr std::uint64_t kTag = 0xE51C;
 constexpr unsigned kTagShift = 48;
 
@@ -23,17 +23,17 @@ struct Sink
     std::uint64_t keywords = 0;
     EventCallback callback = nullptr;
     void* context = nullptr;
-    bool isOpen = false;  // false while it is being closed, too
+    bool isOpen = false;  // also false while it is being closed
     unsigned running = 0; // calls of the callback that have not returned
 };
 
-// The lock guards all below except the level. It is not held while a callback runs: callbacks may open and close other sinks.
+// Guards everything below except the level. It is not held while a callback runs: callbacks may open and close other sinks.
 std::mutex g_mutex;
 std::condition_variable g_lastCallbackReturned;
 std::array<Sink, 16> g_sinks;
 ProviderHandle g_lastHandle = kTag << kTagShift;
 
-// The highest level of the open sinks, -1 where there is none: where nobody listens, reading it is all that an event costs.
+// The highest level of the open sinks, -1 if there is none. If tracing is off, an event costs only this read.
 std::atomic<int> g_highestLevel = -1;
 
 void UpdateHighestLevel() noexcept

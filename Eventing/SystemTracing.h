@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// The part of eventing that the operating system does. `Windows/` and `Posix/` implement it.
+/// The operating system's event tracing. `Windows/` and `Posix/` implement it.
 
 #include "EventSink.h"
 
@@ -15,7 +15,7 @@ namespace Eventing
 /// texts are UTF-8 with a NUL, the line is a 32-bit number.
 void WriteSystemEvent(ProviderHandle provider, const Event& event) noexcept;
 
-/// The system's number of the calling thread, as debuggers and process viewers show it.
+/// The system's id of the calling thread, as debuggers and process viewers show it.
 [[nodiscard]] std::uint32_t CurrentThreadId() noexcept;
 
 } // namespace Eventing

@@ -72,7 +72,7 @@ void TraceFile::Write(const Event& event)
         m_isComplete = false;
 }
 
-// The depth at which to show an event; entry and exit of a function stand at the same one.
+// The depth at which to show an event; the same for a function's entry and exit.
 unsigned TraceFile::DepthFor(const Event& event)
 {
     if (event.descriptor->id == kFunctionEntryId)

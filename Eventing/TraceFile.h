@@ -15,9 +15,8 @@
 namespace Eventing
 {
 
-/// Writes every event that its provider handle gets to a file or to standard error, one line each, for as long as it lives.
-/// A new file gets the access that the system gives to new files. Traces hold session tokens: a program that wants the file for its
-/// user alone makes it beforehand.
+/// Writes every event of its provider handle to a file or to standard error, one line each. A new file gets default permissions. Traces
+/// hold session tokens: a program that wants to restrict access creates the file beforehand.
 class TraceFile
 {
 public:
@@ -29,10 +28,10 @@ public:
     TraceFile(const TraceFile&) = delete;
     TraceFile& operator=(const TraceFile&) = delete;
 
-    /// What the library's `Init` takes.
+    /// The handle to pass to the library's `Init`.
     [[nodiscard]] ProviderHandle Handle() const noexcept { return m_handle; }
 
-    /// Writes an event that came another way than by the handle: a host that listens itself hands its events on.
+    /// Writes an event that was not received through the handle, for hosts with their own sink.
     void Take(const Event& event) noexcept;
 
     /// Whether every event so far has reached the file.
@@ -45,7 +44,7 @@ private:
     std::ofstream m_file;
     std::ostream& m_stream;
     mutable std::mutex m_mutex;
-    std::unordered_map<std::uint32_t, unsigned> m_depths; // of the threads that are inside a traced function
+    std::unordered_map<std::uint32_t, unsigned> m_depths; // by id of each thread that is inside a traced function
     bool m_isComplete = true;
     ProviderHandle m_handle = 0;
 };

@@ -311,7 +311,6 @@ TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsError)
                             {(folder / "missing").string() + '\0' + "x", 123, 123},
                             {(folder / "written").string(), 32, 32},
                             {(folder / "read").string(), 0, 32},
-                            {(folder / "").string(), 5, 5},
                             // Devices, where there are such.
                             {"/dev/zero", 50, 0},
                             {"/dev/full", 50, 112}};

@@ -15,6 +15,7 @@
 #include "UtcText.h"
 
 #include "QuendraHttp/QuendraHttp.h"
+#include "QuendraHttp/ResultMeanings.h"
 #include "QuendraHttp/Settings.h"
 
 #include <chrono>
@@ -311,7 +312,7 @@ private:
         }
         else
         {
-            step.Fail("shook hands with " + Server().Text() + ": " + CodeText(code) + " (" + MeaningOf(code) + ")",
+            step.Fail("shook hands with " + Server().Text() + ": " + CodeText(code) + " (" + Result::MeaningOf(code) + ")",
                       m_hasFailed ? "mend what failed above; '--trace -' shows each request" : AdviceOn(reply, code, !offered.empty()));
             if (const std::string answerer = Answerer(reply); !answerer.empty())
                 step.lines.push_back(answerer);

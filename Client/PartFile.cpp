@@ -6,6 +6,7 @@
 #include "Text.h"
 
 #include "Platform/Platform.h"
+#include "QuendraHttp/ResultMeanings.h"
 
 #include <filesystem>
 #include <system_error>
@@ -51,7 +52,7 @@ PartFile::PartFile(std::wstring target, std::wstring shown) : m_target(std::move
         code = System::MakeSuccessor(m_path, m_target);
     }
     if (code != Result::Success)
-        throw ProgramError(Printable(m_shownTarget) + " cannot be written: " + CodeText(code) + ", " + MeaningOf(code));
+        throw ProgramError(Printable(m_shownTarget) + " cannot be written: " + CodeText(code) + ", " + Result::MeaningOf(code));
 }
 
 PartFile::~PartFile()

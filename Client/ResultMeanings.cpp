@@ -8,8 +8,6 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <iterator>
-#include <string_view>
 
 namespace
 {
@@ -18,53 +16,24 @@ constexpr std::uint32_t kHResultOfPlatform = 0x80070000;
 
 static_assert(std::ranges::is_sorted(Result::kMeanings, {}, &Result::Meaning::code));
 
-template <std::size_t Size> std::string_view Find(const Result::Meaning (&table)[Size], ResultCode code)
-{
-    const auto found = std::ranges::find(table, code, &Result::Meaning::code);
-    return found != std::end(table) ? found->text : std::string_view();
-}
-
-std::string StatusMeaning(std::uint32_t status)
-{
-    std::string text = "the server refused: HTTP " + std::to_string(status);
-    if (const auto phrase = Find(Result::kHttpStatuses, status); !phrase.empty())
-        text.append(", ").append(phrase);
-    return text;
-}
-
-std::string RefusalMeaning(std::uint32_t error)
-{
-    if (const auto text = Find(Result::kServerErrors, error); !text.empty())
-        return std::string(text);
-    if (error >= 100 && error <= 599)
-        return StatusMeaning(error);
-    return "the server refused: its error " + std::to_string(error);
-}
-
-bool IsRefusal(ResultCode code)
-{
-    return (code >= Result::RefusalBase && code < 0x80000000) || (code >= 100 && code <= 599);
-}
-
 // Whether a code says that the server could not be reached. `doctor` then finds the cause.
 bool NeedsDoctor(ResultCode code)
 {
-    constexpr ResultCode kNoHandshake = 19006;
     constexpr ResultCode kNoName = 12007;
     constexpr ResultCode kNoConnection = 12029;
     const ResultCode plain = (code & 0xFFFF0000) == kHResultOfPlatform ? code & 0xFFFF : code;
-    return plain == kNoHandshake || plain == kNoName || plain == kNoConnection;
+    return plain == Result::IncompatibleServer || plain == kNoName || plain == kNoConnection;
 }
 
 } // namespace
 
 std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const std::string& advice)
 {
-    std::string text = MeaningOf(code);
+    std::string text = Result::MeaningOf(code);
     if (!answer.redirect.empty())
         text += "; the server redirects to " + answer.redirect +
                 (answer.redirect.find("://") != std::string::npos ? ": --server wants that address" : "");
-    if (IsRefusal(code) || NeedsDoctor(code))
+    if (Result::IsRefusal(code) || NeedsDoctor(code))
     {
         const std::string status = answer.status == 0 ? std::string() : "HTTP " + std::to_string(answer.status);
         const bool tellsStatus = !status.empty() && text.find(status) == std::string::npos;
@@ -95,18 +64,4 @@ std::string CodeText(ResultCode code)
     std::array<char, 16> text{};
     std::snprintf(text.data(), text.size(), "0x%08X", code);
     return text.data();
-}
-
-std::string MeaningOf(ResultCode code)
-{
-    if (const auto text = Find(Result::kMeanings, code); !text.empty())
-        return std::string(text);
-    if ((code & 0xFFFF0000) == kHResultOfPlatform)
-        return MeaningOf(code & 0xFFFF);
-    // Some operations return the bare HTTP status of a refusal.
-    if (IsRefusal(code))
-        return code < Result::RefusalBase ? StatusMeaning(code) : RefusalMeaning(code - Result::RefusalBase);
-    if (code >= 12001 && code <= 12192)
-        return "an error of the HTTP transport";
-    return "an error of the platform";
 }

@@ -1,16 +1,13 @@
 #pragma once
 
 /// @file
-/// Result codes in words.
+/// How the program tells of failures.
 
 #include "QuendraHttp/ResultCodes.h"
 
 #include <string>
 
 struct ServerAnswer;
-
-/// The meaning of a code and, if possible, what to do about it, in one line without parentheses.
-[[nodiscard]] std::string MeaningOf(ResultCode code);
 
 /// The text for a failed operation: the code's meaning, the server's message, advice, and what to do next.
 /// @param answer  the server's answer to the operation.

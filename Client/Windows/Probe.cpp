@@ -4,11 +4,11 @@
 // clang-format on
 
 #include "Probe.h"
-#include "ResultMeanings.h"
 #include "ServerAddress.h"
 #include "TextConversion.h"
 
 #include "Platform/Platform.h"
+#include "QuendraHttp/ResultMeanings.h"
 
 #include <algorithm>
 #include <array>
@@ -63,7 +63,7 @@ std::string ErrorText(DWORD error)
     const std::string number = std::to_string(error);
     // The transport's error texts are not among the system's messages.
     if (error >= WINHTTP_ERROR_BASE && error <= WINHTTP_ERROR_LAST)
-        return MeaningOf(error) + " (" + number + ")";
+        return Result::MeaningOf(error) + " (" + number + ")";
     return std::system_category().message(static_cast<int>(error)) + " (" + number + ")";
 }
 

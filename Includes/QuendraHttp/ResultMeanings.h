@@ -5,6 +5,11 @@
 
 #include "QuendraHttp/ResultCodes.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
+#include <string>
+
 namespace Result
 {
 
@@ -115,5 +120,60 @@ inline constexpr Meaning kHttpStatuses[] = {
     {504, "", "a gateway waited too long for the server"},
     {507, "", "the server has no space left"},
 };
+
+/// @cond
+namespace Detail
+{
+
+template <std::size_t Size> std::string TextOf(const Meaning (&table)[Size], ResultCode code)
+{
+    const auto found = std::ranges::find(table, code, &Meaning::code);
+    return found != std::end(table) ? found->text : "";
+}
+
+inline bool IsHttpStatus(ResultCode code)
+{
+    return code >= 100 && code <= 599;
+}
+
+inline std::string MeaningOfStatus(ResultCode status)
+{
+    const std::string phrase = TextOf(kHttpStatuses, status);
+    return "the server refused: HTTP " + std::to_string(status) + (phrase.empty() ? "" : ", " + phrase);
+}
+
+inline std::string MeaningOfRefusal(ResultCode error)
+{
+    if (std::string text = TextOf(kServerErrors, error); !text.empty())
+        return text;
+    return IsHttpStatus(error) ? MeaningOfStatus(error) : "the server refused: its error " + std::to_string(error);
+}
+
+} // namespace Detail
+/// @endcond
+
+/// Whether a code is the server's refusal, as 20000 and more or as the bare HTTP status that a few operations return.
+/// @param code  as an operation returned it.
+[[nodiscard]] inline bool IsRefusal(ResultCode code)
+{
+    return (code >= RefusalBase && code < 0x80000000) || Detail::IsHttpStatus(code);
+}
+
+/// What a code means and, where there is something, what to do about it.
+/// @param code  as an operation returned it.
+/// @return ASCII, one line, without parentheses; never empty.
+[[nodiscard]] inline std::string MeaningOf(ResultCode code)
+{
+    constexpr ResultCode kHResultOfPlatform = 0x80070000;
+    if (std::string text = Detail::TextOf(kMeanings, code); !text.empty())
+        return text;
+    if ((code & 0xFFFF0000) == kHResultOfPlatform)
+        return MeaningOf(code & 0xFFFF);
+    if (IsRefusal(code))
+        return code < RefusalBase ? Detail::MeaningOfStatus(code) : Detail::MeaningOfRefusal(code - RefusalBase);
+    if (code >= 12001 && code <= 12192)
+        return "an error of the HTTP transport";
+    return "an error of the platform";
+}
 
 } // namespace Result

@@ -4,8 +4,8 @@
 /// Texts and bytes that may hold a password or a token: their memory is overwritten before it is given back.
 
 #include <cstddef>
+#include <cstring>
 #include <memory>
-#include <string.h>
 #include <string>
 #include <utility>
 #include <vector>

@@ -162,8 +162,12 @@ BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD lengt
     return With<TimedObject>(handle, [&](const std::shared_ptr<TimedObject>& object) -> DWORD {
         if (option == WINHTTP_OPTION_REDIRECT_POLICY)
         {
-            DWORD policy = ~WINHTTP_OPTION_REDIRECT_POLICY_NEVER;
-            std::memcpy(&policy, buffer, buffer != nullptr && length == sizeof policy ? sizeof policy : 0);
+            DWORD policy = 0;
+            if (buffer == nullptr || length != sizeof policy)
+            {
+                return ERROR_INVALID_PARAMETER;
+            }
+            std::memcpy(&policy, buffer, sizeof policy);
             return policy == WINHTTP_OPTION_REDIRECT_POLICY_NEVER ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
         }
         DWORD error = ERROR_SUCCESS;

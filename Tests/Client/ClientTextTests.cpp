@@ -11,6 +11,8 @@
 #include "Client/TimeText.h"
 #include "TextConversion.h"
 
+#include "QuendraHttp/ResultMeanings.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -210,9 +212,9 @@ TEST(ResultMeanings, SaysWhatACodeMeans)
                                                         {20005, "error 5"},       {403, "HTTP 403, forbidden"}, {0x80004005, "memory"},
                                                         {0x80072EE7, "resolved"}, {99999, "error 79999"},       {12345, "platform"}};
     for (const auto& [code, part] : cases)
-        EXPECT_NE(MeaningOf(code).find(part), std::string::npos) << code << ": " << MeaningOf(code);
+        EXPECT_NE(Result::MeaningOf(code).find(part), std::string::npos) << code << ": " << Result::MeaningOf(code);
     for (ResultCode code = 0; code < 30000; ++code)
-        EXPECT_EQ(MeaningOf(code).find_first_of("()\n"), std::string::npos) << code;
+        EXPECT_EQ(Result::MeaningOf(code).find_first_of("()\n"), std::string::npos) << code;
     struct Failure
     {
         ResultCode code;

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <locale.h>
+#include <clocale>
 #include <memory>
 #include <new>
 

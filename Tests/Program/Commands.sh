@@ -427,7 +427,8 @@ until_true [ -s "$work/big2.part" ]
 kill -STOP "$serverPid"
 kill -KILL "$serverPid"
 end 1
-warns 'DownloadFile failed: 12' 'to receive the rest: '
+# Under Wine the socket's own error may come through.
+warns 'DownloadFile failed: 1' 'to receive the rest: '
 wait "$serverPid" 2>/dev/null
 exec {serverOutput}<&-
 hint=$err

@@ -152,8 +152,9 @@ inline std::string MeaningOfRefusal(ResultCode error)
 } // namespace Detail
 /// @endcond
 
-/// Whether a code is the server's refusal, as 20000 and more or as the bare HTTP status that a few operations return.
+/// Tells whether the server refused.
 /// @param code  as an operation returned it.
+/// @return true for 20000 and more, and for the bare HTTP status that a few operations return.
 [[nodiscard]] inline bool IsRefusal(ResultCode code)
 {
     return (code >= RefusalBase && code < 0x80000000) || Detail::IsHttpStatus(code);

@@ -26,7 +26,7 @@ check 'Docs/ResultCodes.md: refusals' "$(rows kServerErrors | sed 's/ | | / | /'
 check 'Docs/ResultCodes.md: HTTP statuses' "$(rows kHttpStatuses | sed 's/ | | / | /')" "$(section HTTP)"
 
 check 'Docs/Rest.md: the operations in the order of their slots' \
-    "$(sed -nE '/^class IQuendraHttpAPI/,/^};/ s/^    virtual [a-zA-Z:_0-9]+ ([A-Za-z0-9]+)\(.*$/\1/p' Includes/QuendraHttp/QuendraHttp.h)" \
+    "$(sed -nE '/^class IQuendraHttpAPI/,/^};/ s/^    (\[\[nodiscard\]\] )?virtual [a-zA-Z:_0-9]+ ([A-Za-z0-9]+)\(.*$/\2/p' Includes/QuendraHttp/QuendraHttp.h)" \
     "$(sed -nE 's/^\| [0-9]+ \| `([A-Za-z0-9]+)`.*$/\1/p' Docs/Rest.md)"
 
 check 'Docs/Settings.md: the names' \

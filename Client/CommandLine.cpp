@@ -20,8 +20,10 @@ namespace
 // A server path with a leading slash, which the server requires, and without a trailing one.
 std::wstring ServerPath(const std::string& text)
 {
+    if (text.empty())
+        throw UsageError("an empty text is no path on the server; the user's root is /");
     std::wstring path = ToWide(text);
-    if (!path.empty() && path.front() != L'/')
+    if (path.front() != L'/')
         path.insert(path.begin(), L'/');
     while (path.size() > 1 && path.back() == L'/')
         path.pop_back();

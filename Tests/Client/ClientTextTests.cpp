@@ -91,13 +91,14 @@ TEST(CommandLine, SaysWhatItDoesNotTake)
     };
     EXPECT_EQ(refusalOf({"ls", "/home", "a", "--none", "b"}), "ls: not expected: a --none b");
     EXPECT_EQ(refusalOf({"--none", "ls", "/home"}), "ls: not expected: --none");
+    EXPECT_EQ(refusalOf({"rm", ""}), "an empty text is no path on the server; the user's root is /");
     EXPECT_NE(refusalOf({"put", "caf\xE9", "/home/"}).find("is not valid UTF-8"), std::string::npos);
 }
 
 TEST(CommandLine, PutsServerPathsIntoForm)
 {
     const auto pathOf = [](const std::string& text) { return ToNarrow(std::get<Command::Stat>(Parse({"stat", text}).command).path); };
-    ExpectEach(pathOf, {{"/", "/"}, {"docs", "/docs"}, {"/docs//", "/docs"}, {"", ""}, {"/-x", "/-x"}, {"ls", "/ls"}});
+    ExpectEach(pathOf, {{"/", "/"}, {"docs", "/docs"}, {"/docs//", "/docs"}, {"/-x", "/-x"}, {"ls", "/ls"}});
     EXPECT_EQ(std::get<Command::Put>(Parse({"put", "a", "docs/"}).command).path, L"/docs/");
 }
 

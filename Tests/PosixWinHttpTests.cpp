@@ -119,7 +119,9 @@ TEST(PosixWinHttpWire, TakesServersAsNamesAndAddresses)
     for (const wchar_t* const name : {L"::1", L"[::1]"})
         EXPECT_EQ("200 [::1]:" + std::to_string(server.Port()), HttpClient(server.Port(), name).Get());
     for (const wchar_t* const name :
-         {L"", L"localhost/x", L"localhost:80", L"http://localhost", L"a@localhost", L"a b", L"[::1", L"%6c", L"x\\y", L"1:2:3", L"a\r\nb"})
+         {L"", L"localhost/x", L"localhost:80", L"http://localhost", L"a@localhost", L"a b", L"[::1", L"%6c", L"x\\y", L"1:2:3", L"a\r\nb",
+          // Letters whose resolved form is a separator of a URL.
+          L"a\uFF20localhost", L"localhost\uFF0Fx", L"localhost\uFF1A80"})
         EXPECT_EQ("12007", HttpClient(server.Port(), name).Get()) << name;
 }
 

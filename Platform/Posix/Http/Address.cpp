@@ -69,6 +69,15 @@ std::optional<std::string> ToAsciiName(const std::string& name)
     return std::string(text);
 }
 
+/// Whether the text holds what ends a name in a URL, or stands in none.
+bool HoldsForeign(std::string_view name)
+{
+    return std::any_of(name.begin(), name.end(), [](char c) {
+        return static_cast<unsigned char>(c) <= ' ' || c == '\x7F' ||
+               std::string_view("\"#%/:<>?@[\\]^`{|}").find(c) != std::string_view::npos;
+    });
+}
+
 bool MayStandInTarget(char character)
 {
     constexpr std::string_view kAllowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$&'()*+,;=:@/?%";
@@ -103,16 +112,14 @@ std::optional<std::string> HostForUrl(std::string_view server)
         const bool isZone = std::all_of(name.begin(), name.end(), MayStandInTarget) && name.find('/') == std::string::npos;
         return isZone ? std::optional("[" + std::string(server.substr(0, zone)) + name + "]") : std::nullopt;
     }
-    const auto isForeign = [](char c) {
-        return static_cast<unsigned char>(c) <= ' ' || c == '\x7F' ||
-               std::string_view("\"#%/:<>?@[\\]^`{|}").find(c) != std::string_view::npos;
-    };
-    if (server.empty() || std::any_of(server.begin(), server.end(), isForeign))
+    if (server.empty() || HoldsForeign(server))
     {
         return std::nullopt;
     }
     const bool isAscii = std::all_of(server.begin(), server.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-    return isAscii ? std::string(server) : ToAsciiName(std::string(server));
+    const auto name = isAscii ? std::optional(std::string(server)) : ToAsciiName(std::string(server));
+    // Wide forms of '/', ':' and '@' become the plain ones, behind which another host could stand.
+    return name && !HoldsForeign(*name) ? name : std::nullopt;
 }
 
 SecretText TargetForPath(std::string_view path)

@@ -44,7 +44,7 @@ TEST(ClientSettings, ServerNamesAreTakenApartAtTheSchemeOnly)
         EXPECT_EQ(trace.Messages(EVT_INFO), (Texts{isSecure ? "Quendra set to secure" : "Quendra set to non-secure",
                                                    "Quendra server set to: " + name, "Quendra port set to: 443"}));
         std::wstring build;
-        client->Version(build);
+        static_cast<void>(client->Version(build));
         EXPECT_EQ(client.script.connections.at(0), name + ":443 send=0 receive=0");
         EXPECT_EQ(client.script.requests.at(0).at(0), isSecure ? "GET /version flags=8388608" : "GET /version flags=0");
     }
@@ -62,7 +62,7 @@ TEST(ClientSettings, AccessorsAreNotTraced)
     EXPECT_EQ(client->SetDeviceName(L"other"), 0U);
     EXPECT_EQ(AddRevision("?", ""), "");
     EXPECT_TRUE(trace.Events().empty()) << trace;
-    client->Register(L"ann", L"host");
+    static_cast<void>(client->Register(L"ann", L"host"));
     EXPECT_EQ(client.script.requests.at(0).at(3), "field device_name=other");
 }
 
@@ -83,9 +83,9 @@ TEST(ClientSettings, FunctionsAreIdentifiedByTheirLines)
     client.Negotiate("1.0");
     std::wstring text;
     std::uint32_t value = 0;
-    client->Version(text);
-    client->Register(L"ann", L"id");
-    client->Login(L"ann", L"p", L"", L"", text, value, {}, {});
+    static_cast<void>(client->Version(text));
+    static_cast<void>(client->Register(L"ann", L"id"));
+    static_cast<void>(client->Login(L"ann", L"p", L"", L"", text, value, {}, {}));
     client->SetSessionToken(L"t/1");
     client->GetSessionToken(text);
     EXPECT_TRUE(dynamic_cast<CNativeHttp&>(client.Api()).GetApiBasePath() == L"/api/t/1");

@@ -97,7 +97,7 @@ std::string Used()
         previous = step;
     }
     std::vector<CMapping*> mappings;
-    client->GetRemoteFolderMap(mappings);
+    static_cast<void>(client->GetRemoteFolderMap(mappings));
     return used + ", " + client.script.requests.at(2).at(0);
 }
 

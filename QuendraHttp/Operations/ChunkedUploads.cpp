@@ -6,6 +6,7 @@
 //            `--> CancelUpload (gone)          `--> CompleteUpload (finished under another path)
 
 #include "Attributes.h"
+#include "Identifier.h"
 #include "Operations/ServerPaths.h"
 #include "Replies/JsonReplies.h"
 #include "RequestCycle/Exchange.h"
@@ -15,7 +16,6 @@
 #include "Platform/Platform.h"
 
 #include <algorithm>
-#include <array>
 
 namespace
 {
@@ -25,14 +25,6 @@ Settings::OncePerProcessNumber g_uploadExpiry(Tuning::kUploadExpiry);
 constexpr std::int64_t kTicksPerHour = 36000000000;
 
 constexpr MultipartSteps kChunkSteps{.post = "httpRequest->SendPostData, error code: %d"};
-
-std::wstring TextOf(const GUID& uploadId)
-{
-    std::array<wchar_t, 39> text{};
-    StringFromGUID2(uploadId, text.data(), static_cast<int>(text.size()));
-    std::wstring identifier(text.data());
-    return identifier.substr(1, identifier.size() - 2); // without the braces
-}
 
 // The path of the requests of all four operations.
 std::wstring ResumePath(const Exchange& exchange, const std::wstring& serverPath, const std::wstring& identifier)
@@ -96,7 +88,7 @@ ResultCode CNativeHttp::ResumableUpload(const std::wstring& localPath, const std
         // The server may have sent a negative size; such a file has no chunks.
         if (!sent || offset == nullptr || length == nullptr || *offset < 0 || *length < 0 || sent->GetSize() < 0)
             return Result::InvalidParameter;
-        const std::wstring identifier = TextOf(uploadId);
+        const std::wstring identifier = IdentifierText(uploadId);
         exchange.Info("Uploading %lld-byte chunk of [%S] from %lld with GUID [%S]", *length, localPath, *offset, identifier);
         if (const std::int64_t size = sent->GetSize(); PassesEnd(*offset, *length, size))
         {
@@ -129,7 +121,7 @@ ResultCode CNativeHttp::ResumableUpload(const std::wstring& localPath, const std
 ResultCode CNativeHttp::CancelUpload(const std::wstring& serverPath, const GUID& uploadId)
 {
     return RunExchange(*this, "CNativeHttp::CancelUpload", [&](Exchange& exchange) {
-        const std::wstring identifier = TextOf(uploadId);
+        const std::wstring identifier = IdentifierText(uploadId);
         return exchange.Info("Cancelling upload to [%S], guid:%S", serverPath, identifier)
             .Open(L"DELETE", ResumePath(exchange, serverPath, identifier), {}, {.path = "Endpoint [%S]"})
             .Perform(Judgements::kCancelUpload)
@@ -142,7 +134,7 @@ ResultCode CNativeHttp::CompleteUpload(const std::wstring& serverPath, const std
                                        std::shared_ptr<IServerAttributes>& attributes)
 {
     return RunExchange(*this, "CNativeHttp::CompleteUpload", [&](Exchange& exchange) {
-        const std::wstring identifier = TextOf(uploadId);
+        const std::wstring identifier = IdentifierText(uploadId);
         return exchange.Info("Completing upload of [%S] to [%S] with GUID [%S]", serverPath, newServerPath, identifier)
             .Open(L"POST", ResumePath(exchange, serverPath, identifier), {}, {.path = "Endpoint: [%S]"})
             .Header(L"qd_finish", L"true")
@@ -162,7 +154,7 @@ ResultCode CNativeHttp::GetResumableUploadMetadata(const std::wstring& serverPat
     return RunExchange(*this, "CNativeHttp::GetResumableUploadMetadata", [&](Exchange& exchange) {
         if (offset == nullptr || locked == nullptr)
             return Result::InvalidParameter;
-        const std::wstring identifier = TextOf(uploadId);
+        const std::wstring identifier = IdentifierText(uploadId);
         return exchange.Info("Metadata request for [%S] Guid:[%S]", serverPath, identifier)
             .Open(L"GET", ResumePath(exchange, serverPath, identifier),
                   {.failed = "WinHttpConnection failed to initialise, error code: 0x%08x"}, {.path = "Endpoint: %S"})

@@ -3,17 +3,12 @@
 /// @file
 /// Splits server paths and builds the query that names a revision.
 
+#include "ServerPath.h"
 #include "Tracing.h"
 
 #include "QuendraHttp/QuendraHttp.h"
 
 #include <string>
-
-/// The text after the last "/"; the whole path where it has none.
-[[nodiscard]] inline std::wstring LeafName(const std::wstring& path)
-{
-    return path.substr(path.rfind(L'/') + 1);
-}
 
 /// The text before the last "/"; the whole path where it has none.
 [[nodiscard]] inline std::wstring ParentPath(const std::wstring& path)

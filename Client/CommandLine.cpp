@@ -66,6 +66,21 @@ GUID IdentifierArgument(const std::string& text)
     return *id;
 }
 
+std::uint64_t SizeArgument(const std::string& option, const std::string& text, std::uint64_t smallest)
+{
+    constexpr auto kLargest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    std::uint64_t size = 0;
+    bool isSize = text.find('-') == std::string::npos; // the parser takes -1 for the largest number
+    std::string bytes = text;
+    isSize = isSize && CLI::AsSizeValue(false)(bytes).empty();
+    const auto [end, error] = std::from_chars(bytes.data(), bytes.data() + bytes.size(), size);
+    isSize = isSize && error == std::errc() && end == bytes.data() + bytes.size();
+    if (!isSize || size < smallest || size > kLargest)
+        throw UsageError(option + " cannot be '" + text + "': write a number of bytes" + (smallest > 0 ? " above 0" : "") +
+                         ", also with a unit like 8MB");
+    return size;
+}
+
 // The text below a command's options in the help.
 std::string Footer(const std::string& examples)
 {
@@ -116,17 +131,9 @@ public:
     CLI::Option* Size(const std::string& name, std::optional<std::uint64_t> Type::*member, const std::string& description,
                       std::uint64_t smallest = 0)
     {
-        const auto take = [command = m_command, member, name, smallest](const std::uint64_t& value) {
-            if (value < smallest || value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()))
-                throw UsageError(name + " cannot be " + std::to_string(value));
-            command.get()->*member = value;
-        };
-        // Without the validator's own description, which would appear in the help.
-        CLI::Validator size = CLI::AsSizeValue(false);
-        size.description("");
-        return m_app->add_option_function<std::uint64_t>(name, take, description + ", in bytes or like 8MB")
-            ->transform(size)
-            ->type_name("SIZE");
+        const auto convert = [name, smallest](const std::string& text) { return SizeArgument(name, text, smallest); };
+        CLI::Option* option = Add(name, member, convert, description + ", in bytes or like 8MB");
+        return option->type_name("SIZE");
     }
 
     template <typename Convert>
@@ -365,6 +372,16 @@ void AddEnvironment(Options& options, const EnvironmentLookup& environment)
         options.token = lookUp("QUENDRA_TOKEN");
 }
 
+// The parser's message in plain words.
+std::string Plain(const CLI::ParseError& error)
+{
+    const std::string text = error.what();
+    const std::string option = text.substr(0, text.find(':'));
+    if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) == nullptr)
+        return text;
+    return option + (text.find("At Most") != std::string::npos ? " is given more than once" : " needs a value");
+}
+
 // The message for a command line without a command.
 std::string WithoutCommand(const CLI::App& app)
 {
@@ -427,7 +444,7 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments, const Environme
     catch (const CLI::ParseError& error)
     {
         throw UsageError(app.get_subcommands().empty() ? WithoutCommand(app)
-                                                       : app.get_subcommands().front()->get_name() + ": " + error.what());
+                                                       : app.get_subcommands().front()->get_name() + ": " + Plain(error));
     }
     AddEnvironment(line.options, environment);
     return line;

@@ -25,6 +25,14 @@ bool NeedsDoctor(ResultCode code)
     return plain == Result::IncompatibleServer || plain == kNoName || plain == kNoConnection;
 }
 
+// A status with its meaning, without what to do about it: the advice on the code comes first.
+std::string StatusText(std::uint32_t status)
+{
+    const auto* meaning = std::ranges::find(Result::kHttpStatuses, ResultCode{status}, &Result::Meaning::code);
+    const std::string text = meaning != std::ranges::end(Result::kHttpStatuses) ? std::string(", ") + meaning->text : std::string();
+    return "HTTP " + std::to_string(status) + text.substr(0, text.find(':'));
+}
+
 } // namespace
 
 std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const std::string& advice)
@@ -33,17 +41,14 @@ std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const st
     if (!answer.redirect.empty())
         text += "; the server redirects to " + answer.redirect +
                 (answer.redirect.find("://") != std::string::npos ? ": --server wants that address" : "");
-    if (Result::IsRefusal(code) || NeedsDoctor(code))
-    {
-        const std::string status = answer.status == 0 ? std::string() : "HTTP " + std::to_string(answer.status);
-        const bool tellsStatus = !status.empty() && text.find(status) == std::string::npos;
-        if (!answer.message.empty())
-            text += "; it says \"" + answer.message + "\"" + (tellsStatus ? " with " + status : "");
-        else if (tellsStatus)
-            text += "; it answered with " + status;
-        if (answer.message.empty() && text.find("its error") != std::string::npos)
-            text += "; '--trace -' shows its reply";
-    }
+    const std::string status = "HTTP " + std::to_string(answer.status);
+    const bool tellsStatus = answer.status >= 300 && text.find(status) == std::string::npos;
+    if ((Result::IsRefusal(code) || NeedsDoctor(code)) && !answer.message.empty())
+        text += "; it says \"" + answer.message + "\"" + (tellsStatus ? " with " + status : "");
+    else if (tellsStatus)
+        text += "; the server answered with " + StatusText(answer.status);
+    if (answer.message.empty() && text.find("its error") != std::string::npos)
+        text += "; '--trace -' shows its reply";
     if (!advice.empty())
         text += "; " + advice;
     if (NeedsDoctor(code))

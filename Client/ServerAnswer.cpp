@@ -3,8 +3,6 @@
 #include "JsonText.h"
 #include "Text.h"
 
-#include "QuendraHttp/ResultCodes.h"
-
 #include <charconv>
 #include <optional>
 #include <string_view>
@@ -17,6 +15,7 @@ constexpr std::size_t kLongestReply = 65536;
 constexpr std::size_t kLongestMessage = 300;
 
 constexpr std::string_view kOperations = "CNativeHttp::";
+constexpr std::string_view kRequest = "WinHttpRequest::Initialise";
 constexpr std::string_view kReplies = "CNativeHttp::LogResponse";
 
 // The text after a prefix.
@@ -54,7 +53,8 @@ void AnswerReader::Take(const Eventing::Event& event)
     const std::string_view function = event.function;
     if (event.descriptor->id == Eventing::kFunctionEntryId)
     {
-        if (m_depth++ == 0 && function.starts_with(kOperations))
+        // A later request of the same operation may get no answer.
+        if ((m_depth++ == 0 && function.starts_with(kOperations)) || function == kRequest)
         {
             m_reply.clear();
             m_status = 0;
@@ -80,15 +80,9 @@ void AnswerReader::TakeMessage(std::string_view function, std::string_view messa
         else if (m_reply.size() < kLongestReply)
             m_reply.append(message).append("\n");
     }
-    else if (const auto status = Behind("GetHTTPStatus shows failure, code: ", message))
+    else if (const auto status = Behind("The server answered with HTTP ", message))
     {
         m_status = Number(*status);
-    }
-    else if (const auto code = Behind("SendRequestGetResponse failed, error code: ", message))
-    {
-        // A refused download reports its status in this event.
-        if (const std::uint32_t number = Number(*code); number >= Result::RefusalBase + 100 && number < Result::RefusalBase + 600)
-            m_status = number - Result::RefusalBase;
     }
     else if (const auto target = Behind("The server redirects to ", message))
     {

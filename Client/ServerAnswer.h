@@ -12,7 +12,7 @@
 /// The server's answer to the last operation.
 struct ServerAnswer
 {
-    std::uint32_t status = 0; ///< the HTTP status of a refusal; 0 where there was none.
+    std::uint32_t status = 0; ///< the HTTP status; 0 if no reply came.
     std::string message;      ///< the server's text, printable; empty if the reply had none.
     std::string redirect;     ///< scheme, host and port that it redirects to, or a description of the target, printable; else empty.
 };

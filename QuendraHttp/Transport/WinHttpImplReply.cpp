@@ -69,6 +69,7 @@ ResultCode WinHttpRequest::ReceiveStatusText(const FunctionTraceScope& trace, To
         trace.Error("WinHttpQueryHeaders failed, error code: %d", error);
         return error;
     }
+    trace.Info("The server answered with HTTP %S", status.c_str());
     if (status.front() == L'3')
         TellRedirect(trace);
     return Result::Success;

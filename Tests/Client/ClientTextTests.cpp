@@ -230,12 +230,15 @@ TEST(ResultMeanings, SaysWhatACodeMeans)
         {20404, {404, "gone", ""}, "try", "the server refused: HTTP 404, not found; it says \"gone\"; try"},
         {20302, {302, "", "https://b"}, "", "the server refused: HTTP 302; the server redirects to https://b: --server wants that address"},
         {20302, {302, "", "another path"}, "", "the server refused: HTTP 302; the server redirects to another path"},
-        {12030, {404, "of another time", ""}, "", "the connection broke"}};
+        {8, {429, "", ""}, "", Result::MeaningOf(8) + "; the server answered with HTTP 429, too many requests"},
+        {13, {200, "", ""}, "", Result::MeaningOf(13)},
+        {12030, {404, "not whole", ""}, "", "the connection broke; the server answered with HTTP 404, not found"}};
     for (const Failure& each : failures)
         EXPECT_EQ(FailureMeaning(each.code, each.answer, each.advice), each.text);
     for (const ResultCode code : {19006U, 12007U, 12029U, 0x80072EE7U})
         EXPECT_TRUE(FailureMeaning(code, {}).ends_with("; 'quendra doctor' tells why")) << code;
-    EXPECT_NE(FailureMeaning(19006, {502, "", ""}).find("; it answered with HTTP 502;"), std::string::npos);
+    EXPECT_NE(FailureMeaning(19006, {502, "", ""}).find("; the server answered with HTTP 502, a gateway cannot reach the server;"),
+              std::string::npos);
     EXPECT_EQ(CodeText(12029), "12029");
     EXPECT_EQ(CodeText(0x80070057), "0x80070057");
 }
@@ -249,30 +252,39 @@ TEST(ServerAnswer, IsThatOfTheLastOperation)
         const Eventing::Event event{&descriptor, "NativeHttp", 1, function, message, 1, 0};
         reader.Take(event);
     };
-    const auto refuse = [&write](const Texts& reply, const char* message) {
+    const auto ask = [&write](const Texts& reply, const Texts& messages) {
         write(110, "CNativeHttp::DeletePath", nullptr);
+        write(110, "WinHttpRequest::Initialise", nullptr);
+        write(111, "WinHttpRequest::Initialise", nullptr);
+        for (const auto& message : messages)
+            write(101, "WinHttpRequest::ReceiveResponse", message.c_str());
         write(110, "CNativeHttp::LogResponse", nullptr);
         write(101, "CNativeHttp::LogResponse", "HTTP Response (60 bytes):");
         for (const auto& line : reply)
             write(101, "CNativeHttp::LogResponse", line.c_str());
         write(111, "CNativeHttp::LogResponse", nullptr);
-        write(103, "CNativeHttp::DeletePath", message);
         write(111, "CNativeHttp::DeletePath", nullptr);
     };
     const auto told = [&reader] {
         const ServerAnswer answer = reader.Answer();
         return std::to_string(answer.status) + "|" + answer.message + "|" + answer.redirect;
     };
-    refuse({"{", "\"errorId\" : \"5\",", "\"message\" : \"no such\\u001b item\"", "}"}, "GetHTTPStatus shows failure, code: 404");
+    ask({"{", "\"errorId\" : \"5\",", "\"message\" : \"no such\\u001b item\"", "}"}, {"The server answered with HTTP 404"});
     write(110, "PathUtilities::NormalizePath", nullptr);
     write(111, "PathUtilities::NormalizePath", nullptr);
     EXPECT_EQ(told(), "404|no such\\x1B item|");
-    refuse({}, "The server redirects to https://b.example:8443. Redirects are not followed.");
-    EXPECT_EQ(told(), "0||https://b.example:8443");
-    refuse({"[1"}, "SendRequestGetResponse failed, error code: 20502");
+    ask({}, {"The server answered with HTTP 301", "The server redirects to https://b.example:8443. Redirects are not followed."});
+    EXPECT_EQ(told(), "301||https://b.example:8443");
+    write(110, "CNativeHttp::DeletePath", nullptr);
+    write(104, "CNativeHttp::DeletePath", "[EXCEPTION EXIT]");
+    ask({"{\"error\":{\"message\":3}}"}, {"The server answered with HTTP 502"});
     EXPECT_EQ(told(), "502||");
-    refuse({"{\"error\":{\"message\":3}}"}, "[EXCEPTION EXIT]");
+    ask({"[1"}, {});
     EXPECT_EQ(told(), "0||");
+    write(110, "CNativeHttp::DownloadFile", nullptr);
+    write(101, "WinHttpRequest::GetResponse", "The server answered with HTTP 200");
+    write(110, "WinHttpRequest::Initialise", nullptr);
+    EXPECT_EQ(told(), "0||") << "the second of an operation's requests is not answered";
 }
 
 } // namespace

@@ -146,7 +146,9 @@ usage version --server host:1 --port 2
 usage version --server host --port 0
 usage touch /a --modified yesterday
 usage touch /a --attributes 4294967296
-usage get /a b --skip -1
+usage get /a b --skip -1 && warns "--skip cannot be '-1': write a number of bytes, also with a unit like 8MB"
+usage get /a b --skip 1 --skip 2 && warns 'get: --skip is given more than once'
+usage get /a b --skip && warns 'get: --skip needs a value'
 usage get /a b --signature s --count 1
 usage put a /b --chunk-size 0
 usage put a /b --chunk-size 1 --delta
@@ -630,6 +632,11 @@ if on linux; then # elsewhere the certificate is what comes first
     printf 'HTTP/1.0 429 No\r\n\r\nLater' >"$work/tls/sync/1.3/folders/page"
     with_certificate own own get /page "$work/big"
     warns 'GetPathAttributes failed: 20429 ('
+    printf 'HTTP/1.0 429 No\r\n\r\n' >"$work/tls/sync/1.3/version"
+    with_certificate own own version
+    warns 'Version failed: 8 (' '; the server answered with HTTP 429, too many requests)'
+    refuse 401 && with_certificate own own version
+    warns 'Init failed: 19006 (' "; the server answered with HTTP 401, not logged in; 'quendra doctor' tells why)"
     [ "$(stat -c %s "$work/big")$(compgen -G "$work/big.*")" = 25165824 ] || complain 'a download that failed left its mark'
 fi
 

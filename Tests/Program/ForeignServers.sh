@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Servers with certificates and answers of every kind. They are OpenSSL's own, which send files.
+. "$(dirname "$0")/Support.sh"
+
+log_in
+mkdir -p "$work/tls/sync/1.3"
+answer() { # path, body, date
+    printf 'HTTP/1.0 200 OK\r\nContent-Length: %d\r\nDate: %s\r\n\r\n%s' ${#2} "${3:-$(date -u '+%a, %d %b %Y %T GMT')}" "$2" >"$work/tls/$1"
+}
+answer endpoints '{"sync":{"1.3":{"path":"/sync/1.3","tos":0}}}'
+answer sync/1.3/init '{"device_token_auth":true}'
+refuse() { printf 'HTTP/1.0 %s No\r\n%b\r\n' "$1" "${2-}" >"$work/tls/endpoints"; } # status, headers
+certificate() { # name, names, days
+    openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout "$work/key.pem" -out "$work/request" -subj "/CN=$1" \
+        2>/dev/null
+    openssl x509 -req -in "$work/request" -signkey "$work/key.pem" -extfile <(echo "subjectAltName=$2") -days "$3" \
+        -out "$work/$1.pem" 2>/dev/null
+}
+# with_certificate NAME TRUSTED COMMAND...: runs a command against a server with the certificate; one is trusted on Linux.
+with_certificate() {
+    local fd text tlsPid tls
+    exec {fd}< <(cd "$work/tls" && exec openssl s_server -accept 127.0.0.1:0 -cert "$work/$1.pem" -key "$work/key.pem" -HTTP 2>&1)
+    tlsPid=$!
+    started+=("$tlsPid")
+    while read -r -t 30 -u "$fd" text && [[ $text != ACCEPT* ]]; do :; done
+    tls=https://127.0.0.1:${text##*:}
+    SSL_CERT_FILE=${2:+$work/$2.pem} run 1 "${@:3}" --server "$tls"
+    kill "$tlsPid"
+    exec {fd}<&-
+}
+certificate expired IP:127.0.0.1 -1
+with_certificate expired '' doctor
+says 'FAILED  Certificate CN=expired for IP Address:127.0.0.1' 'expired' "FAILED  Handshake" '-> '
+certificate other DNS:other.test 2
+with_certificate other other doctor
+says 'FAILED  Certificate CN=other' 'WRONG: it is not for 127.0.0.1'
+on linux && says '-> name the server in --server as its certificate does' 'ok      TLS         TLSv1.3'
+certificate own IP:127.0.0.1 2
+with_certificate own '' doctor
+says 'FAILED  Certificate CN=own' '-> have this machine trust the authority'
+answer endpoints '{"sync":{"1.3":{"path":"/sync/1.3","tos":0}}}' 'Sun, 06 Nov 1994 08:49:37 GMT'
+with_certificate own own doctor
+says 'FAILED  Clock' 'behind this machine' '-> set the clock'
+on linux && says 'ok      Certificate CN=own' 'ok      Handshake   mode device-token authentication'
+answer endpoints '{"sync":{"2.0":{"path":"/sync/2.0"}}}'
+with_certificate own own doctor
+on linux && says 'offers sync 2.0 at /sync/2.0' '-> the server offers none of the versions that this library speaks'
+if on linux; then # elsewhere the certificate is what comes first
+    refuse 503 && with_certificate own own doctor && says '-> the server, or a gateway before it, is out of order'
+    refuse 401 && with_certificate own own doctor && says '-> something on the way wants a login of its own'
+    refuse 302 'Location: https://b.test/x?secret\r\n' && with_certificate own own doctor &&
+        says 'HTTP 302: a redirect to https://b.test/x'$'\n' '-> redirects are not followed: name the address in --server'
+    refuse 511 && with_certificate own own doctor && says 'HTTP 511: the network wants a login' '-> log in to the network'
+    answer endpoints '<html>busy' && with_certificate own own doctor && says 'HTTP 200 with a web page' 'in a browser'
+    refuse 404 && with_certificate own own doctor && says '-> is this the right server?'
+
+    refuse 308 'Location: https://b.test/endpoints?secret\r\n' && with_certificate own own ls /
+    warns 'Init failed: 19006 (' '; the server redirects to https://b.test: --server wants that address; '
+
+    # This server's files are the same to whoever asks: what comes for an item is its description, not its content.
+    answer endpoints '{"sync":{"1.3":{"path":"/sync/1.3","tos":0}}}'
+    mkdir "$work/tls/sync/1.3/folders"
+    created=2026-03-01T12:30:15.0000000Z
+    answer sync/1.3/folders/page '{"document_info":{"creation_time":"'$created'","modification_time":"'$created'","size":70000}}'
+    echo mine >"$work/page"
+    with_certificate own own get /page "$work/page"
+    warns 'Of /page came 130 bytes in place of 70000'
+    printf 'HTTP/1.0 429 No\r\n\r\nLater' >"$work/tls/sync/1.3/folders/page"
+    with_certificate own own get /page "$work/page"
+    warns 'GetPathAttributes failed: 20429 ('
+    printf 'HTTP/1.0 429 No\r\n\r\n' >"$work/tls/sync/1.3/version"
+    with_certificate own own version
+    warns 'Version failed: 8 (' '; the server answered with HTTP 429, too many requests)'
+    refuse 401 && with_certificate own own version
+    warns 'Init failed: 19006 (' "; the server answered with HTTP 401, not logged in; 'quendra doctor' tells why)"
+    [ "$(<"$work/page")$(compgen -G "$work/page.*")" = mine ] || complain 'a download that failed left its mark'
+fi
+
+finish

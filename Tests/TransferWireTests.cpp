@@ -270,6 +270,10 @@ TEST_F(TransferWire, ABrokenOrRefusedTransferEndsInItsCodeAndNoneInASuccess)
                  "0: cancel; 8: metadata; 13: chunk upload, complete; 12030: delta, download, range; 12152: delta upload, upload", ""},
           Ending{"before the reply's last byte", head + part,
                  "0: cancel; 13: chunk upload, complete, delta upload, metadata, upload; 12030: delta, download, range", part},
+          Ending{"after chunks beside a larger length",
+                 "HTTP/1.1 200 OK\r\nContent-Length: 41\r\nTransfer-Encoding: chunked\r\nConnection: close\r\n\r\n28\r\n" + part +
+                     "\r\n0\r\n\r\n",
+                 "0: cancel, delta, download, range; 13: chunk upload, complete, delta upload, metadata, upload", part},
           Ending{"after an empty reply", whole(200, ""),
                  "0: cancel, delta, download, range; 8: metadata; 13: chunk upload, complete; 12152: delta upload, upload", ""},
           Ending{"after a reply of no use", whole(200, "{}"),

@@ -260,7 +260,8 @@ BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID bu
         {
             return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
         }
-        const bool isKnown = level == WINHTTP_QUERY_STATUS_CODE || level == WINHTTP_QUERY_CONTENT_LENGTH || level == WINHTTP_QUERY_LOCATION;
+        const bool isKnown = level == WINHTTP_QUERY_STATUS_CODE || level == WINHTTP_QUERY_CONTENT_LENGTH ||
+                             level == WINHTTP_QUERY_LOCATION || level == WINHTTP_QUERY_TRANSFER_ENCODING;
         if (!isKnown || name != nullptr || length == nullptr)
         {
             return ERROR_INVALID_PARAMETER;

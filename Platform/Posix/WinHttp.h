@@ -39,6 +39,8 @@ inline constexpr DWORD WINHTTP_ADDREQ_FLAG_REPLACE = 0x80000000;
 inline constexpr DWORD WINHTTP_QUERY_CONTENT_LENGTH = 5;
 inline constexpr DWORD WINHTTP_QUERY_STATUS_CODE = 19;
 inline constexpr DWORD WINHTTP_QUERY_LOCATION = 33;
+/// Never found here: a chunked reply has no Content-Length instead.
+inline constexpr DWORD WINHTTP_QUERY_TRANSFER_ENCODING = 40;
 
 inline constexpr DWORD WINHTTP_OPTION_RESOLVE_TIMEOUT = 2;
 inline constexpr DWORD WINHTTP_OPTION_CONNECT_TIMEOUT = 3;

@@ -145,9 +145,12 @@ ResultCode WinHttpRequest::ReadResponse(ResponseBuffer& response)
 
 bool WinHttpRequest::AnnouncedLength(std::uint64_t& length) const
 {
+    const auto hasHeader = [this](DWORD header, wchar_t* text, DWORD size) {
+        return WinHttpQueryHeaders(Handle(), header, WINHTTP_HEADER_NAME_BY_INDEX, text, &size, WINHTTP_NO_HEADER_INDEX) != FALSE;
+    };
     wchar_t text[32] = {};
-    DWORD size = sizeof text;
-    if (!WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_CONTENT_LENGTH, WINHTTP_HEADER_NAME_BY_INDEX, text, &size, WINHTTP_NO_HEADER_INDEX))
+    // A transfer coding overrides Content-Length (RFC 9112, 6.3).
+    if (hasHeader(WINHTTP_QUERY_TRANSFER_ENCODING, text, sizeof text) || !hasHeader(WINHTTP_QUERY_CONTENT_LENGTH, text, sizeof text))
         return false;
     length = std::wcstoull(text, nullptr, 10);
     return true;

@@ -111,10 +111,10 @@ BOOL WinHttpReceiveResponse(HINTERNET, LPVOID) noexcept(kNoexcept)
 
 BOOL WinHttpQueryHeaders(HINTERNET, DWORD level, LPCWSTR, LPVOID buffer, DWORD* length, DWORD*) noexcept(kNoexcept)
 {
-    if (level != WINHTTP_QUERY_CONTENT_LENGTH)
+    if (level == WINHTTP_QUERY_STATUS_CODE)
         return Succeeds("WinHttpQueryHeaders") && Answer(g_script.status, buffer, length);
     SetLastError(ERROR_WINHTTP_HEADER_NOT_FOUND);
-    return !g_script.contentLength.empty() && Answer(g_script.contentLength, buffer, length);
+    return level == WINHTTP_QUERY_CONTENT_LENGTH && !g_script.contentLength.empty() && Answer(g_script.contentLength, buffer, length);
 }
 
 BOOL WinHttpQueryDataAvailable(HINTERNET, DWORD* bytes) noexcept(kNoexcept)

@@ -9,9 +9,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace HttpCalls
 {
@@ -79,6 +81,44 @@ inline std::string Exchange(HINTERNET request, const std::string& body = {}, con
     const DWORD error = SendWhole(request, body, headers);
     return error == ERROR_SUCCESS ? ReadReply(request) : Outcome(error);
 }
+
+/// Records the notifications about a handle and those opened from it: "connecting 127.0.0.1, sending, sent 17".
+struct StatusRecord
+{
+    explicit StatusRecord(HINTERNET handle, DWORD notifications = WINHTTP_CALLBACK_FLAG_ALL_NOTIFICATIONS)
+    {
+        const auto callback = [](HINTERNET, DWORD_PTR context, DWORD status, LPVOID information, DWORD length) {
+            reinterpret_cast<StatusRecord*>(context)->Add(status, information, length); // NOLINT(performance-no-int-to-ptr)
+        };
+        auto context = reinterpret_cast<DWORD_PTR>(this);
+        EXPECT_EQ(nullptr, WinHttpSetStatusCallback(handle, callback, notifications, 0));
+        EXPECT_NE(FALSE, WinHttpSetOption(handle, WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof context));
+    }
+
+    void Add(DWORD status, LPVOID information, DWORD length)
+    {
+        static const std::map<DWORD, std::string> names = {
+            {WINHTTP_CALLBACK_STATUS_RESOLVING_NAME, "resolving"},        {WINHTTP_CALLBACK_STATUS_NAME_RESOLVED, "resolved"},
+            {WINHTTP_CALLBACK_STATUS_CONNECTING_TO_SERVER, "connecting"}, {WINHTTP_CALLBACK_STATUS_CONNECTED_TO_SERVER, "connected"},
+            {WINHTTP_CALLBACK_STATUS_SENDING_REQUEST, "sending"},         {WINHTTP_CALLBACK_STATUS_REQUEST_SENT, "sent"},
+            {WINHTTP_CALLBACK_STATUS_RECEIVING_RESPONSE, "receiving"},    {WINHTTP_CALLBACK_STATUS_RESPONSE_RECEIVED, "received"},
+            {WINHTTP_CALLBACK_STATUS_SECURE_FAILURE, "secure failure"}};
+        constexpr DWORD kTexts = WINHTTP_CALLBACK_FLAG_RESOLVE_NAME | WINHTTP_CALLBACK_FLAG_CONNECT_TO_SERVER;
+        text += (text.empty() ? "" : ", ") + names.at(status);
+        if ((status & kTexts) != 0)
+        {
+            const std::wstring wide(static_cast<const wchar_t*>(information), length - 1);
+            text += " " + std::string(wide.begin(), wide.end());
+        }
+        else if (information != nullptr)
+            text += " " + std::to_string(*static_cast<const DWORD*>(information));
+    }
+
+    /// What was recorded since the last call.
+    std::string Take() { return std::exchange(text, {}); }
+
+    std::string text;
+};
 
 /// A session with a connection to one server.
 struct HttpClient

@@ -16,6 +16,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace
 {
@@ -35,9 +36,16 @@ template <class Type, class Action> BOOL With(HINTERNET handle, Action action) n
         ERROR_WINHTTP_INTERNAL_ERROR);
 }
 
+HINTERNET Publish(const std::shared_ptr<HttpObject>& object)
+{
+    const HINTERNET handle = HttpHandles::Instance().Insert(object);
+    object->SetHandle(handle);
+    return handle;
+}
+
 template <class Type, class... Arguments> HINTERNET MakeHandle(Arguments&&... arguments)
 {
-    return HttpHandles::Instance().Insert(std::make_shared<Type>(std::forward<Arguments>(arguments)...));
+    return Publish(std::make_shared<Type>(std::forward<Arguments>(arguments)...));
 }
 
 /// A caller's header text; a length of -1 means that it is NUL-terminated.
@@ -73,6 +81,19 @@ int* TimeoutOf(Timeouts& timeouts, DWORD option)
     default:
         return nullptr;
     }
+}
+
+/// Copies an option's value to the caller; if it does not fit, only its size.
+template <class Value> DWORD DeliverValue(const Value& value, LPVOID buffer, DWORD* length)
+{
+    if (length == nullptr)
+        return ERROR_INVALID_PARAMETER;
+    const bool fits = buffer != nullptr && *length >= sizeof(value);
+    *length = sizeof(value);
+    if (!fits)
+        return ERROR_INSUFFICIENT_BUFFER;
+    std::memcpy(buffer, &value, sizeof(value));
+    return ERROR_SUCCESS;
 }
 
 /// Copies a text with its terminator to the caller; if it does not fit, only the number of bytes that it needs.
@@ -142,7 +163,7 @@ HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, L
         }
         if (error == ERROR_SUCCESS)
         {
-            handle = HttpHandles::Instance().Insert(request);
+            handle = Publish(request);
         }
         return error;
     });
@@ -157,8 +178,33 @@ BOOL WinHttpSetTimeouts(HINTERNET handle, int resolve, int connect, int send, in
     });
 }
 
+WINHTTP_STATUS_CALLBACK WinHttpSetStatusCallback(HINTERNET handle, WINHTTP_STATUS_CALLBACK callback, DWORD notifications,
+                                                 DWORD_PTR reserved) noexcept
+{
+    WINHTTP_STATUS_CALLBACK previous = WINHTTP_INVALID_STATUS_CALLBACK;
+    With<HttpObject>(handle, [&](const std::shared_ptr<HttpObject>& object) -> DWORD {
+        if (reserved != 0)
+            return ERROR_INVALID_PARAMETER;
+        object->ChangeListener([&](StatusListener& listener) {
+            previous = std::exchange(listener.callback, callback);
+            listener.notifications = notifications;
+        });
+        return ERROR_SUCCESS;
+    });
+    return previous;
+}
+
 BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD length) noexcept
 {
+    if (option == WINHTTP_OPTION_CONTEXT_VALUE)
+        return With<HttpObject>(handle, [&](const std::shared_ptr<HttpObject>& object) -> DWORD {
+            DWORD_PTR context = 0;
+            if (buffer == nullptr || length != sizeof context)
+                return ERROR_INVALID_PARAMETER;
+            std::memcpy(&context, buffer, sizeof context);
+            object->ChangeListener([&](StatusListener& listener) { listener.context = context; });
+            return ERROR_SUCCESS;
+        });
     return With<TimedObject>(handle, [&](const std::shared_ptr<TimedObject>& object) -> DWORD {
         if (option == WINHTTP_OPTION_REDIRECT_POLICY)
         {
@@ -187,6 +233,10 @@ BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD lengt
 
 BOOL WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD* length) noexcept
 {
+    if (option == WINHTTP_OPTION_CONTEXT_VALUE)
+        return With<HttpObject>(handle, [&](const std::shared_ptr<HttpObject>& object) -> DWORD {
+            return DeliverValue(object->Listener().context, buffer, length);
+        });
     return With<TimedObject>(handle, [&](const std::shared_ptr<TimedObject>& object) -> DWORD {
         auto timeouts = object->GetTimeouts();
         const int* const timeout = TimeoutOf(timeouts, option);
@@ -194,18 +244,7 @@ BOOL WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD* le
         {
             return ERROR_WINHTTP_INVALID_OPTION;
         }
-        if (length == nullptr)
-        {
-            return ERROR_INVALID_PARAMETER;
-        }
-        const bool fits = buffer != nullptr && *length >= sizeof(*timeout);
-        *length = sizeof(*timeout);
-        if (!fits)
-        {
-            return ERROR_INSUFFICIENT_BUFFER;
-        }
-        std::memcpy(buffer, timeout, sizeof(*timeout));
-        return ERROR_SUCCESS;
+        return DeliverValue(*timeout, buffer, length);
     });
 }
 
@@ -217,13 +256,15 @@ BOOL WinHttpAddRequestHeaders(HINTERNET request, LPCWSTR headers, DWORD length, 
 }
 
 BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength, LPVOID optional, DWORD optionalLength, DWORD totalLength,
-                        DWORD_PTR /*context*/) noexcept
+                        DWORD_PTR context) noexcept
 {
     return With<Request>(request, [&](const std::shared_ptr<Request>& object) -> DWORD {
         if (optional == nullptr && optionalLength != 0)
         {
             return ERROR_INVALID_PARAMETER;
         }
+        if (context != 0)
+            object->ChangeListener([&](StatusListener& listener) { listener.context = context; });
         const std::string_view body(static_cast<const char*>(optional), optionalLength);
         return object->Send(HeaderText(headers, headersLength), body, totalLength);
     });

@@ -46,8 +46,40 @@ inline constexpr DWORD WINHTTP_OPTION_RESOLVE_TIMEOUT = 2;
 inline constexpr DWORD WINHTTP_OPTION_CONNECT_TIMEOUT = 3;
 inline constexpr DWORD WINHTTP_OPTION_SEND_TIMEOUT = 5;
 inline constexpr DWORD WINHTTP_OPTION_RECEIVE_TIMEOUT = 6;
+inline constexpr DWORD WINHTTP_OPTION_CONTEXT_VALUE = 45;
 inline constexpr DWORD WINHTTP_OPTION_REDIRECT_POLICY = 88;
 inline constexpr DWORD WINHTTP_OPTION_REDIRECT_POLICY_NEVER = 0;
+
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_RESOLVING_NAME = 0x1;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_NAME_RESOLVED = 0x2;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_CONNECTING_TO_SERVER = 0x4;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_CONNECTED_TO_SERVER = 0x8;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_SENDING_REQUEST = 0x10;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_REQUEST_SENT = 0x20;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_RECEIVING_RESPONSE = 0x40;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_RESPONSE_RECEIVED = 0x80;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_SECURE_FAILURE = 0x10000;
+inline constexpr DWORD WINHTTP_CALLBACK_FLAG_RESOLVE_NAME = 0x3;
+inline constexpr DWORD WINHTTP_CALLBACK_FLAG_CONNECT_TO_SERVER = 0xC;
+inline constexpr DWORD WINHTTP_CALLBACK_FLAG_SEND_REQUEST = 0x30;
+inline constexpr DWORD WINHTTP_CALLBACK_FLAG_RECEIVE_RESPONSE = 0xC0;
+inline constexpr DWORD WINHTTP_CALLBACK_FLAG_SECURE_FAILURE = WINHTTP_CALLBACK_STATUS_SECURE_FAILURE;
+inline constexpr DWORD WINHTTP_CALLBACK_FLAG_ALL_NOTIFICATIONS = 0xFFFFFFFF;
+
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_FLAG_CERT_REV_FAILED = 0x1;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CERT = 0x2;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_FLAG_CERT_REVOKED = 0x4;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA = 0x8;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID = 0x10;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID = 0x20;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_FLAG_CERT_WRONG_USAGE = 0x40;
+inline constexpr DWORD WINHTTP_CALLBACK_STATUS_FLAG_SECURITY_CHANNEL_ERROR = 0x80000000;
+
+/// Where Windows has a calling convention, it is the default one on x64, so that one function serves both platforms. It must not throw.
+using WINHTTP_STATUS_CALLBACK = void (*)(HINTERNET handle, DWORD_PTR context, DWORD status, LPVOID information, DWORD informationLength);
+
+inline const auto WINHTTP_INVALID_STATUS_CALLBACK =
+    reinterpret_cast<WINHTTP_STATUS_CALLBACK>(static_cast<std::intptr_t>(-1)); // NOLINT(performance-no-int-to-ptr)
 
 inline const LPCWSTR WINHTTP_NO_PROXY_NAME = nullptr;
 inline const LPCWSTR WINHTTP_NO_PROXY_BYPASS = nullptr;
@@ -69,8 +101,15 @@ QUENDRA_PLATFORM_API HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR 
 /// limit: the sum of both, or none if connecting has none. Send and receive limit the time without progress. A request takes its session's
 /// values when it is opened.
 QUENDRA_PLATFORM_API BOOL WinHttpSetTimeouts(HINTERNET handle, int resolve, int connect, int send, int receive) noexcept;
-/// Supports the four timeout options, of 4 bytes each, on a session or a request, and the redirect policy "never", which always applies on
-/// Linux; another policy fails with 87, another option with 12009.
+/// Notifies on the calling thread of the `WINHTTP_CALLBACK_STATUS_*` values above, with the information of the Windows documentation: names
+/// and addresses are NUL-terminated, and their length counts the NUL. What is connected to may be the proxy. A name that was resolved less
+/// than a minute ago is not resolved again, and a kept connection is not connected again. Handles that are opened later inherit the
+/// callback and the context value of the handle they are opened from. A callback set while a request is sent takes effect with the next
+/// one.
+QUENDRA_PLATFORM_API WINHTTP_STATUS_CALLBACK WinHttpSetStatusCallback(HINTERNET handle, WINHTTP_STATUS_CALLBACK callback,
+                                                                      DWORD notifications, DWORD_PTR reserved) noexcept;
+/// Supports the context value on any handle, the four timeout options, of 4 bytes each, on a session or a request, and the redirect policy
+/// "never", which always applies on Linux; another policy fails with 87, another option with 12009.
 QUENDRA_PLATFORM_API BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD length) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD* length) noexcept;
 /// A line without a name and a colon fails with 12153; lines before it stay added.

@@ -1,6 +1,7 @@
 #include "ScriptedWinHttp.h"
 
 #include <cstring>
+#include <utility>
 
 WinHttpScript g_script;
 
@@ -76,6 +77,11 @@ BOOL WinHttpSetOption(HINTERNET, DWORD, LPVOID, DWORD) noexcept(kNoexcept)
 BOOL WinHttpQueryOption(HINTERNET, DWORD, LPVOID, DWORD*) noexcept(kNoexcept)
 {
     return Succeeds("WinHttpQueryOption");
+}
+
+WINHTTP_STATUS_CALLBACK WinHttpSetStatusCallback(HINTERNET, WINHTTP_STATUS_CALLBACK callback, DWORD, DWORD_PTR) noexcept(kNoexcept)
+{
+    return Succeeds("WinHttpSetStatusCallback") ? std::exchange(g_script.callback, callback) : WINHTTP_INVALID_STATUS_CALLBACK;
 }
 
 BOOL WinHttpAddRequestHeaders(HINTERNET, LPCWSTR headers, DWORD, DWORD modifiers) noexcept(kNoexcept)

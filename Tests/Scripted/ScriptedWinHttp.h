@@ -48,7 +48,8 @@ struct WinHttpScript
     std::deque<Piece> pieces;   ///< the body; over when empty.
 
     // What was asked.
-    std::vector<std::vector<int>> timeouts; ///< resolve, connect, send, receive of each call.
+    WINHTTP_STATUS_CALLBACK callback = nullptr; ///< the one that was set last, on any handle.
+    std::vector<std::vector<int>> timeouts;     ///< resolve, connect, send, receive of each call.
     std::vector<Header> headers;
     std::vector<std::wstring> requests; ///< "VERB path flags accept", of each request opened.
     std::vector<std::wstring> sendHeaders;

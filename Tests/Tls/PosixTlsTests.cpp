@@ -10,6 +10,7 @@
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
+#include <regex>
 
 using namespace HttpCalls;
 
@@ -108,25 +109,39 @@ protected:
 
 TEST_F(PosixTls, TakesTrustedCertificatesOfTheRightHostOnly)
 {
-    const std::tuple<const Certificate&, const Certificate&, const wchar_t*, const char*> cases[] = {
-        {loopback, loopback, L"127.0.0.1", "200 secret"},
-        {loopback, loopback, L"localhost", "200 secret"},
-        {loopback, other, L"127.0.0.1", "12175"},
-        {other, other, L"127.0.0.1", "12175"},
-        {expired, expired, L"127.0.0.1", "12175"}};
-    for (const auto& [served, trusted, name, outcome] : cases)
+    const std::string kept = "sending, sent, receiving, received";
+    const auto failure = [](DWORD flags) { return "secure failure " + std::to_string(flags); };
+    // The certificate that is served and the one that is trusted, the server's name, the outcome and what is told after connecting.
+    const std::tuple<const Certificate&, const Certificate&, const wchar_t*, const char*, std::string> cases[] = {
+        {loopback, loopback, L"127.0.0.1", "200 secret", kept},
+        {loopback, loopback, L"localhost", "200 secret", kept},
+        {loopback, other, L"127.0.0.1", "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA)},
+        {other, other, L"127.0.0.1", "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID)},
+        {other, other, L"localhost", "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID)},
+        {expired, expired, L"127.0.0.1", "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID)}};
+    for (const auto& [served, trusted, name, outcome, told] : cases)
     {
         RawServer server(Answer(served, HttpReply(200, "secret")));
         Trust(trusted);
         const HttpClient client(server.Port(), name);
         EXPECT_EQ(outcome, client.Get(L"/", WINHTTP_FLAG_SECURE));
+        StatusRecord record(client.connection.get());
         EXPECT_EQ(outcome, client.Get(L"/", WINHTTP_FLAG_SECURE));
         EXPECT_EQ(*outcome == '2' ? 1U : 2U, server.ConnectionCount()) << "kept where it is good";
+        const auto text = std::regex_replace(record.Take(), std::regex("(sent|received) \\d+"), "$1");
+        EXPECT_EQ(told, std::regex_replace(text, std::regex("^.*connected 127.0.0.1, "), ""));
     }
+    const auto channel = failure(WINHTTP_CALLBACK_STATUS_FLAG_SECURITY_CHANNEL_ERROR);
     RawServer plain([](RawConnection& connection) { connection.Send("HTTP/1.1 400 What\r\n\r\n"); });
-    EXPECT_EQ("12175", Get(plain)) << "no TLS at all";
-    ::setenv("SSL_CERT_FILE", "/nonexistent", 1);
-    EXPECT_EQ("12175", Get(plain));
+    for (const char* const file : {"", "/nonexistent"})
+    {
+        if (*file != '\0')
+            ::setenv("SSL_CERT_FILE", file, 1);
+        const HttpClient client(plain.Port());
+        StatusRecord record(client.connection.get());
+        EXPECT_EQ("12175", client.Get(L"/", WINHTTP_FLAG_SECURE)) << "no TLS at all, or no certificates to trust";
+        EXPECT_TRUE(record.Take().ends_with("connected 127.0.0.1, " + channel));
+    }
 }
 
 TEST_F(PosixTls, ResumesTheSessionOnNewConnectionsOfAllThreads)

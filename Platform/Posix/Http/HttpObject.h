@@ -8,22 +8,6 @@
 
 #include <mutex>
 
-/// A session, a connection or a request. A child keeps its parent alive, so handles may be closed in any order.
-class HttpObject
-{
-public:
-    HttpObject() = default;
-    virtual ~HttpObject() = default;
-
-    HttpObject(const HttpObject&) = delete;
-    HttpObject& operator=(const HttpObject&) = delete;
-
-    /// Called when the handle is closed, possibly while another thread is inside a call on the object.
-    virtual void OnClosed() noexcept {}
-};
-
-using HttpHandles = HandleTable<HttpObject>;
-
 /// Milliseconds; 0 or less is no limit.
 struct Timeouts
 {
@@ -33,11 +17,61 @@ struct Timeouts
     int receive = 30'000;
 };
 
-/// An object whose timeouts may be set while another thread reads them.
+/// Who is notified of what; without a callback nobody is.
+struct StatusListener
+{
+    WINHTTP_STATUS_CALLBACK callback = nullptr;
+    DWORD notifications = 0; ///< a mask of WINHTTP_CALLBACK_STATUS_*
+    DWORD_PTR context = 0;
+};
+
+/// A session, a connection or a request. A child keeps its parent alive, so handles may be closed in any order. Its settings may be changed
+/// while another thread reads them.
+class HttpObject
+{
+public:
+    /// @param parent  whose listener it inherits; null for a session.
+    explicit HttpObject(const HttpObject* parent = nullptr) : m_listener(parent != nullptr ? parent->Listener() : StatusListener()) {}
+    virtual ~HttpObject() = default;
+
+    HttpObject(const HttpObject&) = delete;
+    HttpObject& operator=(const HttpObject&) = delete;
+
+    /// Called when the handle is closed, possibly while another thread is inside a call on the object.
+    virtual void OnClosed() noexcept {}
+
+    /// The object's own handle: set once, when it is made.
+    HINTERNET Handle() const noexcept { return m_handle; }
+    void SetHandle(HINTERNET handle) noexcept { m_handle = handle; }
+
+    StatusListener Listener() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_listener;
+    }
+
+    /// Changes the listener atomically.
+    template <class Change> void ChangeListener(Change change)
+    {
+        const std::lock_guard lock(m_mutex);
+        change(m_listener);
+    }
+
+protected:
+    mutable std::mutex m_mutex;
+
+private:
+    HINTERNET m_handle = nullptr;
+    StatusListener m_listener;
+};
+
+using HttpHandles = HandleTable<HttpObject>;
+
+/// An object with timeouts.
 class TimedObject : public HttpObject
 {
 public:
-    explicit TimedObject(const Timeouts& timeouts) : m_timeouts(timeouts) {}
+    TimedObject(const HttpObject* parent, const Timeouts& timeouts) : HttpObject(parent), m_timeouts(timeouts) {}
 
     Timeouts GetTimeouts() const
     {
@@ -53,6 +87,5 @@ public:
     }
 
 private:
-    mutable std::mutex m_mutex;
     Timeouts m_timeouts;
 };

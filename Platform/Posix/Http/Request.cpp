@@ -51,7 +51,7 @@ int ConnectTimeout(const Timeouts& timeouts)
 } // namespace
 
 Request::Request(std::shared_ptr<Connection> connection, std::string verb, std::string_view path, bool secure)
-    : TimedObject(connection->GetSession().GetTimeouts()), m_connection(std::move(connection)), m_verb(std::move(verb))
+    : TimedObject(connection.get(), connection->GetSession().GetTimeouts()), m_connection(std::move(connection)), m_verb(std::move(verb))
 {
     const auto host = HostForUrl(m_connection->Server());
     const auto port = m_connection->Port();
@@ -132,7 +132,8 @@ DWORD Request::StartTransfer(std::string_view body)
     }
     m_transfer.reset(); // destroyed first, so that its connection can be borrowed again
     auto& pool = session.Pool();
-    m_transfer = std::make_unique<Transfer>(pool.Borrow(m_address.Origin()), pool.Share(), request, m_interruption);
+    auto notices = StatusNotices::For(*this, m_connection->Server());
+    m_transfer = std::make_unique<Transfer>(pool.Borrow(m_address.Origin()), pool.Share(), request, m_interruption, std::move(notices));
     return m_transfer->Start(body, timeouts.send);
 }
 

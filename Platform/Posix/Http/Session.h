@@ -24,7 +24,7 @@ class Session final : public TimedObject
 {
 public:
     explicit Session(std::string userAgent)
-        : TimedObject(Timeouts()),
+        : TimedObject(nullptr, Timeouts()),
           m_userAgent(std::move(userAgent)),
           m_certificates(CertificatePlaces::FromEnvironment()),
           m_pool(std::make_shared<ConnectionPool>())
@@ -47,7 +47,7 @@ class Connection final : public HttpObject
 {
 public:
     Connection(std::shared_ptr<Session> session, std::string server, INTERNET_PORT port)
-        : m_session(std::move(session)), m_server(std::move(server)), m_port(port)
+        : HttpObject(session.get()), m_session(std::move(session)), m_server(std::move(server)), m_port(port)
     {
     }
 

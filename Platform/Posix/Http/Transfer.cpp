@@ -62,9 +62,11 @@ bool IsBlankLine(std::string_view line)
 }
 } // namespace
 
-Transfer::Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const TransferRequest& request, Interruption& interruption)
+Transfer::Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const TransferRequest& request, Interruption& interruption,
+                   std::unique_ptr<StatusNotices> notices)
     : m_connection(std::move(connection)),
       m_interruption(interruption),
+      m_notices(std::move(notices)),
       m_easy(curl_easy_init()),
       m_isRepeatable(!request.bodyLength && (request.verb == "GET" || request.verb == "HEAD")),
       m_bodyLeft(request.bodyLength.value_or(0))
@@ -76,6 +78,8 @@ Transfer::Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const Tra
     SetConnection(request, share);
     SetRequest(request);
     SetCallbacks();
+    if (m_notices)
+        m_notices->AttachTo(m_easy.get());
     if (curl_multi_add_handle(m_connection->Multi(), m_easy.get()) != CURLM_OK)
     {
         throw std::bad_alloc();
@@ -181,6 +185,8 @@ DWORD Transfer::Start(std::string_view body, int timeout)
     m_bodyLeft -= body.size();
     const DWORD error = RunUntil([this] { return (m_phase == Phase::Connected && IsHandedOver()) || RefusesBody(); }, timeout);
     m_outgoing = {};
+    if (m_notices && error == ERROR_SUCCESS)
+        m_notices->RequestSent();
     return error;
 }
 
@@ -209,7 +215,12 @@ DWORD Transfer::AwaitHead(int timeout)
     // Sends what was collected from a sender that stopped early; otherwise there is nothing.
     m_outgoing = {m_collected, {}};
     ResumeSending();
-    return RunUntil([this] { return m_head.has_value(); }, timeout);
+    if (m_notices)
+        m_notices->ReceivingResponse();
+    const DWORD error = RunUntil([this] { return m_head.has_value(); }, timeout);
+    if (m_notices && error == ERROR_SUCCESS)
+        m_notices->ResponseReceived(m_headerBytes + Buffered());
+    return error;
 }
 
 DWORD Transfer::AwaitBody(int timeout)
@@ -279,6 +290,8 @@ template <class Condition> DWORD Transfer::RunUntil(Condition condition, int tim
             Finish(ERROR_WINHTTP_INTERNAL_ERROR);
             continue;
         }
+        if (m_notices)
+            m_notices->Moved();
         CollectResult();
         if (m_phase == Phase::Over || condition())
         {
@@ -336,7 +349,10 @@ DWORD Transfer::OutcomeOf(CURLcode result)
     {
         return m_error;
     }
-    return Win32ErrorOf(result, m_phase == Phase::Connected, m_errorText.data());
+    const DWORD error = Win32ErrorOf(result, m_phase == Phase::Connected, m_errorText.data());
+    if (m_notices && error == ERROR_WINHTTP_SECURE_FAILURE)
+        m_notices->SecureFailure(result);
+    return error;
 }
 
 /// Takes the status of a proxy that refuses the tunnel as the reply's. curl keeps that status.
@@ -414,6 +430,8 @@ int Transfer::OnConnected(void* self, char*, char*, int, int) noexcept
     }
     transfer.m_phase = Phase::Connected;
     transfer.m_moved = true;
+    if (transfer.m_notices)
+        transfer.m_notices->SendingRequest();
     return CURL_PREREQFUNC_OK;
 }
 

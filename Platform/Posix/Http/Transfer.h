@@ -9,6 +9,7 @@
 #include "ConnectionPool.h"
 #include "Interruption.h"
 #include "ReplyHead.h"
+#include "StatusNotices.h"
 
 #include <array>
 #include <cstddef>
@@ -35,8 +36,10 @@ struct TransferRequest
 class Transfer
 {
 public:
+    /// @param notices  null where nobody listens.
     /// @throws std::bad_alloc, and std::runtime_error where libcurl refuses an option
-    Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const TransferRequest& request, Interruption& interruption);
+    Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const TransferRequest& request, Interruption& interruption,
+             std::unique_ptr<StatusNotices> notices);
     ~Transfer();
 
     Transfer(const Transfer&) = delete;
@@ -112,6 +115,7 @@ private:
     Interruption& m_interruption;
     std::array<char, CURL_ERROR_SIZE> m_errorText = {};
     std::unique_ptr<curl_slist, ListCleanup> m_headerLines;
+    const std::unique_ptr<StatusNotices> m_notices;
     std::unique_ptr<CURL, EasyCleanup> m_easy; // destroyed before what it uses
 
     Phase m_phase = Phase::Connecting;

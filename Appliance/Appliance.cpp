@@ -19,8 +19,7 @@ struct Appliance::Parts
           sessions(options, state),
           items(options.root, state, feed),
           router(options.apiVersions, sessions),
-          server(MakeHttpServer(options.certificate.empty() ? TlsAcceptor() : LoadTls(options.certificate, options.privateKey),
-                                options.mostConnections, [this](const Request& request) { return Serve(request); }))
+          server(MakeHttpServer(options.mostConnections, Connections(options)))
     {
         items.EnsureHome();
         for (const auto& session : sessions.All())
@@ -30,13 +29,18 @@ struct Appliance::Parts
         AddResumeRoutes(router, items, state);
     }
 
+    ConnectionServer Connections(const Options& options)
+    {
+        const auto handler = [this](const Request& request) { return Serve(request); };
+        return options.certificate.empty() ? ServePlain(handler) : ServeTls(options.certificate, options.privateKey, handler);
+    }
+
     Reply Serve(const Request& request)
     {
         Reply reply = Answer(request);
-        const auto size = reply.content ? reply.content->length : reply.text.size();
         if (logsRequests)
-            output.Write(request.method + " " + request.path + " -> " + std::to_string(reply.status) + ", " + std::to_string(size) +
-                         " bytes");
+            output.Write(request.method + " " + request.path + " -> " + std::to_string(reply.status) + ", " +
+                         std::to_string(reply.Length()) + " bytes");
         return reply;
     }
 

@@ -9,11 +9,11 @@ bool IsAvailable()
 }
 
 // Never called in a build without deltas.
-void Make(const std::filesystem::path&, const std::filesystem::path&, const std::filesystem::path&)
+void Make(const std::filesystem::path&, std::FILE&, const std::filesystem::path&)
 {
 }
 
-void Apply(const std::filesystem::path&, const std::filesystem::path&, const std::filesystem::path&)
+void Apply(std::FILE&, const std::filesystem::path&, const std::filesystem::path&)
 {
 }
 

@@ -1,14 +1,12 @@
 #include "Delta.h"
 #include "Http.h"
+#include "System.h"
 
 #include <librsync.h>
 
 #include <array>
 #include <cerrno>
-#include <cstdint>
-#include <cstdio>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <system_error>
 
@@ -18,58 +16,30 @@ namespace ApplianceParts::Delta
 namespace
 {
 
-constexpr std::uint32_t kLargestBlock = 4 * 1024 * 1024;
+constexpr unsigned kLargestBlock = 4 * 1024 * 1024;
 
-struct CloseFile
+// Calls a function with a file that is open for writing. Writing the buffered rest at the end can fail, too.
+template <typename Function> void WriteFile(const std::filesystem::path& path, const std::string& step, Function function)
 {
-    void operator()(std::FILE* file) const { (void)std::fclose(file); }
-};
-
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-File Open(const std::filesystem::path& path, const char* mode)
-{
-    File file(std::fopen(path.string().c_str(), mode));
-    if (!file)
-        throw std::system_error(errno, std::generic_category(), "cannot open a file of a delta");
-    return file;
-}
-
-void Judge(rs_result result, const char* what)
-{
-    if (result == RS_IO_ERROR)
-        throw ApiError(507, ErrorId::StorageFailed, std::string(what) + ": a file cannot be read or written");
+    std::FILE* const file = std::fopen(path.string().c_str(), "wb");
+    const rs_result result = file == nullptr ? RS_IO_ERROR : function(file);
+    if (file == nullptr || std::fclose(file) != 0 || result == RS_IO_ERROR)
+        throw ApiError(507, ErrorId::StorageFailed, step + ": a file cannot be read or written");
     if (result != RS_DONE)
-        throw ApiError(400, ErrorId::Malformed, std::string(what) + ": " + rs_strerror(result));
+        throw Malformed(step + ": " + rs_strerror(result));
 }
 
-std::uint32_t ReadNumber(std::FILE* file)
-{
-    std::array<unsigned char, 4> bytes{};
-    if (std::fread(bytes.data(), 1, bytes.size(), file) != bytes.size())
-        throw ApiError(400, ErrorId::Malformed, "the signature ends early");
-    std::uint32_t number = 0;
-    for (const auto byte : bytes)
-        number = number << 8U | byte;
-    return number;
-}
-
-// A signature begins with its type, block size and checksum size. The library allocates memory by the block size, and aborts the process if
-// that fails.
+// A signature begins with its type, block size and checksum size, four bytes each. The library allocates memory by the block size, and
+// aborts the process if that fails.
 void CheckBlockSize(std::FILE* signature)
 {
-    (void)ReadNumber(signature);
-    const auto blockSize = ReadNumber(signature);
+    std::array<unsigned char, 8> head{};
+    if (std::fread(head.data(), 1, head.size(), signature) != head.size())
+        throw Malformed("the signature ends early");
+    const auto blockSize = (unsigned{head[4]} << 24U) | (unsigned{head[5]} << 16U) | (unsigned{head[6]} << 8U) | head[7];
     if (blockSize == 0 || blockSize > kLargestBlock)
-        throw ApiError(400, ErrorId::Malformed, "the signature's blocks are too large");
+        throw Malformed("the signature's blocks are too large");
     std::rewind(signature);
-}
-
-// Writing the buffered rest can fail, too.
-void Finish(File file)
-{
-    if (std::fclose(file.release()) != 0)
-        throw std::system_error(errno, std::generic_category(), "cannot write a file of a delta");
 }
 
 } // namespace
@@ -77,30 +47,29 @@ void Finish(File file)
 bool IsAvailable()
 {
     // Errors are reported to the client, not logged by the library.
-    static std::once_flag silenced;
-    std::call_once(silenced, [] { rs_trace_set_level(RS_LOG_EMERG); });
-    return true;
+    static const bool isSilent = (rs_trace_set_level(RS_LOG_EMERG), true);
+    return isSilent;
 }
 
-void Make(const std::filesystem::path& signature, const std::filesystem::path& file, const std::filesystem::path& delta)
+void Make(const std::filesystem::path& signature, std::FILE& file, const std::filesystem::path& delta)
 {
-    const auto sumFile = Open(signature, "rb");
-    CheckBlockSize(sumFile.get());
-    rs_signature_t* loaded = nullptr;
-    const auto result = rs_loadsig_file(sumFile.get(), &loaded, nullptr);
-    const std::unique_ptr<rs_signature_t, decltype(&rs_free_sumset)> sums(loaded, &rs_free_sumset);
-    Judge(result, "the signature cannot be read");
-    Judge(rs_build_hash_table(sums.get()), "the signature cannot be used");
-    auto output = Open(delta, "wb");
-    Judge(rs_delta_file(sums.get(), Open(file, "rb").get(), output.get(), nullptr), "the delta cannot be made");
-    Finish(std::move(output));
+    const auto input = System::OpenFile(signature);
+    CheckBlockSize(input.get());
+    WriteFile(delta, "the delta cannot be made", [&](std::FILE* output) {
+        rs_signature_t* loaded = nullptr;
+        rs_result result = rs_loadsig_file(input.get(), &loaded, nullptr);
+        const std::unique_ptr<rs_signature_t, decltype(&rs_free_sumset)> sums(loaded, &rs_free_sumset);
+        if (result == RS_DONE)
+            result = rs_build_hash_table(loaded);
+        return result == RS_DONE ? rs_delta_file(loaded, &file, output, nullptr) : result;
+    });
 }
 
-void Apply(const std::filesystem::path& basis, const std::filesystem::path& delta, const std::filesystem::path& result)
+void Apply(std::FILE& basis, const std::filesystem::path& delta, const std::filesystem::path& result)
 {
-    auto output = Open(result, "wb");
-    Judge(rs_patch_file(Open(basis, "rb").get(), Open(delta, "rb").get(), output.get(), nullptr), "the delta cannot be applied");
-    Finish(std::move(output));
+    const auto input = System::OpenFile(delta);
+    WriteFile(result, "the delta cannot be applied",
+              [&](std::FILE* output) { return rs_patch_file(&basis, input.get(), output, nullptr); });
 }
 
 } // namespace ApplianceParts::Delta

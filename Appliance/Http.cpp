@@ -1,7 +1,8 @@
 #include "Http.h"
 
-#include <json/reader.h>
-#include <json/writer.h>
+#include "JsonText.h"
+#include "TextComparison.h"
+#include "TextConversion.h"
 
 #include <algorithm>
 #include <charconv>
@@ -46,7 +47,7 @@ std::string Require(const Fields& fields, std::string_view name)
 
 Reply JsonReply(const Json::Value& value, int status)
 {
-    return {.status = status, .contentType = "application/json", .text = ToText(value)};
+    return {.status = status, .contentType = "application/json", .text = JsonLine(value)};
 }
 
 Json::Value JsonObject(JsonMembers members)
@@ -70,73 +71,27 @@ Reply ErrorReply(const ApiError& error)
     return JsonReply(body, error.status);
 }
 
-std::string ToText(const Json::Value& value)
-{
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    return Json::writeString(builder, value);
-}
-
-std::optional<Json::Value> ParseObject(std::string_view text)
-{
-    Json::Value value;
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    const bool isParsed = reader->parse(text.data(), text.data() + text.size(), &value, nullptr);
-    return isParsed && value.isObject() ? std::optional(std::move(value)) : std::nullopt;
-}
-
-std::string LowerAscii(std::string_view text)
-{
-    std::string lower(text);
-    for (char& unit : lower)
-        unit = unit >= 'A' && unit <= 'Z' ? static_cast<char>(unit + 32) : unit;
-    return lower;
-}
-
+// The conversion replaces what is not UTF-8.
 bool IsValidUtf8(std::string_view text)
 {
-    std::size_t index = 0;
-    while (index < text.size())
-    {
-        const auto lead = static_cast<unsigned char>(text[index++]);
-        if (lead < 0x80)
-            continue;
-        const std::size_t more = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
-        if (lead < 0xC2 || lead > 0xF4 || text.size() - index < more)
-            return false;
-        char32_t value = lead & (0x3FU >> more);
-        for (std::size_t count = 0; count < more; ++count, ++index)
-        {
-            const auto unit = static_cast<unsigned char>(text[index]);
-            if ((unit & 0xC0U) != 0x80)
-                return false;
-            value = (value << 6U) | (unit & 0x3FU);
-        }
-        const bool isOverlong = (more == 2 && value < 0x800) || (more == 3 && value < 0x10000);
-        if (isOverlong || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF))
-            return false;
-    }
-    return true;
+    return ToNarrow(ToWide(text)) == text;
 }
 
 std::optional<std::string> PercentDecode(std::string_view text)
 {
     std::string result;
-    for (std::size_t index = 0; index < text.size(); ++index)
+    for (; !text.empty(); text.remove_prefix(1))
     {
-        if (text[index] != '%')
+        auto byte = static_cast<unsigned char>(text.front());
+        if (byte == '%')
         {
-            result += text[index];
-            continue;
+            text.remove_prefix(1);
+            const char* const end = text.data() + std::min<std::size_t>(text.size(), 2);
+            if (text.size() < 2 || std::from_chars(text.data(), end, byte, 16).ptr != end)
+                return std::nullopt;
+            text.remove_prefix(1);
         }
-        const auto digits = text.substr(index + 1, 2);
-        unsigned byte = 0;
-        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
-        if (digits.size() < 2 || error != std::errc() || end != digits.data() + 2)
-            return std::nullopt;
         result += static_cast<char>(byte);
-        index += 2;
     }
     return result;
 }
@@ -159,12 +114,42 @@ Fields ParseFields(std::string_view text)
 Fields ReadForm(const Request& request)
 {
     std::string body;
-    request.readBody([&body](std::string_view piece) {
+    for (auto piece = request.readBody(); !piece.empty(); piece = request.readBody())
+    {
         if (body.size() + piece.size() > kLargestForm)
             throw ApiError(413, ErrorId::Malformed, "the form is too large");
         body += piece;
-    });
+    }
     return ParseFields(body);
+}
+
+std::string_view Trimmed(std::string_view text)
+{
+    constexpr std::string_view kSpaces = " \t\r\n";
+    text.remove_prefix(std::min(text.size(), text.find_first_not_of(kSpaces)));
+    return text.substr(0, text.find_last_not_of(kSpaces) + 1);
+}
+
+std::optional<std::string> Parameter(std::string_view value, std::string_view name)
+{
+    while (!value.empty())
+    {
+        bool isQuoted = false;
+        const auto end = std::find_if(value.begin(), value.end(), [&isQuoted](char unit) {
+            isQuoted = isQuoted != (unit == '"');
+            return unit == ';' && !isQuoted;
+        });
+        const auto parameter = value.substr(0, static_cast<std::size_t>(end - value.begin()));
+        value.remove_prefix(std::min(value.size(), parameter.size() + 1));
+        const auto equals = std::min(parameter.size(), parameter.find('='));
+        auto text = Trimmed(parameter.substr(std::min(parameter.size(), equals + 1)));
+        if (equals == parameter.size() || !EqualIgnoringAsciiCase(Trimmed(parameter.substr(0, equals)), name))
+            continue;
+        if (text.size() >= 2 && text.starts_with('"') && text.ends_with('"'))
+            text = text.substr(1, text.size() - 2);
+        return std::string(text);
+    }
+    return std::nullopt;
 }
 
 } // namespace ApplianceParts

@@ -1,13 +1,12 @@
 #pragma once
 
 /// @file
-/// A request and its reply for the handlers, and their text formats: queries, forms, JSON.
-
-#include "System.h"
+/// A request and its reply for the handlers, and their text formats: queries, forms, header values, JSON.
 
 #include <json/value.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <exception>
 #include <functional>
 #include <map>
@@ -66,19 +65,15 @@ using Fields = std::multimap<std::string, std::string, std::less<>>;
 /// @throws ApiError if the field is missing.
 [[nodiscard]] std::string Require(const Fields& fields, std::string_view name);
 
-/// Receives a body's bytes piece by piece, in order.
-using BodyReceiver = std::function<void(std::string_view)>;
-
 struct Request
 {
     std::string method;
     std::string path; ///< as in the request line, without the query: still percent-encoded.
     Fields query;
     std::function<std::optional<std::string>(std::string_view name)> header;
-    /// Streams the body to a receiver. If the receiver throws, the body is still read to its end before the exception is passed on: the
-    /// connection stays usable, and a client that sends everything before it reads gets the reply.
+    /// Returns the next piece of the body, valid until the next call; an empty one at the body's end. What a handler leaves is skipped.
     /// @throws ApiError if the body ends early.
-    std::function<void(const BodyReceiver&)> readBody;
+    std::function<std::string_view()> readBody;
     /// Whether the client still waits for the reply.
     std::function<bool()> isClientWaiting;
 };
@@ -86,10 +81,8 @@ struct Request
 /// A range of a file, sent block by block as a reply's body.
 struct FileContent
 {
-    std::shared_ptr<System::IFile> file;
-    std::uint64_t offset = 0;
+    std::shared_ptr<std::FILE> file; ///< positioned at the range's first byte.
     std::uint64_t length = 0;
-    std::shared_ptr<const void> owner = nullptr; ///< kept until the last byte is sent, if set.
 };
 
 struct Reply
@@ -98,6 +91,8 @@ struct Reply
     std::string contentType = {};
     std::string text = {};
     std::optional<FileContent> content = {}; ///< instead of `text`.
+
+    [[nodiscard]] std::uint64_t Length() const { return content ? content->length : text.size(); }
 };
 
 /// May block, and is called from several threads. Does not throw.
@@ -109,14 +104,6 @@ using RequestHandler = std::function<Reply(const Request&)>;
 using JsonMembers = std::initializer_list<std::pair<const char*, Json::Value>>;
 [[nodiscard]] Json::Value JsonObject(JsonMembers members);
 [[nodiscard]] Reply JsonReply(JsonMembers members);
-
-/// JSON on one line.
-[[nodiscard]] std::string ToText(const Json::Value& value);
-/// The object in a JSON text; nothing if the text is not a JSON object.
-[[nodiscard]] std::optional<Json::Value> ParseObject(std::string_view text);
-
-/// The text with the letters A to Z in lower case.
-[[nodiscard]] std::string LowerAscii(std::string_view text);
 
 [[nodiscard]] bool IsValidUtf8(std::string_view text);
 
@@ -130,5 +117,11 @@ using JsonMembers = std::initializer_list<std::pair<const char*, Json::Value>>;
 /// Reads a form-urlencoded body of at most 4 MiB.
 /// @throws ApiError if the body is not such a form.
 [[nodiscard]] Fields ReadForm(const Request& request);
+
+/// The text without spaces and line ends around it.
+[[nodiscard]] std::string_view Trimmed(std::string_view text);
+
+/// A parameter in a header's value: `; name=value` or `; name="value"`, also as its first part.
+[[nodiscard]] std::optional<std::string> Parameter(std::string_view value, std::string_view name);
 
 } // namespace ApplianceParts

@@ -1,16 +1,176 @@
 #pragma once
 
 /// @file
-/// HTTP/1.1 on one connection.
+/// HTTP/1.1 on one connection. Compiled for plain sockets and for TLS.
 
-#include "Channel.h"
 #include "Http.h"
+#include "Socket.h"
+#include "UtcText.h"
+
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http.hpp>
+
+#include <utility>
 
 namespace ApplianceParts
 {
 
-/// Serves requests one after the other until the client or a timeout ends the connection.
-/// @param channel  carries the bytes: the socket itself, or TLS over it.
-void ServeConnection(ISocket& socket, IChannel& channel, const RequestHandler& handler);
+/// @tparam Stream  the socket itself, or TLS over it.
+template <typename Stream> class HttpConnection
+{
+public:
+    HttpConnection(Socket& socket, Stream& stream, const RequestHandler& handler) : m_socket(socket), m_stream(stream), m_handler(handler)
+    {
+        m_buffer.reserve(kBlockSize); // each read fills at most this capacity
+    }
+
+    /// Serves requests one after the other until the client or a timeout ends the connection.
+    void Serve()
+    {
+        while (WaitForRequest() && ServeRequest())
+            ;
+    }
+
+private:
+    using Parser = boost::beast::http::request_parser<boost::beast::http::buffer_body>;
+    using HttpError = boost::beast::http::error;
+    using Field = boost::beast::http::field;
+
+    static constexpr std::chrono::minutes kIdleTimeout{5};  ///< until the next request begins.
+    static constexpr std::chrono::seconds kHeadTimeout{30}; ///< for a request's head.
+    static constexpr std::chrono::minutes kBlockTimeout{5}; ///< for each block of a body.
+    static constexpr std::size_t kLargestHead = 64 * 1024;
+    static constexpr std::size_t kBlockSize = 64 * 1024;
+
+    bool WaitForRequest()
+    {
+        ErrorCode error;
+        m_socket.BeginStep(kIdleTimeout);
+        if (m_buffer.size() == 0)
+            m_buffer.commit(m_stream.read_some(m_buffer.prepare(kBlockSize), error));
+        return !error;
+    }
+
+    // Returns whether the connection can be used for another request.
+    bool ServeRequest()
+    {
+        Parser parser;
+        parser.header_limit(kLargestHead);
+        parser.body_limit(boost::none);
+        m_socket.BeginStep(kHeadTimeout);
+        ErrorCode error;
+        boost::beast::http::read_header(m_stream, m_buffer, parser, error);
+        const bool isTooLarge = error == HttpError::header_limit || error == HttpError::buffer_overflow;
+        if (isTooLarge || error.category() == make_error_code(HttpError::bad_method).category())
+            return Send(ErrorReply({isTooLarge ? 431 : 400, ErrorId::Malformed, "the request's head is malformed or too large"}), 11,
+                        false);
+        if (error)
+            return false;
+
+        const auto& head = parser.get();
+        m_isContinueExpected = boost::beast::iequals(head[Field::expect], "100-continue");
+        const bool isClear = HasClearBody(parser);
+        const auto reply = isClear ? Answer(parser) : ErrorReply(Malformed("the length of the request's body is unclear"));
+        // Read the rest of the body: the next request starts behind it, and a client that sends everything before it reads gets the reply.
+        while (isClear && !ReadBody(parser).empty())
+            ;
+        const bool isUsable = isClear && parser.is_done() && parser.keep_alive();
+        return Send(reply, head.version(), isUsable, head.method() == boost::beast::http::verb::head);
+    }
+
+    // Accepts one length or chunked coding. With several, or with another coding, a proxy may see the body's end elsewhere.
+    static bool HasClearBody(const Parser& parser)
+    {
+        const auto& head = parser.get();
+        const auto codings = head.count(Field::transfer_encoding);
+        return codings + head.count(Field::content_length) <= 1 &&
+               (codings == 0 || boost::beast::iequals(head[Field::transfer_encoding], "chunked"));
+    }
+
+    Reply Answer(Parser& parser)
+    {
+        const auto& head = parser.get();
+        const std::string_view target(head.target().data(), head.target().size());
+        const auto question = std::min(target.size(), target.find('?'));
+        try
+        {
+            Request request;
+            request.method = std::string(head.method_string());
+            request.path = target.substr(0, question);
+            request.query = ParseFields(target.substr(std::min(target.size(), question + 1)));
+            request.header = [&head](std::string_view name) {
+                const auto found = head.find({name.data(), name.size()});
+                return found == head.end() ? std::nullopt : std::optional(std::string(found->value()));
+            };
+            request.readBody = [this, &parser] {
+                const auto piece = ReadBody(parser);
+                if (piece.empty() && !parser.is_done())
+                    throw Malformed("the body ended early");
+                return piece;
+            };
+            request.isClientWaiting = [this] { return m_socket.IsClientWaiting(); };
+            return m_handler(request);
+        }
+        catch (const ApiError& error)
+        {
+            return ErrorReply(error);
+        }
+    }
+
+    // Returns the next block of the body; nothing at its end, or if the connection fails.
+    std::string_view ReadBody(Parser& parser)
+    {
+        ErrorCode error;
+        if (std::exchange(m_isContinueExpected, false) && !parser.is_done())
+            boost::asio::write(m_stream, boost::asio::buffer(std::string_view("HTTP/1.1 100 Continue\r\n\r\n")), error);
+        std::size_t size = 0;
+        while (size == 0 && !parser.is_done() && !m_isBroken)
+        {
+            parser.get().body() = {m_block.data(), m_block.size(), true};
+            m_socket.BeginStep(kBlockTimeout);
+            boost::beast::http::read(m_stream, m_buffer, parser, error);
+            m_isBroken = error && error != HttpError::need_buffer;
+            size = m_block.size() - parser.get().body().size;
+        }
+        return {m_block.data(), size};
+    }
+
+    // Returns whether the connection can be used for another request.
+    bool Send(const Reply& reply, unsigned version, bool keepsConnection, bool isHeadOnly = false)
+    {
+        boost::beast::http::response<boost::beast::http::buffer_body> message(static_cast<boost::beast::http::status>(reply.status),
+                                                                              version);
+        message.set(Field::date, FormatHttpDate(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now())));
+        if (!reply.contentType.empty())
+            message.set(Field::content_type, reply.contentType);
+        message.content_length(reply.Length());
+        message.keep_alive(keepsConnection);
+        boost::beast::http::response_serializer<boost::beast::http::buffer_body> serializer(message);
+        auto left = isHeadOnly ? 0 : reply.Length();
+        ErrorCode error;
+        do
+        {
+            const bool isFile = reply.content && left > 0;
+            const auto size = static_cast<std::size_t>(isFile ? std::min<std::uint64_t>(left, kBlockSize) : left);
+            // If the file was truncated meanwhile, end the connection, so that the client sees an incomplete body.
+            if (isFile && std::fread(m_block.data(), 1, size, reply.content->file.get()) != size)
+                return false;
+            left -= size;
+            message.body() = {isFile ? m_block.data() : const_cast<char*>(reply.text.data()), size, left > 0};
+            m_socket.BeginStep(kBlockTimeout);
+            boost::beast::http::write(m_stream, serializer, error);
+        } while (error == HttpError::need_buffer);
+        return !error && keepsConnection;
+    }
+
+    Socket& m_socket;
+    Stream& m_stream;
+    const RequestHandler& m_handler;
+    boost::beast::flat_buffer m_buffer{2 * kBlockSize};
+    std::vector<char> m_block = std::vector<char>(kBlockSize);
+    bool m_isContinueExpected = false; ///< the client waits for a sign before it sends the body.
+    bool m_isBroken = false;           ///< the body cannot be read to its end.
+};
 
 } // namespace ApplianceParts

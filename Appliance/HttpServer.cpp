@@ -3,9 +3,8 @@
 #include "HttpConnection.h"
 
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
 
-#include <atomic>
+#include <algorithm>
 #include <condition_variable>
 #include <list>
 #include <mutex>
@@ -21,98 +20,13 @@ namespace
 namespace asio = boost::asio;
 
 using asio::ip::tcp;
-using Clock = std::chrono::steady_clock;
-using ErrorCode = boost::system::error_code;
 
-// The interval at which a wait checks for the end: closing a socket does not wake its waiting thread on every system.
-constexpr std::chrono::milliseconds kLookUp{100};
 constexpr std::chrono::milliseconds kShortestWait{200};
-constexpr std::chrono::seconds kHandshakeTimeout{30};
-
-template <typename Socket> bool WaitFor(Socket& socket, System::Wait wait, std::chrono::milliseconds time)
-{
-    return System::WaitFor(static_cast<System::Socket>(socket.native_handle()), wait, time);
-}
-
-// Waits before each blocking call, because that call has no deadline and cannot be ended by another thread.
-class Socket final : public ISocket
-{
-public:
-    explicit Socket(tcp::socket socket) : m_socket(std::move(socket))
-    {
-        ErrorCode ignored;
-        m_socket.non_blocking(true, ignored);
-        m_socket.set_option(tcp::no_delay(true), ignored);
-    }
-
-    std::ptrdiff_t Read(char* buffer, std::size_t size) override
-    {
-        return Move(System::Wait::Readable, [&](ErrorCode& error) { return m_socket.read_some(asio::buffer(buffer, size), error); });
-    }
-
-    std::ptrdiff_t Write(const char* data, std::size_t size) override
-    {
-        return Move(System::Wait::Writable, [&](ErrorCode& error) { return m_socket.write_some(asio::buffer(data, size), error); });
-    }
-
-    void FinishWriting() override
-    {
-        ErrorCode ignored;
-        m_socket.shutdown(tcp::socket::shutdown_send, ignored);
-    }
-
-    void BeginStep(Clock::duration time) override
-    {
-        m_stepBegan = Clock::now();
-        m_deadline = m_stepBegan + time;
-    }
-
-    bool IsClientWaiting() const override { return !WaitFor(m_socket, System::Wait::Readable, std::chrono::milliseconds(0)); }
-
-    /// Ends the connection: its thread returns from any wait. Callable from any thread, like `WaitingSince`.
-    void Abort()
-    {
-        m_isAborted = true;
-        ErrorCode ignored;
-        m_socket.shutdown(tcp::socket::shutdown_both, ignored);
-    }
-
-    void Close()
-    {
-        ErrorCode ignored;
-        m_socket.close(ignored);
-    }
-
-    /// The start of the step in which this waits for the client; the latest possible time if it does not wait.
-    Clock::time_point WaitingSince() const { return m_waitingSince; }
-
-private:
-    template <typename Operation> std::ptrdiff_t Move(System::Wait wait, Operation operation)
-    {
-        ErrorCode error = asio::error::would_block;
-        std::size_t count = 0;
-        m_waitingSince = m_stepBegan;
-        while (error == asio::error::would_block && !m_isAborted && Clock::now() < m_deadline)
-            if (WaitFor(m_socket, wait, kLookUp))
-                count = operation(error);
-        m_waitingSince = Clock::time_point::max();
-        return !error ? static_cast<std::ptrdiff_t>(count) : error == asio::error::eof ? 0 : -1;
-    }
-
-    mutable tcp::socket m_socket;
-    Clock::time_point m_stepBegan;
-    Clock::time_point m_deadline;
-    std::atomic<Clock::time_point> m_waitingSince = Clock::time_point::max();
-    std::atomic<bool> m_isAborted = false;
-};
 
 class HttpServer final : public IHttpServer
 {
 public:
-    HttpServer(TlsAcceptor tls, std::size_t mostConnections, RequestHandler handler)
-        : m_tls(std::move(tls)), m_mostConnections(mostConnections), m_handler(std::move(handler))
-    {
-    }
+    HttpServer(std::size_t mostConnections, ConnectionServer serve) : m_mostConnections(mostConnections), m_serve(std::move(serve)) {}
 
     ~HttpServer() override { HttpServer::Stop(); }
 
@@ -124,7 +38,7 @@ public:
         try
         {
             m_acceptor.open(tcp::v4());
-            System::PrepareListener(static_cast<System::Socket>(m_acceptor.native_handle()));
+            System::PrepareListener(static_cast<System::NativeSocket>(m_acceptor.native_handle()));
             m_acceptor.bind({asio::ip::address_v4::loopback(), static_cast<unsigned short>(port)});
             m_acceptor.listen();
             m_acceptor.non_blocking(true);
@@ -167,7 +81,7 @@ private:
     {
         while (!m_isStopping)
         {
-            if (!WaitFor(m_acceptor, System::Wait::Readable, kLookUp))
+            if (!Socket::WaitFor(m_acceptor, System::Wait::Readable, Socket::kLookUp))
                 continue;
             std::unique_lock lock(m_mutex);
             MakeRoom(lock);
@@ -177,7 +91,7 @@ private:
             if (!error && !m_isStopping)
                 Add(std::move(accepted));
             else if (error != asio::error::would_block)
-                m_oneEnded.wait_for(lock, kLookUp); // accept may have failed for lack of descriptors
+                m_oneEnded.wait_for(lock, Socket::kLookUp); // accept may have failed for lack of descriptors
         }
     }
 
@@ -200,7 +114,7 @@ private:
                 });
             if (slowest->socket.WaitingSince() < Clock::now() - kShortestWait)
                 slowest->socket.Abort();
-            m_oneEnded.wait_for(lock, kLookUp);
+            m_oneEnded.wait_for(lock, Socket::kLookUp);
         }
     }
 
@@ -221,10 +135,8 @@ private:
     {
         try
         {
-            connection.socket.BeginStep(kHandshakeTimeout);
-            const auto tls = m_tls ? m_tls(connection.socket) : nullptr;
-            if (tls || !m_tls)
-                ServeConnection(connection.socket, tls ? *tls : connection.socket, m_handler);
+            m_serve(connection.socket);
+            connection.socket.Finish();
         }
         catch (const std::exception&)
         {
@@ -236,9 +148,8 @@ private:
         m_oneEnded.notify_all();
     }
 
-    const TlsAcceptor m_tls;
     const std::size_t m_mostConnections;
-    const RequestHandler m_handler;
+    const ConnectionServer m_serve;
     asio::io_context m_context;
     tcp::acceptor m_acceptor{m_context};
     std::thread m_listener;
@@ -250,9 +161,14 @@ private:
 
 } // namespace
 
-std::unique_ptr<IHttpServer> MakeHttpServer(TlsAcceptor tls, std::size_t mostConnections, RequestHandler handler)
+ConnectionServer ServePlain(RequestHandler handler)
 {
-    return std::make_unique<HttpServer>(std::move(tls), mostConnections, std::move(handler));
+    return [handler = std::move(handler)](Socket& socket) { HttpConnection(socket, socket, handler).Serve(); };
+}
+
+std::unique_ptr<IHttpServer> MakeHttpServer(std::size_t mostConnections, ConnectionServer serve)
+{
+    return std::make_unique<HttpServer>(mostConnections, std::move(serve));
 }
 
 } // namespace ApplianceParts

@@ -2,12 +2,13 @@
 
 #include "StateFolder.h"
 #include "System.h"
+#include "TextComparison.h"
+#include "UtcText.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
-#include <cstdio>
 #include <limits>
+#include <regex>
 
 namespace ApplianceParts
 {
@@ -17,26 +18,18 @@ namespace
 
 using namespace std::chrono;
 
+using FileTime = std::filesystem::file_time_type;
+
 constexpr std::size_t kFractionDigits = 7;
 constexpr ItemTime kFirstFileTime = sys_days(year(1970) / January / 1);
 constexpr ItemTime kLastFileTime = sys_days(year(2400) / January / 1);
 
-// Converts between the file clock and the system clock: standard libraries provide different functions for it. Templates, so that only the
-// available one is compiled.
-template <typename FileTime> auto ToSystem(FileTime time)
+// How far the file clock is ahead of the system clock. Standard libraries differ in the epoch and in the functions that convert, but it is
+// always a whole number of hours.
+hours FileClockLead()
 {
-    if constexpr (requires { FileTime::clock::to_sys(time); })
-        return FileTime::clock::to_sys(time);
-    else
-        return clock_cast<system_clock>(time);
-}
-
-template <typename FileTime, typename SystemTime> FileTime FromSystem(SystemTime time)
-{
-    if constexpr (requires { FileTime::clock::from_sys(time); })
-        return time_point_cast<typename FileTime::duration>(FileTime::clock::from_sys(time));
-    else
-        return time_point_cast<typename FileTime::duration>(clock_cast<typename FileTime::clock>(time));
+    static const auto lead = round<hours>(FileTime::clock::now().time_since_epoch() - system_clock::now().time_since_epoch());
+    return lead;
 }
 
 } // namespace
@@ -105,12 +98,9 @@ bool ItemPath::IsBelow(const ItemPath& folder) const
 
 bool ItemPath::IsName(std::string_view name, bool isInRoot)
 {
-    if (name.empty() || name == "." || name == ".." || !IsValidUtf8(name))
-        return false;
-    const std::u8string units(name.begin(), name.end());
-    // File systems that ignore case do so for at least these letters.
-    const auto lower = LowerAscii(name);
-    return System::IsFileName(units) && !(isInRoot && std::u8string(lower.begin(), lower.end()) == StateFolder::kName);
+    // File systems that ignore case do so for at least the letters of the state folder.
+    return !name.empty() && name != "." && name != ".." && IsValidUtf8(name) && System::IsFileName(ToFilePath(name)) &&
+           !(isInRoot && EqualIgnoringAsciiCase(name, StateFolder::kName));
 }
 
 ItemTime Now()
@@ -118,51 +108,31 @@ ItemTime Now()
     return time_point_cast<ItemTime::duration>(system_clock::now());
 }
 
-std::string FormatTime(ItemTime time)
-{
-    const auto day = floor<days>(time);
-    const year_month_day date(day);
-    const hh_mm_ss clock(time - day);
-    std::array<char, 40> text{};
-    std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d.%07dZ", static_cast<int>(date.year()),
-                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()), static_cast<int>(clock.hours().count()),
-                  static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()),
-                  static_cast<int>(clock.subseconds().count()));
-    return text.data();
-}
-
 std::optional<ItemTime> ParseTime(const std::string& text)
 {
-    int numbers[6]{};
-    int end = 0;
-    const int found = std::sscanf(text.c_str(), "%5d-%2d-%2dT%2d:%2d:%2d%n", &numbers[0], &numbers[1], &numbers[2], &numbers[3],
-                                  &numbers[4], &numbers[5], &end);
-    const auto [yearNumber, monthNumber, dayNumber, hour, minute, second] = numbers;
-    std::string fraction = text.substr(static_cast<std::size_t>(end));
-    if (found != 6 || fraction.empty() || fraction.back() != 'Z' || (fraction.size() > 1 && fraction.front() != '.'))
+    static const std::regex form(R"((\d{1,5})-(\d\d?)-(\d\d?)T(\d\d?):(\d\d?):(\d\d?)(\.(\d{1,30}))?Z)");
+    std::smatch parts;
+    if (!std::regex_match(text, parts, form))
         return std::nullopt;
-    fraction = fraction.size() > 1 ? fraction.substr(1, fraction.size() - 2) : "";
-    if (fraction.find_first_not_of("0123456789") != std::string::npos)
+    const auto number = [&parts](std::size_t index) { return std::stoi(parts[index]); };
+    const year_month_day date(year(number(1)), month(static_cast<unsigned>(number(2))), day(static_cast<unsigned>(number(3))));
+    if (!date.ok() || number(1) < 1601 || number(1) > 30827 || number(4) > 23 || number(5) > 59 || number(6) > 59)
         return std::nullopt;
+    auto fraction = parts[8].str();
     fraction.resize(kFractionDigits, '0');
-    const year_month_day date(year(yearNumber), month(static_cast<unsigned>(monthNumber)),
-                              std::chrono::day(static_cast<unsigned>(dayNumber)));
-    const bool isTime = hour >= 0 && hour <= 23 && minute >= 0 && minute <= 59 && second >= 0 && second <= 59;
-    if (!date.ok() || !isTime || yearNumber < 1601 || yearNumber > 30827)
-        return std::nullopt;
-    return sys_days(date) + hours(hour) + minutes(minute) + seconds(second) + ItemTime::duration(std::stoi(fraction));
+    return sys_days(date) + hours(number(4)) + minutes(number(5)) + seconds(number(6)) + ItemTime::duration(std::stoi(fraction));
 }
 
-ItemTime FromFileTime(std::filesystem::file_time_type time)
+ItemTime FromFileTime(FileTime time)
 {
-    return floor<ItemTime::duration>(ToSystem(time));
+    return ItemTime(floor<ItemTime::duration>(time.time_since_epoch()) - FileClockLead());
 }
 
-std::optional<std::filesystem::file_time_type> ToFileTime(ItemTime time)
+std::optional<FileTime> ToFileTime(ItemTime time)
 {
     if (time < kFirstFileTime || time > kLastFileTime)
         return std::nullopt;
-    return FromSystem<std::filesystem::file_time_type>(time);
+    return FileTime(duration_cast<FileTime::duration>(time.time_since_epoch() + FileClockLead()));
 }
 
 std::uint64_t ReadNumber(const std::string& text, const std::string& name)
@@ -205,8 +175,8 @@ Json::Value ToJson(const Item& item)
                        {"orca_path", item.path},
                        {"directory", item.isFolder},
                        {"size", Json::UInt64(item.size)},
-                       {"creation_time", FormatTime(item.created)},
-                       {"modification_time", FormatTime(item.modified)},
+                       {"creation_time", FormatUtc(item.created)},
+                       {"modification_time", FormatUtc(item.modified)},
                        {"attributes", item.attributes},
                        {"revision", item.revision},
                        {"permissions", "WRITE"},

@@ -90,9 +90,6 @@ struct ItemChanges
 
 [[nodiscard]] ItemTime Now();
 
-/// Always with seven digits of fraction: clients refuse a time without a fraction.
-[[nodiscard]] std::string FormatTime(ItemTime time);
-
 /// Reads a time with or without a fraction; nothing if it is not a time between the years 1601 and 30827.
 [[nodiscard]] std::optional<ItemTime> ParseTime(const std::string& text);
 

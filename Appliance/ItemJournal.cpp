@@ -1,6 +1,9 @@
 #include "ItemJournal.h"
 
-#include <charconv>
+#include "JsonText.h"
+#include "UtcText.h"
+
+#include <algorithm>
 #include <system_error>
 
 namespace ApplianceParts
@@ -19,19 +22,12 @@ constexpr const char* kRevision = "revision";
 Json::Value Entry(const std::string& path, const ItemRecord& record)
 {
     return JsonObject({{kSet, path},
-                       {"created", FormatTime(record.created)},
-                       {"modified", FormatTime(record.modified)},
+                       {"created", FormatUtc(record.created)},
+                       {"modified", FormatUtc(record.modified)},
                        {"attributes", record.attributes},
                        {kRevision, record.revision},
                        {"stamp", Json::Int64(record.stamp)},
                        {"size", Json::UInt64(record.size)}});
-}
-
-std::uint64_t NumberOf(const std::string& revision)
-{
-    std::uint64_t number = 0;
-    std::from_chars(revision.data(), revision.data() + revision.size(), number);
-    return number;
 }
 
 } // namespace
@@ -40,7 +36,7 @@ ItemJournal::ItemJournal(std::filesystem::path file) : m_file(std::move(file))
 {
     std::ifstream input(m_file, std::ios::binary);
     for (std::string line; std::getline(input, line);)
-        if (const auto entry = ParseObject(line))
+        if (const auto entry = ParseJsonObject(line))
             Apply(*entry);
     input.close();
     WriteAnew();
@@ -75,7 +71,7 @@ std::string ItemJournal::NewRevision()
 void ItemJournal::Change(const Json::Value& entry)
 {
     Apply(entry);
-    m_output << ToText(entry) << '\n' << std::flush;
+    m_output << JsonLine(entry) << '\n' << std::flush;
     if (!m_output)
     {
         // Later entries may succeed. An incomplete line is skipped when reading, and must not be joined with the next one.
@@ -96,7 +92,7 @@ void ItemJournal::Apply(const Json::Value& entry)
         record.revision = entry[kRevision].asString();
         record.stamp = entry["stamp"].asInt64();
         record.size = entry["size"].asUInt64();
-        m_lastRevision = std::max(m_lastRevision, NumberOf(record.revision));
+        m_lastRevision = std::max<std::uint64_t>(m_lastRevision, std::strtoull(record.revision.c_str(), nullptr, 10));
         m_records[entry[kSet].asString()] = record;
     }
     else if (entry.isMember(kRemove))
@@ -118,9 +114,9 @@ void ItemJournal::WriteAnew()
     auto fresh = m_file;
     fresh += ".new";
     m_output.open(fresh, std::ios::binary | std::ios::trunc);
-    m_output << ToText(JsonObject({{kRevision, Json::UInt64(m_lastRevision)}})) << '\n';
+    m_output << JsonLine(JsonObject({{kRevision, Json::UInt64(m_lastRevision)}})) << '\n';
     for (const auto& [path, record] : m_records)
-        m_output << ToText(Entry(path, record)) << '\n';
+        m_output << JsonLine(Entry(path, record)) << '\n';
     m_output.close();
     if (!m_output)
         throw std::system_error(std::make_error_code(std::errc::io_error), "cannot write " + fresh.string());
@@ -131,28 +127,17 @@ void ItemJournal::WriteAnew()
 void ItemJournal::EraseTree(const std::string& path)
 {
     m_records.erase(path);
-    const auto first = m_records.lower_bound(path + "/");
-    auto last = first;
-    while (last != m_records.end() && last->first.starts_with(path + "/"))
-        ++last;
-    m_records.erase(first, last);
+    m_records.erase(m_records.lower_bound(path + "/"), m_records.lower_bound(path + "0")); // "0" follows "/"
 }
 
 void ItemJournal::MoveTree(const std::string& from, const std::string& to)
 {
-    EraseTree(to);
     Records moved;
-    if (auto own = m_records.extract(from))
-    {
-        own.key() = to;
-        moved.insert(std::move(own));
-    }
-    for (auto next = m_records.lower_bound(from + "/"); next != m_records.end() && next->first.starts_with(from + "/");)
-    {
-        auto node = m_records.extract(next++);
-        node.key() = to + node.key().substr(from.size());
-        moved.insert(std::move(node));
-    }
+    for (auto next = m_records.lower_bound(from); next != m_records.end() && next->first.starts_with(from); ++next)
+        if (const auto rest = next->first.substr(from.size()); rest.empty() || rest.front() == '/')
+            moved[to + rest] = next->second;
+    EraseTree(from);
+    EraseTree(to);
     m_records.merge(moved);
 }
 

@@ -2,6 +2,7 @@
 #include "ItemStore.h"
 #include "Multipart.h"
 #include "Router.h"
+#include "System.h"
 
 #include <algorithm>
 
@@ -45,10 +46,8 @@ Reply ContentReply(FileContent content)
 // The content, or with "skip" and "count" a range of it, cut off at the end.
 Reply Download(const Fields& query, const ItemPath& path, const ItemStore& items)
 {
-    auto content = items.Open(path, Find(query, "revision").value_or(""));
-    if (const auto skip = Find(query, "skip"))
-        content.offset = std::min(ReadNumber(*skip, "skip"), content.length);
-    content.length -= content.offset;
+    const auto skip = ReadNumber(Find(query, "skip").value_or("0"), "skip");
+    auto content = items.Open(path, Find(query, "revision").value_or(""), skip).content;
     if (const auto count = Find(query, "count"))
         content.length = std::min(ReadNumber(*count, "count"), content.length);
     return ContentReply(std::move(content));
@@ -107,20 +106,19 @@ Reply ExchangeDelta(const Call& call, ItemStore& items, const StateFolder& state
         throw ApiError(501, ErrorId::Unsupported, "this build has no deltas");
     const auto path = ItemPath::FromUrl(call.rest);
     const TemporaryFile received(state.NewTemporary());
-    const TemporaryFile current(state.NewTemporary());
-    const auto result = std::make_shared<TemporaryFile>(state.NewTemporary());
+    const TemporaryFile result(state.NewTemporary());
     const auto [fields, hasFile] = ReadUpload(call.request, received.Path());
     if (!hasFile)
         throw Malformed("the file is missing");
     const bool isDelta = !fields.empty();
-    const auto item = items.Snapshot(path, Find(isDelta ? fields : call.request.query, "revision").value_or(""), current.Path());
+    const auto [item, current] = items.Open(path, Find(isDelta ? fields : call.request.query, "revision").value_or(""));
     if (isDelta)
     {
-        Delta::Apply(current.Path(), received.Path(), result->Path());
-        return ItemReply(items.PutFile(path, result->Path(), ReadChanges(fields), {.revision = item.revision}));
+        Delta::Apply(*current.file, received.Path(), result.Path());
+        return ItemReply(items.PutFile(path, result.Path(), ReadChanges(fields), {.revision = item.revision}));
     }
-    Delta::Make(received.Path(), current.Path(), result->Path());
-    return ContentReply({.file = System::OpenFile(result->Path()), .length = std::filesystem::file_size(result->Path()), .owner = result});
+    Delta::Make(received.Path(), *current.file, result.Path());
+    return ContentReply({System::OpenFile(result.Path()), std::filesystem::file_size(result.Path())});
 }
 
 } // namespace

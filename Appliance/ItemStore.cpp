@@ -112,23 +112,15 @@ FolderListing ItemStore::List(const ItemPath& path) const
     return listing;
 }
 
-FileContent ItemStore::Open(const ItemPath& path, const std::string& revision) const
+OpenedFile ItemStore::Open(const ItemPath& path, const std::string& revision, std::uint64_t skip) const
 {
     const std::shared_lock lock(m_mutex);
-    const auto item = RequireFile(path, revision);
-    return {.file = System::OpenFile(Locate(path)), .length = item.size};
-}
-
-Item ItemStore::Snapshot(const ItemPath& path, const std::string& revision, const fs::path& target) const
-{
-    const std::shared_lock lock(m_mutex);
-    auto item = RequireFile(path, revision);
-    // Content is replaced, never overwritten, so a hard link keeps it; without hard links, copy it.
-    std::error_code failed;
-    fs::create_hard_link(Locate(path), target, failed);
-    if (failed)
-        fs::copy_file(Locate(path), target);
-    return item;
+    const auto item = Require(path);
+    if (item.isFolder)
+        throw ApiError(409, ErrorId::WrongKind, "the item is a folder");
+    CheckRevision(item, revision);
+    const auto offset = std::min(skip, item.size);
+    return {item, {System::OpenFile(Locate(path), offset), item.size - offset}};
 }
 
 Item ItemStore::CreateFolder(const ItemPath& path)
@@ -254,15 +246,6 @@ Item ItemStore::Require(const ItemPath& path) const
     if (!item)
         throw NotFound(path);
     return std::move(*item);
-}
-
-Item ItemStore::RequireFile(const ItemPath& path, const std::string& revision) const
-{
-    auto item = Require(path);
-    if (item.isFolder)
-        throw ApiError(409, ErrorId::WrongKind, "the item is a folder");
-    CheckRevision(item, revision);
-    return item;
 }
 
 void ItemStore::RequireFolder(const ItemPath& path) const

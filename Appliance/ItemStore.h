@@ -34,6 +34,12 @@ struct FolderListing
     std::vector<Item> children; ///< ordered by name.
 };
 
+struct OpenedFile
+{
+    Item item;
+    FileContent content;
+};
+
 /// Refuses with `ApiError`, fails with `std::filesystem::filesystem_error`. Every change is published to the feed. Safe to use from several
 /// threads; changes are atomic.
 class ItemStore
@@ -46,13 +52,10 @@ public:
 
     [[nodiscard]] Item Get(const ItemPath& path) const;
     [[nodiscard]] FolderListing List(const ItemPath& path) const;
-    /// The whole content of a file.
+    /// Opens a file's content, which later changes of the item do not affect.
     /// @param revision  the required one; empty: any.
-    [[nodiscard]] FileContent Open(const ItemPath& path, const std::string& revision) const;
-
-    /// Creates a file with the item's current content, which later changes of the item do not affect.
-    /// @param revision  the required one; empty: any.
-    Item Snapshot(const ItemPath& path, const std::string& revision, const std::filesystem::path& target) const;
+    /// @param skip      how many bytes at its beginning are left out.
+    [[nodiscard]] OpenedFile Open(const ItemPath& path, const std::string& revision, std::uint64_t skip = 0) const;
 
     Item CreateFolder(const ItemPath& path);
     Item SetAttributes(const ItemPath& path, const ItemChanges& changes);
@@ -68,7 +71,6 @@ private:
     [[nodiscard]] std::filesystem::path Locate(const ItemPath& path) const;
     [[nodiscard]] std::optional<Item> Look(const ItemPath& path) const;
     [[nodiscard]] Item Require(const ItemPath& path) const;
-    [[nodiscard]] Item RequireFile(const ItemPath& path, const std::string& revision) const;
     void RequireFolder(const ItemPath& path) const;
     /// Refuses to move the root and the home folder.
     void RequireMovable(const ItemPath& path) const;

@@ -4,6 +4,10 @@
 #include "Options.h"
 #include "System.h"
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+
+#include <csignal>
 #include <exception>
 #include <iostream>
 
@@ -13,16 +17,18 @@ int main(int count, char** arguments)
 {
     try
     {
-        System::PrepareEnd();
         int exitStatus = 0;
         const auto options = ParseCommandLine(System::Arguments(count, arguments), std::cout, std::cerr, exitStatus);
         if (!options)
             return exitStatus;
+        boost::asio::io_context context;
+        boost::asio::signal_set requestsToEnd(context, SIGINT, SIGTERM);
+        requestsToEnd.async_wait([](const auto&, int) {});
         Appliance appliance(*options, std::cout);
         std::cout << "quendra-appliance is a sample server, for trying things out and for tests. It is not for production.\n";
         appliance.Start();
         std::cout << "listening on " << appliance.Url() << std::endl;
-        System::WaitForEnd();
+        context.run();
         appliance.Stop();
         return 0;
     }

@@ -7,8 +7,6 @@
 #include <algorithm>
 #include <ostream>
 #include <regex>
-#include <sstream>
-#include <string>
 
 namespace ApplianceParts
 {
@@ -19,35 +17,17 @@ namespace
 constexpr const char* kLegacy = "legacy";
 constexpr const char* kDeviceToken = "device-token";
 
-std::string CheckPort(const std::string& text)
-{
-    static const std::regex pattern("0*([0-9]{1,5})");
-    std::smatch match;
-    return std::regex_match(text, match, pattern) && std::stoi(match[1]) <= 65535 ? "" : "a port is a number from 0 to 65535";
-}
-
 std::string CheckUser(const std::string& text)
 {
     const auto colon = text.find(':');
     return colon == std::string::npos || colon == 0 ? "a user is given as NAME:PASSWORD" : "";
 }
 
-std::string CheckMode(const std::string& text)
-{
-    return text == kLegacy || text == kDeviceToken ? "" : "a mode is legacy or device-token";
-}
-
 // Clients support only these versions.
-std::string CheckVersions(const std::string& text)
+std::string CheckVersion(const std::string& text)
 {
-    static const std::regex pattern("(1(\\.([0-9]|[1-4][0-9]|50))?(,(?!$)|$))+");
+    static const std::regex pattern("1(\\.([0-9]|[1-4][0-9]|50))?");
     return std::regex_match(text, pattern) ? "" : "the versions of the API are 1 and 1.0 to 1.50";
-}
-
-// A check without a description, which would appear in the help after the option's type.
-CLI::Validator Check(std::string (*check)(const std::string&))
-{
-    return {check, ""};
 }
 
 } // namespace
@@ -60,24 +40,26 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
     std::string certificate;
     std::string privateKey;
     std::string mode = kLegacy;
-    std::string versions;
 
     CLI::App app("A sample server that keeps its items in a folder: for trying things out and for tests, not for production.",
                  "quendra-appliance");
     app.get_formatter()->label("REQUIRED", "(required)");
     app.add_option("--root", root, "The folder that holds the items; made where it does not exist")->required()->type_name("FOLDER");
     app.add_option("--port", options.port, "The port of 127.0.0.1 to listen on; default: any free one")
-        ->check(Check(CheckPort))
+        ->check(CLI::Range(0, 65535).description(""))
         ->type_name("N");
     app.add_option("--user", user, "The one user and the password; default: demo:demo")
-        ->check(Check(CheckUser))
+        ->check(CLI::Validator(CheckUser, ""))
         ->type_name("NAME:PASSWORD");
     app.add_option("--cert", certificate, "The certificate chain (PEM) to serve https with; goes with --key")->type_name("FILE");
     app.add_option("--key", privateKey, "The certificate's private key (PEM)")->type_name("FILE");
-    app.add_option("--mode", mode, "How devices log in: legacy (default) or device-token")->check(Check(CheckMode))->type_name("MODE");
-    app.add_option("--api", versions, "The API versions to offer; default: 1.0,1.1,1.2,1.3")
-        ->check(Check(CheckVersions))
-        ->type_name("VERSION,...");
+    app.add_option("--mode", mode, "How devices log in: legacy (default) or device-token")
+        ->check(CLI::IsMember({kLegacy, kDeviceToken}).description(""))
+        ->type_name("MODE");
+    app.add_option("--api", options.apiVersions, "The API versions to offer; default: 1.0,1.1,1.2,1.3")
+        ->delimiter(',')
+        ->check(CLI::Validator(CheckVersion, ""))
+        ->type_name("VERSION,");
     app.add_flag("--log", options.logsRequests, "Print a line for each request");
 
     const auto refuse = [&](const std::string& message) {
@@ -114,11 +96,6 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
     options.certificate = ToFilePath(certificate);
     options.privateKey = ToFilePath(privateKey);
     options.mode = mode == kLegacy ? ServerMode::Legacy : ServerMode::DeviceToken;
-    if (!versions.empty())
-        options.apiVersions.clear();
-    std::istringstream list(versions);
-    for (std::string version; std::getline(list, version, ',');)
-        options.apiVersions.push_back(version);
     return options;
 }
 

@@ -1,6 +1,9 @@
+#include "Identifier.h"
 #include "ItemStore.h"
+#include "JsonText.h"
 #include "Multipart.h"
 #include "Router.h"
+#include "TextConversion.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -16,7 +19,6 @@ namespace
 
 constexpr const char* kFolder = "resume";
 constexpr const char* kDescription = ".json";
-constexpr std::size_t kLongestId = 64;
 constexpr std::chrono::seconds kLongestWait{5};
 
 struct ResumableUpload
@@ -105,7 +107,7 @@ public:
         Discard(id);
         if (!std::ofstream(BytesOf(id), std::ios::binary))
             throw ApiError(507, ErrorId::StorageFailed, "the upload cannot be stored");
-        m_state.Write(FileName(id, kDescription), ToText(description));
+        m_state.Write(FileName(id, kDescription), JsonLine(description));
     }
 
     ResumableUpload Get(const std::string& id, const ItemPath& path) const
@@ -128,7 +130,7 @@ public:
 private:
     std::optional<ResumableUpload> Load(const std::string& id) const
     {
-        const auto value = ParseObject(m_state.Read(FileName(id, kDescription)).value_or(""));
+        const auto value = ParseJsonObject(m_state.Read(FileName(id, kDescription)).value_or(""));
         // When an upload becomes an item, its bytes are moved away first.
         if (!value || !std::filesystem::exists(BytesOf(id)))
             return std::nullopt;
@@ -205,13 +207,13 @@ public:
     }
 
 private:
-    // Ids are file names, so only characters that every file system allows are accepted; case is ignored.
+    // Ids are file names, so they have one form.
     static std::string CheckedId(const std::string& text)
     {
-        auto id = LowerAscii(text);
-        if (id.empty() || id.size() > kLongestId || id.find_first_not_of("0123456789abcdefghijklmnopqrstuvwxyz-") != std::string::npos)
+        const auto id = ParseIdentifier(text);
+        if (!id)
             throw Malformed("the upload's id is missing or malformed");
-        return id;
+        return ToNarrow(IdentifierText(*id));
     }
 
     // A chunk begins where the last one ended, or earlier if it is sent again. If a chunk ends early, the received bytes are kept.

@@ -37,7 +37,7 @@ public:
     Router(const std::vector<std::string>& apiVersions, const Sessions& sessions);
 
     /// @param path  such as "/endpoints"; "{api}" stands for the path of each API version, and a final "/*" for any path.
-    void Add(std::string method, std::string_view path, Access access, CallHandler handler);
+    void Add(std::string method, std::string path, Access access, CallHandler handler);
 
     /// @throws ApiError if there is no handler for the request, or its session is not valid.
     [[nodiscard]] Reply Handle(const Request& request) const;
@@ -49,8 +49,6 @@ private:
     struct Route
     {
         std::string method;
-        bool isBelowApi;
-        bool isSubtree;
         std::string path;
         Access access;
         CallHandler handler;
@@ -58,8 +56,7 @@ private:
 
     struct Target
     {
-        bool isBelowApi;
-        std::string_view path;
+        std::string path;  ///< as in routes, with "{api}".
         std::string token; ///< from the path; empty if it has none.
     };
 
@@ -67,6 +64,7 @@ private:
     [[nodiscard]] Session Authenticate(const Request& request, const Target& target) const;
 
     std::vector<std::string> m_apiPaths;
+    bool m_hasTokenPaths = false;
     const Sessions& m_sessions;
     std::vector<Route> m_routes;
 };

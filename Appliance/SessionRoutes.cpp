@@ -1,5 +1,6 @@
 #include "Feed.h"
 #include "ItemStore.h"
+#include "JsonText.h"
 #include "LineWriter.h"
 #include "Router.h"
 
@@ -27,7 +28,7 @@ Json::Value TextsOf(const Fields& form, const std::string& name)
 }
 
 // Adds a route that always gives the same reply.
-void AddConstant(Router& router, std::string_view path, const Json::Value& value)
+void AddConstant(Router& router, const std::string& path, const Json::Value& value)
 {
     router.Add("GET", path, Access::Everybody, [value](const Call&) { return JsonReply(value); });
 }
@@ -84,19 +85,19 @@ void AddNotices(Router& router, const ItemStore& items, const StateFolder& state
         for (const auto& path : paths)
             (void)items.Get(ItemPath::FromText(path.asString()));
         const auto id = RandomHex(16);
-        shares->Write(ToText(JsonObject({{"paths", paths},
-                                         {"targets", TextsOf(form, "target")},
-                                         {"name", Find(form, "name").value_or("")},
-                                         {"message", Find(form, "message").value_or("")},
-                                         {"type", Require(form, "type")},
-                                         {"user", call.session.user},
-                                         {"id", id}})));
+        shares->Write(JsonLine(JsonObject({{"paths", paths},
+                                           {"targets", TextsOf(form, "target")},
+                                           {"name", Find(form, "name").value_or("")},
+                                           {"message", Find(form, "message").value_or("")},
+                                           {"type", Require(form, "type")},
+                                           {"user", call.session.user},
+                                           {"id", id}})));
         return JsonReply({{"link", "/shares/" + id}});
     });
 
     const auto audits = std::make_shared<LineWriter>(state.Path("audit.jsonl"));
     router.Add("POST", "/audit/1", Access::Session, [audits](const Call& call) {
-        audits->Write(ToText(JsonObject({{"data", Require(ReadForm(call.request), "data")}, {"user", call.session.user}})));
+        audits->Write(JsonLine(JsonObject({{"data", Require(ReadForm(call.request), "data")}, {"user", call.session.user}})));
         return JsonReply();
     });
 }
@@ -114,7 +115,7 @@ void AddSessionRoutes(Router& router, const Options& options, Sessions& sessions
         feed.Open(session.token);
         auto reply = JsonObject({{"session_token", session.token}});
         // An administrator can put a policy into the state folder; every login then returns it.
-        if (const auto policy = ParseObject(state.Read("policy.json").value_or("")))
+        if (const auto policy = ParseJsonObject(state.Read("policy.json").value_or("")))
             reply["policy_block"] = *policy;
         return JsonReply(reply);
     });

@@ -1,9 +1,11 @@
 #include "Sessions.h"
 
 #include "Http.h"
+#include "JsonText.h"
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace ApplianceParts
 {
@@ -24,12 +26,20 @@ bool IsSame(const std::string& left, const std::string& right)
     return difference == 0;
 }
 
+Session ToSession(const Json::Value& saved)
+{
+    return {saved["token"].asString(), saved["user"].asString(), saved["device_id"].asString()};
+}
+
 } // namespace
 
 Sessions::Sessions(const Options& options, const StateFolder& state)
     : m_user(options.user), m_password(options.password), m_mode(options.mode), m_state(state)
 {
-    Load();
+    auto saved = ParseJsonObject(state.Read(kFile).value_or("{}"));
+    if (!saved)
+        throw std::runtime_error("cannot read " + std::string(kFile) + " in the state folder");
+    m_saved = std::move(*saved);
 }
 
 Session Sessions::LogIn(const std::string& user, const std::string& password, const std::string& deviceId, const std::string& deviceToken)
@@ -37,59 +47,66 @@ Session Sessions::LogIn(const std::string& user, const std::string& password, co
     if (user != m_user || !IsSame(password, m_password))
         throw ApiError(401, ErrorId::LoginRefused, "the user or the password is wrong");
     const std::lock_guard guard(m_mutex);
-    if (NeedsDeviceToken())
-    {
-        const auto device = m_deviceTokens.find(deviceId);
-        if (device == m_deviceTokens.end() || !IsSame(deviceToken, device->second))
-            throw ApiError(401, ErrorId::DeviceNotRegistered, "the device is not registered, or its device token is wrong");
-    }
-    if (m_sessions.size() == kMostSessions)
-        m_sessions.pop_front();
-    m_sessions.push_back({RandomHex(kTokenDigits), user, deviceId});
+    const auto& device = std::as_const(m_saved)["devices"][deviceId];
+    if (m_mode == ServerMode::DeviceToken && (device.isNull() || !IsSame(deviceToken, device.asString())))
+        throw ApiError(401, ErrorId::DeviceNotRegistered, "the device is not registered, or its device token is wrong");
+    auto& sessions = m_saved["sessions"];
+    if (sessions.size() == kMostSessions)
+        sessions.removeIndex(0, nullptr);
+    const auto& added = sessions.append(JsonObject({{"token", RandomHex(kTokenDigits)}, {"user", user}, {"device_id", deviceId}}));
     Save();
-    return m_sessions.back();
+    return ToSession(added);
 }
 
 std::optional<Session> Sessions::Find(const std::string& token) const
 {
     const std::lock_guard guard(m_mutex);
-    const auto found = std::find_if(m_sessions.begin(), m_sessions.end(), [&](const Session& each) { return IsSame(each.token, token); });
-    return found == m_sessions.end() ? std::nullopt : std::optional(*found);
+    for (const auto& each : m_saved["sessions"])
+        if (IsSame(each["token"].asString(), token))
+            return ToSession(each);
+    return std::nullopt;
 }
 
 std::vector<Session> Sessions::All() const
 {
     const std::lock_guard guard(m_mutex);
-    return {m_sessions.begin(), m_sessions.end()};
+    std::vector<Session> sessions;
+    for (const auto& each : m_saved["sessions"])
+        sessions.push_back(ToSession(each));
+    return sessions;
 }
 
 std::optional<std::string> Sessions::Register(const std::string& user, const std::string& deviceId)
 {
     CheckUser(user);
     const std::lock_guard guard(m_mutex);
-    const auto [device, isNew] = m_deviceTokens.try_emplace(deviceId);
-    if (!isNew)
+    auto& deviceToken = m_saved["devices"][deviceId];
+    if (!deviceToken.isNull())
         return std::nullopt;
-    device->second = RandomHex(kTokenDigits);
+    deviceToken = RandomHex(kTokenDigits);
     Save();
-    return device->second;
+    return deviceToken.asString();
 }
 
 std::string Sessions::DeviceToken(const std::string& user, const std::string& deviceId) const
 {
     CheckUser(user);
     const std::lock_guard guard(m_mutex);
-    const auto device = m_deviceTokens.find(deviceId);
-    if (device == m_deviceTokens.end())
+    const auto& deviceToken = m_saved["devices"][deviceId];
+    if (deviceToken.isNull())
         throw ApiError(404, ErrorId::DeviceNotRegistered, "no such device is registered");
-    return device->second;
+    return deviceToken.asString();
 }
 
 void Sessions::Forget(const std::string& deviceId, const std::string& exceptToken)
 {
     const std::lock_guard guard(m_mutex);
-    m_deviceTokens.erase(deviceId);
-    std::erase_if(m_sessions, [&](const Session& each) { return each.deviceId == deviceId && each.token != exceptToken; });
+    m_saved["devices"].removeMember(deviceId);
+    Json::Value kept(Json::arrayValue);
+    for (const auto& each : m_saved["sessions"])
+        if (each["device_id"] != deviceId || each["token"] == exceptToken)
+            kept.append(each);
+    m_saved["sessions"] = kept;
     Save();
 }
 
@@ -99,30 +116,9 @@ void Sessions::CheckUser(const std::string& user) const
         throw ApiError(404, ErrorId::NotFound, "there is no such user");
 }
 
-void Sessions::Load()
-{
-    const auto text = m_state.Read(kFile);
-    if (!text)
-        return;
-    const auto value = ParseObject(*text);
-    if (!value)
-        throw std::runtime_error("cannot read " + std::string(kFile) + " in the state folder");
-    for (const auto& each : (*value)["sessions"])
-        m_sessions.push_back({each["token"].asString(), each["user"].asString(), each["device_id"].asString()});
-    const auto& devices = (*value)["devices"];
-    for (const auto& id : devices.getMemberNames())
-        m_deviceTokens[id] = devices[id].asString();
-}
-
 void Sessions::Save() const
 {
-    Json::Value sessions(Json::arrayValue);
-    for (const auto& each : m_sessions)
-        sessions.append(JsonObject({{"token", each.token}, {"user", each.user}, {"device_id", each.deviceId}}));
-    Json::Value devices(Json::objectValue);
-    for (const auto& [id, token] : m_deviceTokens)
-        devices[id] = token;
-    m_state.Write(kFile, ToText(JsonObject({{"sessions", sessions}, {"devices", devices}})));
+    m_state.Write(kFile, JsonLine(m_saved));
 }
 
 } // namespace ApplianceParts

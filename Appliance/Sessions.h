@@ -8,8 +8,6 @@
 
 #include <json/value.h>
 
-#include <deque>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -31,8 +29,6 @@ class Sessions
 public:
     Sessions(const Options& options, const StateFolder& state);
 
-    [[nodiscard]] bool NeedsDeviceToken() const { return m_mode == ServerMode::DeviceToken; }
-
     /// Opens a session.
     /// @throws ApiError if user, password or device token are wrong.
     [[nodiscard]] Session LogIn(const std::string& user, const std::string& password, const std::string& deviceId,
@@ -42,7 +38,7 @@ public:
     [[nodiscard]] std::vector<Session> All() const;
 
     /// Registers a device and creates its device token.
-    /// @returns nothing if the device is registered already.
+    /// @return nothing if the device is registered already.
     /// @throws ApiError if the user is unknown.
     [[nodiscard]] std::optional<std::string> Register(const std::string& user, const std::string& deviceId);
 
@@ -55,7 +51,6 @@ public:
 
 private:
     void CheckUser(const std::string& user) const;
-    void Load();
     void Save() const;
 
     std::string m_user;
@@ -63,8 +58,7 @@ private:
     ServerMode m_mode;
     const StateFolder& m_state;
     mutable std::mutex m_mutex;
-    std::deque<Session> m_sessions; ///< the oldest first.
-    std::map<std::string, std::string> m_deviceTokens;
+    Json::Value m_saved; ///< {"sessions":[{"token":...,"user":...,"device_id":...}],"devices":{ID:TOKEN}}; the oldest session first.
 };
 
 } // namespace ApplianceParts

@@ -2,7 +2,6 @@
 
 #include <fstream>
 #include <random>
-#include <sstream>
 #include <system_error>
 
 namespace ApplianceParts
@@ -15,7 +14,7 @@ constexpr const char* kTemporary = "temporary";
 
 } // namespace
 
-StateFolder::StateFolder(const std::filesystem::path& root) : m_folder(root / std::filesystem::path(kName))
+StateFolder::StateFolder(const std::filesystem::path& root) : m_folder(root / kName)
 {
     std::filesystem::create_directories(m_folder);
     std::filesystem::permissions(m_folder, std::filesystem::perms::owner_all);
@@ -40,9 +39,7 @@ std::optional<std::string> StateFolder::Read(std::string_view name) const
     std::ifstream file(Path(name), std::ios::binary);
     if (!file)
         return std::nullopt;
-    std::ostringstream content;
-    content << file.rdbuf();
-    return std::move(content).str();
+    return std::string(std::istreambuf_iterator(file), {});
 }
 
 void StateFolder::Write(std::string_view name, std::string_view content) const
@@ -65,12 +62,11 @@ TemporaryFile::~TemporaryFile()
 
 std::string RandomHex(std::size_t digits)
 {
-    static constexpr std::string_view kDigits = "0123456789abcdef";
+    constexpr std::string_view kDigits = "0123456789abcdef";
     std::random_device source;
-    std::uniform_int_distribution<std::size_t> digit(0, kDigits.size() - 1);
     std::string text(digits, '0');
     for (char& character : text)
-        character = kDigits[digit(source)];
+        character = kDigits[source() % kDigits.size()];
     return text;
 }
 

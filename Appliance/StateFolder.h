@@ -14,7 +14,7 @@ namespace ApplianceParts
 class StateFolder
 {
 public:
-    static constexpr std::u8string_view kName = u8".quendra-appliance";
+    static constexpr std::string_view kName = ".quendra-appliance";
 
     /// Creates the root and the state folder if they do not exist.
     explicit StateFolder(const std::filesystem::path& root);
@@ -53,7 +53,7 @@ private:
     std::filesystem::path m_path;
 };
 
-/// Returns that many hexadecimal digits from the system's random source.
+/// @return that many hexadecimal digits from the system's random source.
 [[nodiscard]] std::string RandomHex(std::size_t digits);
 
 } // namespace ApplianceParts

@@ -1,11 +1,11 @@
-#include "Channel.h"
+#include "HttpServer.h"
 
 #include <stdexcept>
 
 namespace ApplianceParts
 {
 
-TlsAcceptor LoadTls(const std::filesystem::path&, const std::filesystem::path&)
+ConnectionServer ServeTls(const std::filesystem::path&, const std::filesystem::path&, RequestHandler)
 {
     throw std::runtime_error("--cert and --key cannot be used: this build has no TLS");
 }

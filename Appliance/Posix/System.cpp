@@ -1,0 +1,49 @@
+#include "System.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace ApplianceParts::System
+{
+
+void PrepareListener(NativeSocket socket)
+{
+    const int on = 1;
+    setsockopt(static_cast<int>(socket), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+}
+
+bool WaitFor(NativeSocket socket, Wait wait, std::chrono::milliseconds time)
+{
+    pollfd entry{static_cast<int>(socket), static_cast<short>(wait == Wait::Readable ? POLLIN : POLLOUT), 0};
+    return poll(&entry, 1, static_cast<int>(time.count())) > 0;
+}
+
+std::shared_ptr<std::FILE> OpenFile(const std::filesystem::path& path, std::uint64_t offset)
+{
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (descriptor < 0 || lseek(descriptor, static_cast<off_t>(offset), SEEK_SET) < 0)
+        throw std::system_error(errno, std::generic_category(), "cannot open a file");
+    return {fdopen(descriptor, "rb"), &std::fclose};
+}
+
+void Replace(const std::filesystem::path& from, const std::filesystem::path& to, const std::filesystem::path&)
+{
+    std::filesystem::rename(from, to);
+}
+
+bool IsFileName(const std::filesystem::path& name)
+{
+    return name.native().find_first_of(std::string_view("/\0", 2)) == std::string::npos;
+}
+
+std::vector<std::string> Arguments(int count, char** arguments)
+{
+    return {arguments + std::min(count, 1), arguments + count};
+}
+
+} // namespace ApplianceParts::System

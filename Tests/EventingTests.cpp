@@ -9,7 +9,6 @@
 #include <climits>
 
 #include <atomic>
-#include <list>
 #include <system_error>
 #include <thread>
 
@@ -114,33 +113,25 @@ ENTER Unit:1               Next
 )");
     EXPECT_TRUE(file.IsComplete());
 
-    std::error_code reason;
-    try
-    {
-        const TraceFile absent(folder / "absent" / "trace.log");
-    }
-    catch (const std::system_error& error)
-    {
-        reason = error.code();
-    }
-    EXPECT_EQ(reason, std::errc::no_such_file_or_directory);
+    EXPECT_THROW(TraceFile(folder / "absent" / "trace.log"), std::system_error);
 }
 
 TEST(TraceFileTest, ThreadsWriteWholeLines)
 {
     const TemporaryFolder folder;
     const TraceFile file(folder / "trace.log", 2);
-    const auto write = [&file] {
-        for (int message = 0; message < 200; ++message)
-        {
-            // The sink lets only errors pass, whether or not a writer has asked.
-            WriteEventFunction(file.Handle(), &EVT_FUNCTION_ENTRY, "Unit", 1, "Function");
-            WriteEventFormatted(file.Handle(), &EVT_WARNING, "Unit", 1, "Function", "%0500d", 1);
-            WriteEventFormatted(file.Handle(), &EVT_ERROR, "Unit", 1, "Function", "%0500d", 0);
-        }
-    };
-    std::thread threads[] = {std::thread(write), std::thread(write), std::thread(write), std::thread(write)};
     std::string expected;
+    std::vector<std::thread> threads(4);
+    for (auto& thread : threads)
+        thread = std::thread([&file] {
+            for (int message = 0; message < 200; ++message)
+            {
+                // The sink lets only errors pass, whether or not a writer has asked.
+                WriteEventFunction(file.Handle(), &EVT_FUNCTION_ENTRY, "Unit", 1, "Function");
+                WriteEventFormatted(file.Handle(), &EVT_WARNING, "Unit", 1, "Function", "%0500d", 1);
+                WriteEventFormatted(file.Handle(), &EVT_ERROR, "Unit", 1, "Function", "%0500d", 0);
+            }
+        });
     for (auto& thread : threads)
         thread.join();
     for (int line = 0; line < 800; ++line)
@@ -188,59 +179,43 @@ TEST(EventSinks, AreAFixedNumberAndTheirHandlesAreNeverGivenAgain)
     EXPECT_EQ(OpenEventSink(4, kAnyKeyword, nullptr, nullptr), 0U);
 }
 
-// Its first callback stays until the sink is being closed, opens and closes another one, and stays a little longer. When the sink is closed
-// none may run any more, nor come later from a thread that still holds the handle.
+// Its callback stays until the sink is being closed, opens and closes another one, and stays a little longer.
 struct Listener
 {
     ProviderHandle handle = 0;
-    std::atomic<bool> isOpen = true;
-    std::atomic<int> events = 0;
-    std::atomic<int> strays = 0;
+    Gate entered;
+    std::atomic<int> begun = 0;
+    std::atomic<int> ended = 0;
 
-    static void Take(void* context, const Eventing::Event* event)
+    static void Take(void* context, const Eventing::Event*)
     {
         auto& self = *static_cast<Listener*>(context);
-        if (++self.events == 1)
-        {
-            while (IsEventEnabled(self.handle, &EVT_INFO) != 0)
-                std::this_thread::yield();
-            CloseEventSink(OpenEventSink(4, kAnyKeyword, Take, context));
-            for (int turn = 0; turn < 100; ++turn)
-                std::this_thread::yield();
-        }
-        if (!self.isOpen || std::to_string(self.handle) != event->message)
-            ++self.strays;
+        ++self.begun;
+        self.entered.Open();
+        while (IsEventEnabled(self.handle, &EVT_INFO) != 0)
+            std::this_thread::yield();
+        CloseEventSink(OpenEventSink(4, kAnyKeyword, Take, context));
+        for (int turn = 0; turn < 100; ++turn)
+            std::this_thread::yield();
+        ++self.ended;
     }
 };
 
 TEST(EventSinks, CloseWaitsForCallbacksAndLetsNoMoreCome)
 {
-    std::list<Listener> listeners;
-    std::atomic<ProviderHandle> current = 0;
-    std::atomic<bool> isOver = false;
-    const auto write = [&] {
-        while (!isOver)
-        {
-            const ProviderHandle handle = current;
-            WriteEventFormatted(handle, &EVT_INFO, "Unit", 1, "Function", "%I64u", handle);
-        }
-    };
-    std::thread writers[] = {std::thread(write), std::thread(write)};
     for (int round = 0; round < 50; ++round)
     {
-        Listener& listener = listeners.emplace_back();
+        Listener listener;
         listener.handle = OpenEventSink(4, kAnyKeyword, Listener::Take, &listener);
-        current = listener.handle;
-        while (listener.events < 5)
-            std::this_thread::yield();
+        std::thread writers[] = {std::thread(WriteTo, listener.handle), std::thread(WriteTo, listener.handle)};
+        EXPECT_TRUE(listener.entered.Wait());
         CloseEventSink(listener.handle);
-        listener.isOpen = false;
+        const int begun = listener.begun;
+        EXPECT_EQ(listener.ended, begun);
+        for (auto& writer : writers)
+            writer.join();
+        EXPECT_EQ(listener.begun, begun);
     }
-    isOver = true;
-    for (auto& writer : writers)
-        writer.join();
-    for (const Listener& listener : listeners)
-        EXPECT_EQ(listener.strays, 0);
 }
 
 } // namespace

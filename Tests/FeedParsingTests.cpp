@@ -21,10 +21,10 @@ template <typename Parse> void ExpectRecords(const Replies& replies, const Parse
     for (auto [reply, expected] : replies)
     {
         TraceCapture trace;
-        Outputs outputs;
-        const std::uint32_t count = parse(AsReply(reply), outputs);
-        EXPECT_EQ(count, outputs.actions.size() + outputs.mappings.size());
-        std::string told = outputs.Told();
+        Caller caller;
+        const std::uint32_t count = parse(AsReply(reply), caller);
+        EXPECT_EQ(count, caller.actions.size() + caller.mappings.size());
+        std::string told = caller.Told();
         for (const std::string& error : trace.Messages(EVT_ERROR))
             told += error.starts_with("JSON library has thrown a runtime_error exception (") ? "!" : error;
         EXPECT_EQ(told, expected) << reply;
@@ -63,8 +63,7 @@ TEST(FeedParsing, TurnsRepliesIntoActions)
         {R"({"contents":5})", "!"},
         {std::string(20000, '['), "!"},
     };
-    ExpectRecords(replies,
-                  [](const ResponseBuffer& reply, Outputs& outputs) { return GetNotificationsFromResponse(reply, outputs.actions); });
+    ExpectRecords(replies, [](const ResponseBuffer& reply, Caller& caller) { return GetNotificationsFromResponse(reply, caller.actions); });
 }
 
 TEST(FeedParsing, TurnsRepliesIntoMappings)
@@ -99,17 +98,17 @@ TEST(FeedParsing, TurnsRepliesIntoMappings)
     };
     ScriptedClient client;
     ExpectRecords(replies,
-                  [&](const ResponseBuffer& reply, Outputs& outputs) { return client->GetMappingsFromResponse(reply, outputs.mappings); });
+                  [&](const ResponseBuffer& reply, Caller& caller) { return client->GetMappingsFromResponse(reply, caller.mappings); });
 }
 
 TEST(FeedParsing, CountsTheRecordsOfEveryDepth)
 {
     const Json::Value replies = ParseText(R"([{"contents":[{"name":"a"},5,{"name":"b"}]},{"contents":{"contents":[{}]}},{}])");
-    Outputs outputs;
-    EXPECT_EQ(ProcessNotificationJSONArray(replies, outputs.actions), 4U);
-    EXPECT_EQ(ProcessMappingJSONArray(replies, outputs.mappings), 4U);
+    Caller caller;
+    EXPECT_EQ(ProcessNotificationJSONArray(replies, caller.actions), 4U);
+    EXPECT_EQ(ProcessMappingJSONArray(replies, caller.mappings), 4U);
     std::string none = "[]";
-    EXPECT_EQ(GetNotificationsFromResponse(AsReply(none), outputs.actions), 0U) << "what was there does not count";
+    EXPECT_EQ(GetNotificationsFromResponse(AsReply(none), caller.actions), 0U) << "what was there does not count";
 }
 
 } // namespace

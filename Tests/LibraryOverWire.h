@@ -6,7 +6,8 @@
 #include "Instance.h"
 #include "RawServer.h"
 
-#include <cstdlib>
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <string>
 
@@ -20,19 +21,13 @@ inline std::string AnswerHandshake(const std::string& request, const std::string
     return {};
 }
 
-// Shakes hands, and gives every other request the one reply.
-inline RawServer::Script AnswerAll(const std::string& reply, const std::string& version = "1.3")
+// Shakes hands, and gives each other request the reply that a test has for it.
+inline RawServer::Script AnswerWith(std::function<std::string(const std::string& request)> answer, const std::string& version = "1.3")
 {
     return AnswerEach([=](const std::string& request) {
         const std::string handshake = AnswerHandshake(request, version);
-        return handshake.empty() ? HttpReply(200, reply) : handshake;
+        return handshake.empty() ? answer(request) : handshake;
     });
-}
-
-// What the request's Content-Length announces.
-inline std::uint64_t BodyLength(const std::string& head)
-{
-    return std::strtoull(HeaderValue(head, "Content-Length").c_str(), nullptr, 10);
 }
 
 // Shakes hands, and leaves every other request, its head read, to the test.
@@ -50,13 +45,25 @@ inline RawServer::Script AfterHandshake(std::function<void(RawConnection&, const
     };
 }
 
-/// An instance whose server is one of the test's.
-class Library : public Instance
+inline IQuendraHttpAPI* CreateInstanceFor(const RawServer& server)
+{
+    IQuendraHttpAPI* const api = CreateInstance(L"my device");
+    api->SetServer("127.0.0.1");
+    api->SetPort(server.Port());
+    return api;
+}
+
+/// A server of the test's and an instance that has shaken hands with it.
+class Library : public RawServer, public Instance
 {
 public:
-    explicit Library(const RawServer& server, const char* host = "127.0.0.1") : Instance(CreateInstance(L"my device"))
+    explicit Library(Script script, bool shakesHands = true) : RawServer(std::move(script)), Instance(CreateInstanceFor(*this))
     {
-        Api().SetServer(host);
-        Api().SetPort(server.Port());
+        EXPECT_EQ(shakesHands ? ShakeHands() : Result::Success, Result::Success);
     }
+
+    /// Requests that have come, without the handshake's.
+    [[nodiscard]] std::size_t Served() const { return RequestCount() - 2; }
+    /// The last request, whole.
+    [[nodiscard]] std::string LastRequest() const { return Requests().back(); }
 };

@@ -14,7 +14,7 @@
 namespace
 {
 
-ResultCode ShakeHands(Api& api, Outputs&)
+ResultCode ShakeHands(Api& api, Caller&)
 {
     std::uint32_t mode = 0;
     std::uint32_t value = 0;
@@ -49,9 +49,9 @@ const std::string kTwo = "[" + kItem + "," + kItem + "]";
 // What an operation ends in: its code, and what it delivered.
 std::string Perform(ScriptedClient& client, const Operation& run)
 {
-    Outputs outputs;
-    const std::string code = std::to_string(run(client.Api(), outputs));
-    return outputs.Told().empty() ? code : code + " " + outputs.Told();
+    Caller caller;
+    const std::string code = std::to_string(run(client.Api(), caller));
+    return caller.Told().empty() ? code : code + " " + caller.Told();
 }
 
 // The operation's own messages, errors marked; the lines of a reply begin in another way.
@@ -317,16 +317,16 @@ TEST(OperationRequests, ForAListingAreCancelledBeforeTheyAreSentAndNotLater)
     client.Negotiate();
     const CancelEvent cancel{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
     TraceCapture trace;
-    Outputs outputs;
-    EXPECT_EQ(client->GetPathListing(L"/d", outputs.children, outputs, &cancel), 1223U);
+    Caller caller;
+    EXPECT_EQ(client->GetPathListing(L"/d", caller.children, caller, &cancel), 1223U);
     EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>{"Listing cancelled"});
     EXPECT_EQ(client.script.requests.at(0).size(), 1U) << "opened, not sent";
 
     ResetEvent(cancel.event);
     client.script.replies = {{200, kItem, 0, [&] { SetEvent(cancel.event); }}};
-    outputs.children = {MakeItem(7, "")};
-    EXPECT_EQ(client->GetPathListing(L"/d", outputs.children, outputs, &cancel), 0U);
-    EXPECT_EQ(outputs.children.size(), 1U) << "appended to";
+    caller.children = {MakeItem(7, "")};
+    EXPECT_EQ(client->GetPathListing(L"/d", caller.children, caller, &cancel), 0U);
+    EXPECT_EQ(caller.children.size(), 1U) << "appended to";
     CloseHandle(cancel.event);
 }
 

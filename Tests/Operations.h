@@ -1,18 +1,42 @@
 #pragma once
 
 /// @file
-/// What the suites of the operations and of the reply parsers share: replies from texts, records as texts, an operation as a value,
-/// and what it delivers.
+/// Operations as values, with what their callers have and get; replies from texts, records as texts.
 
+#include "Attributes.h"
+#include "Instance.h"
 #include "Mapping.h"
 #include "NotificationAction.h"
 #include "Replies/JsonLibrary.h"
 #include "TextConversion.h"
 #include "TransferSupport.h"
 
+#include <functional>
 #include <list>
+#include <map>
+#include <memory>
 #include <stdexcept>
 #include <vector>
+
+using Item = std::shared_ptr<IServerAttributes>;
+
+inline Item MakeItem(std::int64_t size = 100, const std::string& revision = "7")
+{
+    auto item = std::make_shared<CAttributes<CServerItemAttributesBase>>();
+    item->SetCreationTime(CAttributeTime("2020-01-02T03:04:05.6Z"));
+    item->SetLastWriteTime(CAttributeTime("2021-01-02T03:04:05.6Z"));
+    item->SetAttributes(32);
+    item->SetSize(size);
+    item->SetRevision(revision);
+    return item;
+}
+
+/// The server's answer to an upload.
+inline const std::string kReply = R"({"name":"new.txt","revision":"8","creation_time":"2020-01-02T03:04:05.6Z",)"
+                                  R"("modification_time":"2020-01-02T03:04:05.6Z","size":1,"attributes":32})";
+
+/// A refusal that brings the item's current state.
+inline const std::string kConflict = R"({"errorId":"1077",)" + kReply.substr(1);
 
 /// A reply with a text as its body. The text must outlive it.
 inline ResponseBuffer AsReply(std::string& text)
@@ -37,8 +61,12 @@ template <typename List> struct Owned : List
         for (const auto* record : *this)
             delete record;
     }
-    Owned(const Owned&) = delete;
-    Owned& operator=(const Owned&) = delete;
+    Owned(Owned&& other) noexcept { this->swap(other); }
+    Owned& operator=(Owned&& other) noexcept
+    {
+        this->swap(other);
+        return *this;
+    }
 };
 using Actions = Owned<std::list<CNotificationAction*>>;
 using Mappings = Owned<std::vector<CMapping*>>;
@@ -60,48 +88,52 @@ inline std::string Describe(const CMapping& mapping)
            ' ' + std::to_string(mapping.AllowSharing);
 }
 
-/// A caller's variables; as an argument, each stands where its type is wanted.
-struct Outputs
+/// A caller's variables. As an argument, each of those that take something stands where its type is wanted.
+struct Caller
 {
-    std::shared_ptr<IServerAttributes> item;
+    Item item = MakeItem();
+    CancelEvent cancel;
+    std::shared_ptr<IProgressCallback> progress;
+    std::wstring local = L"local";
+    std::wstring signature = L"sig";
+
+    Item given; ///< null: the operation has left it as it was.
     ServerItemList children;
     Actions actions;
     Mappings mappings;
     std::wstring text;
 
-    operator std::shared_ptr<IServerAttributes>&() { return item; }
+    operator Item&() { return given; }
     operator std::list<CNotificationAction*>&() { return actions; }
     operator std::vector<CMapping*>&() { return mappings; }
     operator std::wstring&() { return text; }
 
-    /// All that was delivered, as "one, another"; of items their names.
+    /// All that was given, as "one, another"; of items their names.
     [[nodiscard]] std::string Told() const
     {
-        std::vector<std::string> all;
-        for (const CNotificationAction* action : actions)
-            all.push_back(Describe(*action));
-        for (const CMapping* mapping : mappings)
-            all.push_back(Describe(*mapping));
-        for (const auto& child : children)
-            all.push_back(ToNarrow(child->GetName()));
-        all.push_back(item ? ToNarrow(item->GetName()) : "");
-        all.push_back(ToNarrow(text));
         std::string told;
-        for (const std::string& each : all)
-            told += told.empty() || each.empty() ? each : ", " + each;
+        const auto add = [&told](const std::string& each) { told += told.empty() || each.empty() ? each : ", " + each; };
+        for (const CNotificationAction* action : actions)
+            add(Describe(*action));
+        for (const CMapping* mapping : mappings)
+            add(Describe(*mapping));
+        for (const Item& child : children)
+            add(ToNarrow(child->GetName()));
+        add(given ? ToNarrow(given->GetName()) : "");
+        add(ToNarrow(text));
         return told;
     }
 };
 
-using Operation = std::function<ResultCode(Api&, Outputs&)>;
+using Operation = std::function<ResultCode(Api&, Caller&)>;
 
 /// An operation with its arguments; an output that it has goes last.
 template <typename... Parameters, typename... Arguments>
 Operation Call(ResultCode (Api::*operation)(Parameters...), const Arguments&... arguments)
 {
-    return [=](Api& api, Outputs& outputs) {
+    return [=](Api& api, Caller& caller) {
         if constexpr (sizeof...(Arguments) < sizeof...(Parameters))
-            return (api.*operation)(arguments..., outputs);
+            return (api.*operation)(arguments..., caller);
         else
             return (api.*operation)(arguments...);
     };
@@ -109,18 +141,106 @@ Operation Call(ResultCode (Api::*operation)(Parameters...), const Arguments&... 
 
 inline Operation List(const std::wstring& path)
 {
-    return [=](Api& api, Outputs& outputs) { return api.GetPathListing(path, outputs.children, outputs.item, nullptr); };
+    return [=](Api& api, Caller& caller) { return api.GetPathListing(path, caller.children, caller.given, nullptr); };
 }
 
 /// Delivers the policy, and behind a bar the session's token where that is not "old" any more.
 inline Operation LogIn(const VersionNumber& version = {}, const VersionNumber& platform = {})
 {
-    return [=](Api& api, Outputs& outputs) {
+    return [=](Api& api, Caller& caller) {
         std::uint32_t value = 0;
-        const ResultCode code = api.Login(L"ann", L"p&ss", L"device-token", L"host", outputs.text, value, version, platform);
+        const ResultCode code = api.Login(L"ann", L"p&ss", L"device-token", L"host", caller.text, value, version, platform);
         std::wstring token;
         static_cast<void>(api.GetSessionToken(token));
-        outputs.text += token == L"old" ? L"" : L"|" + token;
+        caller.text += token == L"old" ? L"" : L"|" + token;
         return code;
     };
+}
+
+// Transfers, of "/d/a.txt".
+
+inline constexpr GUID kUpload{0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
+
+/// One that puts the item of the server's answer in the place of the caller's.
+inline Operation ReplacingItem(Operation send)
+{
+    return [send = std::move(send)](Api& api, Caller& caller) {
+        const auto* const before = caller.item.get();
+        const ResultCode result = send(api, caller);
+        caller.given = caller.item.get() == before ? nullptr : caller.item;
+        return result;
+    };
+}
+
+inline Operation Upload(std::uint32_t delta)
+{
+    return ReplacingItem([delta](Api& api, Caller& caller) {
+        return api.UploadFile(caller.local, L"/d/a.txt", caller.item, &delta, caller.cancel, caller.progress);
+    });
+}
+
+inline Operation Chunk(std::int64_t offset, std::int64_t length, std::int32_t begin = 0)
+{
+    return ReplacingItem([=](Api& api, Caller& caller) {
+        std::int64_t chunk = length;
+        return api.ResumableUpload(caller.local, L"/d/a.txt", caller.item, kUpload, &offset, &chunk, begin, caller.cancel, caller.progress);
+    });
+}
+
+inline Operation Download(bool isDelta = false)
+{
+    return [isDelta](Api& api, Caller& caller) {
+        return api.DownloadFile(L"/d/a.txt", caller.local, caller.item, caller.given, isDelta ? caller.signature : L"", caller.cancel,
+                                caller.progress);
+    };
+}
+
+inline Operation DeltaDownload()
+{
+    return Download(true);
+}
+
+inline Operation Range(std::uint64_t skip, std::int64_t count)
+{
+    return [=](Api& api, Caller& caller) {
+        return api.DownloadData(L"/d/a.txt", caller.local, caller.item, caller.given, &skip, &count, caller.cancel, caller.progress);
+    };
+}
+
+inline const Operation kComplete = [](Api& api, Caller& caller) {
+    return api.CompleteUpload(L"/d/a.txt", L"/d/b c.txt", kUpload, caller.given);
+};
+
+inline const Operation kCancel = [](Api& api, Caller&) { return api.CancelUpload(L"/d/a.txt", kUpload); };
+
+inline const Operation kMetadata = [](Api& api, Caller&) {
+    std::int64_t offset = 0;
+    std::uint32_t locked = 0;
+    return api.GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked);
+};
+
+/// Every kind of transfer that moves a file; names of those that give the server's item end in "upload".
+/// @param size  of the chunk and of the range.
+inline std::map<std::string, Operation> FileTransfers(std::int64_t size = 9)
+{
+    return {{"upload", Upload(0)},    {"delta upload", Upload(1)}, {"chunk upload", Chunk(0, size)},
+            {"download", Download()}, {"delta", DeltaDownload()},  {"range", Range(1, size)}};
+}
+
+/// The same and the rest of the chunked upload's protocol.
+inline std::map<std::string, Operation> AllTransfers(std::int64_t size = 9)
+{
+    std::map<std::string, Operation> all = FileTransfers(size);
+    all.insert({{"complete", kComplete}, {"cancel", kCancel}, {"metadata", kMetadata}});
+    return all;
+}
+
+inline bool IsUpload(const std::string& name)
+{
+    return name.ends_with("upload");
+}
+
+inline bool IsDownload(const std::string& name)
+{
+    return name == "download" || name == "delta" || name == "range";
 }

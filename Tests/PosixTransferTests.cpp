@@ -1,9 +1,10 @@
-// What downloads leave on a disk that is full, ends that only this platform's transport tells from others,
-// and what transfers leave open, over real sockets.
+// What downloads leave on a full disk, endings of a reply that Wine's WinHTTP does not tell apart, and the end of an operation that waits
+// for the server: Wine's WinHTTP does not end a blocked receive when its handle is closed.
 
 #include "TransferWire.h"
 
 #include <csignal>
+#include <future>
 #include <sys/resource.h>
 
 namespace
@@ -22,10 +23,10 @@ TEST_F(TransferWire, ADownloadOntoAFullDiskKeepsWhatFoundRoom)
     const auto before = OpenFiles();
     std::signal(SIGXFSZ, SIG_IGN);
     {
-        const Conversation wire([&](RawConnection& connection, const std::string& head) {
+        const Library wire(AfterHandshake([&](RawConnection& connection, const std::string& head) {
             connection.Skip(BodyLength(head));
             connection.Send(HttpReply(200, content));
-        });
+        }));
         for (const auto& [name, transfer] : FileTransfers(100'100))
         {
             if (!IsDownload(name))
@@ -63,6 +64,36 @@ TEST_F(TransferWire, ABodyWithoutALengthIsWholeOnlyAtAnEndOfItsOwnAndNothingStay
               Ending{"of the connection", "HTTP/1.1 200 OK\r\n\r\n" + part, resets ? cut : whole, part}})
             ExpectCodes(ending, resets);
     EXPECT_EQ(OpenFiles(), before);
+}
+
+TEST_F(TransferWire, ClosingTheRequestEndsAReceiveThatTheServerHoldsOpen)
+{
+    const std::pair<const wchar_t*, Operation> cases[] = {{L"/held", List(L"/held")},
+                                                          {L"/notifs", Call(&Api::GetChanges)},
+                                                          {L"/d/a.txt", Download()},
+                                                          {L"/d/a.txt", Upload(0)},
+                                                          {L"/d/a.txt", Chunk(0, 100)}};
+    for (const auto& [key, transfer] : cases)
+    {
+        SCOPED_TRACE(testing::Message() << key);
+        Gate received;
+        const Library wire(AfterHandshake([&](RawConnection& connection, const std::string& head) {
+            connection.Skip(BodyLength(head));
+            received.Open();
+            connection.Hold();
+        }));
+        Caller caller = CallerWith(Pattern(100));
+        caller.local = caller.signature;
+        const TraceCapture trace;
+        auto operation = std::async(std::launch::async, [&, perform = transfer] { return perform(wire.Api(), caller); });
+        EXPECT_TRUE(received.Wait());
+        EXPECT_EQ(wire->CloseRequestHandle(key), Result::Success);
+        const ResultCode code = operation.get();
+        // The server may have read the request before its sender goes on to wait: the handle is gone by then.
+        EXPECT_TRUE(code == 12017 || code == Result::InvalidHandle) << code;
+        EXPECT_TRUE(trace.Has(EVT_INFO, "Closed Request Handle for [" + ToNarrow(key) + "]"));
+        EXPECT_EQ(caller.given, nullptr);
+    }
 }
 
 } // namespace

@@ -1,29 +1,29 @@
 #include "RawServer.h"
 
-#include "Sockets.h"
+#include "TextComparison.h"
 
-#include <algorithm>
-#include <cctype>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/write.hpp>
+
 #include <cstdlib>
-#include <stdexcept>
+#include <sstream>
 #include <utility>
 
-namespace
+namespace asio = boost::asio;
+using asio::ip::tcp;
+
+struct RawSocket
 {
-/// How often a waiting connection looks whether the server is being stopped.
-constexpr int kPollMilliseconds = 20;
-} // namespace
+    tcp::socket socket;
+};
 
-class RawSocket
+struct RawServer::Network
 {
-public:
-    explicit RawSocket(Sockets::Handle socket) : handle(socket) { Sockets::MakeNonBlocking(handle); }
-    ~RawSocket() { Sockets::Close(handle); }
+    explicit Network(const std::string& address) : acceptor(context, {asio::ip::make_address(address), 0}, false) {}
 
-    RawSocket(const RawSocket&) = delete;
-    RawSocket& operator=(const RawSocket&) = delete;
-
-    const Sockets::Handle handle;
+    asio::io_context context;
+    tcp::acceptor acceptor;
 };
 
 std::string RawConnection::ReadHead()
@@ -32,6 +32,7 @@ std::string RawConnection::ReadHead()
     std::size_t end = 0;
     while ((end = m_received.find(kEnd)) == std::string::npos)
         Fill();
+    ++m_server.m_requestCount;
     return Read(end + kEnd.size());
 }
 
@@ -44,8 +45,8 @@ std::string RawConnection::Read(std::uint64_t bytes)
 
 std::string RawConnection::ReadRequest()
 {
-    auto request = ReadHead();
-    request += Read(std::strtoull(HeaderValue(request, "Content-Length").c_str(), nullptr, 10));
+    std::string request = ReadHead();
+    request += Read(BodyLength(request));
     const std::lock_guard lock(m_server.m_mutex);
     return m_server.m_requests.emplace_back(std::move(request));
 }
@@ -66,81 +67,57 @@ void RawConnection::Skip(std::uint64_t bytes, const std::function<void(std::stri
 
 void RawConnection::Send(std::string_view bytes)
 {
-    while (!bytes.empty())
-    {
-        AwaitReady(true);
-        const auto count = Sockets::Send(m_socket->handle, bytes.data(), bytes.size());
-        if (count < 0 && !Sockets::WouldBlock())
-            throw ConnectionEnded();
-        bytes.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
-    }
+    boost::system::error_code error;
+    asio::write(m_socket.socket, asio::buffer(bytes), error);
+    if (error)
+        throw ConnectionEnded();
 }
 
 void RawConnection::Hold()
 {
-    while (!m_server.m_isStopping)
-        std::this_thread::sleep_for(std::chrono::milliseconds(kPollMilliseconds));
+    while (!m_server.m_stopping.Wait())
+        continue;
 }
 
 void RawConnection::Reset()
 {
-    Sockets::ResetWhenClosed(m_socket->handle);
+    m_socket.socket.set_option(asio::socket_base::linger(true, 0));
     throw ConnectionEnded();
 }
 
-void RawConnection::AwaitReady(bool forWriting)
-{
-    do
-    {
-        if (m_server.m_isStopping)
-            throw ConnectionEnded();
-    } while (!Sockets::IsReady(m_socket->handle, forWriting, kPollMilliseconds));
-}
-
-// May bring nothing.
 void RawConnection::Fill()
 {
     char block[64 * 1024];
-    AwaitReady(false);
-    const auto count = Sockets::Receive(m_socket->handle, block, sizeof block);
-    if (count == 0 || (count < 0 && !Sockets::WouldBlock()))
+    boost::system::error_code error;
+    m_received.append(block, m_socket.socket.read_some(asio::buffer(block), error));
+    if (error)
         throw ConnectionEnded();
-    m_received.append(block, count > 0 ? static_cast<std::size_t>(count) : 0);
 }
 
-RawServer::RawServer(Script script, std::string_view address) : m_script(std::move(script))
+RawServer::RawServer(Script script, const std::string& address)
+    : m_script(std::move(script)), m_network(std::make_unique<Network>(address)), m_acceptor([this] { Accept(); })
 {
-    Sockets::Initialise();
-    // The port stands at the same place in both kinds of address.
-    union
-    {
-        sockaddr any;
-        sockaddr_in v4;
-        sockaddr_in6 v6;
-    } name = {};
-    Sockets::Length size = sizeof name.v4;
-    name.v4.sin_family = AF_INET;
-    name.v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (address == "::1")
-    {
-        size = sizeof name.v6;
-        name.v6.sin6_family = AF_INET6;
-        name.v6.sin6_addr = in6addr_loopback;
-    }
-    auto listener = std::make_shared<RawSocket>(::socket(name.any.sa_family, SOCK_STREAM, 0));
-    if (::bind(listener->handle, &name.any, size) != 0 || ::listen(listener->handle, SOMAXCONN) != 0 ||
-        ::getsockname(listener->handle, &name.any, &size) != 0)
-        throw std::runtime_error("the test server cannot listen");
-    m_port = ntohs(name.v4.sin_port);
-    m_acceptor = std::thread([this, listener] { Accept(*listener); });
 }
 
 RawServer::~RawServer()
 {
-    m_isStopping = true;
+    m_stopping.Open();
+    boost::system::error_code ignored;
+    // Ends the wait of `Accept`.
+    tcp::socket(m_network->context).connect(m_network->acceptor.local_endpoint(), ignored);
     m_acceptor.join();
-    for (auto& script : m_scripts)
-        script.join();
+    for (auto& [thread, socket] : m_connections)
+    {
+        const std::lock_guard lock(m_mutex);
+        socket->socket.shutdown(tcp::socket::shutdown_both, ignored);
+    }
+    for (auto& [thread, socket] : m_connections)
+        thread.join();
+}
+
+std::uint16_t RawServer::Port() const
+{
+    return m_network->acceptor.local_endpoint().port();
 }
 
 std::vector<std::string> RawServer::Requests() const
@@ -149,28 +126,34 @@ std::vector<std::string> RawServer::Requests() const
     return m_requests;
 }
 
-void RawServer::Accept(RawSocket& listener)
+void RawServer::Accept()
 {
-    while (!m_isStopping)
+    for (;;)
     {
-        if (!Sockets::IsReady(listener.handle, false, kPollMilliseconds))
+        const auto socket = std::make_shared<RawSocket>(RawSocket{tcp::socket(m_network->context)});
+        boost::system::error_code error;
+        m_network->acceptor.accept(socket->socket, error);
+        if (m_stopping.Wait(std::chrono::milliseconds(0)))
+            return;
+        if (error)
             continue;
-        const auto accepted = ::accept(listener.handle, nullptr, nullptr);
-        if (accepted == Sockets::kNone)
-            continue;
-        ++m_connections;
-        m_scripts.emplace_back([this, socket = std::make_shared<RawSocket>(accepted)]() mutable {
-            RawConnection connection(*this, std::move(socket));
-            try
-            {
-                m_script(connection);
-            }
-            catch (const ConnectionEnded&)
-            {
-                return; // the usual end
-            }
-        });
+        ++m_connectionCount;
+        m_connections.emplace_back(std::thread([this, socket] { Serve(*socket); }), socket);
     }
+}
+
+void RawServer::Serve(RawSocket& socket)
+{
+    RawConnection connection(*this, socket);
+    try
+    {
+        m_script(connection);
+    }
+    catch (const ConnectionEnded&) // NOLINT(bugprone-empty-catch): the usual end
+    {
+    }
+    const std::lock_guard lock(m_mutex);
+    socket.socket.close();
 }
 
 std::string HttpReply(int status, std::string_view body, std::string_view headerLines)
@@ -189,26 +172,25 @@ RawServer::Script AnswerEach(std::function<std::string(const std::string& reques
 
 std::string HeaderValue(const std::string& request, std::string_view name)
 {
-    const auto isSame = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
     for (const std::string& line : HeaderLines(request))
-    {
-        const auto colon = std::min(line.find(':'), line.size());
-        if (std::equal(name.begin(), name.end(), line.begin(), line.begin() + static_cast<std::ptrdiff_t>(colon), isSame))
+        if (const auto colon = std::min(line.find(':'), line.size()); EqualIgnoringAsciiCase(line.substr(0, colon), name))
             return line.substr(std::min(line.find_first_not_of(' ', colon + 1), line.size()));
-    }
     return {};
 }
 
 std::vector<std::string> HeaderLines(const std::string& request)
 {
     std::vector<std::string> lines;
-    std::size_t start = request.find("\r\n") + 2;
-    for (std::size_t end = request.find("\r\n", start); end != start && end != std::string::npos; end = request.find("\r\n", start))
-    {
-        lines.push_back(request.substr(start, end - start));
-        start = end + 2;
-    }
+    std::istringstream text(request);
+    std::string line;
+    for (std::getline(text, line); std::getline(text, line) && line != "\r";)
+        lines.push_back(line.substr(0, line.size() - 1));
     return lines;
+}
+
+std::uint64_t BodyLength(const std::string& head)
+{
+    return std::strtoull(HeaderValue(head, "Content-Length").c_str(), nullptr, 10);
 }
 
 std::string Pattern(std::size_t size)

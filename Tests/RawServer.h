@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 /// Closed until somebody opens it; what tests wait with instead of sleeping.
@@ -47,13 +48,13 @@ struct ConnectionEnded
 };
 
 class RawServer;
-class RawSocket;
+struct RawSocket;
 
 /// One accepted connection, used by its script alone. Every operation throws `ConnectionEnded` where it cannot go on.
 class RawConnection
 {
 public:
-    RawConnection(RawServer& server, std::shared_ptr<RawSocket> socket) : m_server(server), m_socket(std::move(socket)) {}
+    RawConnection(RawServer& server, RawSocket& socket) : m_server(server), m_socket(socket) {}
 
     /// Reads a request's lines up to the blank one, which is included.
     std::string ReadHead();
@@ -76,11 +77,10 @@ public:
     void Reset();
 
 private:
-    void AwaitReady(bool forWriting);
     void Fill();
 
     RawServer& m_server;
-    std::shared_ptr<RawSocket> m_socket;
+    RawSocket& m_socket;
     std::string m_received;
 };
 
@@ -91,7 +91,7 @@ public:
     using Script = std::function<void(RawConnection&)>;
 
     /// @param address  "127.0.0.1" or "::1".
-    explicit RawServer(Script script, std::string_view address = "127.0.0.1");
+    explicit RawServer(Script script, const std::string& address = "127.0.0.1");
 
     /// Ends all connections and waits for their scripts.
     ~RawServer();
@@ -99,27 +99,31 @@ public:
     RawServer(const RawServer&) = delete;
     RawServer& operator=(const RawServer&) = delete;
 
-    std::uint16_t Port() const { return m_port; }
+    std::uint16_t Port() const;
 
-    /// Connections accepted up to now.
-    std::size_t ConnectionCount() const { return m_connections; }
+    /// Connections accepted, and requests whose head was read, up to now.
+    std::size_t ConnectionCount() const { return m_connectionCount; }
+    std::size_t RequestCount() const { return m_requestCount; }
 
     /// What `ReadRequest` has read, in order.
     std::vector<std::string> Requests() const;
 
 private:
     friend RawConnection;
+    struct Network;
 
-    void Accept(RawSocket& listener);
+    void Accept();
+    void Serve(RawSocket& socket);
 
     const Script m_script;
-    std::uint16_t m_port = 0;
-    std::atomic<bool> m_isStopping{false};
-    std::atomic<std::size_t> m_connections{0};
-    mutable std::mutex m_mutex;
+    const std::unique_ptr<Network> m_network;
+    Gate m_stopping;
+    std::atomic<std::size_t> m_connectionCount = 0;
+    std::atomic<std::size_t> m_requestCount = 0;
+    mutable std::mutex m_mutex; // of the requests, and of the closing of sockets
     std::vector<std::string> m_requests;
-    std::vector<std::thread> m_scripts;
-    std::thread m_acceptor;
+    std::vector<std::pair<std::thread, std::shared_ptr<RawSocket>>> m_connections;
+    std::thread m_acceptor; // last, since it uses the others
 };
 
 /// A whole reply with its Content-Length; further header lines end with CR LF each.
@@ -133,6 +137,9 @@ std::string HeaderValue(const std::string& request, std::string_view name);
 
 /// The header lines of a recorded request, in order.
 std::vector<std::string> HeaderLines(const std::string& request);
+
+/// What the request's Content-Length announces.
+std::uint64_t BodyLength(const std::string& head);
 
 /// Bytes in which every place can be told from its neighbours.
 std::string Pattern(std::size_t size);

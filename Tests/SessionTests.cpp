@@ -139,8 +139,8 @@ TEST(Login, RunningOutOfMemoryLeavesATraceAndSendsNoPassword)
     client.script.throwOnSend = true;
     EXPECT_EQ(ShakeHands(client), "2147500037, mode 99, value 99");
     TraceCapture trace;
-    Outputs outputs;
-    EXPECT_EQ(LogIn()(client.Api(), outputs), 0x80004005U);
+    Caller caller;
+    EXPECT_EQ(LogIn()(client.Api(), caller), 0x80004005U);
     EXPECT_EQ(client.script.requests.size(), 2U) << "nothing goes out behind a handshake that was cut off";
     const TracedEvent last = trace.EventsOf("CNativeHttp::Login").back();
     EXPECT_EQ(last.message, "[EXCEPTION EXIT]");

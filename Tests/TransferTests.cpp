@@ -1,5 +1,6 @@
 // Uploads and downloads, over a scripted transport: the steps of each, what becomes of a failing step, and of each answer.
 
+#include "Operations.h"
 #include "ScriptedTransport.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
@@ -26,7 +27,7 @@ struct Scene
         trace.Clear();
     }
 
-    ResultCode Perform(const Transfer& transfer) { return transfer(client.Api(), caller); }
+    ResultCode Perform(const Operation& transfer) { return transfer(client.Api(), caller); }
 
     ScriptedClient client;
     Caller caller;
@@ -39,7 +40,7 @@ TEST(Transfers, DownloadsAskForTheItemWhereTheServerIsOfTheOldKind)
          {std::tuple{"1.1", R"({"device_token_auth":false})", true}, std::tuple{"1.2", R"({"device_token_auth":false})", false},
           std::tuple{"1.1", R"({"device_token_auth":true})", false}})
     {
-        for (const Transfer& download : {Download(), DeltaDownload(), Range(1, 2)})
+        for (const Operation& download : {Download(), DeltaDownload(), Range(1, 2)})
         {
             Scene scene({200, std::nullopt, 0, {}}, version, mode);
             scene.client.script.replies.push_back({200, kReply, 0, {}});
@@ -136,7 +137,7 @@ TEST(Transfers, EndWhereAStepFailsUnlessItIsNotJudged)
 
 TEST(Transfers, JudgeWhatATransportOfTheCallersOwnAnswers)
 {
-    using Row = std::tuple<Transfer, ScriptedReply, ResultCode, std::string>;
+    using Row = std::tuple<Operation, ScriptedReply, ResultCode, std::string>;
     for (const auto& [transfer, reply, expected, message] :
          std::vector<Row>{{Upload(0), {401, kInvalidSession, 0, {}}, 20006, "GetHTTPStatus shows failure, code: 401"},
                           {Chunk(0, 9), {401, kInvalidSession, 0, {}}, 20006, "GetHTTPStatus shows failure, code: 401"},
@@ -176,7 +177,7 @@ TEST(Transfers, HeedWhatHappensWhileTheyAreOnTheirWay)
 
 TEST(Transfers, HoldWhatTheirCallerDropsMeanwhile)
 {
-    std::map<std::string, Transfer> operations = FileTransfers();
+    std::map<std::string, Operation> operations = FileTransfers();
     operations["set"] = [](Api& api, Caller& caller) { return api.SetPathAttributes(L"/a", caller.item, caller.given); };
     operations["remove"] = [](Api& api, Caller& caller) { return api.DeletePath(L"/a", caller.item); };
     for (const auto& [name, operation] : operations)
@@ -203,7 +204,7 @@ TEST(Transfers, HoldWhatTheirCallerDropsMeanwhile)
 
 TEST(Transfers, DifferInWhenAConnectionCountsAsFailed)
 {
-    using Row = std::tuple<Transfer, ResultCode, ResultCode, Texts, std::vector<std::vector<int>>>;
+    using Row = std::tuple<Operation, ResultCode, ResultCode, Texts, std::vector<std::vector<int>>>;
     for (const auto& [transfer, result, expected, errors, timeouts] : std::vector<Row>{
              {Chunk(0, 9), 5, 0, {}, {}},
              {Chunk(0, 9), 0x80070005, 12, {"WinHttpConnection failed to initialise, error code: -2147024891"}, {}},

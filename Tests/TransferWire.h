@@ -1,45 +1,19 @@
 #pragma once
 
 /// @file
-/// Transfers over real sockets: a conversation with a server of the test, a caller's files, and what becomes of every transfer
-/// whose connection ends on the way.
+/// Transfers over real sockets: a caller's files, and what becomes of every transfer whose connection ends on the way.
 
 #include "LibraryOverWire.h"
+#include "Operations.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
 #include "TransferSupport.h"
 
 #include <algorithm>
-#include <atomic>
 #include <optional>
 
 /// Larger than what the system's socket buffers take.
 inline constexpr std::uint64_t kLarge = 48 << 20;
-
-/// A server that serves as a test says, and a client that has shaken hands with it. What the test says uses lives longer.
-class Conversation
-{
-public:
-    explicit Conversation(std::function<void(RawConnection&, const std::string& head)> serve)
-        : m_server(AfterHandshake([this, serve = std::move(serve)](RawConnection& connection, const std::string& head) {
-              ++m_requests;
-              serve(connection, head);
-          })),
-          m_library(m_server)
-    {
-        EXPECT_EQ(m_library.ShakeHands(), 0U);
-    }
-
-    [[nodiscard]] IQuendraHttpAPI& Api() const { return m_library.Api(); }
-
-    /// Requests whose head has come, without the handshake's.
-    [[nodiscard]] int Requests() const { return m_requests; }
-
-private:
-    std::atomic<int> m_requests = 0;
-    const RawServer m_server;
-    const Library m_library;
-};
 
 class TransferWire : public testing::Test
 {
@@ -57,7 +31,7 @@ protected:
     }
 
     /// Uploads send the file "sent", downloads write the file "target".
-    static ResultCode Perform(IQuendraHttpAPI& api, const std::string& name, const Transfer& transfer, Caller& caller)
+    static ResultCode Perform(IQuendraHttpAPI& api, const std::string& name, const Operation& transfer, Caller& caller)
     {
         if (IsUpload(name))
             caller.local = caller.signature;
@@ -80,13 +54,13 @@ protected:
     void ExpectCodes(const Ending& ending, bool resets) const
     {
         SCOPED_TRACE(std::string(ending.where) + (resets ? ", reset" : ", closed"));
-        const Conversation wire([&](RawConnection& connection, const std::string& head) {
+        const Library wire(AfterHandshake([&](RawConnection& connection, const std::string& head) {
             connection.Skip(std::min(ending.reads, BodyLength(head)));
             connection.Send(ending.reply);
             if (resets)
                 connection.Reset();
             throw ConnectionEnded();
-        });
+        }));
         std::map<ResultCode, std::string> outcomes;
         for (const auto& [name, transfer] : AllTransfers(kLarge))
         {

@@ -66,7 +66,7 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
     const std::string downloaded = "\nSuccessfully downloaded file: " + target + '\n';
 
     // Its name, the operation, and what is expected: the request's line, headers and body, and what is told.
-    using Row = std::tuple<std::string, Transfer, std::string, std::string, std::string, std::string>;
+    using Row = std::tuple<std::string, Operation, std::string, std::string, std::string, std::string>;
     const Row rows[] = {
         {"upload", Upload(0), "POST /sync/folders/d/a.txt", json + form,
          part("operation", "create") + created + modified + rest + file(content),
@@ -100,9 +100,7 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
          "Download data request for " + paths + "Revision: 7\nDownloadData request [/sync/folders/d/a.txt?skip=3&count=5&revision=7]\n" +
              "Successfully downloaded data into file: " + target + '\n'},
     };
-    RawServer server(AnswerAll(kReply));
-    const Library library(server);
-    ASSERT_EQ(library.ShakeHands(), 0U);
+    const Library library(AnswerWith([](const std::string&) { return HttpReply(200, kReply); }));
     library->SetSessionToken(L"abc");
     for (const auto& [name, transfer, expectedLine, expectedHeaders, expectedBody, expectedMessages] : rows)
     {
@@ -116,7 +114,7 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
         EXPECT_EQ(bringsItem, caller.given && caller.given->GetName() == L"new.txt" && caller.given->GetRevision() == "8");
         EXPECT_TRUE(!IsDownload(name) || caller.given == caller.item);
 
-        const std::string request = server.Requests().back();
+        const std::string request = library.LastRequest();
         const std::regex anyBoundary(R"(\{[-0-9A-F]{36}\})");
         EXPECT_LE(std::set<std::string>(std::sregex_token_iterator(request.begin(), request.end(), anyBoundary), {}).size(), 1U);
         const std::string masked = std::regex_replace(request, anyBoundary, "G");
@@ -142,7 +140,7 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
         EXPECT_TRUE(replies.empty() || told.find("Chunk uploaded successfully") == std::string::npos) << "of a chunk the item is enough";
     }
     EXPECT_EQ(folder.Read("target"), std::string("b\0\0", 3) + kReply) << "a range goes to its place";
-    EXPECT_EQ(server.ConnectionCount(), 1U) << "no byte too many or too few: each next request began where the last one ended";
+    EXPECT_EQ(library.ConnectionCount(), 1U) << "no byte too many or too few: each next request began where the last one ended";
 }
 
 // Serves a transfer in the middle of which something happens; afterwards it goes on to its end, had nothing happened.
@@ -175,7 +173,8 @@ TEST_F(TransferWire, ACancelOrAClosedRequestEndsATransferOnItsWayAndACancelOneTh
             const Event event;
             std::atomic<IQuendraHttpAPI*> api = nullptr;
             const auto end = [&] { closes ? static_cast<void>(api.load()->CloseRequestHandle(L"/d/a.txt")) : event.Signal(); };
-            const Conversation wire([&](RawConnection& connection, const std::string& head) { ServeLarge(connection, head, end); });
+            const Library wire(
+                AfterHandshake([&](RawConnection& connection, const std::string& head) { ServeLarge(connection, head, end); }));
             api = &wire.Api();
             Caller caller = CallerWith("", kLarge);
             caller.cancel = event;
@@ -199,7 +198,7 @@ TEST_F(TransferWire, ACancelOrAClosedRequestEndsATransferOnItsWayAndACancelOneTh
             EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), 1223U);
             const char* const what = IsUpload(name) ? "Upload" : name == "range" ? "DownloadData" : "Download";
             EXPECT_EQ(trace.Messages(EVT_ERROR), Texts{what + std::string(" cancelled")});
-            EXPECT_EQ(wire.Requests(), 1) << "of one that is cancelled already nothing reaches the server";
+            EXPECT_EQ(wire.Served(), 1U) << "of one that is cancelled already nothing reaches the server";
             EXPECT_EQ(folder.Read("target"), target);
             EXPECT_TRUE(std::filesystem::remove(folder / "target") && std::filesystem::remove(folder / "sent")) << "nobody holds them open";
         }
@@ -213,7 +212,7 @@ TEST_F(TransferWire, AFileMayBeWrittenRenamedAndRemovedWhileItIsSent)
         if (name == "download" || name == "range")
             continue;
         SCOPED_TRACE(name);
-        const Conversation wire([&](RawConnection& connection, const std::string& head) {
+        const Library wire(AfterHandshake([&](RawConnection& connection, const std::string& head) {
             constexpr std::uint64_t kFirst = 100'000;
             connection.Skip(kFirst);
             EXPECT_TRUE(std::fstream(folder / "sent") << "x");
@@ -221,7 +220,7 @@ TEST_F(TransferWire, AFileMayBeWrittenRenamedAndRemovedWhileItIsSent)
             std::filesystem::remove(folder / "renamed");
             connection.Skip(BodyLength(head) - kFirst);
             connection.Send(HttpReply(200, kReply));
-        });
+        }));
         Caller caller = CallerWith("", kLarge);
         EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), 0U);
     }
@@ -230,16 +229,16 @@ TEST_F(TransferWire, AFileMayBeWrittenRenamedAndRemovedWhileItIsSent)
 TEST_F(TransferWire, ProgressIsToldInOrderUpToTheTotal)
 {
     const std::string content = Pattern(100'000);
-    const Conversation wire([&](RawConnection& connection, const std::string& head) {
+    const Library wire(AfterHandshake([&](RawConnection& connection, const std::string& head) {
         connection.Skip(BodyLength(head));
         connection.Send(HttpReply(200, HeaderValue(head, "Accept") == "application/json" ? kReply : content));
-    });
+    }));
     // Of what is sent, exactly; what is received comes in blocks of the transport's own.
     const std::string blocks = "16384@16384 16384@32768 16384@49152 16384@65536 16384@81920 16384@98304 1696@100000 ";
     const std::map<std::string, std::string> expected = {
         {"upload", blocks},        {"delta upload", blocks}, {"chunk upload", "16384@16385 16384@32769 7231@40000 "},
         {"download", "status:4 "}, {"range", "status:4 "},   {"delta", blocks + "status:4 "}};
-    std::map<std::string, Transfer> transfers = FileTransfers(100'000);
+    std::map<std::string, Operation> transfers = FileTransfers(100'000);
     transfers["chunk upload"] = Chunk(1, 39'999);
     for (const auto& [name, told] : expected)
     {
@@ -320,10 +319,10 @@ TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsError)
                             {"/dev/full", 50, 112}};
     const FileHandle written(folder.Write("written", "kept"), GENERIC_WRITE, 0, OPEN_EXISTING);
     const FileHandle read(folder.Write("read", "kept"), GENERIC_READ, kShareAll, OPEN_EXISTING);
-    const Conversation wire([](RawConnection& connection, const std::string& head) {
+    const Library wire(AfterHandshake([](RawConnection& connection, const std::string& head) {
         connection.Skip(BodyLength(head));
         connection.Send(HttpReply(200, "content"));
-    });
+    }));
     for (const auto& [name, isSent] : {std::pair{"upload", true},
                                        {"delta upload", true},
                                        {"chunk upload", true},
@@ -342,11 +341,11 @@ TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsError)
             SCOPED_TRACE(name + (", " + path));
             Caller caller = CallerWith("content");
             (isSent ? caller.signature : caller.local) = std::filesystem::path(path).wstring();
-            const int requests = wire.Requests();
+            const std::size_t requests = wire.Served();
             const TraceCapture trace;
             EXPECT_EQ(Perform(wire.Api(), name, FileTransfers(7)[name], caller), code);
             EXPECT_EQ(caller.given, nullptr);
-            EXPECT_EQ(wire.Requests(), requests + (isSent ? 0 : 1));
+            EXPECT_EQ(wire.Served(), requests + (isSent ? 0U : 1U));
             const std::string step = isSent        ? std::string("CreateFile for path: ") + path.c_str()
                                      : code == 112 ? "WriteFile"
                                                    : "CreateFile";
@@ -356,9 +355,9 @@ TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsError)
     }
     Caller caller = CallerWith("content");
     caller.item = MakeItem(100);
-    const int requests = wire.Requests();
+    const std::size_t requests = wire.Served();
     EXPECT_EQ(Perform(wire.Api(), "chunk upload", Chunk(0, 100), caller), 38U) << "the file is shorter than its chunk";
-    EXPECT_EQ(wire.Requests(), requests);
+    EXPECT_EQ(wire.Served(), requests);
 }
 
 TEST_F(TransferWire, AFileThatChangesBetweenMeasuringAndSendingKeepsTheAnnouncedLength)
@@ -373,7 +372,7 @@ TEST_F(TransferWire, AFileThatChangesBetweenMeasuringAndSendingKeepsTheAnnounced
             SCOPED_TRACE(name + ": " + std::to_string(size));
             std::string body;
             Gate ended;
-            const Conversation wire([&](RawConnection& connection, const std::string& head) {
+            const Library wire(AfterHandshake([&](RawConnection& connection, const std::string& head) {
                 const std::shared_ptr<void> atEnd(nullptr, [&](void*) { ended.Open(); });
                 connection.Skip(BodyLength(head), [&](std::string_view piece) {
                     body += piece;
@@ -381,7 +380,7 @@ TEST_F(TransferWire, AFileThatChangesBetweenMeasuringAndSendingKeepsTheAnnounced
                         throw ConnectionEnded(); // what was announced will never come
                 });
                 connection.Send(HttpReply(200, kReply));
-            });
+            }));
             Caller caller = CallerWith(content);
             std::pair file(folder / "sent", size);
             const auto take = [](void* context, const Eventing::Event* event) {

@@ -65,7 +65,7 @@ int LogInAndOut(const RawServer& server)
 {
     int left = 0;
     {
-        const Library library(server);
+        const Instance library(CreateInstanceFor(server));
         auto password = Spelled<std::wstring>(kPassword);
         std::wstring policy;
         std::uint32_t value = 0;

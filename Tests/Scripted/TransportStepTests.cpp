@@ -1,12 +1,7 @@
 // The transport step by step: what it asks of the platform, and what becomes of each step that fails.
 
-#include "ScriptedWinHttp.h"
 #include "TextConversion.h"
-#include "TraceCapture.h"
-#include "Tracing.h"
-#include "TransferSupport.h"
-#include "Transport/WinHttpImpl.h"
-#include "Transport/WinHttpImplRequest.h"
+#include "TransportFixture.h"
 
 #include <cstdlib>
 #include <map>
@@ -18,21 +13,9 @@ namespace
 using Piece = WinHttpScript::Piece;
 using Texts = std::vector<std::string>;
 
-class TransportSteps : public testing::Test
+class TransportSteps : public TransportFixture
 {
 protected:
-    TransportSteps() { Restart(); }
-
-    // Objects of their own, with nothing recorded.
-    void Restart()
-    {
-        g_script = {};
-        session = std::make_shared<WinHttpSession>();
-        connection = std::make_shared<WinHttpConnection>();
-        request = std::make_shared<WinHttpRequest>(session);
-        trace.Clear();
-    }
-
     ResultCode InitialiseConnection(std::uint64_t send = 0, std::uint64_t receive = 0)
     {
         return connection->Initialise(L"server", 8080, session, send, receive);
@@ -43,12 +26,6 @@ protected:
         return request->SendRequestGetResponse((folder / "target").wstring(), cancelEvent, progress, true, offsetLow, offsetHigh);
     }
 
-    const TemporaryFolder folder;
-    TraceCapture trace;
-    std::shared_ptr<WinHttpSession> session;
-    std::shared_ptr<WinHttpConnection> connection;
-    std::shared_ptr<WinHttpRequest> request;
-    std::shared_ptr<IProgressCallback> progress;
     ResponseBuffer reply;
 };
 
@@ -82,7 +59,7 @@ TEST_F(TransportSteps, EachCallThatFailsEndsItsOperationWithItsErrorAndMessage)
     {
         Restart();
         session->SetSessionToken(L"abc");
-        EXPECT_EQ(operation.run(), 0U);
+        EXPECT_EQ(operation.run(), Result::Success);
         const auto counts = g_script.counts;
         EXPECT_FALSE(counts.empty());
         for (const auto& [function, count] : counts)
@@ -111,7 +88,7 @@ TEST_F(TransportSteps, AFailureIsFoldedAndKeepsItsReasonWhileHandlesAreClosed)
          {std::pair{12004U, 0x80072EE4U}, std::pair{0x12345U, 0x80072345U}, std::pair{0x80070005U, 0x80070005U}})
     {
         Restart();
-        EXPECT_EQ(session->Initialise(), 0U);
+        EXPECT_EQ(session->Initialise(), Result::Success);
         g_script.Fail("WinHttpOpen", error, 2);
         EXPECT_EQ(session->Initialise(), folded);
         EXPECT_EQ(g_script.closed.size(), 1U);
@@ -121,18 +98,18 @@ TEST_F(TransportSteps, AFailureIsFoldedAndKeepsItsReasonWhileHandlesAreClosed)
 
 TEST_F(TransportSteps, TheSessionHasTimeoutsOfItsOwnUntilAConnectionPutsTheSettings)
 {
-    EXPECT_EQ(session->Initialise(), 0U);
+    EXPECT_EQ(session->Initialise(), Result::Success);
     EXPECT_TRUE(trace.Has(EVT_INFO, "Successfully initialised http session"));
-    EXPECT_EQ(InitialiseConnection(), 0U);
-    EXPECT_EQ(InitialiseConnection(0, 600000), 0U);
-    EXPECT_EQ(InitialiseConnection((std::uint64_t{1} << 32) + 7, 0), 0U) << "the low half of an override counts";
+    EXPECT_EQ(InitialiseConnection(), Result::Success);
+    EXPECT_EQ(InitialiseConnection(0, 600000), Result::Success);
+    EXPECT_EQ(InitialiseConnection((std::uint64_t{1} << 32) + 7, 0), Result::Success) << "the low half of an override counts";
     EXPECT_EQ(g_script.timeouts,
               (std::vector<std::vector<int>>{
                   {60000, 60000, 300000, 300000}, {0, 60000, 60000, 60000}, {0, 60000, 60000, 600000}, {0, 60000, 7, 60000}}));
     EXPECT_TRUE(trace.Has(EVT_INFO, "Calling WinHttpSetTimeouts. CONN:60000, RES:0, SEND:60000, RECV:60000"));
 
     g_script.Fail("WinHttpSetTimeouts", 6, 5);
-    EXPECT_EQ(InitialiseConnection(), 0U);
+    EXPECT_EQ(InitialiseConnection(), Result::Success);
     EXPECT_TRUE(trace.Has(EVT_WARNING, "WinHttpSetTimeouts failed with error code: [6]. Failed to override timeout defaults."));
     EXPECT_EQ(trace.CountOf(EVT_ERROR, "Attach handle non-null"), 3U);
 }
@@ -156,19 +133,19 @@ TEST_F(TransportSteps, AttachKeepsOneHandleAndClosesTheOther)
 TEST_F(TransportSteps, HeadersAreAddedAndBodiesCollectedInTheStatedWays)
 {
     session->SetSessionToken(L"abc");
-    EXPECT_EQ(request->AddHeader(L"qd_start", L"true"), 0U);
-    EXPECT_EQ(request->AppendFormData("a", L"x y~", false), 0U);
-    EXPECT_EQ(request->AppendFormData("b", L"1", true), 0U);
+    EXPECT_EQ(request->AddHeader(L"qd_start", L"true"), Result::Success);
+    EXPECT_EQ(request->AppendFormData("a", L"x y~", false), Result::Success);
+    EXPECT_EQ(request->AppendFormData("b", L"1", true), Result::Success);
     g_script.Fail("WinHttpSendRequest", 12029);
     EXPECT_EQ(request->GetResponse(reply), 12029U);
     EXPECT_EQ(request->GetPostDataLength(), 12U) << "a failed send keeps the body";
-    EXPECT_EQ(request->GetResponse(reply), 0U);
+    EXPECT_EQ(request->GetResponse(reply), Result::Success);
     EXPECT_EQ(request->GetPostDataLength(), 0U) << "a successful one forgets it";
     EXPECT_EQ(g_script.body, "a=x+y%7E&b=1");
-    EXPECT_EQ(GetFile(), 0U);
-    EXPECT_EQ(request->AddMultipartHeaders(true), 0U);
-    EXPECT_EQ(request->AddMultipartHeaders(false), 0U);
-    EXPECT_EQ(request->AddMultipartFormData("a", "1"), 0U);
+    EXPECT_EQ(GetFile(), Result::Success);
+    EXPECT_EQ(request->AddMultipartHeaders(true), Result::Success);
+    EXPECT_EQ(request->AddMultipartHeaders(false), Result::Success);
+    EXPECT_EQ(request->AddMultipartFormData("a", "1"), Result::Success);
     g_script.Fail("WinHttpWriteData", 12030);
     EXPECT_EQ(request->SendPostData(), 12030U);
     EXPECT_EQ(request->GetPostDataLength(), 0U) << "data that was posted is not kept";
@@ -183,23 +160,22 @@ TEST_F(TransportSteps, HeadersAreAddedAndBodiesCollectedInTheStatedWays)
     EXPECT_TRUE(g_script.headers.back().text.ends_with(L"}\"\n")) << "a line feed that the platform takes off";
 
     g_script.sendHeaders.clear();
-    EXPECT_EQ(request->StartRequest(0), 0U);
-    EXPECT_EQ(request->StartRequest(0x1'0000'0001), 0U);
+    EXPECT_EQ(request->StartRequest(0), Result::Success);
+    EXPECT_EQ(request->StartRequest(0x1'0000'0001), Result::Success);
     EXPECT_TRUE(g_script.sendHeaders == (std::vector<std::wstring>{L"Content-Length: 0\r\n", L"Content-Length: 4294967297\r\n"}));
 }
 
 TEST_F(TransportSteps, NothingThatBreaksAHeaderIsHandedOver)
 {
-    const std::wstring nul(L"a\0b", 3);
-    for (const std::wstring& bad : {std::wstring(L"a\rb"), std::wstring(L"a\nb"), nul})
+    for (const std::wstring& bad : {std::wstring(L"a\rb"), std::wstring(L"a\nb"), std::wstring(L"a\0b", 3)})
     {
-        EXPECT_EQ(request->AddHeader(L"qd_new_path", bad), 87U);
-        EXPECT_EQ(request->AddHeader(bad, L"x"), 87U);
+        EXPECT_EQ(request->AddHeader(L"qd_new_path", bad), Result::InvalidParameter);
+        EXPECT_EQ(request->AddHeader(bad, L"x"), Result::InvalidParameter);
         EXPECT_EQ(request->Initialise(bad, L"GET", connection, nullptr, 0), 0x80070057U);
         session->SetSessionToken(bad);
-        EXPECT_EQ(request->StartRequest(0), 87U);
-        EXPECT_EQ(request->GetResponse(reply), 87U);
-        EXPECT_EQ(GetFile(), 87U);
+        EXPECT_EQ(request->StartRequest(0), Result::InvalidParameter);
+        EXPECT_EQ(request->GetResponse(reply), Result::InvalidParameter);
+        EXPECT_EQ(GetFile(), Result::InvalidParameter);
     }
     EXPECT_TRUE(g_script.requests.empty());
     EXPECT_EQ(g_script.Count("WinHttpSendRequest"), 0);
@@ -212,11 +188,13 @@ TEST_F(TransportSteps, NothingThatBreaksAHeaderIsHandedOver)
 TEST_F(TransportSteps, AFieldBeyondItsLimitIsNotSentCutShort)
 {
     const std::size_t room = 1024 - std::string("password=&").size();
-    EXPECT_EQ(request->AppendFormData("password", std::wstring(room, L'x'), false), 0U);
+    EXPECT_EQ(request->AppendFormData("password", std::wstring(room, L'x'), false), Result::Success);
     EXPECT_EQ(request->GetPostDataLength(), 1024U);
-    EXPECT_EQ(request->AppendFormData("password", std::wstring(room + 1, L'x'), false), 122U);
-    EXPECT_EQ(request->AppendFormData("password", std::wstring(room + 1, L'y'), true), 0U) << "the last field has no separator";
-    EXPECT_EQ(request->AppendFormData("password", std::wstring(room / 3 + 1, L'/'), false), 122U) << "its encoded text counts";
+    EXPECT_EQ(request->AppendFormData("password", std::wstring(room + 1, L'x'), false), Result::InsufficientBuffer);
+    EXPECT_EQ(request->AppendFormData("password", std::wstring(room + 1, L'y'), true), Result::Success)
+        << "the last field has no separator";
+    EXPECT_EQ(request->AppendFormData("password", std::wstring(room / 3 + 1, L'/'), false), Result::InsufficientBuffer)
+        << "its encoded text counts";
     EXPECT_EQ(request->GetPostDataLength(), 2048U);
     EXPECT_TRUE(trace.Has(EVT_ERROR, "Form field [password] is longer than 1024 characters"));
     EXPECT_FALSE(trace.Mentions("xxx"));
@@ -256,11 +234,8 @@ TEST_F(TransportSteps, DownloadsGoIntoTheFileAndKeepWhatTheyWroteWhenTheyFail)
         const wchar_t* length;
         std::deque<Piece> pieces;
         ResultCode expected;
-        std::string content;
-        std::string told;
-        std::string message = {};
-        std::uint32_t offsetLow = 0;
-        std::uint32_t offsetHigh = 0;
+        std::string content, told, message = {};
+        std::uint32_t offsetLow = 0, offsetHigh = 0;
     };
     const Piece abc = {3, "abc", 0, 0};
     const std::string one = "status:4 3@3 ";
@@ -277,15 +252,13 @@ TEST_F(TransportSteps, DownloadsGoIntoTheFileAndKeepWhatTheyWroteWhenTheyFail)
         SCOPED_TRACE(std::to_string(download.expected) + ": " + download.content + download.message);
         Restart();
         static_cast<void>(folder.Write("target", "before"));
-        const auto record = std::make_shared<ProgressRecord>();
-        progress = record;
         g_script.status = download.status;
         g_script.contentLength = download.length;
         g_script.pieces = download.pieces;
         SetLastError(1234); // what an earlier call left behind is no reason for an end
         EXPECT_EQ(GetFile(nullptr, download.offsetLow, download.offsetHigh), download.expected);
         EXPECT_EQ(folder.Read("target"), download.content);
-        EXPECT_EQ(record->calls, download.told);
+        EXPECT_EQ(progress->calls, download.told);
         EXPECT_EQ(trace.Messages(EVT_ERROR), download.message.empty() ? Texts{} : Texts{download.message});
         const bool isRead = download.expected < 20000;
         EXPECT_EQ(trace.Has(EVT_INFO, "No bytes to read [0]"), download.message.find("Win") == std::string::npos && isRead);
@@ -299,7 +272,7 @@ TEST_F(TransportSteps, ACancelEventHidesHowADownloadEnds)
     const Event event;
     event.Signal();
     g_script.pieces = {{0, "", 12002, 0}};
-    EXPECT_EQ(GetFile(&event), 1223U);
+    EXPECT_EQ(GetFile(&event), Result::Cancelled);
 }
 
 } // namespace

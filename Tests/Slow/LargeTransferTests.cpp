@@ -64,7 +64,7 @@ protected:
     }
 
     // Downloads a part of the file.
-    void ExpectDown(const Transfer& transfer, Caller& caller, std::uint64_t start, std::uint64_t bytes)
+    void ExpectDown(const Operation& transfer, Caller& caller, std::uint64_t start, std::uint64_t bytes)
     {
         caller.local = m_folder.Write("target", "x");
         const TraceCapture trace(EVT_ERROR);
@@ -117,7 +117,7 @@ private:
     const std::filesystem::path m_path = m_folder / "source";
 
 protected:
-    const Conversation m_wire{[this](RawConnection& connection, const std::string& head) { Serve(connection, head); }};
+    const Library m_wire{AfterHandshake([this](RawConnection& connection, const std::string& head) { Serve(connection, head); })};
 };
 
 TEST_F(LargeTransfer, GoesUpWholeAndInChunks)
@@ -125,10 +125,10 @@ TEST_F(LargeTransfer, GoesUpWholeAndInChunks)
     ExpectNoGrowth([&](std::uint64_t size, Caller& caller) {
         // The first chunk passes 4 GiB by itself, the second starts beyond.
         const auto first = static_cast<std::int64_t>(size == kSize ? kFourGib + 1 : size / 2);
-        for (const std::vector<Transfer>& parts : {std::vector{Upload(0)}, std::vector{Chunk(0, first, 1), Chunk(first, kSize)}})
+        for (const std::vector<Operation>& parts : {std::vector{Upload(0)}, std::vector{Chunk(0, first, 1), Chunk(first, kSize)}})
         {
             m_fileBytes = 0;
-            for (const Transfer& part : parts)
+            for (const Operation& part : parts)
             {
                 caller.item = MakeItem(static_cast<std::int64_t>(size));
                 EXPECT_EQ(part(m_wire.Api(), caller), 0U);

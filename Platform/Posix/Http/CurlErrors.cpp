@@ -45,6 +45,7 @@ DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noe
     case CURLE_PARTIAL_FILE:
     case CURLE_SEND_FAIL_REWIND:
     case CURLE_HTTP2:
+    case CURLE_ABORTED_BY_CALLBACK: // a request that must not be sent again on another connection
         return ERROR_WINHTTP_CONNECTION_ERROR;
     default:
         return ERROR_WINHTTP_INTERNAL_ERROR;

@@ -132,8 +132,8 @@ DWORD Request::StartTransfer(std::string_view body)
     }
     m_transfer.reset(); // destroyed first, so that its connection can be borrowed again
     auto& pool = session.Pool();
-    auto notices = StatusNotices::For(*this, m_connection->Server());
-    m_transfer = std::make_unique<Transfer>(pool.Borrow(m_address.Origin()), pool.Share(), request, m_interruption, std::move(notices));
+    m_transfer = std::make_unique<Transfer>(pool.Borrow(m_address.Origin()), pool.Share(), request, m_interruption,
+                                            StatusNotices(*this, m_connection->Server()));
     return m_transfer->Start(body, timeouts.send);
 }
 

@@ -3,12 +3,10 @@
 /// @file
 /// The notifications of one exchange for the callback that `WinHttpSetStatusCallback` has set.
 
+#include "EasyHandle.h"
 #include "HttpObject.h"
 
-#include <curl/curl.h>
-
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -16,16 +14,14 @@
 class StatusNotices
 {
 public:
-    /// Null if the request has no callback. The request must outlive the result.
-    /// @param server  as the caller gave it, in UTF-8.
-    /// @throws std::bad_alloc
-    static std::unique_ptr<StatusNotices> For(const HttpObject& request, std::string_view server);
+    /// @param request  must outlive this object.
+    /// @param server  as the caller gave it, in UTF-8; must stay valid until `AttachTo`.
+    StatusNotices(const HttpObject& request, std::string_view server) noexcept : m_request(request), m_server(server) {}
 
-    StatusNotices(const HttpObject& request, std::string_view server);
-
-    /// Sets the hooks of an exchange. This object must outlive the easy handle.
-    /// @throws std::runtime_error where libcurl refuses an option
-    void AttachTo(CURL* easy);
+    /// If the request has a callback, sets the hooks of an exchange; otherwise nothing is set and notified. This object must outlive the
+    /// easy handle.
+    /// @throws std::bad_alloc, and std::runtime_error where libcurl refuses an option
+    void AttachTo(EasyHandle& easy);
 
     /// To be called after each step of curl: notices a connection that was made, and what was sent.
     void Moved() noexcept;
@@ -33,7 +29,7 @@ public:
     /// Notifies nobody if no request was sent, because the proxy refused it.
     void RequestSent() noexcept;
     void ReceivingResponse() noexcept;
-    void ResponseReceived(std::size_t bytes) noexcept;
+    void ResponseReceived(std::uint64_t bytes) noexcept;
     /// @param result  why TLS failed.
     void SecureFailure(CURLcode result) noexcept;
 
@@ -47,8 +43,9 @@ private:
     void NotifyAddress(DWORD status, const char* address) const noexcept;
 
     const HttpObject& m_request;
-    CURL* m_easy = nullptr;
-    std::wstring m_name; // of the server, or of the proxy
+    std::string_view m_server;
+    const EasyHandle* m_easy = nullptr; // null: nobody listens
+    std::wstring m_name;                // of the server, or of the proxy
     bool m_isResolving = false;
     bool m_isConnecting = false;
     bool m_isSending = false;

@@ -1,0 +1,77 @@
+#include "EasyHandle.h"
+
+#include "OutgoingBody.h"
+
+#include <limits>
+
+namespace
+{
+/// The most bytes that one receive takes.
+constexpr long kReceiveBytes = 128 * 1024;
+
+constexpr long kUnlimited = std::numeric_limits<int>::max();
+
+// Seconds of silence before a TCP keep-alive probe, and between probes.
+constexpr long kProbeAfter = 30;
+constexpr long kProbeEach = 10;
+} // namespace
+
+EasyHandle::EasyHandle(const TransferRequest& request, CURLSH* share, bool isFresh) : m_easy(curl_easy_init())
+{
+    if (!m_easy)
+        throw std::bad_alloc();
+    Set(CURLOPT_SHARE, share);
+    Set(CURLOPT_FRESH_CONNECT, isFresh ? 1L : 0L);
+    SetConnection(request);
+    SetRequest(request);
+}
+
+void EasyHandle::SetConnection(const TransferRequest& request)
+{
+    Set(CURLOPT_URL, request.url.c_str());
+    Set(CURLOPT_PROTOCOLS_STR, "http,https");
+    Set(CURLOPT_PATH_AS_IS, 1L);
+    Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    // Signal handlers belong to the process, so curl must not set any. Its writes do not raise SIGPIPE.
+    Set(CURLOPT_NOSIGNAL, 1L);
+    // Closing a request does not wait for its name resolution.
+    Set(CURLOPT_QUICK_EXIT, 1L);
+    Set(CURLOPT_CONNECTTIMEOUT_MS, request.connectTimeout > 0 ? static_cast<long>(request.connectTimeout) : kUnlimited);
+    Set(CURLOPT_TCP_KEEPALIVE, 1L);
+    Set(CURLOPT_TCP_KEEPIDLE, kProbeAfter);
+    Set(CURLOPT_TCP_KEEPINTVL, kProbeEach);
+    Set(CURLOPT_BUFFERSIZE, kReceiveBytes);
+    Set(CURLOPT_ERRORBUFFER, m_errorText.data());
+    if (!request.certificateFile.empty())
+        Set(CURLOPT_CAINFO, request.certificateFile.c_str());
+    if (!request.certificateFolder.empty())
+        Set(CURLOPT_CAPATH, request.certificateFolder.c_str());
+}
+
+void EasyHandle::SetRequest(const TransferRequest& request)
+{
+    for (const auto& line : request.headerLines)
+    {
+        curl_slist* const longer = curl_slist_append(m_headerLines.get(), line.c_str());
+        if (longer == nullptr)
+            throw std::bad_alloc();
+        static_cast<void>(m_headerLines.release());
+        m_headerLines.reset(longer);
+    }
+    Set(CURLOPT_HTTPHEADER, m_headerLines.get());
+    // Names no file, but enables curl's cookie engine.
+    Set(CURLOPT_COOKIEFILE, "");
+    if (!request.cookies.empty())
+        Set(CURLOPT_COOKIE, request.cookies.c_str());
+    if (request.bodyLength)
+    {
+        // For every verb: curl then adds only the length header.
+        Set(CURLOPT_UPLOAD, 1L);
+        Set(CURLOPT_UPLOAD_BUFFERSIZE, static_cast<long>(OutgoingBody::kCollectedBytes));
+        Set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(*request.bodyLength));
+    }
+    else if (request.verb == "HEAD")
+        Set(CURLOPT_NOBODY, 1L);
+    Set(CURLOPT_CUSTOMREQUEST, request.verb.c_str());
+}

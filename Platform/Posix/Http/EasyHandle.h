@@ -1,0 +1,81 @@
+#pragma once
+
+/// @file
+/// An easy handle of libcurl with the options of one request.
+
+#include "../Secret.h"
+
+#include <curl/curl.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// What an exchange sends.
+struct TransferRequest
+{
+    SecretText url;
+    std::string verb;
+    std::vector<SecretText> headerLines;
+    SecretText cookies;                      ///< "name=value; name=value", in addition to those that the server has set
+    std::optional<std::uint64_t> bodyLength; ///< none: the request has no body and states no length
+    int connectTimeout = 0;                  ///< milliseconds from the start to a connection, 0: no limit
+    std::string certificateFile;             ///< empty: the system's
+    std::string certificateFolder;           ///< empty: the system's
+
+    /// Whether sending it twice has the same effect as sending it once.
+    bool IsRepeatable() const { return !bodyLength && (verb == "GET" || verb == "HEAD"); }
+};
+
+class EasyHandle
+{
+public:
+    /// @param isFresh  does not use a kept connection.
+    /// @throws std::bad_alloc, and std::runtime_error where libcurl refuses an option
+    EasyHandle(const TransferRequest& request, CURLSH* share, bool isFresh);
+
+    CURL* Get() const noexcept { return m_easy.get(); }
+
+    /// curl's text for the error, or "".
+    const char* ErrorText() const noexcept { return m_errorText.data(); }
+
+    /// @throws std::bad_alloc, and std::runtime_error where libcurl refuses the option
+    template <class Value> void Set(CURLoption option, Value value)
+    {
+        const CURLcode result = curl_easy_setopt(m_easy.get(), option, value); // NOLINT(cppcoreguidelines-pro-type-vararg)
+        if (result == CURLE_OUT_OF_MEMORY)
+            throw std::bad_alloc();
+        if (result != CURLE_OK)
+            throw std::runtime_error(curl_easy_strerror(result));
+    }
+
+    /// A value of the exchange; 0 or null where curl has none.
+    template <class Value> Value Info(CURLINFO info) const noexcept
+    {
+        Value value = {};
+        curl_easy_getinfo(m_easy.get(), info, &value); // NOLINT(cppcoreguidelines-pro-type-vararg)
+        return value;
+    }
+
+private:
+    struct EasyCleanup
+    {
+        void operator()(CURL* easy) const noexcept { curl_easy_cleanup(easy); }
+    };
+    struct ListCleanup
+    {
+        void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
+    };
+
+    void SetConnection(const TransferRequest& request);
+    void SetRequest(const TransferRequest& request);
+
+    std::array<char, CURL_ERROR_SIZE> m_errorText = {};
+    std::unique_ptr<curl_slist, ListCleanup> m_headerLines;
+    std::unique_ptr<CURL, EasyCleanup> m_easy; // destroyed before what it uses
+};

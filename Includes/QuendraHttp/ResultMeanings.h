@@ -81,6 +81,7 @@ inline constexpr Meaning kMeanings[] = {
     {12170, "ERROR_WINHTTP_SECURE_CERT_REVOKED", "the server's certificate was withdrawn"},
     {12175, "ERROR_WINHTTP_SECURE_FAILURE", "the secure connection was refused: the certificate is not trusted, or is for another name"},
     {12178, "ERROR_WINHTTP_AUTO_PROXY_SERVICE_ERROR", "the proxy settings cannot be read"},
+    {12179, "ERROR_WINHTTP_SECURE_CERT_WRONG_USAGE", "the server's certificate is not one for servers"},
     {12180, "ERROR_WINHTTP_AUTODETECTION_FAILED", "no proxy settings were found"},
     {12185, "ERROR_WINHTTP_CLIENT_CERT_NO_PRIVATE_KEY", "the client certificate has no usable key"},
     {19006, "", "the server did not answer the handshake, or offers no API version that this library speaks"},

@@ -132,15 +132,16 @@ template <typename... Arguments> struct TraceFormat
     int line = 0;
 };
 
-/// Writes an informational message of a function that has no scope of its own.
+/// Writes a message of a function that has no scope of its own.
+/// @param descriptor            of the message's level.
 /// @param function, sourceUnit  as of a `FunctionTraceScope`.
 template <typename... Arguments>
-void TraceInfo(const char* function, const char* sourceUnit, TraceFormat<std::type_identity_t<Arguments>...> format,
-               const Arguments&... arguments)
+void TraceMessage(const Eventing::EventDescriptor& descriptor, const char* function, const char* sourceUnit,
+                  TraceFormat<std::type_identity_t<Arguments>...> format, const Arguments&... arguments)
 {
     const LastErrorKeeper keeper;
-    if (EventProviderHandle != 0 && IsEventEnabled(EventProviderHandle, &EVT_INFO) != 0)
-        WriteEventFormatted(EventProviderHandle, &EVT_INFO, sourceUnit, format.line, function, format.text,
+    if (EventProviderHandle != 0 && IsEventEnabled(EventProviderHandle, &descriptor) != 0)
+        WriteEventFormatted(EventProviderHandle, &descriptor, sourceUnit, format.line, function, format.text,
                             TraceDetail::Pass(arguments)...);
 }
 

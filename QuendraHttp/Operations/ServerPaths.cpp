@@ -15,7 +15,7 @@ std::string AddRevision(const std::string& query, const std::string& revision)
 {
     if (revision.empty())
         return {};
-    TraceInfo("CNativeHttp::AddRevision", Unit::NativeHttp, {"Revision: %s", kAddRevisionLine}, revision);
+    TraceMessage(EVT_INFO, "CNativeHttp::AddRevision", Unit::NativeHttp, {"Revision: %s", kAddRevisionLine}, revision);
     return query + "revision=" + revision;
 }
 

@@ -1,6 +1,7 @@
 #include "Transport/WinHttpImplRequest.h"
 
 #include "TextConversion.h"
+#include "Transport/ConnectionSteps.h"
 #include "Transport/HeaderText.h"
 #include "UrlEncoding.h"
 
@@ -39,6 +40,7 @@ ResultCode WinHttpRequest::Initialise(const std::wstring& path, const std::wstri
         trace.Error("WinHttpOpenRequest failed, error code: %d", error);
         return FoldIntoHResult(error);
     }
+    TraceConnectionSteps(Handle());
     trace.Info("WinHttpRequest successfully initialised");
     return Result::Success;
 }

@@ -79,11 +79,6 @@ BOOL WinHttpQueryOption(HINTERNET, DWORD, LPVOID, DWORD*) noexcept(kNoexcept)
     return Succeeds("WinHttpQueryOption");
 }
 
-WINHTTP_STATUS_CALLBACK WinHttpSetStatusCallback(HINTERNET, WINHTTP_STATUS_CALLBACK callback, DWORD, DWORD_PTR) noexcept(kNoexcept)
-{
-    return Succeeds("WinHttpSetStatusCallback") ? std::exchange(g_script.callback, callback) : WINHTTP_INVALID_STATUS_CALLBACK;
-}
-
 BOOL WinHttpAddRequestHeaders(HINTERNET, LPCWSTR headers, DWORD, DWORD modifiers) noexcept(kNoexcept)
 {
     if (!Succeeds("WinHttpAddRequestHeaders"))
@@ -92,8 +87,23 @@ BOOL WinHttpAddRequestHeaders(HINTERNET, LPCWSTR headers, DWORD, DWORD modifiers
     return TRUE;
 }
 
-BOOL WinHttpSendRequest(HINTERNET, LPCWSTR headers, DWORD, LPVOID optional, DWORD optionalLength, DWORD, DWORD_PTR) noexcept(kNoexcept)
+WINHTTP_STATUS_CALLBACK WinHttpSetStatusCallback(HINTERNET, WINHTTP_STATUS_CALLBACK callback, DWORD notifications,
+                                                 DWORD_PTR) noexcept(kNoexcept)
 {
+    g_script.notifications = notifications;
+    return std::exchange(g_script.callback, callback);
+}
+
+BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD, LPVOID optional, DWORD optionalLength, DWORD,
+                        DWORD_PTR) noexcept(kNoexcept)
+{
+    for (auto& notice : g_script.notices)
+    {
+        const bool isFailure = notice.status == WINHTTP_CALLBACK_STATUS_SECURE_FAILURE;
+        void* const information = isFailure ? static_cast<void*>(&notice.flags) : notice.text.data();
+        if (g_script.callback != nullptr && (g_script.notifications & notice.status) != 0)
+            g_script.callback(request, 0, notice.status, information, 0);
+    }
     if (!Succeeds("WinHttpSendRequest"))
         return FALSE;
     g_script.sendHeaders.emplace_back(headers == nullptr ? L"" : headers);

@@ -32,6 +32,14 @@ struct WinHttpScript
         bool operator==(const Header&) const = default;
     };
 
+    /// What the status callback is told of when a request is sent.
+    struct Notice
+    {
+        DWORD status;
+        std::wstring text; ///< a name or an address.
+        DWORD flags = 0;   ///< of a secure failure.
+    };
+
     /// Makes the n-th call (from 1) of a function fail.
     void Fail(const std::string& function, DWORD error, int call = 1) { failures[{function, call}] = error; }
 
@@ -46,9 +54,11 @@ struct WinHttpScript
     std::wstring status = L"200";
     std::wstring contentLength; ///< empty: not announced.
     std::deque<Piece> pieces;   ///< the body; over when empty.
+    std::vector<Notice> notices;
 
     // What was asked.
     WINHTTP_STATUS_CALLBACK callback = nullptr; ///< the one that was set last, on any handle.
+    DWORD notifications = 0;                    ///< those that it wants.
     std::vector<std::vector<int>> timeouts;     ///< resolve, connect, send, receive of each call.
     std::vector<Header> headers;
     std::vector<std::wstring> requests; ///< "VERB path flags accept", of each request opened.

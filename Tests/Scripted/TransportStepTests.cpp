@@ -114,6 +114,42 @@ TEST_F(TransportSteps, TheSessionHasTimeoutsOfItsOwnUntilAConnectionPutsTheSetti
     EXPECT_EQ(trace.CountOf(EVT_ERROR, "Attach handle non-null"), 3U);
 }
 
+TEST_F(TransportSteps, TheWayToTheServerIsTracedWhereSomebodyListens)
+{
+    const Texts steps = {"Resolving the name server", "Resolved the name: 10.0.0.1", "Connecting to 10.0.0.1", "Connected to 10.0.0.1",
+                         "Sending the request"};
+    const Texts reasons = {
+        "The secure connection failed, error code: 12045 (the server's certificate comes from an authority that this machine does not "
+        "trust)",
+        "The secure connection failed, error code: 12037 (the server's certificate is not valid today: check the clock)"};
+    const auto ask = [&] {
+        Restart();
+        g_script.notices = {{WINHTTP_CALLBACK_STATUS_RESOLVING_NAME, L"server"},
+                            {WINHTTP_CALLBACK_STATUS_NAME_RESOLVED, L"10.0.0.1"},
+                            {WINHTTP_CALLBACK_STATUS_CONNECTING_TO_SERVER, L"10.0.0.1"},
+                            {WINHTTP_CALLBACK_STATUS_CONNECTED_TO_SERVER, L"10.0.0.1"},
+                            {WINHTTP_CALLBACK_STATUS_SENDING_REQUEST, L""},
+                            {WINHTTP_CALLBACK_STATUS_SECURE_FAILURE, L"",
+                             WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID | WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA}};
+        EXPECT_EQ(request->Initialise(L"/path", L"GET", connection, nullptr, 0), 0U);
+        g_script.Fail("WinHttpSendRequest", 12175);
+        EXPECT_EQ(request->GetResponse(reply), 12175U);
+    };
+    ask();
+    for (const auto& step : steps)
+        EXPECT_EQ(trace.CountOf(EVT_INFO, step), 1U) << step << trace;
+    for (const auto& reason : reasons)
+        EXPECT_EQ(trace.CountOf(EVT_ERROR, reason), 1U) << reason << trace;
+    {
+        const TraceCapture errors(EVT_ERROR);
+        ask();
+        EXPECT_EQ(errors.Messages(), (Texts{reasons[0], reasons[1], "WinHttpSendRequest failed, error code: 12175"}));
+    }
+    const TraceCapture critical(EVT_CRITICAL);
+    ask();
+    EXPECT_EQ(g_script.callback, nullptr);
+}
+
 TEST_F(TransportSteps, AttachKeepsOneHandleAndClosesTheOther)
 {
     int first = 0;

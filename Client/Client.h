@@ -20,7 +20,7 @@ class Client
 {
 public:
     /// @param answers  records the server's answers; all three must outlive the client.
-    Client(const Options& options, const Surroundings& surroundings, const AnswerReader& answers)
+    Client(const Options& options, const Surroundings& surroundings, AnswerReader& answers)
         : m_options(options), m_surroundings(surroundings), m_answers(answers)
     {
     }
@@ -52,6 +52,8 @@ public:
     /// What the server answered to the last operation.
     [[nodiscard]] ServerAnswer Answer() const { return m_answers.Answer(); }
 
+    [[nodiscard]] AnswerReader& Answers() const { return m_answers; }
+
     /// Reports the last failed operation, as text and as JSON.
     void ReportFailure(const std::string& operation, ResultCode code, const std::string& advice) const;
 
@@ -63,7 +65,7 @@ private:
 
     const Options& m_options;
     const Surroundings& m_surroundings;
-    const AnswerReader& m_answers;
+    AnswerReader& m_answers;
     ServerAddress m_server;
     std::unique_ptr<IQuendraHttpAPI, ApiDeleter> m_api;
 };

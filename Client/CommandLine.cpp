@@ -177,7 +177,7 @@ void AddSessionCommands(CLI::App& app, Command::Any& chosen)
                                        "  quendra --server https://files.example.com handshake");
     CommandBuilder<Command::Version>(app, chosen, "version", "Ask the server for its version", "  quendra version --json");
     CommandBuilder<Command::Doctor>(app, chosen, "doctor",
-                                    "Check the settings and the road to the server; what fails says what to try next",
+                                    "Show the settings, and shake hands with the server step by step; what fails says what to try next",
                                     "  quendra doctor\n  quendra doctor --server https://files.example.com --json");
     CommandBuilder<Command::Register>(app, chosen, "register", "Register this device for a user; the server sends the user an e-mail",
                                       "  quendra --server https://files.example.com --device laptop register ann")

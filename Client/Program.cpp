@@ -50,7 +50,7 @@ public:
     Library& operator=(const Library&) = delete;
 
     [[nodiscard]] bool IsTraceComplete() const { return !m_trace || m_trace->IsComplete(); }
-    [[nodiscard]] const AnswerReader& Answers() const { return m_answers; }
+    [[nodiscard]] AnswerReader& Answers() { return m_answers; }
 
 private:
     static constexpr std::uint8_t kInformational = 4;
@@ -119,7 +119,7 @@ int RunCommand(const CommandLine& line, const Surroundings& surroundings)
 {
     try
     {
-        const Library library(surroundings, line.options.trace);
+        Library library(surroundings, line.options.trace);
         Client client(line.options, surroundings, library.Answers());
         try
         {

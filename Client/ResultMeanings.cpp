@@ -25,15 +25,15 @@ bool NeedsDoctor(ResultCode code)
     return plain == Result::IncompatibleServer || plain == kNoName || plain == kNoConnection;
 }
 
-// A status with its meaning, without what to do about it: the advice on the code comes first.
+} // namespace
+
 std::string StatusText(std::uint32_t status)
 {
+    // Without what to do about it: callers give advice of their own.
     const auto* meaning = std::ranges::find(Result::kHttpStatuses, ResultCode{status}, &Result::Meaning::code);
     const std::string text = meaning != std::ranges::end(Result::kHttpStatuses) ? std::string(", ") + meaning->text : std::string();
     return "HTTP " + std::to_string(status) + text.substr(0, text.find(':'));
 }
-
-} // namespace
 
 std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const std::string& advice)
 {

@@ -5,6 +5,7 @@
 
 #include "QuendraHttp/ResultCodes.h"
 
+#include <cstdint>
 #include <string>
 
 struct ServerAnswer;
@@ -13,6 +14,9 @@ struct ServerAnswer;
 /// @param answer  the server's answer to the operation.
 /// @param advice  may be empty.
 [[nodiscard]] std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const std::string& advice = {});
+
+/// `HTTP 503, the server is not available now`
+[[nodiscard]] std::string StatusText(std::uint32_t status);
 
 /// Whether a failed transfer may be resumed: the connection failed, and neither the server nor this machine refused.
 [[nodiscard]] bool IsConnectionFailure(ResultCode code);

@@ -4,8 +4,6 @@
 #include "Text.h"
 
 #include <charconv>
-#include <optional>
-#include <string_view>
 
 namespace
 {
@@ -16,20 +14,8 @@ constexpr std::size_t kLongestMessage = 300;
 
 constexpr std::string_view kOperations = "CNativeHttp::";
 constexpr std::string_view kRequest = "WinHttpRequest::Initialise";
+constexpr std::string_view kNotices = "WinHttpRequest::OnStatus";
 constexpr std::string_view kReplies = "CNativeHttp::LogResponse";
-
-// The text after a prefix.
-std::optional<std::string_view> Behind(std::string_view prefix, std::string_view text)
-{
-    return text.starts_with(prefix) ? std::optional(text.substr(prefix.size())) : std::nullopt;
-}
-
-std::uint32_t Number(std::string_view text)
-{
-    std::uint32_t number = 0;
-    std::from_chars(text.data(), text.data() + text.size(), number);
-    return number;
-}
 
 // Servers use different names for the message.
 std::string MessageIn(const std::string& reply)
@@ -46,11 +32,24 @@ std::string MessageIn(const std::string& reply)
 
 } // namespace
 
+std::optional<std::string_view> TextAfter(std::string_view prefix, std::string_view text)
+{
+    return text.starts_with(prefix) ? std::optional(text.substr(prefix.size())) : std::nullopt;
+}
+
+std::uint32_t LeadingNumber(std::string_view text)
+{
+    std::uint32_t number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
 void AnswerReader::Take(const Eventing::Event& event)
 {
-    if (std::this_thread::get_id() != m_thread)
-        return;
     const std::string_view function = event.function;
+    // The system may notify on a thread of its own.
+    if (std::this_thread::get_id() != m_thread && function != kNotices)
+        return;
     if (event.descriptor->id == Eventing::kFunctionEntryId)
     {
         // A later request of the same operation may get no answer.
@@ -68,6 +67,8 @@ void AnswerReader::Take(const Eventing::Event& event)
     else
     {
         TakeMessage(function, event.message);
+        if (m_watcher)
+            m_watcher(event.message);
     }
 }
 
@@ -80,11 +81,11 @@ void AnswerReader::TakeMessage(std::string_view function, std::string_view messa
         else if (m_reply.size() < kLongestReply)
             m_reply.append(message).append("\n");
     }
-    else if (const auto status = Behind("The server answered with HTTP ", message))
+    else if (const auto status = TextAfter("The server answered with HTTP ", message))
     {
-        m_status = Number(*status);
+        m_status = LeadingNumber(*status);
     }
-    else if (const auto target = Behind("The server redirects to ", message))
+    else if (const auto target = TextAfter("The server redirects to ", message))
     {
         const std::size_t end = target->find(". Redirects");
         m_redirect = target->substr(0, end);
@@ -93,5 +94,5 @@ void AnswerReader::TakeMessage(std::string_view function, std::string_view messa
 
 ServerAnswer AnswerReader::Answer() const
 {
-    return {m_status, MessageIn(m_reply), Printable(std::string_view(m_redirect))};
+    return {m_status, MessageIn(m_reply), Printable(std::string_view(m_redirect)), m_reply};
 }

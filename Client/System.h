@@ -31,6 +31,12 @@ namespace System
 /// The file of the program or library that contains a function; empty if unknown.
 [[nodiscard]] std::string FileOf(const void* function);
 
+/// The system's name, version and processor.
+[[nodiscard]] std::string Platform();
+
+/// Where requests find their proxy, without credentials; "none" if none is set.
+[[nodiscard]] std::string ProxySettings();
+
 /// The folder of the user's settings; empty if unknown.
 [[nodiscard]] std::filesystem::path ConfigurationFolder();
 

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/utsname.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -156,6 +157,30 @@ std::string FileOf(const void* function)
 {
     Dl_info info = {};
     return dladdr(function, &info) != 0 && info.dli_fname != nullptr ? info.dli_fname : "";
+}
+
+std::string Platform()
+{
+    utsname name = {};
+    return uname(&name) == 0 ? std::string(name.sysname) + " " + name.release + ", " + name.machine : "unknown";
+}
+
+std::string ProxySettings()
+{
+    std::string settings;
+    // HTTP_PROXY in capitals is ignored: a CGI program's client could set it.
+    for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy", "NO_PROXY"})
+    {
+        const std::string value = Environment(name).value_or("");
+        if (value.empty())
+            continue;
+        const std::size_t scheme = value.find("://");
+        const std::size_t start = scheme == std::string::npos ? 0 : scheme + 3;
+        const std::size_t at = value.find_last_of('@');
+        settings += (settings.empty() ? "" : ", ") + std::string(name) + "=" + value.substr(0, start) +
+                    value.substr(at == std::string::npos ? start : at + 1);
+    }
+    return settings.empty() ? "none" : settings;
 }
 
 std::filesystem::path ConfigurationFolder()

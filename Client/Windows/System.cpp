@@ -26,6 +26,11 @@ struct LocalMemoryDeleter
 };
 template <typename Type> using LocalMemory = std::unique_ptr<Type, LocalMemoryDeleter>;
 
+struct GlobalDeleter
+{
+    void operator()(void* memory) const { GlobalFree(memory); }
+};
+
 struct HandleCloser
 {
     void operator()(HANDLE handle) const { CloseHandle(handle); }
@@ -152,6 +157,35 @@ std::string FileOf(const void* function)
     std::wstring file(32768, L'\0'); // the longest possible path
     file.resize(GetModuleFileNameW(module, file.data(), static_cast<DWORD>(file.size())));
     return ToNarrow(file);
+}
+
+std::string Platform()
+{
+    // GetVersionEx reports the version that the program was built for.
+    using GetVersion = LONG(WINAPI*)(OSVERSIONINFOW*);
+    using GetWineVersion = const char*(CDECL*)();
+    const HMODULE system = GetModuleHandleW(L"ntdll.dll");
+    OSVERSIONINFOW version = {};
+    version.dwOSVersionInfoSize = sizeof version;
+    std::string text = "Windows";
+    if (const auto get = reinterpret_cast<GetVersion>(reinterpret_cast<void*>(GetProcAddress(system, "RtlGetVersion")));
+        get != nullptr && get(&version) == 0)
+        text += " " + std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwMinorVersion) + "." +
+                std::to_string(version.dwBuildNumber);
+    text += ", x86_64";
+    if (const auto get = reinterpret_cast<GetWineVersion>(reinterpret_cast<void*>(GetProcAddress(system, "wine_get_version"))))
+        text += ", Wine " + std::string(get());
+    return text;
+}
+
+std::string ProxySettings()
+{
+    WINHTTP_PROXY_INFO info = {};
+    if (!WinHttpGetDefaultProxyConfiguration(&info) || info.lpszProxy == nullptr)
+        return "none";
+    const std::unique_ptr<wchar_t, GlobalDeleter> proxy(info.lpszProxy);
+    const std::unique_ptr<wchar_t, GlobalDeleter> bypass(info.lpszProxyBypass);
+    return ToNarrow(proxy.get()) + (bypass ? ", not for " + ToNarrow(bypass.get()) : "");
 }
 
 std::filesystem::path ConfigurationFolder()

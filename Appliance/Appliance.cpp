@@ -1,102 +1,72 @@
 #include "Appliance.h"
 
-#include "Feed.h"
 #include "HttpServer.h"
-#include "ItemStore.h"
-#include "LineWriter.h"
-#include "Router.h"
 
-#include <system_error>
-
-using namespace ApplianceParts;
-
-struct Appliance::Parts
+namespace ApplianceParts
 {
-    Parts(const Options& options, std::ostream& stream)
-        : output(stream),
-          logsRequests(options.logsRequests),
-          state(options.root),
-          sessions(options, state),
-          items(options.root, state, feed),
-          router(options.apiVersions, sessions),
-          server(MakeHttpServer(options.mostConnections, Connections(options)))
-    {
-        items.EnsureHome();
-        for (const auto& session : sessions.All())
-            feed.Open(session.token);
-        AddSessionRoutes(router, options, sessions, feed, items, state, output);
-        AddItemRoutes(router, items, state);
-        AddResumeRoutes(router, items, state);
-    }
 
-    ConnectionServer Connections(const Options& options)
-    {
-        const auto handler = [this](const Request& request) { return Serve(request); };
-        return options.certificate.empty() ? ServePlain(handler) : ServeTls(options.certificate, options.privateKey, handler);
-    }
-
-    Reply Serve(const Request& request)
-    {
-        Reply reply = Answer(request);
-        if (logsRequests)
-            output.Write(request.method + " " + request.path + " -> " + std::to_string(reply.status) + ", " +
-                         std::to_string(reply.Length()) + " bytes");
-        return reply;
-    }
-
-    Reply Answer(const Request& request) const
-    {
-        try
-        {
-            return router.Handle(request);
-        }
-        catch (const ApiError& error)
-        {
-            return ErrorReply(error);
-        }
-        catch (const std::system_error& error)
-        {
-            return ErrorReply(ToApiError(error.code()));
-        }
-        catch (const std::exception& error)
-        {
-            return ErrorReply({500, ErrorId::Internal, error.what()});
-        }
-    }
-
-    LineWriter output;
-    const bool logsRequests;
-    StateFolder state;
-    Sessions sessions;
-    Feed feed;
-    ItemStore items;
-    Router router;
-    std::unique_ptr<IHttpServer> server;
-};
-
-Appliance::Appliance(const Options& options, std::ostream& output)
-    : m_parts(std::make_unique<Parts>(options, output)), m_isSecure(!options.certificate.empty()), m_requestedPort(options.port)
+namespace
 {
+
+Reply Answer(const Router& router, const Request& request)
+{
+    try
+    {
+        return router.Handle(request);
+    }
+    catch (const ApiError& error)
+    {
+        return ErrorReply(error);
+    }
+    catch (const std::system_error& error)
+    {
+        return ErrorReply(ToApiError(error.code()));
+    }
+    catch (const std::exception& error)
+    {
+        return ErrorReply({500, ErrorId::Internal, error.what()});
+    }
 }
 
-Appliance::~Appliance()
+} // namespace
+
+Appliance::Appliance(Options options, std::ostream& output)
+    : m_options(std::move(options)),
+      m_output(output),
+      m_state(m_options.root),
+      m_sessions(m_options, m_state, m_feed),
+      m_items(m_options.root, m_state, m_feed),
+      m_router(m_options.apiVersions, m_sessions),
+      m_port(m_options.port)
 {
-    Stop();
+    AddSessionRoutes(m_router, m_options, m_sessions, m_feed, m_items, m_state, m_output);
+    AddItemRoutes(m_router, m_items, m_state);
+    AddResumeRoutes(m_router, m_items, m_state);
 }
 
-int Appliance::Start()
+void Appliance::Start()
 {
-    m_port = m_parts->server->Start(m_requestedPort);
-    return m_port;
+    m_server = StartHttpServer(m_options, m_port, [this](const Request& request) { return Serve(request); });
 }
 
 void Appliance::Stop()
 {
-    m_parts->feed.Stop();
-    m_parts->server->Stop();
+    m_feed.Stop();
+    m_server = nullptr;
 }
 
 std::string Appliance::Url() const
 {
-    return (m_isSecure ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(m_port);
+    return (m_options.certificate.empty() ? "http://127.0.0.1:" : "https://127.0.0.1:") + std::to_string(m_port);
 }
+
+Reply Appliance::Serve(const Request& request)
+{
+    Reply reply = Answer(m_router, request);
+    if (m_options.logsRequests)
+        m_output.Write(request.method + " " + request.path + " -> " + std::to_string(reply.status) + ", " + std::to_string(reply.Length()) +
+                       " bytes");
+    return reply;
+}
+
+} // namespace ApplianceParts

@@ -3,28 +3,27 @@
 /// @file
 /// The sample server as one object: for the program, and for tests that want a server in their own process.
 
-#include "Options.h"
+#include "ItemStore.h"
+#include "Router.h"
 
-#include <iosfwd>
-#include <memory>
-#include <string>
+namespace ApplianceParts
+{
 
 class Appliance
 {
 public:
     /// Opens the root, and creates it if it does not exist.
     /// @param output  receives the mails to the user; must outlive the appliance.
-    /// @throws std::exception if the root or the certificate cannot be used.
-    Appliance(const ApplianceParts::Options& options, std::ostream& output);
-    ~Appliance();
+    /// @throws std::exception if the root cannot be used.
+    Appliance(Options options, std::ostream& output);
+    ~Appliance() { Stop(); }
 
     Appliance(const Appliance&) = delete;
     Appliance& operator=(const Appliance&) = delete;
 
     /// Serves until `Stop`. May be called once.
-    /// @returns the port.
-    /// @throws std::runtime_error if the port cannot be used.
-    int Start();
+    /// @throws std::runtime_error if the port or the certificate cannot be used.
+    void Start();
 
     /// Ends every connection, including waiting ones, and returns when all threads have ended.
     void Stop();
@@ -34,10 +33,17 @@ public:
     [[nodiscard]] std::string Url() const;
 
 private:
-    struct Parts;
+    Reply Serve(const Request& request);
 
-    std::unique_ptr<Parts> m_parts;
-    bool m_isSecure;
-    int m_requestedPort;
-    int m_port = 0;
+    const Options m_options;
+    LineWriter m_output;
+    const StateFolder m_state;
+    Feed m_feed;
+    Sessions m_sessions;
+    ItemStore m_items;
+    Router m_router;
+    int m_port;
+    std::shared_ptr<void> m_server;
 };
+
+} // namespace ApplianceParts

@@ -5,10 +5,6 @@
 #include <librsync.h>
 
 #include <array>
-#include <cerrno>
-#include <memory>
-#include <string>
-#include <system_error>
 
 namespace ApplianceParts::Delta
 {

@@ -10,7 +10,6 @@
 #include <deque>
 #include <functional>
 #include <mutex>
-#include <string>
 
 namespace ApplianceParts
 {

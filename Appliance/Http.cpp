@@ -65,7 +65,7 @@ Reply JsonReply(JsonMembers members)
 
 Reply ErrorReply(const ApiError& error)
 {
-    auto body = JsonObject({{"errorId", std::to_string(static_cast<int>(error.id))}, {"message", error.message}});
+    auto body = JsonObject({{"errorId", std::to_string(static_cast<int>(error.id))}, {"message", error.what()}});
     if (!error.item.isNull())
         body["document_info"] = error.item;
     return JsonReply(body, error.status);

@@ -7,11 +7,11 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -39,19 +39,16 @@ enum class ErrorId
 };
 
 /// A refusal: thrown by handlers, answered as `{"errorId":"N","message":"..."}`.
-struct ApiError : std::exception
+struct ApiError : std::runtime_error
 {
-    /// @param item  the item's current attributes, sent as "document_info" in a revision conflict.
-    ApiError(int statusCode, ErrorId errorId, std::string text, Json::Value currentItem = {})
-        : status(statusCode), id(errorId), message(std::move(text)), item(std::move(currentItem))
+    /// @param currentItem  the item's attributes, sent as "document_info" in a revision conflict.
+    ApiError(int statusCode, ErrorId errorId, const std::string& message, Json::Value currentItem = {})
+        : std::runtime_error(message), status(statusCode), id(errorId), item(std::move(currentItem))
     {
     }
 
-    [[nodiscard]] const char* what() const noexcept override { return message.c_str(); }
-
     int status;
     ErrorId id;
-    std::string message;
     Json::Value item;
 };
 

@@ -23,17 +23,11 @@ using asio::ip::tcp;
 
 constexpr std::chrono::milliseconds kShortestWait{200};
 
-class HttpServer final : public IHttpServer
+class HttpServer
 {
 public:
-    HttpServer(std::size_t mostConnections, ConnectionServer serve) : m_mostConnections(mostConnections), m_serve(std::move(serve)) {}
-
-    ~HttpServer() override { HttpServer::Stop(); }
-
-    HttpServer(const HttpServer&) = delete;
-    HttpServer& operator=(const HttpServer&) = delete;
-
-    int Start(int port) override
+    HttpServer(std::size_t mostConnections, int port, ConnectionServer serve)
+        : m_mostConnections(mostConnections), m_serve(std::move(serve))
     {
         try
         {
@@ -47,25 +41,21 @@ public:
         {
             throw std::runtime_error("cannot listen on port " + std::to_string(port) + " of 127.0.0.1: " + error.code().message());
         }
-        m_listener = std::thread([this] { Listen(); });
-        return m_acceptor.local_endpoint().port();
+        m_listener = std::jthread([this] { Listen(); });
     }
 
-    void Stop() override
+    ~HttpServer()
     {
-        {
-            const std::lock_guard guard(m_mutex);
-            m_isStopping = true;
-            for (auto& connection : m_connections)
-                connection.socket.Abort();
-        }
-        if (m_listener.joinable())
-            m_listener.join();
+        const std::lock_guard guard(m_mutex);
+        m_isStopping = true;
         for (auto& connection : m_connections)
-            connection.thread.join();
-        m_connections.clear();
-        m_acceptor.close();
+            connection.socket.Abort();
     }
+
+    HttpServer(const HttpServer&) = delete;
+    HttpServer& operator=(const HttpServer&) = delete;
+
+    [[nodiscard]] int Port() const { return m_acceptor.local_endpoint().port(); }
 
 private:
     struct Connection
@@ -73,8 +63,8 @@ private:
         explicit Connection(tcp::socket accepted) : socket(std::move(accepted)) {}
 
         Socket socket;
-        std::thread thread;
         bool hasEnded = false;
+        std::jthread thread; ///< joined first.
     };
 
     void Listen()
@@ -101,17 +91,10 @@ private:
     {
         while (!m_isStopping)
         {
-            m_connections.remove_if([](Connection& connection) {
-                if (connection.hasEnded)
-                    connection.thread.join();
-                return connection.hasEnded;
-            });
+            m_connections.remove_if([](const Connection& connection) { return connection.hasEnded; });
             if (m_connections.size() < m_mostConnections)
                 return;
-            const auto slowest =
-                std::min_element(m_connections.begin(), m_connections.end(), [](const Connection& left, const Connection& right) {
-                    return left.socket.WaitingSince() < right.socket.WaitingSince();
-                });
+            const auto slowest = std::ranges::min_element(m_connections, {}, [](const auto& each) { return each.socket.WaitingSince(); });
             if (slowest->socket.WaitingSince() < Clock::now() - kShortestWait)
                 slowest->socket.Abort();
             m_oneEnded.wait_for(lock, Socket::kLookUp);
@@ -123,7 +106,7 @@ private:
         auto& connection = m_connections.emplace_back(std::move(accepted));
         try
         {
-            connection.thread = std::thread([this, &connection] { Run(connection); });
+            connection.thread = std::jthread([this, &connection] { Run(connection); });
         }
         catch (const std::system_error&)
         {
@@ -152,23 +135,23 @@ private:
     const ConnectionServer m_serve;
     asio::io_context m_context;
     tcp::acceptor m_acceptor{m_context};
-    std::thread m_listener;
     std::mutex m_mutex;
     std::condition_variable m_oneEnded;
-    std::list<Connection> m_connections;
     std::atomic<bool> m_isStopping = false;
+    std::list<Connection> m_connections;
+    std::jthread m_listener; ///< joined first, then the threads of the connections.
 };
 
 } // namespace
 
-ConnectionServer ServePlain(RequestHandler handler)
+std::shared_ptr<void> StartHttpServer(const Options& options, int& port, RequestHandler handler)
 {
-    return [handler = std::move(handler)](Socket& socket) { HttpConnection(socket, socket, handler).Serve(); };
-}
-
-std::unique_ptr<IHttpServer> MakeHttpServer(std::size_t mostConnections, ConnectionServer serve)
-{
-    return std::make_unique<HttpServer>(mostConnections, std::move(serve));
+    ConnectionServer serve = [handler](Socket& socket) { HttpConnection(socket, socket, handler).Serve(); };
+    if (!options.certificate.empty())
+        serve = ServeTls(options, handler);
+    const auto server = std::make_shared<HttpServer>(options.mostConnections, port, std::move(serve));
+    port = server->Port();
+    return server;
 }
 
 } // namespace ApplianceParts

@@ -66,34 +66,11 @@ ItemPath ItemPath::FromText(std::string_view text)
     return path;
 }
 
-std::string ItemPath::Text() const
-{
-    std::string text;
-    for (const auto& name : m_names)
-        text.append("/").append(name);
-    return text.empty() ? "/" : text;
-}
-
-ItemPath ItemPath::Parent() const
-{
-    ItemPath parent = *this;
-    if (!IsRoot())
-        parent.m_names.pop_back();
-    return parent;
-}
-
 ItemPath ItemPath::Child(std::string_view name) const
 {
     if (!IsName(name, IsRoot()))
         throw ApiError(400, ErrorId::NameNotAllowed, "the name is not allowed");
-    ItemPath child = *this;
-    child.m_names.emplace_back(name);
-    return child;
-}
-
-bool ItemPath::IsBelow(const ItemPath& folder) const
-{
-    return m_names.size() > folder.m_names.size() && std::equal(folder.m_names.begin(), folder.m_names.end(), m_names.begin());
+    return ItemPath(m_text + "/" + std::string(name));
 }
 
 bool ItemPath::IsName(std::string_view name, bool isInRoot)
@@ -154,19 +131,14 @@ std::optional<ItemTime> ReadTime(const std::optional<std::string>& text)
     return time;
 }
 
-ItemChanges ReadChanges(const std::optional<std::string>& created, const std::optional<std::string>& modified,
-                        const std::optional<std::string>& attributes)
-{
-    constexpr std::uint64_t kUnknown = 0xFFFFFFFF;
-    const auto bits = attributes ? ReadNumber(*attributes, "attributes") : kUnknown;
-    if (bits > kUnknown)
-        throw Malformed("attributes has more than 32 bits");
-    return {ReadTime(created), ReadTime(modified), bits == kUnknown ? std::nullopt : std::optional(static_cast<std::uint32_t>(bits))};
-}
-
 ItemChanges ReadChanges(const Fields& fields)
 {
-    return ReadChanges(Find(fields, "creation_time"), Find(fields, "modification_time"), Find(fields, "attributes"));
+    constexpr std::uint64_t kUnknown = 0xFFFFFFFF;
+    const auto bits = ReadNumber(Find(fields, "attributes").value_or(std::to_string(kUnknown)), "attributes");
+    if (bits > kUnknown)
+        throw Malformed("attributes has more than 32 bits");
+    return {ReadTime(Find(fields, "creation_time")), ReadTime(Find(fields, "modification_time")),
+            bits == kUnknown ? std::nullopt : std::optional(static_cast<std::uint32_t>(bits))};
 }
 
 Json::Value ToJson(const Item& item)

@@ -6,13 +6,7 @@
 #include "Http.h"
 
 #include <chrono>
-#include <cstdint>
 #include <filesystem>
-#include <optional>
-#include <ratio>
-#include <string>
-#include <string_view>
-#include <vector>
 
 namespace ApplianceParts
 {
@@ -32,22 +26,22 @@ public:
     /// @throws ApiError if it is not a valid path.
     [[nodiscard]] static ItemPath FromText(std::string_view text);
 
-    [[nodiscard]] bool IsRoot() const { return m_names.empty(); }
-    /// The last name; empty for the root.
-    [[nodiscard]] std::string Name() const { return IsRoot() ? std::string() : m_names.back(); }
-    [[nodiscard]] const std::vector<std::string>& Names() const { return m_names; }
+    [[nodiscard]] bool IsRoot() const { return m_text.empty(); }
 
     /// "/a/b", and "/" for the root.
-    [[nodiscard]] std::string Text() const;
+    [[nodiscard]] std::string Text() const { return IsRoot() ? "/" : m_text; }
+
+    /// The last name; empty for the root.
+    [[nodiscard]] std::string Name() const { return m_text.substr(m_text.rfind('/') + 1); }
 
     /// The folder that holds this item; the root's is the root.
-    [[nodiscard]] ItemPath Parent() const;
+    [[nodiscard]] ItemPath Parent() const { return ItemPath(m_text.substr(0, m_text.rfind('/'))); }
 
     /// @throws ApiError if the name is not allowed.
     [[nodiscard]] ItemPath Child(std::string_view name) const;
 
     /// Whether this item is in that folder, at any depth.
-    [[nodiscard]] bool IsBelow(const ItemPath& folder) const;
+    [[nodiscard]] bool IsBelow(const ItemPath& folder) const { return m_text.starts_with(folder.m_text + "/"); }
 
     bool operator==(const ItemPath&) const = default;
 
@@ -55,7 +49,9 @@ public:
     [[nodiscard]] static bool IsName(std::string_view name, bool isInRoot);
 
 private:
-    std::vector<std::string> m_names;
+    explicit ItemPath(std::string text) : m_text(std::move(text)) {}
+
+    std::string m_text; ///< empty for the root.
 };
 
 /// Text in UTF-8 as a file system's path, and back.
@@ -70,14 +66,15 @@ inline constexpr std::uint32_t kNormalAttribute = 0x80;
 
 struct Item
 {
-    std::string path;
-    std::string name;
+    std::string path = {};
+    std::string name = {};
     bool isFolder = false;
     std::uint64_t size = 0;
-    ItemTime created;
-    ItemTime modified;
+    ItemTime created = {};
+    ItemTime modified = {};
     std::uint32_t attributes = 0;
-    std::string revision;
+    std::string revision = {};
+    std::int64_t stamp = 0; ///< the file's own time: it shows whether the file was changed without the appliance.
 };
 
 /// The values of an item that a client sets; a missing one is unchanged, or gets its default.
@@ -106,11 +103,9 @@ struct ItemChanges
 /// @throws ApiError if it is malformed.
 [[nodiscard]] std::optional<ItemTime> ReadTime(const std::optional<std::string>& text);
 
-/// @param attributes  the bits in decimal; clients send 4294967295 for bits that they do not know.
+/// Reads the fields "creation_time", "modification_time" and "attributes" (the bits in decimal; clients send 4294967295 for bits that they
+/// do not know).
 /// @throws ApiError if one of the texts is malformed.
-[[nodiscard]] ItemChanges ReadChanges(const std::optional<std::string>& created, const std::optional<std::string>& modified,
-                                      const std::optional<std::string>& attributes);
-/// The fields "creation_time", "modification_time" and "attributes".
 [[nodiscard]] ItemChanges ReadChanges(const Fields& fields);
 
 /// An item's JSON in replies.

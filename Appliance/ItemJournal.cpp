@@ -4,7 +4,8 @@
 #include "UtcText.h"
 
 #include <algorithm>
-#include <system_error>
+#include <cstdlib>
+#include <sstream>
 
 namespace ApplianceParts
 {
@@ -12,133 +13,100 @@ namespace ApplianceParts
 namespace
 {
 
-// The entries: {"set":PATH,...}, {"remove":PATH}, {"move":PATH,"to":PATH}, {"revision":N}.
-constexpr const char* kSet = "set";
-constexpr const char* kRemove = "remove";
-constexpr const char* kMove = "move";
-constexpr const char* kTo = "to";
-constexpr const char* kRevision = "revision";
+constexpr const char* kFile = "items.jsonl";
 
-Json::Value Entry(const std::string& path, const ItemRecord& record)
+// The entries: {"set":PATH,...}, {"remove":PATH}, {"move":PATH,"to":PATH}, {"revision":N}.
+Json::Value Entry(const std::string& path, const Item& item)
 {
-    return JsonObject({{kSet, path},
-                       {"created", FormatUtc(record.created)},
-                       {"modified", FormatUtc(record.modified)},
-                       {"attributes", record.attributes},
-                       {kRevision, record.revision},
-                       {"stamp", Json::Int64(record.stamp)},
-                       {"size", Json::UInt64(record.size)}});
+    return JsonObject({{"set", path},
+                       {"created", FormatUtc(item.created)},
+                       {"modified", FormatUtc(item.modified)},
+                       {"attributes", item.attributes},
+                       {"revision", item.revision},
+                       {"stamp", Json::Int64(item.stamp)},
+                       {"size", Json::UInt64(item.size)}});
 }
 
 } // namespace
 
-ItemJournal::ItemJournal(std::filesystem::path file) : m_file(std::move(file))
+std::filesystem::path ItemJournal::Load(const StateFolder& state)
 {
-    std::ifstream input(m_file, std::ios::binary);
+    std::istringstream input(state.Read(kFile).value_or(""));
     for (std::string line; std::getline(input, line);)
         if (const auto entry = ParseJsonObject(line))
             Apply(*entry);
-    input.close();
-    WriteAnew();
+    std::string fresh = JsonLine(JsonObject({{"revision", Json::UInt64(m_lastRevision)}})) + "\n";
+    for (const auto& [path, item] : m_records)
+        fresh += JsonLine(Entry(path, item)) + "\n";
+    state.Write(kFile, fresh);
+    return state.Path(kFile);
 }
 
-const ItemRecord* ItemJournal::Find(const std::string& path) const
+const Item* ItemJournal::Find(const std::string& path) const
 {
     const auto found = m_records.find(path);
     return found == m_records.end() ? nullptr : &found->second;
 }
 
-void ItemJournal::Set(const std::string& path, const ItemRecord& record)
+void ItemJournal::Set(Item& item)
 {
-    Change(Entry(path, record));
+    item.revision = std::to_string(m_lastRevision + 1);
+    Change(Entry(item.path, item));
 }
 
 void ItemJournal::Remove(const std::string& path)
 {
-    Change(JsonObject({{kRemove, path}}));
+    Change(JsonObject({{"remove", path}}));
 }
 
 void ItemJournal::Move(const std::string& from, const std::string& to)
 {
-    Change(JsonObject({{kMove, from}, {kTo, to}}));
-}
-
-std::string ItemJournal::NewRevision()
-{
-    return std::to_string(++m_lastRevision);
+    Change(JsonObject({{"move", from}, {"to", to}}));
 }
 
 void ItemJournal::Change(const Json::Value& entry)
 {
     Apply(entry);
-    m_output << JsonLine(entry) << '\n' << std::flush;
-    if (!m_output)
-    {
-        // Later entries may succeed. An incomplete line is skipped when reading, and must not be joined with the next one.
-        m_output.clear();
-        m_output << '\n';
-        throw std::system_error(std::make_error_code(std::errc::no_space_on_device), "cannot record the item");
-    }
+    m_output.Write(JsonLine(entry));
 }
 
 void ItemJournal::Apply(const Json::Value& entry)
 {
-    if (entry.isMember(kSet))
+    const auto revision = entry["revision"].asString();
+    m_lastRevision = std::max<std::uint64_t>(m_lastRevision, std::strtoull(revision.c_str(), nullptr, 10));
+    if (entry.isMember("set"))
     {
-        ItemRecord record;
-        record.created = ParseTime(entry["created"].asString()).value_or(ItemTime());
-        record.modified = ParseTime(entry["modified"].asString()).value_or(ItemTime());
-        record.attributes = entry["attributes"].asUInt();
-        record.revision = entry[kRevision].asString();
-        record.stamp = entry["stamp"].asInt64();
-        record.size = entry["size"].asUInt64();
-        m_lastRevision = std::max<std::uint64_t>(m_lastRevision, std::strtoull(record.revision.c_str(), nullptr, 10));
-        m_records[entry[kSet].asString()] = record;
+        auto& item = m_records[entry["set"].asString()];
+        item.created = ParseTime(entry["created"].asString()).value_or(ItemTime());
+        item.modified = ParseTime(entry["modified"].asString()).value_or(ItemTime());
+        item.attributes = entry["attributes"].asUInt();
+        item.revision = revision;
+        item.stamp = entry["stamp"].asInt64();
+        item.size = entry["size"].asUInt64();
     }
-    else if (entry.isMember(kRemove))
+    else if (entry.isMember("remove"))
     {
-        EraseTree(entry[kRemove].asString());
+        Erase(entry["remove"].asString());
     }
-    else if (entry.isMember(kMove))
+    else if (entry.isMember("move"))
     {
-        MoveTree(entry[kMove].asString(), entry[kTo].asString());
-    }
-    else if (entry.isMember(kRevision))
-    {
-        m_lastRevision = std::max<std::uint64_t>(m_lastRevision, entry[kRevision].asUInt64());
+        const auto from = entry["move"].asString();
+        const auto to = entry["to"].asString();
+        std::map<std::string, Item> moved;
+        for (auto next = m_records.lower_bound(from); next != m_records.end() && next->first.starts_with(from); ++next)
+            if (const auto rest = next->first.substr(from.size()); rest.empty() || rest.front() == '/')
+                moved[to + rest] = next->second;
+        Erase(from);
+        Erase(to);
+        m_records.merge(moved);
     }
 }
 
-void ItemJournal::WriteAnew()
-{
-    auto fresh = m_file;
-    fresh += ".new";
-    m_output.open(fresh, std::ios::binary | std::ios::trunc);
-    m_output << JsonLine(JsonObject({{kRevision, Json::UInt64(m_lastRevision)}})) << '\n';
-    for (const auto& [path, record] : m_records)
-        m_output << JsonLine(Entry(path, record)) << '\n';
-    m_output.close();
-    if (!m_output)
-        throw std::system_error(std::make_error_code(std::errc::io_error), "cannot write " + fresh.string());
-    std::filesystem::rename(fresh, m_file);
-    m_output.open(m_file, std::ios::binary | std::ios::app);
-}
-
-void ItemJournal::EraseTree(const std::string& path)
+// Erases the records of an item and all below it.
+void ItemJournal::Erase(const std::string& path)
 {
     m_records.erase(path);
     m_records.erase(m_records.lower_bound(path + "/"), m_records.lower_bound(path + "0")); // "0" follows "/"
-}
-
-void ItemJournal::MoveTree(const std::string& from, const std::string& to)
-{
-    Records moved;
-    for (auto next = m_records.lower_bound(from); next != m_records.end() && next->first.starts_with(from); ++next)
-        if (const auto rest = next->first.substr(from.size()); rest.empty() || rest.front() == '/')
-            moved[to + rest] = next->second;
-    EraseTree(from);
-    EraseTree(to);
-    m_records.merge(moved);
 }
 
 } // namespace ApplianceParts

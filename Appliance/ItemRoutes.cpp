@@ -12,11 +12,12 @@ namespace ApplianceParts
 namespace
 {
 
-Reply Listing(const FolderListing& listing)
+Reply Listing(const ItemPath& path, const ItemStore& items)
 {
-    auto reply = ToJson(listing.folder);
+    const auto [folder, children] = items.List(path);
+    auto reply = ToJson(folder);
     reply["contents"] = Json::arrayValue;
-    for (const auto& child : listing.children)
+    for (const auto& child : children)
         reply["contents"].append(ToJson(child));
     return JsonReply(reply);
 }
@@ -25,7 +26,7 @@ Reply Listing(const FolderListing& listing)
 Reply Mappings(const ItemStore& items)
 {
     Json::Value mappings(Json::arrayValue);
-    for (const auto& item : items.List(ItemPath()).children)
+    for (const auto& item : items.List(ItemPath()).second)
         if (item.isFolder)
             mappings.append(JsonObject({{"name", item.name},
                                         {"description", item.path == kHomePath ? "Home directory" : "Folder " + item.name},
@@ -47,7 +48,7 @@ Reply ContentReply(FileContent content)
 Reply Download(const Fields& query, const ItemPath& path, const ItemStore& items)
 {
     const auto skip = ReadNumber(Find(query, "skip").value_or("0"), "skip");
-    auto content = items.Open(path, Find(query, "revision").value_or(""), skip).content;
+    auto content = items.Open(path, Find(query, "revision").value_or(""), skip).second;
     if (const auto count = Find(query, "count"))
         content.length = std::min(ReadNumber(*count, "count"), content.length);
     return ContentReply(std::move(content));
@@ -60,7 +61,7 @@ Reply Read(const Call& call, const ItemStore& items)
     if (path.IsRoot() && Find(query, "includeAll") == "true")
         return Mappings(items);
     if (Find(query, "type") == "all")
-        return Listing(items.List(path));
+        return Listing(path, items);
     const bool wantsBytes = call.request.header("Accept").value_or("").find("application/octet-stream") != std::string::npos;
     if (wantsBytes || query.contains("skip") || query.contains("count"))
         return Download(query, path, items);
@@ -74,8 +75,7 @@ Reply UploadFile(const Request& request, const ItemPath& path, ItemStore& items,
     const auto upload = ReadUpload(request, file.Path());
     if (!upload.hasFile || Find(upload.fields, "operation") != "create")
         throw Malformed("an upload has a file and the operation \"create\"");
-    const PutCondition condition{.revision = Find(upload.fields, "revision").value_or("")};
-    return ItemReply(items.PutFile(path, file.Path(), ReadChanges(upload.fields), condition));
+    return ItemReply(items.PutFile(path, file.Path(), ReadChanges(upload.fields), Find(upload.fields, "revision").value_or("")));
 }
 
 Reply Change(const Call& call, ItemStore& items, const StateFolder& state)
@@ -115,7 +115,7 @@ Reply ExchangeDelta(const Call& call, ItemStore& items, const StateFolder& state
     if (isDelta)
     {
         Delta::Apply(*current.file, received.Path(), result.Path());
-        return ItemReply(items.PutFile(path, result.Path(), ReadChanges(fields), {.revision = item.revision}));
+        return ItemReply(items.PutFile(path, result.Path(), ReadChanges(fields), item.revision));
     }
     Delta::Make(received.Path(), *current.file, result.Path());
     return ContentReply({System::OpenFile(result.Path()), std::filesystem::file_size(result.Path())});

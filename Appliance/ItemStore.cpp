@@ -3,8 +3,6 @@
 #include "System.h"
 
 #include <algorithm>
-#include <mutex>
-#include <sstream>
 
 namespace ApplianceParts
 {
@@ -19,19 +17,6 @@ std::int64_t StampOf(fs::file_time_type time)
     return static_cast<std::int64_t>(time.time_since_epoch().count());
 }
 
-// The revision of a file that was not written by the appliance.
-std::string RevisionOf(std::int64_t stamp, std::uint64_t size)
-{
-    std::ostringstream text;
-    text << 'f' << std::hex << static_cast<std::uint64_t>(stamp) << '-' << size;
-    return text.str();
-}
-
-ApiError NotFound(const ItemPath& path)
-{
-    return {404, ErrorId::NotFound, "there is no item " + path.Text()};
-}
-
 ApiError AlreadyExists(const ItemPath& path)
 {
     return {409, ErrorId::AlreadyExists, "the item " + path.Text() + " exists already"};
@@ -43,21 +28,23 @@ void CheckRevision(const Item& item, const std::string& revision)
         throw ApiError(409, ErrorId::RevisionConflict, "the item has another revision", ToJson(item));
 }
 
-Item Describe(const ItemPath& path, const fs::path& file, bool isFolder, const ItemRecord* record)
+// A folder's own time changes with its content; a file's only with the file.
+Item Describe(const ItemPath& path, const fs::path& file, bool isFolder, const Item* record)
 {
     const auto fileTime = fs::last_write_time(file);
+    const auto attributes = isFolder ? kDirectoryAttribute : kNormalAttribute;
+    Item item = record != nullptr ? *record : Item{.created = FromFileTime(fileTime), .attributes = attributes};
     const auto stamp = StampOf(fileTime);
-    Item item;
+    const auto size = isFolder ? 0 : fs::file_size(file);
+    if (record == nullptr || (!isFolder && (record->stamp != stamp || record->size != size)))
+    {
+        item.modified = FromFileTime(fileTime);
+        item.revision = isFolder ? "0" : "f" + std::to_string(stamp) + "-" + std::to_string(size);
+    }
     item.path = path.Text();
     item.name = path.Name();
     item.isFolder = isFolder;
-    item.size = isFolder ? 0 : fs::file_size(file);
-    // A folder's own time changes with its content; a file's only with the file.
-    const bool isCurrent = record != nullptr && (isFolder || (record->stamp == stamp && record->size == item.size));
-    item.created = record != nullptr ? record->created : FromFileTime(fileTime);
-    item.modified = isCurrent ? record->modified : FromFileTime(fileTime);
-    item.attributes = record != nullptr ? record->attributes : isFolder ? kDirectoryAttribute : kNormalAttribute;
-    item.revision = isCurrent ? record->revision : isFolder ? "0" : RevisionOf(stamp, item.size);
+    item.size = size;
     return item;
 }
 
@@ -79,13 +66,8 @@ void SetFileTime(const fs::path& file, ItemTime time)
 } // namespace
 
 ItemStore::ItemStore(fs::path root, const StateFolder& state, Feed& feed)
-    : m_root(std::move(root)), m_state(state), m_feed(feed), m_journal(state.Path("items.jsonl"))
+    : m_root(std::move(root)), m_state(state), m_feed(feed), m_journal(state)
 {
-}
-
-void ItemStore::EnsureHome()
-{
-    const std::unique_lock lock(m_mutex);
     fs::create_directory(Locate(ItemPath::FromText(kHomePath)));
 }
 
@@ -95,24 +77,24 @@ Item ItemStore::Get(const ItemPath& path) const
     return Require(path);
 }
 
-FolderListing ItemStore::List(const ItemPath& path) const
+std::pair<Item, std::vector<Item>> ItemStore::List(const ItemPath& path) const
 {
     const std::shared_lock lock(m_mutex);
-    FolderListing listing{Require(path), {}};
     RequireFolder(path);
+    std::vector<Item> children;
     for (const auto& entry : fs::directory_iterator(Locate(path)))
     {
         const auto name = ToUtf8(entry.path().filename());
         if (!ItemPath::IsName(name, path.IsRoot()))
             continue;
         if (auto child = Look(path.Child(name)))
-            listing.children.push_back(std::move(*child));
+            children.push_back(std::move(*child));
     }
-    std::sort(listing.children.begin(), listing.children.end(), [](const Item& left, const Item& right) { return left.name < right.name; });
-    return listing;
+    std::sort(children.begin(), children.end(), [](const Item& left, const Item& right) { return left.name < right.name; });
+    return {Require(path), children};
 }
 
-OpenedFile ItemStore::Open(const ItemPath& path, const std::string& revision, std::uint64_t skip) const
+std::pair<Item, FileContent> ItemStore::Open(const ItemPath& path, const std::string& revision, std::uint64_t skip) const
 {
     const std::shared_lock lock(m_mutex);
     const auto item = Require(path);
@@ -129,9 +111,7 @@ Item ItemStore::CreateFolder(const ItemPath& path)
     RequireFolder(path.Parent());
     if (path.IsRoot() || !fs::create_directory(Locate(path)))
         throw AlreadyExists(path);
-    auto item = Require(path);
-    item.revision = m_journal.NewRevision();
-    Record(path, item);
+    auto item = Record(path, Require(path));
     m_feed.Publish("create", item.path);
     return item;
 }
@@ -141,10 +121,9 @@ Item ItemStore::SetAttributes(const ItemPath& path, const ItemChanges& changes)
     const std::unique_lock lock(m_mutex);
     auto item = Require(path);
     Apply(changes, item);
-    item.revision = m_journal.NewRevision();
     if (!item.isFolder)
         SetFileTime(Locate(path), item.modified);
-    Record(path, item);
+    item = Record(path, item);
     m_feed.Publish("update", item.path, item.path);
     return item;
 }
@@ -159,7 +138,7 @@ Item ItemStore::Move(const ItemPath& from, const ItemPath& to, bool mayOverwrite
     if (from == to)
         return source;
     RequireFolder(to.Parent());
-    const auto target = Look(to);
+    const auto target = LookForTarget(to);
     // On a file system that ignores case, a change of case finds the item itself.
     if (target && !fs::equivalent(Locate(from), Locate(to)))
     {
@@ -167,10 +146,6 @@ Item ItemStore::Move(const ItemPath& from, const ItemPath& to, bool mayOverwrite
             throw AlreadyExists(to);
         if (source.isFolder || target->isFolder)
             throw ApiError(409, ErrorId::WrongKind, "a folder is not overwritten, and overwrites nothing");
-    }
-    else if (!target && fs::exists(fs::symlink_status(Locate(to))))
-    {
-        throw AlreadyExists(to);
     }
     System::Replace(Locate(from), Locate(to), m_state.NewTemporary());
     m_journal.Move(from.Text(), to.Text());
@@ -194,32 +169,26 @@ void ItemStore::Remove(const ItemPath& path, const std::string& revision)
     fs::remove_all(grave);
 }
 
-Item ItemStore::PutFile(const ItemPath& path, const fs::path& content, const ItemChanges& changes, const PutCondition& condition)
+Item ItemStore::PutFile(const ItemPath& path, const fs::path& content, const ItemChanges& changes,
+                        const std::optional<std::string>& revision)
 {
     const std::unique_lock lock(m_mutex);
     RequireFolder(path.Parent());
-    const auto existing = Look(path);
+    const auto existing = LookForTarget(path);
     if (path.IsRoot() || (existing && existing->isFolder))
         throw ApiError(409, ErrorId::WrongKind, "the item is a folder");
-    if (existing)
-    {
-        if (condition.mustBeNew)
-            throw AlreadyExists(path);
-        CheckRevision(*existing, condition.revision);
-    }
-    else if (fs::exists(fs::symlink_status(Locate(path))))
-    {
+    if (existing && !revision)
         throw AlreadyExists(path);
-    }
+    if (existing)
+        CheckRevision(*existing, *revision);
 
     Item item = Describe(path, content, false, nullptr);
     item.created = existing ? existing->created : item.created;
     item.attributes = existing ? existing->attributes : item.attributes;
     Apply(changes, item);
-    item.revision = m_journal.NewRevision();
     SetFileTime(content, item.modified);
     System::Replace(content, Locate(path), m_state.NewTemporary());
-    Record(path, item);
+    item = Record(path, item);
     m_feed.Publish("upload", item.path);
     return item;
 }
@@ -227,24 +196,29 @@ Item ItemStore::PutFile(const ItemPath& path, const fs::path& content, const Ite
 // Links are not followed and not shown to clients.
 std::optional<Item> ItemStore::Look(const ItemPath& path) const
 {
-    auto file = m_root;
-    for (std::size_t depth = 0; depth < path.Names().size(); ++depth)
-    {
-        if (depth > 0 && !fs::is_directory(fs::symlink_status(file)))
+    for (auto folder = path.Parent(); !folder.IsRoot(); folder = folder.Parent())
+        if (!fs::is_directory(fs::symlink_status(Locate(folder))))
             return std::nullopt;
-        file /= ToFilePath(path.Names()[depth]);
-    }
+    const auto file = Locate(path);
     const auto status = path.IsRoot() ? fs::status(file) : fs::symlink_status(file);
     if (!fs::is_directory(status) && !fs::is_regular_file(status))
         return std::nullopt;
     return Describe(path, file, fs::is_directory(status), m_journal.Find(path.Text()));
 }
 
+std::optional<Item> ItemStore::LookForTarget(const ItemPath& path) const
+{
+    auto item = Look(path);
+    if (!item && fs::exists(fs::symlink_status(Locate(path))))
+        throw AlreadyExists(path);
+    return item;
+}
+
 Item ItemStore::Require(const ItemPath& path) const
 {
     auto item = Look(path);
     if (!item)
-        throw NotFound(path);
+        throw ApiError(404, ErrorId::NotFound, "there is no item " + path.Text());
     return std::move(*item);
 }
 
@@ -264,16 +238,15 @@ void ItemStore::RequireMovable(const ItemPath& path) const
 
 fs::path ItemStore::Locate(const ItemPath& path) const
 {
-    auto file = m_root;
-    for (const auto& name : path.Names())
-        file /= ToFilePath(name);
-    return file;
+    auto file = path.IsRoot() ? m_root : m_root / ToFilePath(path.Text().substr(1));
+    return file.make_preferred();
 }
 
-void ItemStore::Record(const ItemPath& path, const Item& item)
+Item ItemStore::Record(const ItemPath& path, Item item)
 {
-    const auto stamp = StampOf(fs::last_write_time(Locate(path)));
-    m_journal.Set(item.path, {item.created, item.modified, item.attributes, item.revision, stamp, item.size});
+    item.stamp = StampOf(fs::last_write_time(Locate(path)));
+    m_journal.Set(item);
+    return item;
 }
 
 ApiError ToApiError(const std::error_code& error)

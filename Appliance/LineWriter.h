@@ -24,10 +24,11 @@ public:
     void Write(std::string_view line)
     {
         const std::lock_guard guard(m_mutex);
-        m_output << line << '\n' << std::flush;
-        if (m_output)
+        if (m_output << line << '\n' << std::flush)
             return;
-        m_output.clear(); // a later line may find free space again
+        // A later line may find free space again, and must not continue this one.
+        m_output.clear();
+        m_output << '\n';
         throw std::system_error(std::make_error_code(std::errc::no_space_on_device), "cannot write a line");
     }
 

@@ -1,7 +1,6 @@
 // quendra-appliance, the program: serves until it is told to stop.
 
 #include "Appliance.h"
-#include "Options.h"
 #include "System.h"
 
 #include <boost/asio/io_context.hpp>

@@ -95,7 +95,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
     options.password = user.substr(colon + 1);
     options.certificate = ToFilePath(certificate);
     options.privateKey = ToFilePath(privateKey);
-    options.mode = mode == kLegacy ? ServerMode::Legacy : ServerMode::DeviceToken;
+    options.needsDeviceToken = mode == kDeviceToken;
     return options;
 }
 

@@ -12,12 +12,6 @@
 namespace ApplianceParts
 {
 
-enum class ServerMode
-{
-    Legacy,
-    DeviceToken
-};
-
 struct Options
 {
     std::filesystem::path root;
@@ -26,7 +20,7 @@ struct Options
     std::string password = "demo";
     std::filesystem::path certificate; ///< PEM; empty: no TLS.
     std::filesystem::path privateKey;
-    ServerMode mode = ServerMode::Legacy;
+    bool needsDeviceToken = false; ///< to log in.
     bool logsRequests = false;
     std::size_t mostConnections = 500; ///< each takes a thread, a socket and perhaps a file.
     std::vector<std::string> apiVersions = {"1.0", "1.1", "1.2", "1.3"};

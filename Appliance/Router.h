@@ -4,16 +4,13 @@
 /// Maps requests to handlers. One function per subject adds its handlers.
 
 #include "Http.h"
-#include "Options.h"
 #include "Sessions.h"
 
 namespace ApplianceParts
 {
 
-class Feed;
 class ItemStore;
 class LineWriter;
-class StateFolder;
 
 /// A request for a handler.
 struct Call

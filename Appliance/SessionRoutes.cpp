@@ -1,7 +1,5 @@
-#include "Feed.h"
 #include "ItemStore.h"
 #include "JsonText.h"
-#include "LineWriter.h"
 #include "Router.h"
 
 namespace ApplianceParts
@@ -40,7 +38,7 @@ void AddHandshake(Router& router, const Options& options)
         endpoints["sync"][version] = Endpoint(Router::ApiPath(version));
     endpoints["audit"]["1"] = Endpoint("/audit/1");
     AddConstant(router, "/endpoints", endpoints);
-    AddConstant(router, "{api}/init", JsonObject({{"device_token_auth", options.mode == ServerMode::DeviceToken}}));
+    AddConstant(router, "{api}/init", JsonObject({{"device_token_auth", options.needsDeviceToken}}));
     AddConstant(router, "{api}/version", JsonObject({{"build_number", "sample-1"}}));
 }
 
@@ -112,7 +110,6 @@ void AddSessionRoutes(Router& router, const Options& options, Sessions& sessions
         const auto form = ReadForm(call.request);
         const auto session = sessions.LogIn(Require(form, "user_id"), Require(form, "password"), Find(form, "device_id").value_or(""),
                                             Find(form, "device_token").value_or(""));
-        feed.Open(session.token);
         auto reply = JsonObject({{"session_token", session.token}});
         // An administrator can put a policy into the state folder; every login then returns it.
         if (const auto policy = ParseJsonObject(state.Read("policy.json").value_or("")))

@@ -28,18 +28,20 @@ bool IsSame(const std::string& left, const std::string& right)
 
 Session ToSession(const Json::Value& saved)
 {
-    return {saved["token"].asString(), saved["user"].asString(), saved["device_id"].asString()};
+    return {saved["token"].asString(), saved["user"].asString()};
 }
 
 } // namespace
 
-Sessions::Sessions(const Options& options, const StateFolder& state)
-    : m_user(options.user), m_password(options.password), m_mode(options.mode), m_state(state)
+Sessions::Sessions(const Options& options, const StateFolder& state, Feed& feed)
+    : m_user(options.user), m_password(options.password), m_needsDeviceToken(options.needsDeviceToken), m_state(state), m_feed(feed)
 {
     auto saved = ParseJsonObject(state.Read(kFile).value_or("{}"));
     if (!saved)
         throw std::runtime_error("cannot read " + std::string(kFile) + " in the state folder");
     m_saved = std::move(*saved);
+    for (const auto& each : m_saved["sessions"])
+        m_feed.Open(each["token"].asString());
 }
 
 Session Sessions::LogIn(const std::string& user, const std::string& password, const std::string& deviceId, const std::string& deviceToken)
@@ -48,13 +50,14 @@ Session Sessions::LogIn(const std::string& user, const std::string& password, co
         throw ApiError(401, ErrorId::LoginRefused, "the user or the password is wrong");
     const std::lock_guard guard(m_mutex);
     const auto& device = std::as_const(m_saved)["devices"][deviceId];
-    if (m_mode == ServerMode::DeviceToken && (device.isNull() || !IsSame(deviceToken, device.asString())))
+    if (m_needsDeviceToken && (device.isNull() || !IsSame(deviceToken, device.asString())))
         throw ApiError(401, ErrorId::DeviceNotRegistered, "the device is not registered, or its device token is wrong");
     auto& sessions = m_saved["sessions"];
     if (sessions.size() == kMostSessions)
         sessions.removeIndex(0, nullptr);
     const auto& added = sessions.append(JsonObject({{"token", RandomHex(kTokenDigits)}, {"user", user}, {"device_id", deviceId}}));
     Save();
+    m_feed.Open(added["token"].asString());
     return ToSession(added);
 }
 
@@ -65,15 +68,6 @@ std::optional<Session> Sessions::Find(const std::string& token) const
         if (IsSame(each["token"].asString(), token))
             return ToSession(each);
     return std::nullopt;
-}
-
-std::vector<Session> Sessions::All() const
-{
-    const std::lock_guard guard(m_mutex);
-    std::vector<Session> sessions;
-    for (const auto& each : m_saved["sessions"])
-        sessions.push_back(ToSession(each));
-    return sessions;
 }
 
 std::optional<std::string> Sessions::Register(const std::string& user, const std::string& deviceId)

@@ -3,15 +3,9 @@
 /// @file
 /// The user, the devices, and the open sessions.
 
+#include "Feed.h"
 #include "Options.h"
 #include "StateFolder.h"
-
-#include <json/value.h>
-
-#include <mutex>
-#include <optional>
-#include <string>
-#include <vector>
 
 namespace ApplianceParts
 {
@@ -20,14 +14,14 @@ struct Session
 {
     std::string token;
     std::string user;
-    std::string deviceId;
 };
 
 /// Sessions and devices outlive the process. Safe to use from several threads.
 class Sessions
 {
 public:
-    Sessions(const Options& options, const StateFolder& state);
+    /// @param feed  keeps actions for each session, from its login or from here on.
+    Sessions(const Options& options, const StateFolder& state, Feed& feed);
 
     /// Opens a session.
     /// @throws ApiError if user, password or device token are wrong.
@@ -35,7 +29,6 @@ public:
                                 const std::string& deviceToken);
 
     [[nodiscard]] std::optional<Session> Find(const std::string& token) const;
-    [[nodiscard]] std::vector<Session> All() const;
 
     /// Registers a device and creates its device token.
     /// @return nothing if the device is registered already.
@@ -55,8 +48,9 @@ private:
 
     std::string m_user;
     std::string m_password;
-    ServerMode m_mode;
+    bool m_needsDeviceToken;
     const StateFolder& m_state;
+    Feed& m_feed;
     mutable std::mutex m_mutex;
     Json::Value m_saved; ///< {"sessions":[{"token":...,"user":...,"device_id":...}],"devices":{ID:TOKEN}}; the oldest session first.
 };

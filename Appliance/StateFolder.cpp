@@ -20,18 +20,12 @@ StateFolder::StateFolder(const std::filesystem::path& root) : m_folder(root / kN
     std::filesystem::permissions(m_folder, std::filesystem::perms::owner_all);
     // Temporary files of an earlier process.
     std::filesystem::remove_all(m_folder / kTemporary);
-}
-
-std::filesystem::path StateFolder::Folder(std::string_view name) const
-{
-    auto folder = m_folder / name;
-    std::filesystem::create_directories(folder);
-    return folder;
+    std::filesystem::create_directory(m_folder / kTemporary);
 }
 
 std::filesystem::path StateFolder::NewTemporary() const
 {
-    return Folder(kTemporary) / RandomHex(32);
+    return m_folder / kTemporary / RandomHex(32);
 }
 
 std::optional<std::string> StateFolder::Read(std::string_view name) const

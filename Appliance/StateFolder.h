@@ -22,9 +22,6 @@ public:
     /// The path of a file or folder of the state.
     [[nodiscard]] std::filesystem::path Path(std::string_view name) const { return m_folder / name; }
 
-    /// A folder of the state, created if it does not exist.
-    [[nodiscard]] std::filesystem::path Folder(std::string_view name) const;
-
     /// An unused path, in a folder that the next process empties.
     [[nodiscard]] std::filesystem::path NewTemporary() const;
 

@@ -23,16 +23,16 @@ void Check(const ErrorCode& error, const std::string& step)
 
 } // namespace
 
-ConnectionServer ServeTls(const std::filesystem::path& certificate, const std::filesystem::path& privateKey, RequestHandler handler)
+ConnectionServer ServeTls(const Options& options, RequestHandler handler)
 {
     const auto context = std::make_shared<ssl::context>(ssl::context::tls_server);
     ErrorCode error;
     context->set_options(ssl::context::no_tlsv1 | ssl::context::no_tlsv1_1, error);
     Check(error, "cannot prepare TLS");
-    context->use_certificate_chain_file(certificate.string(), error);
-    Check(error, "cannot use the certificate " + certificate.string());
-    context->use_private_key_file(privateKey.string(), ssl::context::pem, error);
-    Check(error, "cannot use the private key " + privateKey.string());
+    context->use_certificate_chain_file(options.certificate.string(), error);
+    Check(error, "cannot use the certificate " + options.certificate.string());
+    context->use_private_key_file(options.privateKey.string(), ssl::context::pem, error);
+    Check(error, "cannot use the private key " + options.privateKey.string());
     if (SSL_CTX_check_private_key(context->native_handle()) != 1)
         throw std::runtime_error("the private key is not the certificate's");
     return [context, handler = std::move(handler)](Socket& socket) {

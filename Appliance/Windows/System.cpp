@@ -1,5 +1,7 @@
 #include "System.h"
 
+#include "TextConversion.h"
+
 #include <algorithm>
 #include <array>
 #include <fcntl.h>
@@ -74,10 +76,7 @@ std::vector<std::string> Arguments(int, char**)
     const std::unique_ptr<wchar_t*, decltype(&LocalFree)> wide(CommandLineToArgvW(GetCommandLineW(), &count), &LocalFree);
     std::vector<std::string> arguments;
     for (int index = 1; index < count; ++index)
-    {
-        const auto text = std::filesystem::path(wide.get()[index]).u8string();
-        arguments.emplace_back(text.begin(), text.end());
-    }
+        arguments.push_back(ToNarrow(wide.get()[index]));
     return arguments;
 }
 

@@ -5,7 +5,7 @@
 namespace ApplianceParts
 {
 
-ConnectionServer ServeTls(const std::filesystem::path&, const std::filesystem::path&, RequestHandler)
+ConnectionServer ServeTls(const Options&, RequestHandler)
 {
     throw std::runtime_error("--cert and --key cannot be used: this build has no TLS");
 }

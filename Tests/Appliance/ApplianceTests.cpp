@@ -24,6 +24,7 @@ namespace
 namespace asio = boost::asio;
 namespace http = boost::beast::http;
 
+using ApplianceParts::Appliance;
 using asio::ip::tcp;
 using ErrorCode = boost::system::error_code;
 using Headers = std::map<std::string, std::string>;

@@ -1,4 +1,4 @@
-// What all operations of the client share: its settings, its codes, its JSON helpers, its trace of replies, its request map.
+// What all operations share: settings, codes, JSON helpers, the trace of replies, the request map.
 
 #include "Operations.h"
 #include "Operations/ServerPaths.h"
@@ -75,7 +75,7 @@ TEST(ClientSettings, ASessionThatCannotBeOpenedIsOnlyTraced)
     EXPECT_EQ(trace.Messages(EVT_ERROR), Texts{"WinHttpSession failed to initialise, error code: -2147012892"});
 }
 
-// People who filter events know these functions by their lines.
+// Users filter events by these line numbers.
 TEST(ClientSettings, FunctionsAreIdentifiedByTheirLines)
 {
     TraceCapture trace;
@@ -218,7 +218,7 @@ TEST(RepliesInTheTrace, AreIndentedLineByLine)
     EXPECT_EQ(trace.Messages(EVT_INFO), Texts{"HTTP Response (6 bytes)"});
 }
 
-// The message lines of a reply, and what they are together.
+// The traced lines of a reply, and their size in all.
 std::pair<Texts, std::size_t> TraceOf(std::string reply)
 {
     const TraceCapture trace;
@@ -269,7 +269,7 @@ TEST(RepliesInTheTrace, AreCutWhereTheyWouldBeManyTimesTheirSize)
     }
 }
 
-// The JSON library's time for comments grows with their square: half a minute for these, where it collects them.
+// When the JSON library collects comments, its time grows with the square of their number: half a minute for these.
 TEST(Replies, WithCommentsAreReadAtOnce)
 {
     std::string reply = "[1 " + Repeated("/**/", 200000) + "]";

@@ -1,5 +1,4 @@
-// The eventing library: what the three operations and the sinks do, through the interface that modules and hosts use, and the lines
-// and files that a supporter reads.
+// The eventing library: formats, lines, trace files and sinks.
 
 #include "TraceCapture.h"
 #include "TransferSupport.h"
@@ -44,7 +43,7 @@ TEST(EventFormat, FollowsTheConversionsOnEveryPlatform)
          kLong + kLong + std::string(99'999, ' ') + "5" + std::string(63, ' ') + "6"},
         {Formatted(""), ""},
         {Formatted(static_cast<const char*>(nullptr)), ""},
-        // It stops before arguments that it cannot know.
+        // An unknown conversion ends the formatting: the arguments behind it cannot be found.
         {Formatted("%d %y %s", 1), "1 %y %s"},
         {Formatted("%d %n", 1), "1 %n"},
         {Formatted("100%"), "100%"},
@@ -75,7 +74,7 @@ TEST(EventLine, ShowsTheEventInColumnsAndTheTextOfAServerForNoMoreThanItIs)
                   "2024-03-01T00:00:00.000Z 12345678 CRIT  PathUtilities:123456     EncodePath: " + shown);
 }
 
-// The file's lines from the level on, where they no longer depend on time and thread.
+// The file's lines without time and thread.
 std::string LinesOf(const std::filesystem::path& path)
 {
     std::string lines;
@@ -126,7 +125,7 @@ TEST(TraceFileTest, ThreadsWriteWholeLines)
         thread = std::thread([&file] {
             for (int message = 0; message < 200; ++message)
             {
-                // The sink lets only errors pass, whether or not a writer has asked.
+                // The sink drops what is above its level, also from a writer that did not ask first.
                 WriteEventFunction(file.Handle(), &EVT_FUNCTION_ENTRY, "Unit", 1, "Function");
                 WriteEventFormatted(file.Handle(), &EVT_WARNING, "Unit", 1, "Function", "%0500d", 1);
                 WriteEventFormatted(file.Handle(), &EVT_ERROR, "Unit", 1, "Function", "%0500d", 0);
@@ -163,7 +162,7 @@ TEST(EventSinks, AreAFixedNumberAndTheirHandlesAreNeverGivenAgain)
     const auto stale = open.back();
     CloseEventSink(stale);
     open.back() = OpenEventSink(4, kAnyKeyword, CountEvent, &events);
-    // Neither it nor one that nobody gave reaches a sink; closing it leaves the one that took its place.
+    // A closed or made-up handle reaches no sink, and closing it does not close the sink that was opened in its place.
     for (const auto handle : std::vector<ProviderHandle>{stale, 0, 1, 0xE51C'0000'0000'0000, 0xE51C'0000'0000'00FF, 0xE51C'FFFF'FFFF'FFFF})
     {
         EXPECT_EQ(IsEventEnabled(handle, &EVT_CRITICAL), 0) << handle;
@@ -179,7 +178,7 @@ TEST(EventSinks, AreAFixedNumberAndTheirHandlesAreNeverGivenAgain)
     EXPECT_EQ(OpenEventSink(4, kAnyKeyword, nullptr, nullptr), 0U);
 }
 
-// Its callback stays until the sink is being closed, opens and closes another one, and stays a little longer.
+// Its callback runs until the sink is being closed, opens and closes another sink, and runs a little longer.
 struct Listener
 {
     ProviderHandle handle = 0;

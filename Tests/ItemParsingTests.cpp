@@ -12,144 +12,51 @@ namespace
 {
 
 const std::string kTimes = R"("creation_time":"2015-03-02T10:20:30.1239999Z","modification_time":"2016-02-29T23:59:59.5Z")";
-const std::string kCreated = "2015-03-02T10:20:30.123Z";
-const std::string kModified = " 2016-02-29T23:59:59.500Z 2016-02-29T23:59:59.500Z 2016-02-29T23:59:59.500Z";
-const std::string kNumbers = R"("size":7,"attributes":32)";
-const std::string kWritable = R"("permissions":"WRITE")";
-const std::string kRest = kTimes + "," + kNumbers + "," + kWritable;
+const std::string kRest = kTimes + R"(,"size":7,"attributes":32,"permissions":"WRITE")";
 const std::string kThrown = "JSON library has thrown a runtime_error exception (";
 
-// Members, with what the item is read as, and the errors.
-using Items = std::vector<std::pair<std::string, std::string>>;
-
-// Reads items of the members that a case is about and of those that all its cases share.
-template <typename Show> void ExpectItems(const std::string& shared, const Show& show, const Items& items)
+std::string ShowTimes(const IServerAttributes& record)
 {
-    for (const auto& [members, expected] : items)
-    {
-        TraceCapture trace;
-        ServerItemList list;
-        const std::string json = "{" + members + (members.empty() ? "" : ",") + shared + "}";
-        const std::uint32_t count = ProcessJSONDictionary(ParseText(json), list, false);
-        EXPECT_EQ(count, list.size());
-        std::string read = list.empty() ? "dropped" : show(*list.front());
-        for (const std::string& error : trace.Messages(EVT_ERROR))
-            read += "; " + error;
-        EXPECT_EQ(read, expected) << members;
-    }
+    std::string times;
+    for (const CAttributeTime time :
+         {record.GetCreationTime(), record.GetLastAccessTime(), record.GetLastWriteTime(), record.GetChangeTime()})
+        times += (times.empty() ? "" : " ") + ToNarrow(time.ToString());
+    return times;
 }
+
+// What the groups of Items.json show of an item.
+const std::map<std::string, std::function<std::string(const IServerAttributes&)>> kShown = {
+    {"names", [](const IServerAttributes& record) { return record.GetRevision() + "|" + ToNarrow(record.GetName()); }},
+    {"sizes", [](const IServerAttributes& record) { return std::to_string(record.GetSize()); }},
+    {"attributes", [](const IServerAttributes& record) { return record.GetAttributesStringA(); }},
+    {"times", ShowTimes},
+    {"permissions", [](const IServerAttributes& record) {
+         return std::string(record.IsReadOnly() ? "read-only" : "writable") + (record.IsFolderReadOnly() ? " in read-only" : "");
+     }}};
 
 } // namespace
 
-TEST(ItemParsingTests, NamesAndRevisions)
+TEST(ItemParsingTests, ItemsAreReadAsItemsJsonSays)
 {
-    const auto show = [](const IServerAttributes& record) { return record.GetRevision() + "|" + ToNarrow(record.GetName()); };
-    ExpectItems(kRest, show,
-                {
-                    {"", "|"},
-                    {R"("name":"","orca_path":"/a/b/c.txt")", "|c.txt"},
-                    {R"("orca_path":"C:\\x\\y")", "|y"},
-                    {R"("orca_path":"a\\b/c")", "|b/c"},
-                    {R"("orca_path":"none")", "|"},
-                    {R"("orca_path":"/a/")", "|"},
-                    {R"("name":"folder//","revision":"r\u00e9v")", "r\u00e9v|folder"},
-                    {R"("name":"///")", "|"},
-                    {R"("name":"/a/\\")", "|/a/\\"},
-                    // No character is refused.
-                    {R"("name":"\u0001 *:<>?|\"\\")", "|\x01 *:<>?|\"\\"},
-                    {R"("name":"a\u0000b")", "|" + std::string("a\0b", 3)},
-                    // Text members take numbers and booleans; null is no text.
-                    {R"("name":5,"revision":true)", "true|5"},
-                    // Every plane; what is no Unicode becomes the replacement character and harms nothing else.
-                    {"\"name\":\"\u0416\u4e16\U0001F600\U0010FFFF\"", "|\u0416\u4e16\U0001F600\U0010FFFF"},
-                    {R"("name":"\ud83d\ud83d\ude00")", "|\ufffd\U0001F600"},
-                    {"\"name\":\"a\xff\"", "|a\ufffd"},
-                });
-}
-
-TEST(ItemParsingTests, Sizes)
-{
-    const auto show = [](const IServerAttributes& record) { return std::to_string(record.GetSize()); };
-    const std::string bad = "0; Invalid or missing 'size' in server response (type is ";
-    ExpectItems(R"("attributes":32,)" + kTimes, show,
-                {
-                    {R"("size":1.9)", "1"},
-                    {R"("size":-1.9)", "-1"},
-                    {R"("size":9007199254740993)", "9007199254740992"},
-                    {R"("size":9223372036854774784)", "9223372036854774784"},
-                    {R"("size":9223372036854775807)", "-9223372036854775808"}, // rounded up to one too many
-                    {R"("size":-1e300)", "-9223372036854775808"},
-                    {R"("size":"12")", bad + "4)"},
-                    {R"("size":null)", bad + "0)"},
-                    {"", bad + "4)"},
-                });
-}
-
-TEST(ItemParsingTests, AttributeBits)
-{
-    const auto show = [](const IServerAttributes& record) { return record.GetAttributesStringA(); };
-    const std::string bad = "; Invalid or missing 'attributes' in server response (type is ";
-    ExpectItems(R"("size":7,)" + kTimes, show,
-                {
-                    {R"("attributes":33.9)", "33"},
-                    {R"("attributes":4294967295)", "4294967295"},
-                    {R"("attributes":32,"directory":true)", "48"},
-                    {R"("attributes":32,"directory":1)", "32"}, // a folder by its number, but not by its type
-                    {R"("directory":true)", "16" + bad + "4)"},
-                    {R"("directory":1)", "16" + bad + "4)"},
-                    {R"("directory":null,"attributes":null)", "128" + bad + "0)"},
-                    {R"("attributes":true)", "128" + bad + "5)"},
-                    {R"("attributes":[1])", "128" + bad + "6)"},
-                });
-}
-
-TEST(ItemParsingTests, Times)
-{
-    const auto show = [](const IServerAttributes& record) {
-        std::wstring times;
-        for (const CAttributeTime time :
-             {record.GetCreationTime(), record.GetLastAccessTime(), record.GetLastWriteTime(), record.GetChangeTime()})
-            times += (times.empty() ? L"" : L" ") + time.ToString();
-        return ToNarrow(times);
-    };
-    const std::string created = R"("creation_time":"2015-03-02T10:20:30.1239999Z")";
-    const std::string modified = R"("modification_time":"2016-02-29T23:59:59.5Z")";
-    const std::string bad = "; Invalid or missing 'creation_time' in server response.";
-    const std::string noTime = "; Error: [2015-01-01T00:00:00Z] is not a valid time";
-    const std::string empty = "; Error: [] is not a valid time";
-    ExpectItems(kNumbers, show,
-                {
-                    // Another type is tolerated, also for the modification time, whose message speaks of the creation.
-                    {modified + R"(,"creation_time":5)", "INVALID" + kModified + bad},
-                    {created + R"(,"modification_time":null)", kCreated + " INVALID INVALID INVALID" + bad},
-                    // A text that is no time drops the item, and so does a missing one.
-                    {modified + R"(,"creation_time":"2015-01-01T00:00:00Z")", "dropped" + noTime},
-                    {modified, "dropped" + empty},
-                    {created + R"(,"modification_time":"2015-01-01T00:00:00Z")", "dropped" + noTime + noTime + noTime},
-                    {created, "dropped" + empty + empty + empty},
-                    // An impossible date is a time: the start of the scale.
-                    {modified + R"(,"creation_time":"2015-02-30T00:00:00.5Z")", "1601-01-01T00:00:00.000Z" + kModified},
-                });
-}
-
-TEST(ItemParsingTests, Permissions)
-{
-    const auto show = [](const IServerAttributes& record) {
-        return std::string(record.IsReadOnly() ? "read-only" : "writable") + (record.IsFolderReadOnly() ? " in read-only" : "");
-    };
-    ExpectItems(kTimes + "," + kNumbers, show,
-                {
-                    {"", "read-only in read-only"},
-                    {R"("permissions":"wRite")", "writable"},
-                    {R"("permissions":"WRITE ")", "read-only in read-only"},
-                    {R"("permissions":"WR\u0131TE")", "read-only in read-only"},
-                    {R"("permissions":null)", "writable"},
-                    {R"("permissions":["READ"])", "writable"},
-                    {R"("permissions":"WRITE","folder_permissions":"READ")", "writable in read-only"},
-                    {R"("permissions":"READ","folder_permissions":"write")", "read-only"},
-                    {R"("permissions":"WRITE","folder_permissions":null)", "writable"},
-                    {R"("permissions":"WRITE","folder_permissions":true)", "writable in read-only"},
-                });
+    const Json::Value groups = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Replies/Items.json");
+    ASSERT_EQ(groups.size(), kShown.size());
+    for (const auto& [group, show] : kShown)
+    {
+        ASSERT_FALSE(groups[group]["cases"].empty()) << group;
+        for (const Json::Value& each : groups[group]["cases"])
+        {
+            Json::Value item = groups[group]["shared"];
+            for (const std::string& member : each[0].getMemberNames())
+                item[member] = each[0][member];
+            TraceCapture trace;
+            ServerItemList list;
+            EXPECT_EQ(ProcessJSONDictionary(item, list, false), list.size());
+            std::string read = list.empty() ? "dropped" : show(*list.front());
+            for (const std::string& error : trace.Messages(EVT_ERROR))
+                read += "; " + error;
+            EXPECT_EQ(read, each[1].asString()) << group << ": " << each[0];
+        }
+    }
 }
 
 TEST(ItemParsingTests, AValueThatCannotBeConvertedEndsAnArrayAndThrowsForASingleItem)
@@ -187,6 +94,7 @@ TEST(ItemExtractionTests, OneParseGivesTheReplysItemsAndTheReplyAsAnItem)
         {R"({"document_info":)" + a + "}", "a "},
         {R"({"document_info":[)" + a + "," + b + "]}", "a b "},
         {a, "in a"},
+        {"{" + item("a\xff") + "}", "in a\ufffd"},
         {"[" + a + "," + b + "]", "in a b"},
         {R"([{"contents":[)" + a + "]},{\"document_info\":" + b + "}]", "a b "},
         {"{}", ""},

@@ -11,7 +11,7 @@
 #include <functional>
 #include <string>
 
-// A server with one API version, which is a legacy one where that is 1.0; tests say what else it answers.
+// The handshake's replies of a server with one API version; version 1.0 makes it a legacy server. Empty: not a handshake request.
 inline std::string AnswerHandshake(const std::string& request, const std::string& version = "1.3")
 {
     if (request.starts_with("GET /endpoints "))
@@ -21,7 +21,7 @@ inline std::string AnswerHandshake(const std::string& request, const std::string
     return {};
 }
 
-// Shakes hands, and gives each other request the reply that a test has for it.
+// Answers the handshake, and every other request as the test says.
 inline RawServer::Script AnswerWith(std::function<std::string(const std::string& request)> answer, const std::string& version = "1.3")
 {
     return AnswerEach([=](const std::string& request) {
@@ -30,7 +30,7 @@ inline RawServer::Script AnswerWith(std::function<std::string(const std::string&
     });
 }
 
-// Shakes hands, and leaves every other request, its head read, to the test.
+// Answers the handshake. The test serves every other request, whose head has been read.
 inline RawServer::Script AfterHandshake(std::function<void(RawConnection&, const std::string& head)> serve)
 {
     return [serve = std::move(serve)](RawConnection& connection) {
@@ -53,7 +53,7 @@ inline IQuendraHttpAPI* CreateInstanceFor(const RawServer& server)
     return api;
 }
 
-/// A server of the test's and an instance that has shaken hands with it.
+/// A server and an instance that has shaken hands with it.
 class Library : public RawServer, public Instance
 {
 public:

@@ -1,5 +1,6 @@
 // What each operation makes of its reply and of every step that fails, over a scripted transport.
 
+#include "JsonText.h"
 #include "Operations.h"
 #include "ScriptedTransport.h"
 #include "TraceCapture.h"
@@ -9,7 +10,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
+#include <regex>
+#include <set>
 
 namespace
 {
@@ -41,12 +45,10 @@ const std::map<std::string, Operation> kOperations = {
     {"register", Call(&Api::Register, L"ann", L"host")},
 };
 
-const std::string kRest =
-    R"("creation_time":"2020-01-02T03:04:05.6Z","modification_time":"2021-01-02T03:04:05.6Z","size":7,"attributes":32)";
-const std::string kItem = R"({"name":"a.txt",)" + kRest + "}";
-const std::string kTwo = "[" + kItem + "," + kItem + "]";
+const std::string kItem = R"({"name":"a.txt","creation_time":"2020-01-02T03:04:05.6Z",)"
+                          R"("modification_time":"2021-01-02T03:04:05.6Z","size":7,"attributes":32})";
 
-// What an operation ends in: its code, and what it delivered.
+// Performs an operation: its code, and what it gave.
 std::string Perform(ScriptedClient& client, const Operation& run)
 {
     Caller caller;
@@ -54,7 +56,7 @@ std::string Perform(ScriptedClient& client, const Operation& run)
     return caller.Told().empty() ? code : code + " " + caller.Told();
 }
 
-// The operation's own messages, errors marked; the lines of a reply begin in another way.
+// The operation's own messages, errors with "! ". The lines of a traced reply are left out: they do not begin with a capital letter.
 std::string OwnMessages(const TraceCapture& trace)
 {
     std::string messages;
@@ -66,90 +68,29 @@ std::string OwnMessages(const TraceCapture& trace)
 
 TEST(OperationReplies, EndInTheirCodeRecordsAndMessages)
 {
-    const std::string action = R"({"a":"create","m":"/x"})";
-    const std::string changes = "Requesting list of changes from the server.\nRequest Path: /sync/notifs\n";
-    const std::string created = "Creating notification action: type: 'create', value: '/x'\nThere are now 1 notification actions\n";
-    const std::string mappings = "Retrieving remote folder mappings\nRequest Path: /sync/folders?includeAll=true&timeout=30\n";
-    const std::string create = "Create request for folder: /d/new\nRequest Path: /sync/folders/d\nCreated folder: /d/new\n";
-    const std::string get = "Path attributes request for path: /a\nRequest Path: /sync/folders/a\n";
-    const std::string set = "Request to set attributes for path: /a\n";
-    const std::string rename = "Rename request for path: /x/a to path: ";
-    const std::string list = "Request for path listing of folder: /d\nRequest Path: /sync/folders/d?type=all\n";
-    const std::string inReply = "Extracted attributes from reply buffer";
-    const std::string notInReply = "! Failed to extract attributes from reply buffer";
-    const std::string listed = "\nReceived directory contents for path: /d";
-    const std::string login = "Server: server, Port: 8080, User: ann, Hostname: host\nReturning cached server mode 1\n"
-                              "Request Path: /sync/sessions\n";
-    const std::string policy = "\nResponse contains policy block, processing..."; // written in any case
-    const std::string token = login + "Login successful. New session token: ";
-    const std::string withPolicy = R"({"session_token":"new","policy_block":{}})";
-    const std::string noToken = R"({"session_token":5,"note":"policy_block"})";
-    const struct
+    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Replies/Operations.json");
+    EXPECT_GT(cases.size(), 30U);
+    for (const Json::Value& each : cases)
     {
-        std::string operation, body, expected, messages;
-        std::string version = "1.3"; // of another nothing is asked; none: nor is there a server
-    } cases[] = {
-        {"create", kItem, "0 a.txt", create + "Extracted created folder attributes from reply"},
-        {"create", kTwo, "5", create + "! Failed to extract attributes from response."},
-        {"get", kItem, "0 a.txt", get + inReply},
-        {"get", kTwo, "13", get + notInReply},
-        {"set", kItem, "0 a.txt", set + "Request Path: /sync/folders/a"},
-        {"set", kTwo, "5", set + "Request Path: /sync/folders/a"},
-        {"delete", "", "0",
-         "Request to delete server path: /a\nRevision: 4\nRequest Path: /sync/folders/a?revision=4\nSuccessfully deleted server path: /a"},
-        {"rename", kItem, "0 a.txt",
-         rename + "/x/b. Over write Target = [false]\nRequest Path: /sync/folders/x/a\nUsing UPDATE operation\n"
-                  "Extracted attributes from upload reply\nSuccessfully renamed path: /x/a to path: /x/b"},
-        {"move", kTwo, "13",
-         rename + "/y/a. Over write Target = [true]\nRequest Path: /sync/folders/x/a\nUsing MOVE operation\n"
-                  "! Failed to extract attributes from response"},
-        {"list", R"({"name":"d",)" + kRest + R"(,"contents":)" + kTwo + "}", "0 a.txt, a.txt, d", list + inReply + listed},
-        {"list", R"({"name":"d",)" + kRest + R"(,"contents":[]})", "0 d", list + inReply + listed},
-        {"list", R"({"contents":)" + kTwo + "}", "13 a.txt, a.txt", list + "! Error: [] is not a valid time\n" + notInReply + listed},
-        {"list", "<html>", "13", list + notInReply + listed},
-        {"changes", action, "0 1 '/x' ''", changes + created + "Extracted 1 notification actions from reply"},
-        {"changes", R"({"a":"Move","m":{"from":"/a","to":"/b"}})", "0 3 '/a' '/b'",
-         changes + "Creating notification action: type: 'Move', value: '/a', value2: '/b'\nThere are now 1 notification actions\n"
-                   "Extracted 1 notification actions from reply"},
-        {"changes", "", "0", changes + "Extracted 0 notification actions from reply"},
-        {"mappings", R"({"name":"Docs"})", "0 '/Docs' '' '' '' 1 2 2 0", mappings + "Retrieved 1 mappings from the server"},
-        {"mappings", "", "13", mappings + "! ERROR: No mappings returned from the server!"},
-        {"share", "", "0", "Request Path: /sync/share"},
-        {"audit", R"("Secret")", "0", "Publishing auditing data to endpoint [/audit]\nRequest Path: /audit"},
-        {"wipe", "", "0", "Request Path: api/devices\nRemote wipe successfully acknowledged"},
-        {"version", R"({"build_number":"7\u00e9"})", "0 7\u00e9", "Request Path: /sync/version\nBuild number is 7\u00e9"},
-        {"version", R"({"build_number":7})", "12004", "Request Path: /sync/version\n! Bad response to version request!"},
-        {"login", R"({"session_token":"new"})", "0 |new", token + "new" + policy},
-        {"login", R"({"session_token":""})", "0 |", token + policy},
-        {"login", withPolicy, "0 " + withPolicy + "|new", token + "new" + policy},
-        {"login", noToken, "5 " + noToken, login + "! Session token is empty!" + policy},
-        {"login", "{}", "5", login + "! Session token is empty!" + policy},
-        // A token that would break the header line of every later request.
-        {"login", R"({"session_token":"a\rb"})", "5", login + "! Session token is empty!" + policy},
-        {"login", R"({"session_token":"a\n"})", "5", login + "! Session token is empty!" + policy},
-        {"login", R"({"session_token":"\u0000"})", "5", login + "! Session token is empty!" + policy},
-        {"mappings", "", "0 '/home' 'Home directory' '' 'WRITE' 1 2 0 0", "API Version 1.0 detected, returning default home mapping",
-         "1.0"},
-        {"wipe", "", "0", "! AcknowledgeRemoteWipe is not supported on this server version", "1.0"},
-        {"list", "", "87", "! Called before initialized with server info!", ""},
-        {"audit", "", "1341", "! This server does not have an auditing end point", ""},
-        {"register", "", "0", "Request Path: /sync/registrations\nRequest successful, email sent to user"},
-    };
-    for (const auto& reply : cases)
-    {
-        SCOPED_TRACE(reply.operation + ": " + reply.body.substr(0, 100));
+        SCOPED_TRACE(JsonLine(each));
+        const Json::Value& reply = each["reply"];
+        const std::string body = reply.isString() ? reply.asString() : JsonLine(reply);
+        const std::string version = each.get("version", "1.3").asString();
         ScriptedClient client;
-        if (reply.version.empty())
+        if (version.empty())
             client->SetServer("");
         else
-            client.Negotiate(reply.version);
+            client.Negotiate(version);
         client->SetSessionToken(L"old");
-        client.script.replies = {{200, reply.body, 0, {}}};
+        client.script.replies = {{200, std::regex_replace(body, std::regex("\"?\\$item\"?"), kItem), 0, {}}};
         TraceCapture trace;
-        EXPECT_EQ(Perform(client, kOperations.at(reply.operation)), reply.expected);
-        EXPECT_EQ(OwnMessages(trace), reply.messages);
-        EXPECT_EQ(client.script.requests.size(), reply.version == "1.3" ? 1U : 0U);
-        EXPECT_EQ(trace.Mentions("HTTP Response ("), reply.version == "1.3" && reply.operation != "audit");
+        EXPECT_EQ(Perform(client, kOperations.at(each["operation"].asString())), each["gives"].asString());
+        std::string messages;
+        for (const Json::Value& message : each["messages"])
+            messages += (messages.empty() ? "" : "\n") + message.asString();
+        EXPECT_EQ(OwnMessages(trace), messages);
+        EXPECT_EQ(client.script.requests.size(), version == "1.3" ? 1U : 0U);
+        EXPECT_EQ(trace.Mentions("HTTP Response ("), version == "1.3" && each["operation"] != "audit");
     }
 }
 
@@ -165,7 +106,7 @@ TEST(OperationReplies, AreNotAskedForWithoutWhatTheOperationNeeds)
     EXPECT_TRUE(client.script.requests.empty());
 }
 
-// Has the client's next operation fail at a step of its n-th request, or in its answer.
+// Has the client's next operation fail before its n-th request, or in the answer to it.
 void Break(ScriptedClient& client, const std::string& what, int request)
 {
     const std::map<std::string, ScriptedReply> answers = {
@@ -181,24 +122,17 @@ void Break(ScriptedClient& client, const std::string& what, int request)
         client.script.connectionFailure = {request, 0x80070006, 6};
     else if (what == "request")
         client.script.requestFailure = {request, 0x80072EF2, 12018};
-    else if (const auto answer = answers.find(what); answer != answers.end())
-        client.script.replies = {answer->second};
     else
-        client.script.failingStep = what;
-    client.script.failingStepResult = 122;
+        client.script.replies = {answers.at(what)};
     if (request > 1)
         client.script.replies.push_front({200, R"({"sync":{"1.3":{"path":"/sync"}}})", 0, {}});
 }
 
-TEST(OperationFailures, EndInTheirCodeAndMessage)
+TEST(OperationFailures, OfTheAnswerEndInTheirCodeAndMessage)
 {
     const std::map<std::string, std::string> rule = {
         {"connection", "6 WinHttpConnection failed to initialise, error code: -2147024890"},
         {"request", "12018 WinHttpRequest failed to initialise, error code: -2147012878"},
-        {"field", "122"},
-        {"last field", "122"},
-        {"start", "122 ReceiveResponse failed, error code: 122"},
-        {"post data", "122 ReceiveResponse failed, error code: 122"},
         {"breaks", "12030 GetResponse failed, error code: 12030"},
         {"no body", "8 Response memory is NULL!"},
         {"created", "20201 GetHTTPStatus shows failure, code: 201"}, // is no success
@@ -235,7 +169,6 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
     };
     const std::string frame(76, '=');
     const std::string incompatible = " " + frame + " FATAL ERROR: The appliance is not compatible with this version of the client " + frame;
-    std::map<std::string, std::string> met; // the operations of each step that not all have
     std::size_t departed = 0;
     for (const auto& [operation, run] : kOperations)
         for (const auto& [failure, ruling] : rule)
@@ -253,13 +186,6 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
             std::string ended = Perform(client, run);
             for (const std::string& message : trace.Messages(EVT_ERROR))
                 ended += " " + message;
-            if (const std::string& step = client.script.failingStep; !step.empty())
-            {
-                if (client.script.failingStepCalls == 0)
-                    continue; // the operation has no such step
-                EXPECT_TRUE(client.script.requests[0].back().starts_with(step)) << "nothing is sent";
-                met[step] += operation + " ";
-            }
             departed += departures.count(what);
             std::string expected = departures.contains(what) ? departures.at(what) : ruling;
             if (asksForEndpoints)
@@ -269,14 +195,117 @@ TEST(OperationFailures, EndInTheirCodeAndMessage)
             const std::string retry = "\nOriginalSession [old] CurrentSession [OLD]\n"
                                       "HTTP_STATUS_DENIED received but session token has changed. Retry required with new token";
             EXPECT_EQ(OwnMessages(trace).ends_with(retry), ended.starts_with("1237"));
-            // Put back behind the handshake, and in one case more.
+            // The handshake puts the timeouts back, and so does one failure.
             EXPECT_EQ(client.script.timeouts.size(), asksForMode ? 2U : asksForEndpoints + (what == "mappings: connection"));
         }
-    EXPECT_EQ(met, (std::map<std::string, std::string>{{"field", "audit create login move register rename set share wipe "},
-                                                       {"last field", "create login move register rename set share "},
-                                                       {"post data", "wipe "},
-                                                       {"start", "wipe "}}));
     EXPECT_EQ(departed, departures.size());
+}
+
+TEST(OperationFailures, OfAStepEndInTheirCodeAndMessage)
+{
+    const std::string code = ", error code: 77";
+    // How a step begins, and the code and message of an operation whose step fails; empty: the operation goes on.
+    const std::string open = "77 WinHttpRequest failed to initialise" + code;
+    const std::string file = "77 SendMultipartFile failed" + code;
+    const std::string field = "77 AddMultipartFormData failed" + code;
+    const std::map<std::string, std::string> rule = {{"POST", open},
+                                                     {"GET", open},
+                                                     {"DELETE", open},
+                                                     {"header", "77 AddHeader failed" + code},
+                                                     {"field", "77"},
+                                                     {"last field", "77"},
+                                                     {"multipart", "77 AddMultipartHeaders failed" + code},
+                                                     {"part", field},
+                                                     {"wide part", field},
+                                                     {"measure", file},
+                                                     {"start", "77 StartRequest failed" + code},
+                                                     {"write", file},
+                                                     {"end multipart", "77 EndMultipart failed" + code},
+                                                     {"post data", "77 SendPostData failed" + code},
+                                                     {"receive", "77 ReceiveResponse failed" + code},
+                                                     {"send", "77 GetResponse failed" + code}};
+    const std::string post = "77 httpRequest->SendPostData" + code;
+    // Exceptions: operation, step, and which step of this kind.
+    const std::map<std::string, std::string> departures = {
+        {"changes: send 1", "77 ERROR: GetResponse failed" + code},
+        {"delete: send 1", "20000 GetResponse failed" + code},
+        {"mappings: GET 1", "77 WinHttpRequest failed to initialise, error code: 0x4d"},
+        {"mappings: send 1", "77 GetResponse failed, error code: 0x4d"},
+        {"wipe: start 1", "77 ReceiveResponse failed" + code},
+        {"wipe: post data 1", "77 ReceiveResponse failed" + code},
+        {"delta upload: multipart 1", ""},
+        {"delta upload: post data 1", ""},
+        {"delta upload: end multipart 1", ""},
+        {"chunk upload: post data 1", post},
+        {"complete: post data 1", post},
+        {"metadata: send 1", "77 GetResponse failed, error code: 0x4d"},
+        {"download: send 1", "77 SendRequestGetResponse failed" + code},
+        {"delta: POST 1", "77 httpRequest->Initialise, error code: 0x4d"},
+        {"delta: measure 1", "77 httpRequest->SendMultipartFile, error code: 0x0"},
+        {"delta: multipart 1", ""},
+        {"delta: start 1", "77 httpRequest->StartRequest" + code},
+        {"delta: write 1", "77 httpRequest->SendMultipartFile" + code},
+        {"delta: end multipart 1", ""},
+        {"delta: post data 1", post},
+        {"delta: receive 1", "77 httpRequest->GetResponse" + code},
+        {"range: GET 1", "77 WinHttpRequest failed to initialise, error code: 0x4d"},
+        {"range: send 1", "77 GetResponse failed, error code: 0x4d"},
+    };
+    const std::map<std::string, Operation> transfers = AllTransfers();
+    std::map<std::string, Operation> all = transfers;
+    for (const auto& [name, run] : kOperations)
+        if (name != "endpoints" && name != "mode")
+            all.insert({name, run});
+    std::set<std::string> met;
+    for (const auto& [name, run] : all)
+    {
+        Script::Steps steps;
+        std::string whole; // what it ends in where all goes well, as it does the first time
+        std::map<std::string, int> calls;
+        for (std::size_t failing = 0; failing <= steps.size(); ++failing)
+        {
+            ScriptedClient client;
+            client.Negotiate();
+            client->SetSessionToken(L"old");
+            Script& script = client.script;
+            script.replies = {{200, kItem, 0, {}}};
+            std::string expected = transfers.contains(name) ? "0" : whole;
+            if (failing != 0)
+            {
+                script.failingStep = steps[failing - 1];
+                script.failingStepCall = ++calls[script.failingStep];
+                script.failingStepResult = 77;
+                const auto isRule = [&](const auto& each) { return script.failingStep.starts_with(each.first); };
+                const auto ruling = std::find_if(rule.begin(), rule.end(), isRule);
+                ASSERT_NE(ruling, rule.end()) << script.failingStep;
+                const std::string what = name + ": " + ruling->first + " " + std::to_string(script.failingStepCall);
+                if (const std::string& end = departures.contains(what) ? departures.at(what) : ruling->second; !end.empty())
+                    expected = end;
+                met.insert({ruling->first, what});
+            }
+            SCOPED_TRACE(name + ": " + script.failingStep);
+            const TraceCapture trace;
+            Caller caller;
+            caller.item = MakeItem(100, "");
+            std::string ended = std::to_string(run(client.Api(), caller));
+            for (const std::string& message : trace.Messages(EVT_ERROR))
+                ended += " " + message;
+            if (failing == 0)
+            {
+                steps = script.requests.at(0);
+                whole = ended;
+            }
+            EXPECT_EQ(ended, expected.empty() ? whole : expected);
+            EXPECT_TRUE(ended == whole || (caller.Told().empty() && script.requests.at(0).back() == script.failingStep));
+            for (const std::string& step : steps)
+                EXPECT_TRUE(step.find("revision") == std::string::npos || name == "delete") << step;
+            EXPECT_EQ(script.connections.at(0),
+                      name == "delta upload" ? "server:8080 send=300000 receive=600000" : "server:8080 send=0 receive=0");
+        }
+    }
+    for (const auto* const table : {&rule, &departures})
+        for (const auto& [what, end] : *table)
+            EXPECT_TRUE(met.contains(what)) << what << " is never met";
 }
 
 TEST(OperationFailures, OfTheConnectionComeBeforeAMissingAuditEndpoint)

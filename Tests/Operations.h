@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Operations as values, with what their callers have and get; replies from texts, records as texts.
+/// Operations as values and their caller; replies made from texts, and records shown as texts.
 
 #include "Attributes.h"
 #include "Instance.h"
@@ -11,7 +11,9 @@
 #include "TextConversion.h"
 #include "TransferSupport.h"
 
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <list>
 #include <map>
 #include <memory>
@@ -52,7 +54,14 @@ inline Json::Value ParseText(std::string text)
     return value;
 }
 
-/// A list of owned records, which its owner, like every caller of the library, deletes.
+/// The cases of a file in Tests/Replies, which may hold comments.
+inline Json::Value ReadCases(const char* path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return ParseText({std::istreambuf_iterator<char>(file), {}});
+}
+
+/// A list that deletes its records, as every caller of the library has to.
 template <typename List> struct Owned : List
 {
     Owned() = default;
@@ -88,7 +97,7 @@ inline std::string Describe(const CMapping& mapping)
            ' ' + std::to_string(mapping.AllowSharing);
 }
 
-/// A caller's variables. As an argument, each of those that take something stands where its type is wanted.
+/// A caller's variables. It converts to each output, so that it can be passed as any of them.
 struct Caller
 {
     Item item = MakeItem();
@@ -108,7 +117,7 @@ struct Caller
     operator std::vector<CMapping*>&() { return mappings; }
     operator std::wstring&() { return text; }
 
-    /// All that was given, as "one, another"; of items their names.
+    /// All outputs, separated by commas; items by their names.
     [[nodiscard]] std::string Told() const
     {
         std::string told;
@@ -127,7 +136,7 @@ struct Caller
 
 using Operation = std::function<ResultCode(Api&, Caller&)>;
 
-/// An operation with its arguments; an output that it has goes last.
+/// An operation with its arguments. The output, if it has one, is its last parameter.
 template <typename... Parameters, typename... Arguments>
 Operation Call(ResultCode (Api::*operation)(Parameters...), const Arguments&... arguments)
 {
@@ -144,7 +153,7 @@ inline Operation List(const std::wstring& path)
     return [=](Api& api, Caller& caller) { return api.GetPathListing(path, caller.children, caller.given, nullptr); };
 }
 
-/// Delivers the policy, and behind a bar the session's token where that is not "old" any more.
+/// The text is the policy, then "|" and the session token unless that is still "old".
 inline Operation LogIn(const VersionNumber& version = {}, const VersionNumber& platform = {})
 {
     return [=](Api& api, Caller& caller) {
@@ -161,7 +170,7 @@ inline Operation LogIn(const VersionNumber& version = {}, const VersionNumber& p
 
 inline constexpr GUID kUpload{0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
 
-/// One that puts the item of the server's answer in the place of the caller's.
+/// An operation that replaces the caller's item by the one of the reply.
 inline Operation ReplacingItem(Operation send)
 {
     return [send = std::move(send)](Api& api, Caller& caller) {
@@ -219,7 +228,7 @@ inline const Operation kMetadata = [](Api& api, Caller&) {
     return api.GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked);
 };
 
-/// Every kind of transfer that moves a file; names of those that give the server's item end in "upload".
+/// Every kind of transfer that moves a file. The names of uploads end in "upload".
 /// @param size  of the chunk and of the range.
 inline std::map<std::string, Operation> FileTransfers(std::int64_t size = 9)
 {
@@ -227,7 +236,7 @@ inline std::map<std::string, Operation> FileTransfers(std::int64_t size = 9)
             {"download", Download()}, {"delta", DeltaDownload()},  {"range", Range(1, size)}};
 }
 
-/// The same and the rest of the chunked upload's protocol.
+/// The same and the other operations of chunked uploads.
 inline std::map<std::string, Operation> AllTransfers(std::int64_t size = 9)
 {
     std::map<std::string, Operation> all = FileTransfers(size);

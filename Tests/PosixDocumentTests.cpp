@@ -1,4 +1,4 @@
-// What the documents repeat of the library's tables.
+// Tables of the documents that repeat those of the library.
 
 #include "RequestCycle/Judgement.h"
 

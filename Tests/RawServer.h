@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// A loopback server that knows no HTTP beyond where a request ends: tests script what it does with each connection, down
-/// to single bytes, and look at the bytes that it got. Built on Linux and on Windows.
+/// A loopback server that knows only where an HTTP request ends. A test scripts each connection, down to single bytes, and sees the
+/// bytes that came.
 
 #include <atomic>
 #include <chrono>
@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-/// Closed until somebody opens it; what tests wait with instead of sleeping.
+/// Lets threads wait until another thread opens it.
 class Gate
 {
 public:
@@ -141,5 +141,5 @@ std::vector<std::string> HeaderLines(const std::string& request);
 /// What the request's Content-Length announces.
 std::uint64_t BodyLength(const std::string& head);
 
-/// Bytes in which every place can be told from its neighbours.
+/// Bytes that show where a copy went wrong: neighbouring blocks differ.
 std::string Pattern(std::size_t size);

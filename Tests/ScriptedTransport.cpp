@@ -67,7 +67,7 @@ class ScriptedConnection final : public IWinHttpConnection
 {
 public:
     explicit ScriptedConnection(Script& script) : m_script(script) {}
-    // A library that looks at the last error too late sees this.
+    // Spoils the last error, so that a library that reads it too late is found out.
     ~ScriptedConnection() override { SetLastError(0xDEAD); }
 
     ResultCode Initialise(const std::wstring& server, std::uint16_t port, const std::shared_ptr<IWinHttpSession>&, std::uint64_t send,
@@ -156,7 +156,7 @@ private:
         return Step("measure ", parts...);
     }
 
-    // The server's part, once the step that asks for it has gone well.
+    // Takes the next reply, if the step that asks for it has not failed.
     ResultCode Answer(ResultCode step)
     {
         if (step != Result::Success)

@@ -1,5 +1,6 @@
-// How a session comes about, over a scripted transport: handshake, login, registration.
+// Handshake, login and registration, over a scripted transport.
 
+#include "JsonText.h"
 #include "Operations.h"
 #include "ScriptedTransport.h"
 #include "TraceCapture.h"
@@ -49,44 +50,18 @@ TEST(Handshake, AsksForEndpointsAndModeAndKeepsTheAnswer)
 
 TEST(Handshake, TakesTheTopOfTheFirstRunOfVersions)
 {
-    constexpr int kNothing = -1;
-    // What the server offers, the path that is chosen (none: the server is incompatible), and the value.
-    const std::tuple<std::string, std::string, int> cases[] = {
-        {R"({"sync":{"1.0":{"path":"/0"},"1.1":{"path":"/1"},"1.2":{"path":"/2"}}})", "/2", 0},
-        {R"({"sync":{"1.1":{"path":"/1"},"1.3":{"path":"/3"}}})", "/1", 0},
-        {R"({"sync":{"1":{"path":"/bare"}}})", "/bare", 0},
-        {R"({"sync":{"1":{"path":"/bare"},"1.0":{"path":"/0"}}})", "/0", 0},
-        {R"({"sync":{"1":{"path":"/bare"},"1.1":{"path":"/1"}}})", "/1", 0},
-        {R"({"sync":{"1.3":{"path":"/3"}}})", "/3", 0},
-        {R"({"sync":{"1.50":{"path":"/50"}}})", "/50", 0},
-        {R"({"sync":{"1.51":{"path":"/51"}}})", "", 0},
-        {R"({"sync":{"1.0":{"path":""}}})", "", 0},
-        {R"({"qd":{"1.1":{"path":"/qd"}}})", "/qd", 0},
-        {R"({"qd":{"1.1":{"path":"/qd"}},"sync":{"1.1":{"path":"/sync"}}})", "/sync", 0},
-        // The value is the terms-of-service number without its two lowest bits: rounded down.
-        {R"({"sync":{"1.0":{"path":"/p","tos":7}}})", "/p", 1},
-        {R"({"sync":{"1.0":{"path":"/p","tos":-5}}})", "/p", -2},
-        // What cannot be read ends the reading; what was read before stays.
-        {R"({"sync":{"1.0":{"path":"/0","tos":"x"},"1.1":{"path":"/1"}}})", "", kNothing},
-        {R"({"sync":{"1.0":{"path":"/0"},"1.1":{"path":["/1"]}}})", "/0", 0},
-        {R"({"sync":{"0.9":5,"1.0":{"path":"/0"},"1.1":null}})", "/0", 0},
-        {R"({"sync":[{"path":"/0"}]})", "", kNothing},
-        {"{}", "", kNothing},
-        {R"({"sync":{"2.0":{"path":"/2"}}})", "", 0},
-        {"5", "", kNothing},
-        {"<html>", "", kNothing},
-        {std::string(10000, '['), "", kNothing},
-    };
-    for (const auto& [endpoints, path, value] : cases)
+    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Replies/Endpoints.json");
+    EXPECT_GT(cases.size(), 20U);
+    for (const Json::Value& each : cases)
     {
-        SCOPED_TRACE(endpoints.substr(0, 100));
+        SCOPED_TRACE(JsonLine(each));
+        const std::string path = each[1].asString();
         ScriptedClient client;
-        client.script.replies = {{200, endpoints, 0, {}}, kMode};
+        client.script.replies = {{200, each[0].isString() ? each[0].asString() : JsonLine(each[0]), 0, {}}, kMode};
         TraceCapture trace;
-        const bool isCompatible = !path.empty();
-        EXPECT_EQ(ShakeHands(client), isCompatible ? "0, mode 1, value " + std::to_string(value) : kIncompatible);
-        EXPECT_EQ(client.script.requests.back()[0], "GET " + path + (isCompatible ? "/init flags=0" : "/endpoints flags=0"));
-        EXPECT_EQ(trace.Has(EVT_ERROR, "Failed to extract endpoints from response"), value == kNothing);
+        EXPECT_EQ(ShakeHands(client), path.empty() ? kIncompatible : "0, mode 1, value " + each[2].asString());
+        EXPECT_EQ(client.script.requests.back()[0], "GET " + path + (path.empty() ? "/endpoints flags=0" : "/init flags=0"));
+        EXPECT_EQ(trace.Has(EVT_ERROR, "Failed to extract endpoints from response"), each[2].isNull());
         EXPECT_FALSE(trace.Mentions("Logging not supported")) << "of a server that offers none nothing is told";
         EXPECT_EQ(client->IsApiVersionAtLeast13(), path == "/3" || path == "/50");
     }

@@ -1,5 +1,4 @@
-// Text between narrow and wide, compared, in URLs, as a path, a time, an identifier and JSON: nothing that Unicode can express is lost, and
-// nothing else breaks it.
+// Text: conversion, comparison, URLs, paths, times, identifiers, JSON.
 
 #include "Identifier.h"
 #include "JsonText.h"
@@ -41,7 +40,7 @@ TEST(TextConversion, ReplacesLoneSurrogates)
 
 TEST(TextConversion, ReplacesInvalidBytesAndKeepsTheirNeighbours)
 {
-    // A continuation alone, a start alone, one cut short, two overlong, a surrogate, beyond Unicode, and no bytes of UTF-8.
+    // A lone continuation byte, a lone start byte, a cut sequence, two overlong ones, a surrogate, above Unicode's end, invalid bytes.
     for (const std::string text :
          {"a\x80z", "a\xC3z", "a\xE2\x82z", "a\xC0\xAFz", "a\xE0\x80\xAFz", "a\xED\xA0\x80z", "a\xF4\x90\x80\x80z", "a\xFE\xFFz"})
     {
@@ -49,7 +48,7 @@ TEST(TextConversion, ReplacesInvalidBytesAndKeepsTheirNeighbours)
         ASSERT_GE(wide.size(), 3U);
         EXPECT_EQ(wide.front(), L'a');
         EXPECT_EQ(wide.back(), L'z');
-        // How many replacement characters stand for one fault is the platform's choice.
+        // The platforms differ in how many replacement characters they write for one fault.
         EXPECT_EQ(std::count(wide.begin(), wide.end(), wchar_t{0xFFFD}), static_cast<std::ptrdiff_t>(wide.size() - 2)) << ToNarrow(wide);
     }
     EXPECT_EQ(ToWide("\xE2\x82").front(), wchar_t{0xFFFD});

@@ -1,4 +1,4 @@
-// The trace of a function: its entry, its messages, its exit, and that none of them changes what the function does.
+// The trace of a function: entry, messages and exit, and that tracing keeps the last error.
 
 #include "TraceCapture.h"
 #include "Tracing.h"
@@ -58,7 +58,7 @@ TEST(FunctionTraceScope, WritesEntryMessagesAndExitWhereTheyAreAskedFor)
     const std::tuple<Eventing::EventDescriptor, std::uint64_t, std::string, std::string> cases[] = {
         {EVT_INFO, Eventing::kAnyKeyword, entry + messages + exit, entry + messages + exceptionExit},
         {EVT_INFO, kMessages, entry + messages + exit, entry + messages + exceptionExit},
-        // An exit by an exception is asked for like any exit, but written as a message: only who listens to both gets it.
+        // An exit by an exception is written as a message, if exits are asked for: only a listener to both gets it.
         {EVT_INFO, kFunctions, entry + exit, entry},
         {EVT_ERROR, Eventing::kAnyKeyword, error, error},
         {EVT_CRITICAL, kMessages, "", ""},
@@ -98,7 +98,7 @@ TEST(FunctionTraceScope, KeepsTheLastError)
         EXPECT_TRUE(trace.IsEnabled(EVT_INFO));
     }
     EXPECT_EQ(GetLastError(), 12029U);
-    // Throwing and catching may touch the last error by itself; the exit by exception is told apart by the value of the sink.
+    // Throwing and catching may change the last error; the sink would have set it to 99.
     EXPECT_THROW(TracedFunction(true), std::runtime_error);
     EXPECT_NE(GetLastError(), 99U);
     CloseEventSink(std::exchange(EventProviderHandle, 0));

@@ -1,13 +1,10 @@
-// Uploads and downloads, over a scripted transport: the steps of each, what becomes of a failing step, and of each answer.
+// Uploads and downloads, over a scripted transport: what becomes of each answer, and of what happens meanwhile.
 
 #include "Operations.h"
 #include "ScriptedTransport.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
 #include "TransferSupport.h"
-
-#include <algorithm>
-#include <set>
 
 namespace
 {
@@ -16,7 +13,7 @@ using Texts = std::vector<std::string>;
 
 const std::string kInvalidSession = R"({"errorId":"6"})";
 
-// A client whose server answers the next request; what it takes and gives.
+// A client whose server answers the next request, and its caller.
 struct Scene
 {
     explicit Scene(const ScriptedReply& reply = {200, kReply, 0, {}}, const char* version = "1.2",
@@ -52,89 +49,6 @@ TEST(Transfers, DownloadsAskForTheItemWhereTheServerIsOfTheOldKind)
     }
 }
 
-TEST(Transfers, EndWhereAStepFailsUnlessItIsNotJudged)
-{
-    const std::string code = ", error code: 77";
-    // What begins a step, and the message where it fails.
-    const std::string open = "WinHttpRequest failed to initialise" + code;
-    const std::string file = "SendMultipartFile failed" + code;
-    const std::string field = "AddMultipartFormData failed" + code;
-    const std::map<std::string, std::string> rule = {{"POST", open},
-                                                     {"GET", open},
-                                                     {"DELETE", open},
-                                                     {"header", "AddHeader failed" + code},
-                                                     {"multipart", "AddMultipartHeaders failed" + code},
-                                                     {"part", field},
-                                                     {"wide part", field},
-                                                     {"measure", file},
-                                                     {"start", "StartRequest failed" + code},
-                                                     {"write", file},
-                                                     {"end multipart", "EndMultipart failed" + code},
-                                                     {"post data", "SendPostData failed" + code},
-                                                     {"receive", "ReceiveResponse failed" + code},
-                                                     {"send", "GetResponse failed" + code}};
-    const std::string post = "httpRequest->SendPostData" + code;
-    // By the transfer, the step, and which of the same kind it is; one without a message is not judged.
-    const std::map<std::string, std::string> departures = {
-        {"delta upload: multipart 1", ""},
-        {"delta upload: post data 1", ""},
-        {"delta upload: end multipart 1", ""},
-        {"chunk upload: post data 1", post},
-        {"complete: post data 1", post},
-        {"metadata: send 1", "GetResponse failed, error code: 0x4d"},
-        {"download: send 1", "SendRequestGetResponse failed" + code},
-        {"delta: POST 1", "httpRequest->Initialise, error code: 0x4d"},
-        {"delta: measure 1", "httpRequest->SendMultipartFile, error code: 0x0"},
-        {"delta: multipart 1", ""},
-        {"delta: start 1", "httpRequest->StartRequest" + code},
-        {"delta: write 1", "httpRequest->SendMultipartFile" + code},
-        {"delta: end multipart 1", ""},
-        {"delta: post data 1", post},
-        {"delta: receive 1", "httpRequest->GetResponse" + code},
-        {"range: GET 1", "WinHttpRequest failed to initialise, error code: 0x4d"},
-        {"range: send 1", "GetResponse failed, error code: 0x4d"},
-    };
-    std::set<std::string> met;
-    for (const auto& [name, transfer] : AllTransfers())
-    {
-        Script::Steps steps;
-        std::map<std::string, int> calls;
-        for (std::size_t failing = 0; failing <= steps.size(); ++failing) // the first time all goes well
-        {
-            Scene scene;
-            Script& script = scene.client.script;
-            std::string message;
-            if (failing != 0)
-            {
-                script.failingStep = steps[failing - 1];
-                script.failingStepCall = ++calls[script.failingStep];
-                script.failingStepResult = 77;
-                const auto isRule = [&](const auto& each) { return script.failingStep.starts_with(each.first); };
-                const auto ruling = std::find_if(rule.begin(), rule.end(), isRule);
-                ASSERT_NE(ruling, rule.end()) << script.failingStep;
-                const std::string what = name + ": " + ruling->first + " " + std::to_string(script.failingStepCall);
-                message = departures.contains(what) ? departures.at(what) : ruling->second;
-                met.insert({ruling->first, what});
-            }
-            SCOPED_TRACE(name + ": " + script.failingStep);
-            scene.caller.item = MakeItem(100, "");
-            EXPECT_EQ(scene.Perform(transfer), message.empty() ? 0U : 77U);
-            EXPECT_EQ(scene.trace.Messages(EVT_ERROR), message.empty() ? Texts{} : Texts{message});
-            EXPECT_EQ(scene.caller.given != nullptr, message.empty() && name != "cancel" && name != "metadata");
-            EXPECT_FALSE(scene.trace.Mentions("Revision: "));
-            if (failing == 0)
-                steps = script.requests.at(0);
-            for (const std::string& step : steps)
-                EXPECT_EQ(step.find("revision"), std::string::npos) << step;
-            EXPECT_EQ(script.connections.at(0),
-                      name == "delta upload" ? "server:8080 send=300000 receive=600000" : "server:8080 send=0 receive=0");
-        }
-    }
-    for (const auto* const all : {&rule, &departures})
-        for (const auto& [what, message] : *all)
-            EXPECT_TRUE(met.contains(what)) << what << " is never met";
-}
-
 TEST(Transfers, JudgeWhatATransportOfTheCallersOwnAnswers)
 {
     using Row = std::tuple<Operation, ScriptedReply, ResultCode, std::string>;
@@ -166,7 +80,7 @@ TEST(Transfers, HeedWhatHappensWhileTheyAreOnTheirWay)
         EXPECT_EQ(relogged.Perform(transfer), 1237U);
         EXPECT_EQ(relogged.caller.given, nullptr);
 
-        // Only uploads look at the event after the answer.
+        // Only uploads check the event after the reply.
         const Event event;
         Scene cancelled({200, kReply, 0, [&] { event.Signal(); }});
         cancelled.caller.cancel = event;

@@ -50,7 +50,7 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
                offset + "\nqd_block_size: " + length + '\n' + markers + json + form;
     };
 
-    // What is told.
+    // Messages.
     const std::string taken = "Extracted attributes from upload reply";
     const auto uploading =
         [&](const std::string& length, const std::string& offset, const std::string& clamped, const std::string& markers) {
@@ -65,7 +65,7 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
     const std::string scrubbed = "Scrubbed LocalPath: " + target + "\nRevision: 7\n";
     const std::string downloaded = "\nSuccessfully downloaded file: " + target + '\n';
 
-    // Its name, the operation, and what is expected: the request's line, headers and body, and what is told.
+    // Name, operation, and what is expected: request line, headers, body, messages.
     using Row = std::tuple<std::string, Operation, std::string, std::string, std::string, std::string>;
     const Row rows[] = {
         {"upload", Upload(0), "POST /sync/folders/d/a.txt", json + form,
@@ -143,7 +143,7 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
     EXPECT_EQ(library.ConnectionCount(), 1U) << "no byte too many or too few: each next request began where the last one ended";
 }
 
-// Serves a transfer in the middle of which something happens; afterwards it goes on to its end, had nothing happened.
+// Serves a transfer to its end. In the middle it calls `meanwhile`.
 void ServeLarge(RawConnection& connection, const std::string& head, const std::function<void()>& meanwhile)
 {
     constexpr std::uint64_t kFirst = 100'000;
@@ -183,7 +183,7 @@ TEST_F(TransferWire, ACancelOrAClosedRequestEndsATransferOnItsWayAndACancelOneTh
             const ResultCode code = Perform(wire.Api(), name, transfer, caller);
             EXPECT_TRUE(closes ? code == 12017 || code == 6 || code == 12019 || code == 12018 : code == 1223) << code;
             EXPECT_EQ(caller.given, nullptr);
-            // A delta that is closed before its reply begins has moved the signature alone.
+            // A delta download that is closed before its reply begins has sent the signature only.
             const std::uint64_t moved = name == "delta" && record->calls.find("status:") == std::string::npos ? 0 : record->last;
             EXPECT_LT(moved, kLarge);
             EXPECT_TRUE(closes || moved > 0);
@@ -233,7 +233,7 @@ TEST_F(TransferWire, ProgressIsToldInOrderUpToTheTotal)
         connection.Skip(BodyLength(head));
         connection.Send(HttpReply(200, HeaderValue(head, "Accept") == "application/json" ? kReply : content));
     }));
-    // Of what is sent, exactly; what is received comes in blocks of the transport's own.
+    // The calls are exact for what is sent. The platform decides the blocks of what is received.
     const std::string blocks = "16384@16384 16384@32768 16384@49152 16384@65536 16384@81920 16384@98304 1696@100000 ";
     const std::map<std::string, std::string> expected = {
         {"upload", blocks},        {"delta upload", blocks}, {"chunk upload", "16384@16385 16384@32769 7231@40000 "},
@@ -259,9 +259,9 @@ TEST_F(TransferWire, ABrokenOrRefusedTransferEndsInItsCodeAndNoneInASuccess)
 {
     const std::string part = kReply.substr(0, 40);
     const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 41\r\n\r\n";
-    // The next transfer must not take a connection that is ending.
+    // The server closes the connection: the next transfer must not use it.
     const auto whole = [](int status, const std::string& body) { return HttpReply(status, body, "Connection: close\r\n"); };
-    // What cancels an upload is told by its status alone.
+    // For CancelUpload the status alone counts.
     for (const Ending& ending :
          {Ending{"before the request's body", "", "12030: all", {}, 0}, Ending{"in the request's body", "", "12030: all", {}, 100'000},
           Ending{"before the reply", "", "12030: all", {}}, Ending{"in the status line", "HTTP/1.1 2", "12030: all", {}},
@@ -314,7 +314,7 @@ TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsError)
                             {(folder / "missing").string() + '\0' + "x", 123, 123},
                             {(folder / "written").string(), 32, 32},
                             {(folder / "read").string(), 0, 32},
-                            // Devices, where there are such.
+                            // Devices, on Linux.
                             {"/dev/zero", 50, 0},
                             {"/dev/full", 50, 112}};
     const FileHandle written(folder.Write("written", "kept"), GENERIC_WRITE, 0, OPEN_EXISTING);
@@ -334,7 +334,7 @@ TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsError)
         for (const auto& [path, sending, receiving] : faults)
         {
             const unsigned code = isSent ? sending : receiving;
-            // What is received makes its file, but for a range.
+            // A download creates its file; a range does not.
             if (code == 0 || (code == 2 && !isSent && name != std::string("range")) ||
                 (path.starts_with("/dev") && !std::filesystem::exists(path)))
                 continue;

@@ -1,4 +1,4 @@
-// Local paths in all their forms, beyond the classic limit too, and those that are no files.
+// Local paths in all forms, also longer than MAX_PATH, and paths of pipes and devices.
 
 #include "TextConversion.h"
 #include "TransferSupport.h"

@@ -8,7 +8,7 @@
 namespace
 {
 
-// The keys are made for the test and volatile; where somebody has values there already, they are not touched.
+// The keys are volatile and made for the test. Existing keys are an error, so that nobody's values are changed.
 struct Key
 {
     HKEY root;

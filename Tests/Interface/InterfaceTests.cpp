@@ -1,4 +1,4 @@
-// The built library as a client has it: its four functions, an instance's life, and a transport of the client's own.
+// The built library: its exported functions, the life of an instance, and a transport that the client brings.
 
 #include "ScriptedTransport.h"
 #include "TraceCapture.h"

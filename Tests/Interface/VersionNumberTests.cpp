@@ -1,4 +1,4 @@
-// The versions that a client tells at its login, as a program finds them out.
+// The versions that a client sends with its login.
 
 #include "VersionNumberUtil.h"
 

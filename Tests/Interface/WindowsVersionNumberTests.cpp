@@ -1,4 +1,4 @@
-// Version resources, and COM and WMI in every state in which a client may find them.
+// Version resources, and the system's version in each state of COM and WMI.
 
 #include "ComInit.h"
 #include "TraceCapture.h"
@@ -16,7 +16,7 @@
 namespace
 {
 
-// Stands in for WMI in this process: its maker, or what it makes, fails.
+// Replaces WMI in this process. Its creation or its connection fails.
 class BrokenWmi final : public IClassFactory, public IWbemLocator
 {
 public:

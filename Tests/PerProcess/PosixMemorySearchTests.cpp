@@ -1,4 +1,4 @@
-// What is left of a password and of a session token in the memory of a process that has given them up.
+// The memory of a process holds no password after the login, and no token after it was replaced.
 
 #include "LibraryOverWire.h"
 #include "Wiping.h"
@@ -16,7 +16,7 @@
 namespace
 {
 
-// Written from their ends, so that this program itself is no hit.
+// Written backwards, so that the search does not find the program's own text.
 constexpr std::string_view kPassword = "drowssap-gnol-yrev-a-6f1d9c3b7a";
 constexpr std::string_view kToken = "nekot-noisses-gnol-yrev-a-5e0c8b2a";
 

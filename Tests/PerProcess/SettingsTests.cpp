@@ -1,4 +1,4 @@
-// Settings as an administrator stores them, and the values that a process reads once.
+// Settings that an administrator stores, and those that a process reads once.
 
 #include "Operations.h"
 #include "RegistryValues.h"
@@ -58,7 +58,7 @@ TEST(Settings, OfEachTypeAreRead)
     EXPECT_TRUE((Settings::ReadTextList(L"List") == std::vector<std::wstring>{L"one", L"two"}));
 }
 
-// In the order in which `Used` tells them.
+// In the order in which `Used` shows them.
 constexpr const char* kNames[] = {"HTTPConnectionRequestTimeout", "HTTPNameResolutionTimeout",   "HTTPSendRequestTimeout",
                                   "HTTPReceiveResponseTimeout",   "HTTPDeltaSendRequestTimeout", "UploadExpiry"};
 
@@ -101,7 +101,7 @@ std::string Used()
     return used + ", " + client.script.requests.at(2).at(0);
 }
 
-// What a machine's and a user's administrator stored: nothing, numbers, texts.
+// What is stored for the machine and for the user: nothing, numbers, texts.
 using SettingsOfAProcess = testing::TestWithParam<std::tuple<std::string, std::string>>;
 
 TEST_P(SettingsOfAProcess, AreReadOnFirstUseAndKeptButForTheMappingsWait)

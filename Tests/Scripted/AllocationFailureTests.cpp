@@ -1,5 +1,4 @@
-// The parsers while memory runs out: of the feed and of the mappings one entry is lost and its neighbours are read; the endpoints, which
-// hold for an instance's life, are read as a whole or not at all.
+// The parsers when memory runs out: a feed or the mappings lose one entry; endpoints are read whole or not at all.
 
 #include "FailingAllocation.h"
 #include "Operations.h"

@@ -1,4 +1,4 @@
-// Apart from the tests, so that no compiler sees both ends of an allocation and takes them for a mismatch.
+// In a file of its own: a compiler that sees these and the tests together warns of mismatched allocations.
 
 #include "FailingAllocation.h"
 

@@ -1,5 +1,4 @@
-// Multipart bodies byte by byte: what is announced is what is sent, whatever the range, and what becomes of a file or a connection
-// that fails on the way.
+// Multipart bodies, byte by byte: what is announced is sent, for every range; files and connections that fail on the way.
 
 #include "TextConversion.h"
 #include "TransportFixture.h"
@@ -51,7 +50,7 @@ TEST_F(Multipart, SizeModeTellsWhatDataModeSends)
         for (const auto& [offset, length] : ranges)
         {
             SCOPED_TRACE(std::to_string(size) + ": " + std::to_string(offset) + "+" + std::to_string(length));
-            // What lies in the file of the range, written down apart from how the transport finds it.
+            // The part of the range that is in the file, computed in another way than the transport does.
             const bool isEmpty = offset > size || length <= 0;
             const std::string expected = isEmpty ? "" : content.substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(length));
             Restart();
@@ -65,7 +64,7 @@ TEST_F(Multipart, SizeModeTellsWhatDataModeSends)
             EXPECT_TRUE(trace.Has(EVT_INFO, "Size request for [" + (folder / "file").string() + "], returned: " + std::to_string(measured) +
                                                 " bytes"));
             EXPECT_TRUE(trace.Has(EVT_INFO, "Data request for '" + (folder / "file").string() + "'"));
-            // One block a time, told with the position in the file that it ends at.
+            // One block at a time, with the position in the file where it ends.
             EXPECT_EQ(g_script.writes.size(), kHead + (expected.size() + kBlock - 1) / kBlock + 1);
             EXPECT_TRUE(progress->inOrder);
             EXPECT_EQ(progress->last, static_cast<std::uint64_t>(offset) + expected.size());

@@ -1,4 +1,4 @@
-// The transport step by step: what it asks of the platform, and what becomes of each step that fails.
+// The transport over scripted platform calls: what it asks for, and each call that fails.
 
 #include "TextConversion.h"
 #include "TransportFixture.h"

@@ -1,5 +1,5 @@
-// Files beyond what 32 bits can count: right bytes under the right Content-Length, and no memory for them. The file is sparse on the
-// disk; every MiB of it begins with its own position.
+// Files above 4 GiB: the right bytes, the right Content-Length, and no growing memory. The file is sparse; each MiB begins with its
+// position.
 
 #include "PeakMemory.h"
 #include "TransferWire.h"
@@ -42,7 +42,7 @@ private:
 class LargeTransfer : public testing::Test
 {
 protected:
-    // What is asked for comes at once the first time: what a process has once does not count as the transfer's.
+    // The first transfer is small: memory that the process allocates once does not count.
     void ExpectNoGrowth(const std::function<void(std::uint64_t size, Caller& caller)>& transfer)
     {
         std::uint64_t before = 0;

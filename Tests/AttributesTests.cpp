@@ -127,7 +127,7 @@ TEST(AttributesTests, CopiesTakeTheRevisionFromTheVirtualGetterAndNoOwner)
 
 TEST(AttributeTimeTests, ReadsAndWritesAsTimesJsonSays)
 {
-    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Replies/Times.json");
+    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Cases/Times.json");
     ASSERT_FALSE(cases["read"].empty() || cases["refused"].empty() || cases["written"].empty());
     TraceCapture trace;
     for (const Json::Value& each : cases["read"])

@@ -35,7 +35,7 @@ TEST(FeedParsing, RepliesAreReadAsFeedJsonSays)
     const auto readMappings = [](const ResponseBuffer& reply, Caller& caller) {
         return ScriptedClient()->GetMappingsFromResponse(reply, caller.mappings);
     };
-    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Replies/Feed.json");
+    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Cases/Feed.json");
     ASSERT_FALSE(cases["actions"].empty() || cases["mappings"].empty());
     for (const Json::Value& each : cases["actions"])
         EXPECT_EQ(ReadAs(JsonLine(each[0]), readActions), each[1].asString()) << each[0];

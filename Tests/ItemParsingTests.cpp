@@ -38,7 +38,7 @@ const std::map<std::string, std::function<std::string(const IServerAttributes&)>
 
 TEST(ItemParsingTests, ItemsAreReadAsItemsJsonSays)
 {
-    const Json::Value groups = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Replies/Items.json");
+    const Json::Value groups = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Cases/Items.json");
     ASSERT_EQ(groups.size(), kShown.size());
     for (const auto& [group, show] : kShown)
     {
@@ -50,7 +50,8 @@ TEST(ItemParsingTests, ItemsAreReadAsItemsJsonSays)
                 item[member] = each[0][member];
             TraceCapture trace;
             ServerItemList list;
-            EXPECT_EQ(ProcessJSONDictionary(item, list, false), list.size());
+            const std::uint32_t count = ProcessJSONDictionary(item, list, false);
+            EXPECT_EQ(count, list.size());
             std::string read = list.empty() ? "dropped" : show(*list.front());
             for (const std::string& error : trace.Messages(EVT_ERROR))
                 read += "; " + error;

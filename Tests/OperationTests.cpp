@@ -68,7 +68,7 @@ std::string OwnMessages(const TraceCapture& trace)
 
 TEST(OperationReplies, EndInTheirCodeRecordsAndMessages)
 {
-    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Replies/Operations.json");
+    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Cases/Operations.json");
     EXPECT_GT(cases.size(), 30U);
     for (const Json::Value& each : cases)
     {

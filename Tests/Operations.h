@@ -54,7 +54,7 @@ inline Json::Value ParseText(std::string text)
     return value;
 }
 
-/// The cases of a file in Tests/Replies, which may hold comments.
+/// The cases of a file in Tests/Cases, which may hold comments.
 inline Json::Value ReadCases(const char* path)
 {
     std::ifstream file(path, std::ios::binary);

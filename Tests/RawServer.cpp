@@ -6,6 +6,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/write.hpp>
 
+#include <array>
 #include <cstdlib>
 #include <sstream>
 #include <utility>
@@ -13,18 +14,51 @@
 namespace asio = boost::asio;
 using asio::ip::tcp;
 
+// A connection. Its context runs one operation at a time, and is stopped with the server.
 struct RawSocket
 {
-    tcp::socket socket;
+    asio::io_context context{1};
+    tcp::socket socket{context};
+    std::array<char, 64 * 1024> block = {};
 };
 
 struct RawServer::Network
 {
     explicit Network(const std::string& address) : acceptor(context, {asio::ip::make_address(address), 0}, false) {}
 
-    asio::io_context context;
+    asio::io_context context{1};
     tcp::acceptor acceptor;
 };
+
+namespace
+{
+// Completes an operation that `start` starts with a handler. @return the bytes that were moved.
+template <typename Start> std::size_t Complete(RawSocket& socket, const Gate& stopping, const Start& start)
+{
+    bool isOver = false;
+    boost::system::error_code failure;
+    std::size_t bytes = 0;
+    start([&](const boost::system::error_code& error, std::size_t count) {
+        isOver = true;
+        failure = error;
+        bytes = count;
+    });
+    socket.context.restart();
+    if (!stopping.Wait(std::chrono::milliseconds(0)))
+        socket.context.run();
+    if (!isOver)
+    {
+        // The server is being stopped. The operation has to end before what it uses is gone.
+        socket.socket.close(failure);
+        socket.context.restart();
+        socket.context.run();
+        throw ConnectionEnded();
+    }
+    if (failure)
+        throw ConnectionEnded();
+    return bytes;
+}
+} // namespace
 
 std::string RawConnection::ReadHead()
 {
@@ -67,10 +101,7 @@ void RawConnection::Skip(std::uint64_t bytes, const std::function<void(std::stri
 
 void RawConnection::Send(std::string_view bytes)
 {
-    boost::system::error_code error;
-    asio::write(m_socket.socket, asio::buffer(bytes), error);
-    if (error)
-        throw ConnectionEnded();
+    Complete(m_socket, m_server.m_stopping, [&](auto handler) { asio::async_write(m_socket.socket, asio::buffer(bytes), handler); });
 }
 
 void RawConnection::Hold()
@@ -87,32 +118,29 @@ void RawConnection::Reset()
 
 void RawConnection::Fill()
 {
-    char block[64 * 1024];
-    boost::system::error_code error;
-    m_received.append(block, m_socket.socket.read_some(asio::buffer(block), error));
-    if (error)
-        throw ConnectionEnded();
+    m_received.append(m_socket.block.data(), Complete(m_socket, m_server.m_stopping, [this](auto handler) {
+                          m_socket.socket.async_read_some(asio::buffer(m_socket.block), handler);
+                      }));
 }
 
 RawServer::RawServer(Script script, const std::string& address)
-    : m_script(std::move(script)), m_network(std::make_unique<Network>(address)), m_acceptor([this] { Accept(); })
+    : m_script(std::move(script)), m_network(std::make_unique<Network>(address)), m_acceptor([this] {
+          Accept();
+          m_network->context.run();
+      })
 {
 }
 
 RawServer::~RawServer()
 {
     m_stopping.Open();
-    boost::system::error_code ignored;
-    // Ends the wait of `Accept`.
-    tcp::socket(m_network->context).connect(m_network->acceptor.local_endpoint(), ignored);
+    m_network->context.stop();
     m_acceptor.join();
     for (auto& [thread, socket] : m_connections)
     {
-        const std::lock_guard lock(m_mutex);
-        socket->socket.shutdown(tcp::socket::shutdown_both, ignored);
-    }
-    for (auto& [thread, socket] : m_connections)
+        socket->context.stop();
         thread.join();
+    }
 }
 
 std::uint16_t RawServer::Port() const
@@ -126,20 +154,18 @@ std::vector<std::string> RawServer::Requests() const
     return m_requests;
 }
 
+// Accepts connections for as long as the context runs.
 void RawServer::Accept()
 {
-    for (;;)
-    {
-        const auto socket = std::make_shared<RawSocket>(RawSocket{tcp::socket(m_network->context)});
-        boost::system::error_code error;
-        m_network->acceptor.accept(socket->socket, error);
-        if (m_stopping.Wait(std::chrono::milliseconds(0)))
-            return;
-        if (error)
-            continue;
-        ++m_connectionCount;
-        m_connections.emplace_back(std::thread([this, socket] { Serve(*socket); }), socket);
-    }
+    const auto socket = std::make_shared<RawSocket>();
+    m_network->acceptor.async_accept(socket->socket, [this, socket](const boost::system::error_code& error) {
+        if (!error)
+        {
+            ++m_connectionCount;
+            m_connections.emplace_back(std::thread([this, socket] { Serve(*socket); }), socket);
+        }
+        Accept();
+    });
 }
 
 void RawServer::Serve(RawSocket& socket)
@@ -152,8 +178,8 @@ void RawServer::Serve(RawSocket& socket)
     catch (const ConnectionEnded&) // NOLINT(bugprone-empty-catch): the usual end
     {
     }
-    const std::lock_guard lock(m_mutex);
-    socket.socket.close();
+    boost::system::error_code ignored;
+    socket.socket.close(ignored);
 }
 
 std::string HttpReply(int status, std::string_view body, std::string_view headerLines)

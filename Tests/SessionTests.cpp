@@ -50,7 +50,7 @@ TEST(Handshake, AsksForEndpointsAndModeAndKeepsTheAnswer)
 
 TEST(Handshake, TakesTheTopOfTheFirstRunOfVersions)
 {
-    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Replies/Endpoints.json");
+    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Cases/Endpoints.json");
     EXPECT_GT(cases.size(), 20U);
     for (const Json::Value& each : cases)
     {

@@ -17,99 +17,69 @@ namespace
 
 using Texts = std::vector<std::string>;
 
+// The body that a case describes, with the boundary "G".
+std::string BodyOf(const Json::Value& parts, const std::string& content)
+{
+    std::string body;
+    for (const Json::Value& part : parts)
+    {
+        const std::string text = part.asString();
+        const std::string name = text.substr(0, text.find('='));
+        std::string value = text.substr(name.size() + 1);
+        body += "--G\r\nContent-Disposition: form-data; name=\"" + name + "\"";
+        if (name == "file")
+        {
+            body += "; filename=\"a.txt\"\r\nContent-Type: application/octet-stream";
+            value = content.substr(std::stoul(value), std::stoul(value.substr(value.find('+'))));
+        }
+        body += "\r\n\r\n" + value + "\r\n";
+    }
+    return parts.isNull() ? "" : body + "--G--\r\n";
+}
+
 TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
 {
     const std::string content = Pattern(100);
-    const std::string guid = "0F8FAD5B-D9CB-469F-A165-70867728950E";
-    const std::string resume = "/sync/resume/upload/d/a.txt?resume_id=" + guid;
-    const std::string sent = (folder / "sent").string();
-    const std::string target = (folder / "target").string();
-
-    // Bodies.
-    const auto part = [](const std::string& name, const std::string& value) {
-        return "--G\r\nContent-Disposition: form-data; name=\"" + name + "\"\r\n\r\n" + value + "\r\n";
+    const std::map<std::string, std::string> places = {
+        {"sent", (folder / "sent").string()},
+        {"target", (folder / "target").string()},
+        {"id", "0F8FAD5B-D9CB-469F-A165-70867728950E"},
+        {"form", "Content-Type: multipart/form-data; boundary=\"G\""},
+        {"chunk", "qd_file_size: 100\nqd_file_creation_time: 2020-01-02T03:04:05.600Z\n"
+                  "qd_file_modification_time: 2021-01-02T03:04:05.600Z\nqd_attributes: 32\nqd_revision: 7"}};
+    const auto fill = [&places](std::string text) {
+        for (const auto& [name, value] : places)
+            for (std::size_t at = 0; (at = text.find('$' + name, at)) != std::string::npos; at += value.size())
+                text.replace(at, name.size() + 1, value);
+        return text;
     };
-    const auto file = [](const std::string& bytes) {
-        return "--G\r\nContent-Disposition: form-data; name=\"file\"; filename=\"a.txt\"\r\n"
-               "Content-Type: application/octet-stream\r\n\r\n" +
-               bytes + "\r\n--G--\r\n";
+    const auto lines = [&fill](const Json::Value& texts) {
+        std::string all;
+        for (const Json::Value& text : texts)
+            all += fill(text.asString()) + '\n';
+        return all;
     };
-    const std::string created = part("creation_time", "2020-01-02T03:04:05.600Z");
-    const std::string modified = part("modification_time", "2021-01-02T03:04:05.600Z");
-    const std::string rest = part("attributes", "32") + part("size", "100") + part("revision", "7");
-
-    // Headers, without the cookie and the length.
-    const std::string json = "Accept: application/json\n";
-    const std::string bytes = "Accept: application/octet-stream\n";
-    const std::string form = "Content-Type: multipart/form-data; boundary=\"G\"\n";
-    const std::string start = "qd_start: true\n";
-    const std::string finish = "qd_finish: true\n";
-    const auto chunk = [&](const std::string& offset, const std::string& length, const std::string& markers) {
-        return "qd_file_size: 100\nqd_file_creation_time: 2020-01-02T03:04:05.600Z\n"
-               "qd_file_modification_time: 2021-01-02T03:04:05.600Z\nqd_attributes: 32\nqd_revision: 7\nqd_offset: " +
-               offset + "\nqd_block_size: " + length + '\n' + markers + json + form;
-    };
-
-    // Messages.
-    const std::string taken = "Extracted attributes from upload reply";
-    const auto uploading =
-        [&](const std::string& length, const std::string& offset, const std::string& clamped, const std::string& markers) {
-        return "Uploading " + length + "-byte chunk of [" + sent + "] from " + offset + " with GUID [" + guid + "]\n" + clamped +
-               "Endpoint: [" + resume + "]\n" + markers + "Chunk uploaded successfully: " + sent + '\n' + taken + '\n';
-    };
-    const std::string begins = "Sending begin marker\n";
-    const std::string ends = "Sending end marker\n";
-    const std::string tag = "Uploading [" + sent + "] with API tag [7]\n";
-    const std::string uploaded = "Revision: 7\nFile uploaded successfully: " + sent + '\n' + taken;
-    const std::string paths = "LocalPath: " + target + ", ServerPath: /d/a.txt\n";
-    const std::string scrubbed = "Scrubbed LocalPath: " + target + "\nRevision: 7\n";
-    const std::string downloaded = "\nSuccessfully downloaded file: " + target + '\n';
-
-    // Name, operation, and what is expected: request line, headers, body, messages.
-    using Row = std::tuple<std::string, Operation, std::string, std::string, std::string, std::string>;
-    const Row rows[] = {
-        {"upload", Upload(0), "POST /sync/folders/d/a.txt", json + form,
-         part("operation", "create") + created + modified + rest + file(content),
-         tag + "Upload local path: [" + sent +
-             "] for server path: [/d/a.txt]\nEndpoint: [/sync/folders/d/a.txt]\nMod time: [2021-01-02T03:04:05.600Z]\n" + uploaded + '\n'},
-        {"delta upload", Upload(1), "POST /sync/delta/d/a.txt", json + form, modified + created + rest + file(content),
-         tag + "Upload local path: '" + sent +
-             "' for server path: '/d/a.txt'\nEndpoint: '/sync/delta/d/a.txt'\nMod time: '2021-01-02T03:04:05.600Z'\n" + uploaded +
-             ", Rev: 8\n"},
-        {"first upload", Chunk(0, 40, 1), "POST " + resume, chunk("0", "40", start), file(content.substr(0, 40)),
-         uploading("40", "0", "", begins)},
-        {"middle upload", Chunk(40, 30), "POST " + resume, chunk("40", "30", ""), file(content.substr(40, 30)),
-         uploading("30", "40", "", "")},
-        {"last upload", Chunk(70, 40), "POST " + resume, chunk("70", "30", finish), file(content.substr(70)),
-         uploading("40", "70", "New length: 30\n", ends)},
-        {"only upload", Chunk(0, 100, 1), "POST " + resume, chunk("0", "100", start + finish), file(content),
-         uploading("100", "0", "", begins + ends)},
-        {"late upload", Chunk(101, 5), "POST " + resume, chunk("101", "0", ""), file(""), uploading("5", "101", "New length: 0\n", "")},
-        {"complete", kComplete, "POST " + resume, finish + "qd_new_path: /d/b c.txt\n" + json + form, "--G--\r\n",
-         "Completing upload of [/d/a.txt] to [/d/b c.txt] with GUID [" + guid + "]\nEndpoint: [" + resume +
-             "]\nChunk completed successfully\n" + taken + '\n'},
-        {"cancel", kCancel, "DELETE " + resume, json, "",
-         "Cancelling upload to [/d/a.txt], guid:" + guid + "\nEndpoint [" + resume + "]\nSuccessfully cancelled upload to [/d/a.txt]\n"},
-        {"metadata", kMetadata, "GET " + resume, json, "",
-         "Metadata request for [/d/a.txt] Guid:[" + guid + "]\nEndpoint: " + resume + '\n'},
-        {"download", Download(), "GET /sync/folders/d/a.txt?revision=7", bytes, "",
-         "Download request for " + paths + scrubbed + "Complete download request: /sync/folders/d/a.txt?revision=7" + downloaded},
-        {"delta", DeltaDownload(), "POST /sync/delta/d/a.txt?revision=7", bytes + form, file(content),
-         "Download Delta request for " + paths + scrubbed + "Endpoint: '/sync/delta/d/a.txt?revision=7'" + downloaded},
-        {"range", Range(3, 5), "GET /sync/folders/d/a.txt?skip=3&count=5&revision=7", bytes, "",
-         "Download data request for " + paths + "Revision: 7\nDownloadData request [/sync/folders/d/a.txt?skip=3&count=5&revision=7]\n" +
-             "Successfully downloaded data into file: " + target + '\n'},
-    };
+    std::map<std::string, Operation> transfers = AllTransfers();
+    transfers["range"] = Range(3, 5);
+    transfers["first upload"] = Chunk(0, 40, 1);
+    transfers["middle upload"] = Chunk(40, 30);
+    transfers["last upload"] = Chunk(70, 40);
+    transfers["only upload"] = Chunk(0, 100, 1);
+    transfers["late upload"] = Chunk(101, 5);
+    transfers.erase("chunk upload");
     const Library library(AnswerWith([](const std::string&) { return HttpReply(200, kReply); }));
     library->SetSessionToken(L"abc");
-    for (const auto& [name, transfer, expectedLine, expectedHeaders, expectedBody, expectedMessages] : rows)
+    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Cases/Transfers.json");
+    EXPECT_EQ(cases.size(), transfers.size());
+    for (const Json::Value& each : cases)
     {
+        const std::string name = each["name"].asString();
         SCOPED_TRACE(name);
         Caller caller = CallerWith(content);
         if (name == "delta")
             caller.signature = L"\\\\?\\" + caller.signature; // taken off before the file is opened
         const TraceCapture trace;
-        EXPECT_EQ(Perform(library.Api(), name, transfer, caller), 0U);
+        EXPECT_EQ(Perform(library.Api(), name, transfers.at(name), caller), Result::Success);
         const bool bringsItem = IsUpload(name) || name == "complete";
         EXPECT_EQ(bringsItem, caller.given && caller.given->GetName() == L"new.txt" && caller.given->GetRevision() == "8");
         EXPECT_TRUE(!IsDownload(name) || caller.given == caller.item);
@@ -118,25 +88,21 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
         const std::regex anyBoundary(R"(\{[-0-9A-F]{36}\})");
         EXPECT_LE(std::set<std::string>(std::sregex_token_iterator(request.begin(), request.end(), anyBoundary), {}).size(), 1U);
         const std::string masked = std::regex_replace(request, anyBoundary, "G");
-        const std::string head = masked.substr(0, masked.find("\r\n\r\n") + 4);
-        const std::string body = masked.substr(head.size());
-        const std::uint64_t bodyBytes = request.size() - (request.find("\r\n\r\n") + 4);
-        const std::string length = body.empty() ? "" : "Content-Length: " + std::to_string(bodyBytes) + '\n';
-        EXPECT_EQ(head.substr(0, head.find("\r\n")), expectedLine + " HTTP/1.1");
+        EXPECT_EQ(masked.substr(0, masked.find(" HTTP/1.1\r\n")), fill(each["line"].asString()));
         std::string headers;
-        std::string cookie;
-        for (const std::string& line : HeaderLines(head))
-            if (!line.starts_with("Host: ") && line != "Connection: Keep-Alive" && line != "Content-Length: 0") // the platform's own
-                (line.starts_with("Cookie: ") ? cookie : headers) += line + '\n';
-        EXPECT_EQ(headers, expectedHeaders + length);
-        EXPECT_EQ(cookie, "Cookie: session_token=abc\n") << "where it stands is the platform's own";
-        EXPECT_EQ(body, expectedBody);
+        for (const std::string& line : HeaderLines(masked))
+            if (!line.starts_with("Host: ") && !line.starts_with("Content-Length: ") && !line.starts_with("Cookie: ") &&
+                line != "Connection: Keep-Alive")
+                headers += line + '\n';
+        EXPECT_EQ(headers, lines(each["headers"]));
+        EXPECT_EQ(HeaderValue(request, "Cookie"), "session_token=abc");
+        EXPECT_EQ(masked.substr(masked.find("\r\n\r\n") + 4), BodyOf(each["body"], content));
         std::string told;
         std::string replies;
         for (const TracedEvent& event : trace.Events())
             if (event.IsMessage() && event.level == EVT_INFO.level && event.unit == "NativeHttp")
                 (event.function == "CNativeHttp::LogResponse" ? replies : told) += event.message + '\n';
-        EXPECT_EQ(told, expectedMessages);
+        EXPECT_EQ(told, lines(each["messages"]));
         EXPECT_TRUE(replies.empty() || told.find("Chunk uploaded successfully") == std::string::npos) << "of a chunk the item is enough";
     }
     EXPECT_EQ(folder.Read("target"), std::string("b\0\0", 3) + kReply) << "a range goes to its place";

@@ -48,9 +48,10 @@ struct Certificate
 /// The server's end of TLS: answers each request of a connection, or, with an end to make of it, the first. For each connection it
 /// tells whether it goes on with the session of an earlier one.
 RawServer::Script Answer(const Certificate& own, const std::string& reply, const std::function<void(RawConnection&)>& end = {},
-                         int verification = SSL_VERIFY_NONE, std::atomic<int>* resumptions = nullptr)
+                         int verification = SSL_VERIFY_NONE, std::atomic<int>* resumptions = nullptr, int newest = TLS1_3_VERSION)
 {
     const std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
+    SSL_CTX_set_max_proto_version(context.get(), newest);
     SSL_CTX_set_verify(context.get(), verification, nullptr);
     return [=, &own](RawConnection& connection) {
         const Owned<SSL, SSL_free> tls(SSL_new(context.get()));
@@ -168,9 +169,14 @@ TEST_F(PosixTls, ResumesTheSessionOnNewConnectionsOfAllThreads)
 TEST_F(PosixTls, TellsThatTheServerDemandsACertificate)
 {
     Trust(loopback);
-    RawServer server(Answer(loopback, HttpReply(200, "ok"), {}, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT));
-    EXPECT_EQ("12044", Get(server));
-    EXPECT_EQ("12044", Exchange(HttpClient(server.Port()).Open(L"POST", L"/", WINHTTP_FLAG_SECURE).get(), "body"));
+    for (const int newest : {TLS1_2_VERSION, TLS1_3_VERSION})
+        for (const auto& [verification, outcome] :
+             {std::pair(SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, "12044"), {SSL_VERIFY_PEER, "200 ok"}})
+        {
+            RawServer server(Answer(loopback, HttpReply(200, "ok"), {}, verification, nullptr, newest));
+            EXPECT_EQ(outcome, Get(server));
+            EXPECT_EQ(outcome, Exchange(HttpClient(server.Port()).Open(L"POST", L"/", WINHTTP_FLAG_SECURE).get(), "body"));
+        }
 }
 
 TEST_F(PosixTls, TakesACutReplyForBroken)

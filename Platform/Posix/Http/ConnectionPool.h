@@ -7,6 +7,7 @@
 /// at a time uses it. The most recently used one is reused first: sequential requests share one TCP connection, concurrent requests use one
 /// each.
 
+#include "CertificateDemand.h"
 #include "CurlShare.h"
 
 #include <curl/curl.h>
@@ -31,6 +32,8 @@ public:
     /// The server: scheme, name and port, as they stand in a URL.
     const std::string& Origin() const noexcept { return m_origin; }
 
+    CertificateDemand& Demand() noexcept { return m_demand; }
+
     Clock::duration IdleTime() const noexcept { return Clock::now() - m_lastUsed; }
     void SetUsed() noexcept { m_lastUsed = Clock::now(); }
 
@@ -41,6 +44,7 @@ private:
     };
 
     const std::string m_origin;
+    CertificateDemand m_demand;
     std::unique_ptr<CURLM, Cleanup> m_multi;
     Clock::time_point m_lastUsed = Clock::now();
 };

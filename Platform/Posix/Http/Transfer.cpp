@@ -49,6 +49,7 @@ Transfer::Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const Tra
 {
     m_easy->Set(CURLOPT_PREREQFUNCTION, &Transfer::OnConnected);
     m_easy->Set(CURLOPT_PREREQDATA, static_cast<void*>(this));
+    m_connection->Demand().AttachTo(*m_easy);
     m_outgoing.AttachTo(*m_easy);
     m_incoming.AttachTo(*m_easy);
     m_notices.AttachTo(*m_easy);
@@ -179,6 +180,8 @@ DWORD Transfer::OutcomeOf(CURLcode result)
     // A server that refuses may also close the connection while the body is being sent; its reply counts.
     if (m_incoming.IsComplete() || (m_phase == Phase::Connecting && TakeProxyRefusal()))
         return ERROR_SUCCESS;
+    if (result == CURLE_SSL_CONNECT_ERROR && m_connection->Demand().IsMade())
+        return ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED;
     const DWORD error = Win32ErrorOf(result, m_phase == Phase::Connected, m_easy->ErrorText());
     if (error == ERROR_WINHTTP_SECURE_FAILURE)
         m_notices.SecureFailure(result);

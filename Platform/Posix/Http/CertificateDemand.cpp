@@ -1,0 +1,31 @@
+#include "CertificateDemand.h"
+
+#include <openssl/ssl.h>
+
+namespace
+{
+int Index() noexcept
+{
+    static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    return index;
+}
+} // namespace
+
+void CertificateDemand::AttachTo(EasyHandle& easy)
+{
+    m_isMade = false;
+    easy.Set(CURLOPT_SSL_CTX_FUNCTION, &CertificateDemand::Watch);
+    easy.Set(CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
+}
+
+CURLcode CertificateDemand::Watch(CURL*, void* context, void* self) noexcept
+{
+    auto* const tls = static_cast<SSL_CTX*>(context);
+    if (SSL_CTX_set_ex_data(tls, Index(), self) == 0)
+        return CURLE_OUT_OF_MEMORY;
+    SSL_CTX_set_client_cert_cb(tls, [](SSL* connection, X509**, EVP_PKEY**) {
+        static_cast<CertificateDemand*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(connection), Index()))->m_isMade = true;
+        return 0; // there is none to send
+    });
+    return CURLE_OK;
+}

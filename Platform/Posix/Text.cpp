@@ -51,11 +51,21 @@ template <class Take> bool ForEachCodePoint(std::wstring_view wide, Take take)
 
 bool AppendUtf8(std::wstring_view wide, std::string& utf8)
 {
-    // Reserve enough at once: the text may be secret, and growing would leave copies behind.
-    std::size_t bytes = utf8.size();
-    ForEachCodePoint(wide, [&](char32_t code) { bytes += code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4; });
-    utf8.reserve(bytes);
-    return ForEachCodePoint(wide, [&](char32_t code) { utf8::unchecked::append(code, std::back_inserter(utf8)); });
+    // Grow once: the text may be secret, and growing leaves copies behind.
+    const std::size_t begin = utf8.size();
+    std::size_t bytes = begin;
+    const bool unicode = ForEachCodePoint(wide, [&](char32_t code) {
+        bytes += code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
+    });
+    utf8.resize(bytes);
+    char* end = utf8.data() + begin;
+    ForEachCodePoint(wide, [&](char32_t code) {
+        if (code < 0x80)
+            *end++ = static_cast<char>(code);
+        else
+            end = utf8::unchecked::append(code, end);
+    });
+    return unicode;
 }
 
 bool IsKnownCodePage(UINT codePage)

@@ -9,14 +9,29 @@
 // NOLINTBEGIN(cppcoreguidelines-no-malloc): these are malloc and its kind for libcurl
 namespace
 {
-/// How much of a block is wiped. Secrets stand in heads and forms, at the beginning of curl's larger buffers.
-constexpr std::size_t kWipedBytes = 64 * 1024;
+/// Wipes a block up to the first page that holds zeros alone. curl fills its large buffers from the beginning, and a buffer usually gets
+/// the memory of the one before it, which was wiped: the rest need not be written again for each request.
+void Wipe(void* memory)
+{
+    constexpr std::size_t kPage = 4096;
+    auto* page = static_cast<char*>(memory);
+    const auto isZero = [](const char* bytes, std::size_t count) { return *bytes == 0 && std::memcmp(bytes, bytes + 1, count - 1) == 0; };
+    for (std::size_t left = ::malloc_usable_size(memory); left != 0;)
+    {
+        const std::size_t count = std::min(left, kPage);
+        if (page != memory && isZero(page, count))
+            return;
+        ::explicit_bzero(page, count);
+        page += count;
+        left -= count;
+    }
+}
 
 void Free(void* memory)
 {
     if (memory != nullptr)
     {
-        ::explicit_bzero(memory, std::min(::malloc_usable_size(memory), kWipedBytes));
+        Wipe(memory);
         std::free(memory);
     }
 }

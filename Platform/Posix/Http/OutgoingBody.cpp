@@ -13,9 +13,14 @@ bool OutgoingBody::Add(std::string_view bytes)
 {
     const bool isDue = m_collected.size() + bytes.size() >= kCollectedBytes || bytes.size() == m_left;
     if (isDue)
+    {
         m_offered = {m_collected, bytes};
+    }
     else
+    {
+        m_collected.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(m_left, kCollectedBytes)));
         m_collected.append(bytes);
+    }
     m_left -= bytes.size();
     return isDue;
 }

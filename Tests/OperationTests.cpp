@@ -130,49 +130,15 @@ void Break(ScriptedClient& client, const std::string& what, int request)
 
 TEST(OperationFailures, OfTheAnswerEndInTheirCodeAndMessage)
 {
-    const std::map<std::string, std::string> rule = {
-        {"connection", "6 WinHttpConnection failed to initialise, error code: -2147024890"},
-        {"request", "12018 WinHttpRequest failed to initialise, error code: -2147012878"},
-        {"breaks", "12030 GetResponse failed, error code: 12030"},
-        {"no body", "8 Response memory is NULL!"},
-        {"created", "20201 GetHTTPStatus shows failure, code: 201"}, // is no success
-        {"no status", "20000 GetHTTPStatus shows failure, code: 0"},
-        {"old session", "20006 GetHTTPStatus shows failure, code: 401"},
-        {"changed session", "20006 GetHTTPStatus shows failure, code: 401"},
-        {"changed session, forbidden", "20006 GetHTTPStatus shows failure, code: 403"},
-    };
-    const std::map<std::string, std::string> departures = {
-        {"mode: no body", "8 Received a NULL response buffer."},
-        {"login: changed session", "20006 |OLD GetHTTPStatus shows failure, code: 401"},
-        {"login: changed session, forbidden", "20006 |OLD GetHTTPStatus shows failure, code: 403"},
-        {"delete: breaks", "20009 GetResponse failed, error code: 12030"},
-        {"list: changed session", "1237 GetHTTPStatus shows failure, code: 401"},
-        {"changes: breaks", "12030 ERROR: GetResponse failed, error code: 12030"},
-        {"changes: no body", "0"},
-        {"changes: no status", "20000 ERROR: GetHTTPStatus shows failure, code: 0"},
-        {"changes: created", "20201 ERROR: GetHTTPStatus shows failure, code: 201"},
-        {"changes: old session", "20006 ERROR: GetHTTPStatus shows failure, code: 401"},
-        {"changes: changed session, forbidden", "20006 ERROR: GetHTTPStatus shows failure, code: 403"},
-        {"changes: changed session", "1237 ERROR: GetHTTPStatus shows failure, code: 401"},
-        {"mappings: request", "12018 WinHttpRequest failed to initialise, error code: 0x80072ef2"},
-        {"mappings: breaks", "12030 GetResponse failed, error code: 0x2efe"},
-        {"audit: no body", "0"},
-        {"wipe: connection", "6 WinHttpConnection failed to initialise for [server, 8080], error code: -2147024890"},
-        {"wipe: breaks", "12030 ReceiveResponse failed, error code: 12030"},
-        {"wipe: no body", "0"},
-        {"wipe: no status", "12152 GetHTTPStatus shows failure, code: 0"}, // 0 would be a success
-        {"wipe: created", "201 GetHTTPStatus shows failure, code: 201"},
-        {"wipe: old session", "401 GetHTTPStatus shows failure, code: 401"},
-        {"wipe: changed session, forbidden", "403 GetHTTPStatus shows failure, code: 403"},
-        {"wipe: changed session", "401 GetHTTPStatus shows failure, code: 401"},
-        {"register: no body", "0"},
-    };
+    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Cases/Failures.json");
+    const Json::Value& departures = cases["answers, but"];
     const std::string frame(76, '=');
     const std::string incompatible = " " + frame + " FATAL ERROR: The appliance is not compatible with this version of the client " + frame;
-    std::size_t departed = 0;
+    Json::ArrayIndex departed = 0;
     for (const auto& [operation, run] : kOperations)
-        for (const auto& [failure, ruling] : rule)
+        for (const std::string& failure : cases["answers"].getMemberNames())
         {
+            const std::string ruling = cases["answers"][failure].asString();
             const std::string what = operation + ": " + failure;
             SCOPED_TRACE(what);
             ScriptedClient client;
@@ -186,8 +152,8 @@ TEST(OperationFailures, OfTheAnswerEndInTheirCodeAndMessage)
             std::string ended = Perform(client, run);
             for (const std::string& message : trace.Messages(EVT_ERROR))
                 ended += " " + message;
-            departed += departures.count(what);
-            std::string expected = departures.contains(what) ? departures.at(what) : ruling;
+            departed += departures.isMember(what) ? 1U : 0U;
+            std::string expected = departures.get(what, ruling).asString();
             if (asksForEndpoints)
                 expected = "19006" + ruling.substr(ruling.find(' ')) + incompatible;
             EXPECT_EQ(ended, expected);
@@ -203,54 +169,9 @@ TEST(OperationFailures, OfTheAnswerEndInTheirCodeAndMessage)
 
 TEST(OperationFailures, OfAStepEndInTheirCodeAndMessage)
 {
-    const std::string code = ", error code: 77";
-    // How a step begins, and the code and message of an operation whose step fails; empty: the operation goes on.
-    const std::string open = "77 WinHttpRequest failed to initialise" + code;
-    const std::string file = "77 SendMultipartFile failed" + code;
-    const std::string field = "77 AddMultipartFormData failed" + code;
-    const std::map<std::string, std::string> rule = {{"POST", open},
-                                                     {"GET", open},
-                                                     {"DELETE", open},
-                                                     {"header", "77 AddHeader failed" + code},
-                                                     {"field", "77"},
-                                                     {"last field", "77"},
-                                                     {"multipart", "77 AddMultipartHeaders failed" + code},
-                                                     {"part", field},
-                                                     {"wide part", field},
-                                                     {"measure", file},
-                                                     {"start", "77 StartRequest failed" + code},
-                                                     {"write", file},
-                                                     {"end multipart", "77 EndMultipart failed" + code},
-                                                     {"post data", "77 SendPostData failed" + code},
-                                                     {"receive", "77 ReceiveResponse failed" + code},
-                                                     {"send", "77 GetResponse failed" + code}};
-    const std::string post = "77 httpRequest->SendPostData" + code;
-    // Exceptions: operation, step, and which step of this kind.
-    const std::map<std::string, std::string> departures = {
-        {"changes: send 1", "77 ERROR: GetResponse failed" + code},
-        {"delete: send 1", "20000 GetResponse failed" + code},
-        {"mappings: GET 1", "77 WinHttpRequest failed to initialise, error code: 0x4d"},
-        {"mappings: send 1", "77 GetResponse failed, error code: 0x4d"},
-        {"wipe: start 1", "77 ReceiveResponse failed" + code},
-        {"wipe: post data 1", "77 ReceiveResponse failed" + code},
-        {"delta upload: multipart 1", ""},
-        {"delta upload: post data 1", ""},
-        {"delta upload: end multipart 1", ""},
-        {"chunk upload: post data 1", post},
-        {"complete: post data 1", post},
-        {"metadata: send 1", "77 GetResponse failed, error code: 0x4d"},
-        {"download: send 1", "77 SendRequestGetResponse failed" + code},
-        {"delta: POST 1", "77 httpRequest->Initialise, error code: 0x4d"},
-        {"delta: measure 1", "77 httpRequest->SendMultipartFile, error code: 0x0"},
-        {"delta: multipart 1", ""},
-        {"delta: start 1", "77 httpRequest->StartRequest" + code},
-        {"delta: write 1", "77 httpRequest->SendMultipartFile" + code},
-        {"delta: end multipart 1", ""},
-        {"delta: post data 1", post},
-        {"delta: receive 1", "77 httpRequest->GetResponse" + code},
-        {"range: GET 1", "77 WinHttpRequest failed to initialise, error code: 0x4d"},
-        {"range: send 1", "77 GetResponse failed, error code: 0x4d"},
-    };
+    const Json::Value cases = ReadCases(QUENDRA_SOURCE_DIR "/Tests/Cases/Failures.json");
+    const Json::Value& rule = cases["steps"];
+    const Json::Value& departures = cases["steps, but"];
     const std::map<std::string, Operation> transfers = AllTransfers();
     std::map<std::string, Operation> all = transfers;
     for (const auto& [name, run] : kOperations)
@@ -275,13 +196,14 @@ TEST(OperationFailures, OfAStepEndInTheirCodeAndMessage)
                 script.failingStep = steps[failing - 1];
                 script.failingStepCall = ++calls[script.failingStep];
                 script.failingStepResult = 77;
-                const auto isRule = [&](const auto& each) { return script.failingStep.starts_with(each.first); };
-                const auto ruling = std::find_if(rule.begin(), rule.end(), isRule);
-                ASSERT_NE(ruling, rule.end()) << script.failingStep;
-                const std::string what = name + ": " + ruling->first + " " + std::to_string(script.failingStepCall);
-                if (const std::string& end = departures.contains(what) ? departures.at(what) : ruling->second; !end.empty())
+                const auto kinds = rule.getMemberNames();
+                const auto isKind = [&](const std::string& each) { return script.failingStep.starts_with(each); };
+                const auto kind = std::find_if(kinds.begin(), kinds.end(), isKind);
+                ASSERT_NE(kind, kinds.end()) << script.failingStep;
+                const std::string what = name + ": " + *kind + " " + std::to_string(script.failingStepCall);
+                if (const std::string end = departures.get(what, rule[*kind]).asString(); !end.empty())
                     expected = end;
-                met.insert({ruling->first, what});
+                met.insert({*kind, what});
             }
             SCOPED_TRACE(name + ": " + script.failingStep);
             const TraceCapture trace;
@@ -303,8 +225,8 @@ TEST(OperationFailures, OfAStepEndInTheirCodeAndMessage)
                       name == "delta upload" ? "server:8080 send=300000 receive=600000" : "server:8080 send=0 receive=0");
         }
     }
-    for (const auto* const table : {&rule, &departures})
-        for (const auto& [what, end] : *table)
+    for (const Json::Value* const table : {&rule, &departures})
+        for (const std::string& what : table->getMemberNames())
             EXPECT_TRUE(met.contains(what)) << what << " is never met";
 }
 

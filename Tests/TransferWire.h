@@ -70,8 +70,9 @@ protected:
                 std::filesystem::remove(folder / "target");
             const TraceCapture trace;
             const ResultCode code = Perform(wire.Api(), name, transfer, caller);
-            const bool isLost = ending.reply.find("\r\n\r\n") == std::string::npos && (code == 12152 || code == 10054);
-            std::string& transfers = outcomes[isLost ? 12030 : code]; // the platforms' transports tell it differently
+            // The platforms report a lost connection differently; Wine passes the socket's own error on (10054, a reset).
+            const bool isLost = code == 10054 || (code == 12152 && ending.reply.find("\r\n\r\n") == std::string::npos);
+            std::string& transfers = outcomes[isLost ? Result::ConnectionBroken : code];
             transfers += (transfers.empty() ? "" : ", ") + name;
 
             const bool bringsItem = code == 21077 && IsUpload(name);

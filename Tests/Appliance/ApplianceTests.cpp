@@ -31,7 +31,7 @@ using Headers = std::map<std::string, std::string>;
 
 struct Answer
 {
-    int status = 0; // 0: the connection failed
+    int status = 0;
     std::string body;
     Json::Value json;
 
@@ -87,7 +87,7 @@ public:
     tcp::socket socket{context};
 };
 
-// A client with a session of its own, over one kept connection.
+// A client with a session of its own.
 class User
 {
 public:
@@ -113,48 +113,37 @@ public:
         return request;
     }
 
-    Answer Ask(const std::string& line, const std::string& body = "", const Headers& more = {})
+    [[nodiscard]] Answer Ask(const std::string& line, const std::string& body = "", const Headers& more = {}) const
     {
-        Answer answer;
-        ErrorCode failed;
-        // The server may have ended a connection that was idle: the second attempt has a new one.
-        for (int attempt = 0; attempt < 2 && answer.status == 0; ++attempt)
-        {
-            if (failed || !wire)
-                wire = std::make_unique<Wire>(server);
-            failed = {};
-            http::response<http::string_body> response;
-            boost::beast::flat_buffer buffer;
-            http::write(wire->socket, Request(line, body, more), failed);
-            if (!failed)
-                http::read(wire->socket, buffer, response, failed);
-            if (failed)
-                continue;
-            answer = {static_cast<int>(response.result_int()), response.body(), {}};
-            if (response[http::field::content_type] == "application/json")
-                std::istringstream(answer.body) >> answer.json;
-        }
+        Wire wire(server);
+        http::response<http::string_body> response;
+        boost::beast::flat_buffer buffer;
+        http::write(wire.socket, Request(line, body, more));
+        http::read(wire.socket, buffer, response);
+        Answer answer{static_cast<int>(response.result_int()), response.body(), {}};
+        if (response[http::field::content_type] == "application/json")
+            std::istringstream(answer.body) >> answer.json;
         EXPECT_TRUE(answer.status < 400 || !answer.ErrorId().empty()) << line << " is refused without a reason";
         return answer;
     }
 
-    void Expect(const std::vector<Case>& cases)
+    void Expect(const std::vector<Case>& cases) const
     {
         for (const auto& [request, body, status] : cases)
             EXPECT_EQ(Ask(request, body).status, status) << request << " " << body.substr(0, 100);
     }
 
-    std::string Content(const std::string& path) { return Ask("GET /folders" + path, "", {{"Accept", "application/octet-stream"}}).body; }
+    [[nodiscard]] std::string Content(const std::string& path) const { return Ask("GET /folders" + path + "?skip=0").body; }
 
-    Answer Put(const std::string& path, const std::string& content, const std::string& revision = "")
+    [[nodiscard]] Answer Put(const std::string& path, const std::string& content, const std::string& revision = "") const
     {
         return Ask("POST /folders" + path, Multipart(kCreate + Field("revision", revision), content));
     }
 
-    int Chunk(const std::string& path, std::uint64_t total, std::uint64_t offset, const std::string& data, const char* flag = "qd_no_flag")
+    [[nodiscard]] int Chunk(const std::string& path, std::uint64_t offset, const std::string& data, const char* flag = "qd_no_flag") const
     {
         return Ask("POST /resume/upload" + path, Multipart("", data),
-                   {{"qd_file_size", std::to_string(total)},
+                   {{"qd_file_size", "10"},
                     {"qd_offset", std::to_string(offset)},
                     {"qd_block_size", std::to_string(data.size())},
                     {flag, "true"}})
@@ -162,7 +151,6 @@ public:
     }
 
     const Appliance& server;
-    std::unique_ptr<Wire> wire;
     Headers headers;
 };
 
@@ -277,12 +265,12 @@ TEST_F(ApplianceTest, RangesEndWhereTheFileEnds)
 {
     const auto content = Pattern(200'000);
     ASSERT_EQ(user.Put("/home/f", content).status, 200);
-    const std::map<std::string, std::string> cases = {{"skip=65535&count=65538", content.substr(65535, 65538)},
-                                                      {"skip=199999&count=9223372036854775807", content.substr(199999)},
-                                                      {"skip=200000&count=1", ""},
-                                                      {"skip=9223372036854775807", ""},
-                                                      {"count=0", ""}};
-    for (const auto& [query, expected] : cases)
+    for (const auto& [query, expected] :
+         std::map<std::string, std::string>{{"skip=65535&count=65538", content.substr(65535, 65538)},
+                                            {"skip=199999&count=9223372036854775807", content.substr(199999)},
+                                            {"skip=200000&count=1", ""},
+                                            {"skip=9223372036854775807", ""},
+                                            {"count=0", ""}})
         EXPECT_TRUE(user.Ask("GET /folders/home/f?" + query).body == expected) << query;
     for (const std::string query : {"skip=-1", "skip=1&count=-1", "skip=x", "skip=18446744073709551616", "skip="})
         user.Expect({{"GET /folders/home/f?" + query, "", 400}});
@@ -313,15 +301,15 @@ TEST_F(ApplianceTest, MovesOverwriteOnlyWhatTheyMay)
 TEST_F(ApplianceTest, RefusedChunksAndDeltasLeaveNothing)
 {
     const std::string path = "/home/f" + kUpload;
-    ASSERT_EQ(user.Chunk(path, 10, 0, "12345", "qd_start"), 200);
-    EXPECT_EQ(user.Chunk(path, 10, 6, "x"), 409) << "a gap";
-    EXPECT_EQ(user.Chunk(path, 10, 5, "678901"), 400) << "beyond the end";
-    EXPECT_EQ(user.Chunk(path, 10, UINT64_MAX, "x"), 400);
-    EXPECT_EQ(user.Chunk(path, 10, 5, "6", "qd_finish"), 409) << "too early";
-    EXPECT_EQ(user.Chunk("/home/g" + kUpload, 10, 5, "6"), 404) << "another item's upload";
+    ASSERT_EQ(user.Chunk(path, 0, "12345", "qd_start"), 200);
+    EXPECT_EQ(user.Chunk(path, 6, "x"), 409) << "a gap";
+    EXPECT_EQ(user.Chunk(path, 5, "678901"), 400) << "beyond the end";
+    EXPECT_EQ(user.Chunk(path, UINT64_MAX, "x"), 400);
+    EXPECT_EQ(user.Chunk(path, 5, "6", "qd_finish"), 409) << "too early";
+    EXPECT_EQ(user.Chunk("/home/g" + kUpload, 5, "6"), 404) << "another item's upload";
     EXPECT_EQ(user.Ask("POST /resume/upload" + path, "", {{"qd_new_path", "/home"}}).status, 409);
     EXPECT_EQ(user.Ask("POST /resume/upload" + path, "", {{"qd_new_path", "/../f2"}}).status, 400);
-    EXPECT_EQ(user.Chunk(path, 10, 3, "4567890", "qd_finish"), 200) << "a chunk that was sent before may come again";
+    EXPECT_EQ(user.Chunk(path, 3, "4567890", "qd_finish"), 200) << "a chunk that was sent before may come again";
     EXPECT_EQ(folder.Read("root/home/f"), "1234567890");
 
     // A signature comes alone, a delta with fields.
@@ -466,9 +454,10 @@ TEST(MultipartTest, PartsAreTheSameHoweverTheBodyArrives)
 
 TEST(ApplianceCommandLineTest, ArgumentsAreCheckedOneByOne)
 {
-    // What the message says, or the help; nothing where the arguments are right.
+    // What is printed; nothing where the arguments are right.
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"--root", "r", "--api", "1,1.0,1.50", "--port", "65535", "--mode", "device-token"}, ""},
+        {{"--help"}, "--api VERSION, ...          The API versions to offer"},
         {{}, "--root is required"},
         {{"--root", "r", "a", "b"}, "the argument 'a' was not expected"},
         {{"--root", "r", "--api", "1.3,7"}, "the versions of the API are 1 and 1.0 to 1.50"},
@@ -479,19 +468,11 @@ TEST(ApplianceCommandLineTest, ArgumentsAreCheckedOneByOne)
     for (const auto& [arguments, message] : cases)
     {
         std::ostringstream output;
-        std::ostringstream errors;
         int status = 0;
-        EXPECT_EQ(ApplianceParts::ParseCommandLine(arguments, output, errors, status).has_value(), message.empty()) << message;
-        EXPECT_EQ(status, message.empty() ? 0 : 2) << message;
-        EXPECT_NE(errors.str().find(message), std::string::npos) << errors.str();
+        EXPECT_EQ(ApplianceParts::ParseCommandLine(arguments, output, output, status).has_value(), message.empty()) << message;
+        EXPECT_EQ(status, message.empty() || arguments == std::vector<std::string>{"--help"} ? 0 : 2) << message;
+        EXPECT_NE(output.str().find(message), std::string::npos) << output.str();
     }
-
-    std::ostringstream help;
-    int status = 1;
-    EXPECT_FALSE(ApplianceParts::ParseCommandLine({"--help"}, help, help, status).has_value());
-    EXPECT_EQ(status, 0);
-    for (const char* raw : {"INT", "->", "{", "[1", "Needs", "REQUIRED"})
-        EXPECT_EQ(help.str().find(raw), std::string::npos) << raw << " in\n" << help.str();
 }
 
 } // namespace

@@ -111,9 +111,7 @@ Item ItemStore::CreateFolder(const ItemPath& path)
     RequireFolder(path.Parent());
     if (path.IsRoot() || !fs::create_directory(Locate(path)))
         throw AlreadyExists(path);
-    auto item = Record(path, Require(path));
-    m_feed.Publish("create", item.path);
-    return item;
+    return Record(path, Require(path), "create");
 }
 
 Item ItemStore::SetAttributes(const ItemPath& path, const ItemChanges& changes)
@@ -123,9 +121,7 @@ Item ItemStore::SetAttributes(const ItemPath& path, const ItemChanges& changes)
     Apply(changes, item);
     if (!item.isFolder)
         SetFileTime(Locate(path), item.modified);
-    item = Record(path, item);
-    m_feed.Publish("update", item.path, item.path);
-    return item;
+    return Record(path, item, "update", item.path);
 }
 
 Item ItemStore::Move(const ItemPath& from, const ItemPath& to, bool mayOverwrite)
@@ -188,9 +184,7 @@ Item ItemStore::PutFile(const ItemPath& path, const fs::path& content, const Ite
     Apply(changes, item);
     SetFileTime(content, item.modified);
     System::Replace(content, Locate(path), m_state.NewTemporary());
-    item = Record(path, item);
-    m_feed.Publish("upload", item.path);
-    return item;
+    return Record(path, item, "upload");
 }
 
 // Links are not followed and not shown to clients.
@@ -242,10 +236,11 @@ fs::path ItemStore::Locate(const ItemPath& path) const
     return file.make_preferred();
 }
 
-Item ItemStore::Record(const ItemPath& path, Item item)
+Item ItemStore::Record(const ItemPath& path, Item item, const std::string& action, const std::string& target)
 {
     item.stamp = StampOf(fs::last_write_time(Locate(path)));
     m_journal.Set(item);
+    m_feed.Publish(action, item.path, target);
     return item;
 }
 

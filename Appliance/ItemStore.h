@@ -53,7 +53,8 @@ private:
     void RequireFolder(const ItemPath& path) const;
     /// Refuses to move the root and the home folder.
     void RequireMovable(const ItemPath& path) const;
-    Item Record(const ItemPath& path, Item item);
+    /// Records an item's values, and publishes the action.
+    Item Record(const ItemPath& path, Item item, const std::string& action, const std::string& target = {});
 
     std::filesystem::path m_root;
     const StateFolder& m_state;

@@ -28,7 +28,6 @@ int main(int count, char** arguments)
         appliance.Start();
         std::cout << "listening on " << appliance.Url() << std::endl;
         context.run();
-        appliance.Stop();
         return 0;
     }
     catch (const std::exception& error)

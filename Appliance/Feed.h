@@ -27,7 +27,7 @@ public:
 
     /// Waits until there is an action for the session, and takes all that are there.
     /// @param isWanted  called before the actions are taken: if it returns false, they stay for the session's next request.
-    /// @returns an array; empty after the time limit, if `isWanted` returns false, or if the feed stopped.
+    /// @return an array; empty after the time limit, if `isWanted` returns false, or if the feed stopped.
     [[nodiscard]] Json::Value Take(const std::string& token, std::chrono::milliseconds timeout, const std::function<bool()>& isWanted);
 
     /// Ends every wait, now and later.

@@ -144,7 +144,7 @@ private:
 
 } // namespace
 
-std::shared_ptr<void> StartHttpServer(const Options& options, int& port, RequestHandler handler)
+std::shared_ptr<void> StartHttpServer(const Options& options, int& port, const RequestHandler& handler)
 {
     ConnectionServer serve = [handler](Socket& socket) { HttpConnection(socket, socket, handler).Serve(); };
     if (!options.certificate.empty())

@@ -23,6 +23,6 @@ using ConnectionServer = std::function<void(Socket&)>;
 /// @param handler  called on the connection's own thread; may block without delaying other connections.
 /// @return destroying it ends every connection, and returns when the last thread has ended; the caller must end handlers that wait.
 /// @throws std::runtime_error if the port or the certificate cannot be used.
-[[nodiscard]] std::shared_ptr<void> StartHttpServer(const Options& options, int& port, RequestHandler handler);
+[[nodiscard]] std::shared_ptr<void> StartHttpServer(const Options& options, int& port, const RequestHandler& handler);
 
 } // namespace ApplianceParts

@@ -251,7 +251,10 @@ std::wstring ToText(const std::filesystem::path& path)
 
 std::wstring LocalPath(const std::wstring& argument)
 {
-    const std::wstring absolute = PathUtilities::MakeAbsolute(argument);
+    // The system takes the prefix \??\ for a folder's name, unlike \\?\, which means the same.
+    constexpr std::wstring_view native = L"\\??\\";
+    const bool isNative = argument.starts_with(native);
+    const std::wstring absolute = PathUtilities::MakeAbsolute(isNative ? L"\\\\?\\" + argument.substr(native.size()) : argument);
     if (absolute.starts_with(kDevices))
         return absolute;
     // A colon after the drive would name a stream of a file.
@@ -259,7 +262,8 @@ std::wstring LocalPath(const std::wstring& argument)
     if (const std::size_t colon = absolute.rfind(L':'); colon != std::wstring::npos && colon != drive)
         throw UsageError("'" + ToNarrow(argument) + "': a file's name has no ':' here");
     const std::wstring path = PathUtilities::NormalizePath(absolute);
-    return path.ends_with(L':') ? path + L'\\' : path; // the root of a drive
+    // The root of a drive, or any path that has to be a folder's.
+    return absolute.ends_with(L'\\') ? path + L'\\' : path;
 }
 
 bool IsFileName(const std::wstring& name)

@@ -14,6 +14,8 @@ run 1 put "$(native "$work")" $whole
 warns 'is a folder'
 on linux && run 1 put /dev/null $whole && warns 'regular files only' && run 1 get $whole /dev/null && warns 'not a regular file'
 on windows && run 1 put nul $whole && warns 'regular files only' && run 2 get $whole "$(native "$work/a:b")" && run 1 get $whole nul
+run 1 get $whole "$(native "$work/missing")/"
+warns 'cannot be written: 3, a local folder was not found'
 
 # Names of every plane and paths longer than Windows has by default, here and there.
 deep=$work/$(printf 'folder-of-forty-characters-%013d/' 1 2 3 4 5 6 7)
@@ -26,12 +28,14 @@ same "$deep$name" "$file"
 run 0 get "/home/$name" "$(native "$deep$name 2")"
 says "Downloaded /home/$name to "
 same "$deep$name 2" "$file"
-if on windows; then # with the prefix that takes a path as it stands
-    prefixed="\\\\?\\$(native "$work/prefixed")"
-    run 0 get "/home/$name" "$prefixed"
-    same "$work/prefixed" "$file"
-    run 0 put "$prefixed" "/home/prefixed"
-    run 0 put "$prefixed" "/home/prefixed in chunks" --chunk-size 100000
+if on windows; then # with the prefixes that take a path as it stands
+    for prefix in '\\?\' '\??\'; do
+        prefixed=$prefix$(native "$work/prefixed")
+        run 0 get "/home/$name" "$prefixed"
+        same "$work/prefixed" "$file"
+        run 0 put "$prefixed" "/home/prefixed"
+        run 0 put "$prefixed" "/home/prefixed in chunks" --chunk-size 100000
+    done
 fi
 run 1 get /home/none "$(native "$work/got")"
 run 1 get $whole "$(native "$work/got")" --revision stale

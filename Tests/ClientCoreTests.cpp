@@ -53,10 +53,10 @@ TEST(ClientSettings, ServerNamesAreTakenApartAtTheSchemeOnly)
 TEST(ClientSettings, AccessorsAreNotTraced)
 {
     ScriptedClient client;
-    EXPECT_EQ(client->SetServer(nullptr), 87U);
+    EXPECT_EQ(client->SetServer(nullptr), Result::InvalidParameter);
     TraceCapture trace;
-    EXPECT_EQ(client->SetDeviceName(nullptr), 87U);
-    EXPECT_EQ(client->SetClientTag(nullptr), 87U);
+    EXPECT_EQ(client->SetDeviceName(nullptr), Result::InvalidParameter);
+    EXPECT_EQ(client->SetClientTag(nullptr), Result::InvalidParameter);
     EXPECT_EQ(client->SetClientTag("tag"), 0U);
     EXPECT_EQ(dynamic_cast<CNativeHttp&>(client.Api()).GetClientTag(), "tag");
     EXPECT_EQ(client->SetDeviceName(L"other"), 0U);

@@ -269,7 +269,7 @@ TEST(OperationRequests, ForAListingAreCancelledBeforeTheyAreSentAndNotLater)
     const CancelEvent cancel{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
     TraceCapture trace;
     Caller caller;
-    EXPECT_EQ(client->GetPathListing(L"/d", caller.children, caller, &cancel), 1223U);
+    EXPECT_EQ(client->GetPathListing(L"/d", caller.children, caller, &cancel), Result::Cancelled);
     EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>{"Listing cancelled"});
     EXPECT_EQ(client.script.requests.at(0).size(), 1U) << "opened, not sent";
 

@@ -74,7 +74,7 @@ TEST(Handshake, WithoutALoggingEndpointOfVersion1IsGood)
     TraceCapture trace;
     EXPECT_EQ(ShakeHands(client), kDone);
     EXPECT_TRUE(trace.Has(EVT_INFO, "Logging not supported on this appliance"));
-    EXPECT_EQ(client->PublishSyncStats("x"), 1341U);
+    EXPECT_EQ(client->PublishSyncStats("x"), Result::ServerDisabled);
 }
 
 TEST(Handshake, ThatFailedIsMadeAnewAsAWhole)

@@ -77,14 +77,14 @@ TEST(Transfers, HeedWhatHappensWhileTheyAreOnTheirWay)
     {
         SCOPED_TRACE(name);
         Scene relogged({401, R"({"errorId":"6"})", 0, [&] { relogged.client->SetSessionToken(L"new"); }});
-        EXPECT_EQ(relogged.Perform(transfer), 1237U);
+        EXPECT_EQ(relogged.Perform(transfer), Result::Retry);
         EXPECT_EQ(relogged.caller.given, nullptr);
 
         // Only uploads check the event after the reply.
         const Event event;
         Scene cancelled({200, kReply, 0, [&] { event.Signal(); }});
         cancelled.caller.cancel = event;
-        EXPECT_EQ(cancelled.Perform(transfer), IsUpload(name) ? 1223U : 0U);
+        EXPECT_EQ(cancelled.Perform(transfer), IsUpload(name) ? Result::Cancelled : 0U);
         EXPECT_TRUE(!IsUpload(name) || cancelled.caller.given == nullptr);
     }
 }

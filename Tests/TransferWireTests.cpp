@@ -147,7 +147,7 @@ TEST_F(TransferWire, ACancelOrAClosedRequestEndsATransferOnItsWayAndACancelOneTh
             const auto record = std::make_shared<ProgressRecord>();
             caller.progress = record;
             const ResultCode code = Perform(wire.Api(), name, transfer, caller);
-            EXPECT_TRUE(closes ? code == 12017 || code == 6 || code == 12019 || code == 12018 : code == 1223) << code;
+            EXPECT_TRUE(closes ? code == 12017 || code == 6 || code == 12019 || code == 12018 : code == Result::Cancelled) << code;
             EXPECT_EQ(caller.given, nullptr);
             // A delta download that is closed before its reply begins has sent the signature only.
             const std::uint64_t moved = name == "delta" && record->calls.find("status:") == std::string::npos ? 0 : record->last;
@@ -161,7 +161,7 @@ TEST_F(TransferWire, ACancelOrAClosedRequestEndsATransferOnItsWayAndACancelOneTh
 
             event.Signal();
             trace.Clear();
-            EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), 1223U);
+            EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), Result::Cancelled);
             const char* const what = IsUpload(name) ? "Upload" : name == "range" ? "DownloadData" : "Download";
             EXPECT_EQ(trace.Messages(EVT_ERROR), Texts{what + std::string(" cancelled")});
             EXPECT_EQ(wire.Served(), 1U) << "of one that is cancelled already nothing reaches the server";
@@ -322,7 +322,7 @@ TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsError)
     Caller caller = CallerWith("content");
     caller.item = MakeItem(100);
     const std::size_t requests = wire.Served();
-    EXPECT_EQ(Perform(wire.Api(), "chunk upload", Chunk(0, 100), caller), 38U) << "the file is shorter than its chunk";
+    EXPECT_EQ(Perform(wire.Api(), "chunk upload", Chunk(0, 100), caller), Result::EndOfFile) << "the file is shorter than its chunk";
     EXPECT_EQ(wire.Served(), requests);
 }
 
@@ -358,11 +358,11 @@ TEST_F(TransferWire, AFileThatChangesBetweenMeasuringAndSendingKeepsTheAnnounced
             const std::shared_ptr<void> atEnd(nullptr, [&](void*) { CloseEventSink(std::exchange(EventProviderHandle, previous)); });
             const bool shrinks = size < content.size();
             const bool isShort = shrinks && name == "chunk upload"; // found out before anything is sent
-            EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), shrinks ? 38U : 0U);
+            EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), shrinks ? Result::EndOfFile : 0U);
             EXPECT_EQ(caller.given == nullptr, shrinks);
             EXPECT_TRUE(isShort || ended.Wait()) << "nobody waits for the rest of the body";
             EXPECT_EQ(body.find("\r\n\r\n" + content + "\r\n--{") == std::string::npos, shrinks);
-            EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), isShort ? 38U : 0U);
+            EXPECT_EQ(Perform(wire.Api(), name, transfer, caller), isShort ? Result::EndOfFile : 0U);
         }
     }
 }

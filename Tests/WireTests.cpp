@@ -182,7 +182,7 @@ TEST(Wire, ATokenInThePathGoesOutEscaped)
     EXPECT_EQ(library->GetPathAttributes(L"/a", caller), 13U);
     EXPECT_EQ(FirstLine(library.LastRequest()), "GET /api/t%20%C3%A9%F0%9F%98%80/folders/a HTTP/1.1");
     library->SetSessionToken(L"t\r\nHost: other");
-    EXPECT_EQ(library->GetPathAttributes(L"/a", caller), 87U);
+    EXPECT_EQ(library->GetPathAttributes(L"/a", caller), Result::InvalidParameter);
 }
 
 TEST(Wire, ThreadsShareOneClient)

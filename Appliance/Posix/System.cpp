@@ -26,9 +26,15 @@ bool WaitFor(NativeSocket socket, Wait wait, std::chrono::milliseconds time)
 std::shared_ptr<std::FILE> OpenFile(const std::filesystem::path& path, std::uint64_t offset)
 {
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (descriptor < 0 || lseek(descriptor, static_cast<off_t>(offset), SEEK_SET) < 0)
-        throw std::system_error(errno, std::generic_category(), "cannot open a file");
-    return {fdopen(descriptor, "rb"), &std::fclose};
+    std::FILE* const file = descriptor < 0 ? nullptr : fdopen(descriptor, "rb");
+    if (file == nullptr)
+    {
+        const int error = errno;
+        close(descriptor);
+        throw std::system_error(error, std::generic_category(), "cannot open a file");
+    }
+    lseek(descriptor, static_cast<off_t>(offset), SEEK_SET);
+    return {file, &std::fclose};
 }
 
 void Replace(const std::filesystem::path& from, const std::filesystem::path& to, const std::filesystem::path&)

@@ -34,7 +34,15 @@ std::shared_ptr<std::FILE> OpenFile(const std::filesystem::path& path, std::uint
     LARGE_INTEGER position{};
     position.QuadPart = static_cast<LONGLONG>(offset);
     SetFilePointerEx(handle, position, nullptr, FILE_BEGIN);
-    return {_fdopen(_open_osfhandle(reinterpret_cast<std::intptr_t>(handle), _O_RDONLY), "rb"), &std::fclose};
+    // The C library has a limit of its own for open files.
+    const int descriptor = _open_osfhandle(reinterpret_cast<std::intptr_t>(handle), _O_RDONLY);
+    std::FILE* const file = descriptor < 0 ? nullptr : _fdopen(descriptor, "rb");
+    if (file == nullptr)
+    {
+        (void)(descriptor < 0 ? CloseHandle(handle) : _close(descriptor));
+        throw std::system_error(std::make_error_code(std::errc::too_many_files_open), "cannot open a file");
+    }
+    return {file, &std::fclose};
 }
 
 void Replace(const std::filesystem::path& from, const std::filesystem::path& to, const std::filesystem::path& aside)

@@ -23,6 +23,12 @@ std::string CheckUser(const std::string& text)
     return colon == std::string::npos || colon == 0 ? "a user is given as NAME:PASSWORD" : "";
 }
 
+// What an unset variable of a script gives: it would stand for the working folder, or for no certificate.
+std::string CheckFile(const std::string& text)
+{
+    return text.empty() ? "the name is empty" : "";
+}
+
 // Clients support only these versions.
 std::string CheckVersion(const std::string& text)
 {
@@ -44,15 +50,20 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
     CLI::App app("A sample server that keeps its items in a folder: for trying things out and for tests, not for production.",
                  "quendra-appliance");
     app.get_formatter()->label("REQUIRED", "(required)");
-    app.add_option("--root", root, "The folder that holds the items; made where it does not exist")->required()->type_name("FOLDER");
+    app.add_option("--root", root, "The folder that holds the items; made where it does not exist")
+        ->required()
+        ->check(CLI::Validator(CheckFile, ""))
+        ->type_name("FOLDER");
     app.add_option("--port", options.port, "The port of 127.0.0.1 to listen on; default: any free one")
         ->check(CLI::Range(0, 65535).description(""))
         ->type_name("N");
     app.add_option("--user", user, "The one user and the password; default: demo:demo")
         ->check(CLI::Validator(CheckUser, ""))
         ->type_name("NAME:PASSWORD");
-    app.add_option("--cert", certificate, "The certificate chain (PEM) to serve https with; goes with --key")->type_name("FILE");
-    app.add_option("--key", privateKey, "The certificate's private key (PEM)")->type_name("FILE");
+    app.add_option("--cert", certificate, "The certificate chain (PEM) to serve https with; goes with --key")
+        ->check(CLI::Validator(CheckFile, ""))
+        ->type_name("FILE");
+    app.add_option("--key", privateKey, "The certificate's private key (PEM)")->check(CLI::Validator(CheckFile, ""))->type_name("FILE");
     app.add_option("--mode", mode, "How devices log in: legacy (default) or device-token")
         ->check(CLI::IsMember({kLegacy, kDeviceToken}).description(""))
         ->type_name("MODE");

@@ -456,6 +456,8 @@ TEST(ApplianceCommandLineTest, ArgumentsAreCheckedOneByOne)
         {{"--root", "r", "--api", "1,1.0,1.50", "--port", "65535", "--mode", "device-token"}, ""},
         {{"--help"}, "--api VERSION, ...          The API versions to offer"},
         {{}, "--root is required"},
+        {{"--root", ""}, "--root: the name is empty"},
+        {{"--root", "r", "--cert", "", "--key", ""}, ": the name is empty"},
         {{"--root", "r", "a", "b"}, "the argument 'a' was not expected"},
         {{"--root", "r", "--api", "1.3,7"}, "the versions of the API are 1 and 1.0 to 1.50"},
         {{"--root", "r", "--port", "65536"}, "65536 not in range"},

@@ -46,13 +46,8 @@ if(NOT WIN32)
 endif()
 
 # The headers, below a folder of their own that stands for this project's include folders.
-install(DIRECTORY Includes/QuendraHttp DESTINATION ${headerFolder} COMPONENT Development PATTERN NativeHttp.h EXCLUDE)
+install(DIRECTORY Includes/QuendraHttp Platform/Includes/QuendraHttp DESTINATION ${headerFolder} COMPONENT Development PATTERN NativeHttp.h EXCLUDE)
 install(FILES Eventing/Eventing.h Eventing/EventSink.h DESTINATION ${headerFolder}/Eventing COMPONENT Development)
-install(FILES Platform/Platform.h Platform/PlatformTypes.h DESTINATION ${headerFolder}/Platform COMPONENT Development)
-if(NOT WIN32)
-    install(FILES Platform/Posix/PosixTypes.h Platform/Posix/Win32.h Platform/Posix/WinHttp.h
-        DESTINATION ${headerFolder}/Platform/Posix COMPONENT Development)
-endif()
 list(TRANSFORM QUENDRA_CLIENT_HEADERS PREPEND Libraries/Includes/ OUTPUT_VARIABLE recordHeaders)
 install(FILES ${recordHeaders} QuendraHttp/VersionNumberUtil.h DESTINATION ${headerFolder} COMPONENT Development)
 

@@ -37,7 +37,7 @@ struct UploadState
     std::optional<bool> locked;
 };
 
-UploadState AskForState(const Client& client, const std::wstring& path, const GUID& id)
+UploadState AskForState(const Client& client, const std::wstring& path, const Quendra::UploadId& id)
 {
     constexpr std::int64_t kNoOffset = -1;
     constexpr std::uint32_t kNotTold = 2;
@@ -52,9 +52,9 @@ UploadState AskForState(const Client& client, const std::wstring& path, const GU
     return state;
 }
 
-GUID MakeIdentifier()
+Quendra::UploadId MakeIdentifier()
 {
-    GUID id{};
+    Quendra::UploadId id{};
     if (CoCreateGuid(&id) < 0)
         throw ProgramError("The system gives no identifier for the upload");
     return id;
@@ -150,7 +150,7 @@ private:
     const Command::Put& m_command;
     LocalFile m_file;
     std::wstring m_target;
-    GUID m_id;
+    Quendra::UploadId m_id;
     std::string m_idText;
     std::int64_t m_offset = 0;
 };

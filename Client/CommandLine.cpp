@@ -58,7 +58,7 @@ std::uint32_t AttributesArgument(const std::string& text)
     return value;
 }
 
-GUID IdentifierArgument(const std::string& text)
+Quendra::UploadId IdentifierArgument(const std::string& text)
 {
     const auto id = ParseIdentifier(text);
     if (!id)

@@ -7,6 +7,7 @@
 #include "AttributeTime.h"
 
 #include "QuendraHttp/Types.h"
+#include "QuendraHttp/UploadId.h"
 
 #include <cstdint>
 #include <optional>
@@ -103,26 +104,26 @@ struct Put
     std::string revision;
     bool delta = false;
     std::optional<std::uint64_t> chunkSize;
-    std::optional<GUID> resume;
+    std::optional<Quendra::UploadId> resume;
 };
 
 struct UploadStatus
 {
     std::wstring path;
-    GUID id{};
+    Quendra::UploadId id{};
 };
 
 struct UploadCancel
 {
     std::wstring path;
-    GUID id{};
+    Quendra::UploadId id{};
 };
 
 struct UploadComplete
 {
     std::wstring path;
     std::wstring newPath;
-    GUID id{};
+    Quendra::UploadId id{};
 };
 
 struct Changes

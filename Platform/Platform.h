@@ -4,23 +4,17 @@
 /// Every platform call that the library makes, under the platform's own names. On Windows these are the system's; elsewhere
 /// `Posix/` provides the same names with the same results and error values.
 
-#include "PlatformTypes.h"
-
 #if defined(_WIN32)
-#if !defined(NOMINMAX)
-#define NOMINMAX
-#endif
-#if !defined(WIN32_LEAN_AND_MEAN)
-#define WIN32_LEAN_AND_MEAN
-#endif
-#include <windows.h>
-// <objbase.h> and <winhttp.h> need the types of <windows.h>.
-#include <objbase.h>
+#include "QuendraHttp/Platform.h"
+
+// It needs the types of <windows.h>.
 #include <winhttp.h>
 #else
 #include "Posix/Win32.h"
 #include "Posix/WinHttp.h"
 #endif
+
+using namespace Quendra::Platform; // NOLINT(google-global-names-in-headers): no installed header includes this one
 
 /// Keeps the calling thread's last error over a scope, whatever is called inside.
 class LastErrorKeeper

@@ -168,7 +168,7 @@ inline Operation LogIn(const VersionNumber& version = {}, const VersionNumber& p
 
 // Transfers, of "/d/a.txt".
 
-inline constexpr GUID kUpload{0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
+inline constexpr Quendra::UploadId kUpload{0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
 
 /// An operation that replaces the caller's item by the one of the reply.
 inline Operation ReplacingItem(Operation send)

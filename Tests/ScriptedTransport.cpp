@@ -56,7 +56,7 @@ public:
     }
     void SetSessionToken(const std::wstring& token) override { m_token = token; }
     std::wstring GetSessionToken() override { return m_token; }
-    HINTERNET GetHandle() override { return nullptr; }
+    void* GetHandle() override { return nullptr; }
 
 private:
     Script& m_script;
@@ -76,7 +76,7 @@ public:
         m_script.connections.push_back(Text(server, ":", port, " send=", send, " receive=", receive));
         return Fails(m_script.connectionFailure, m_script.connections.size()) ? m_script.connectionFailure.result : Result::Success;
     }
-    HINTERNET GetHandle() override { return nullptr; }
+    void* GetHandle() override { return nullptr; }
 
 private:
     Script& m_script;

@@ -170,10 +170,10 @@ TEST(UtcText, OfHttpHasOneForm)
 TEST(Identifier, TravelsAsText)
 {
     const std::string text = "0F8FAD5B-D9CB-469F-A165-70867728950E";
-    const GUID id = {0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
+    const Quendra::UploadId id = {0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
     EXPECT_EQ(IdentifierText(id), ToWide(text));
     for (const auto& read : {std::string("0f8fad5b-d9cb-469f-a165-70867728950e"), "{" + text + "}"})
-        EXPECT_EQ(IdentifierText(ParseIdentifier(read).value_or(GUID{})), ToWide(text)) << read;
+        EXPECT_EQ(IdentifierText(ParseIdentifier(read).value_or(Quendra::UploadId{})), ToWide(text)) << read;
     for (const auto& refused : {std::string("0F8FAD5BD9CB469FA16570867728950E"), text + "0", text.substr(0, 34), "+" + text.substr(1),
                                 text.substr(0, 35) + "x", "{" + text, std::string("{}"), std::string(36, '-')})
         EXPECT_FALSE(ParseIdentifier(refused)) << refused;

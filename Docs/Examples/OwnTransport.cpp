@@ -2,7 +2,7 @@
 // The program lists a folder, uploads a file and downloads it again, all without a network.
 
 #include <Attributes.h>
-#include <Platform/Platform.h>
+#include <QuendraHttp/Platform.h>
 #include <QuendraHttp/QuendraHttp.h>
 #include <QuendraHttp/Transport.h>
 #include <TextConversion.h>
@@ -14,6 +14,8 @@
 #include <iterator>
 #include <map>
 #include <mutex>
+
+using namespace Quendra::Platform; // on Windows the names are the system's own
 
 namespace
 {
@@ -55,7 +57,7 @@ public:
         const std::lock_guard guard(m_lock);
         return m_token;
     }
-    HINTERNET GetHandle() override { return nullptr; } // of the library's own transport only
+    void* GetHandle() override { return nullptr; } // of the library's own transport only
 
 private:
     std::mutex m_lock;
@@ -70,7 +72,7 @@ public:
     {
         return Result::Success;
     }
-    HINTERNET GetHandle() override { return nullptr; }
+    void* GetHandle() override { return nullptr; }
 };
 
 class MemoryRequest final : public IWinHttpRequest

@@ -1,13 +1,15 @@
 // Sends a file in chunks, is cancelled within the second one, asks the server what it has and goes on from there. The event and the
-// identifier come from the platform: on Windows from Windows, on Linux from quendra_platform, under the same names.
+// identifier come from the platform: on Windows from Windows, on Linux from quendra_platform, under the same names in a namespace.
 
 #include <Attributes.h>
-#include <Platform/Platform.h>
+#include <QuendraHttp/Platform.h>
 #include <QuendraHttp/QuendraHttp.h>
 #include <TextConversion.h>
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
+
+using namespace Quendra::Platform; // on Windows the names are the system's own
 
 namespace
 {
@@ -34,7 +36,7 @@ struct Upload
 {
     std::wstring localPath;
     std::wstring serverPath;
-    GUID id{}; // whoever resumes needs it, also after a restart of the program
+    Quendra::UploadId id{}; // whoever resumes needs it, also after a restart of the program
     std::int64_t size = 0;
 };
 
@@ -87,7 +89,7 @@ int main(int count, char** arguments)
     Upload upload{wide(5), wide(6)};
     upload.size = static_cast<std::int64_t>(std::filesystem::file_size(upload.localPath));
 
-    const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr); // stays signalled until it is reset
+    const HANDLE event = CreateEventW(nullptr, true, false, nullptr); // stays signalled until it is reset
     if (event == nullptr || CoCreateGuid(&upload.id) != S_OK)
         return 1;
     const std::unique_ptr<IQuendraHttpAPI> api(CreateInstance(L"my-laptop"));

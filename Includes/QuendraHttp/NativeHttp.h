@@ -135,13 +135,13 @@ public:
                           const std::uint32_t* deltaFlag, const CancelEvent& cancelEvent,
                           const std::shared_ptr<IProgressCallback>& progress) override;
     ResultCode ResumableUpload(const std::wstring& localPath, const std::wstring& serverPath,
-                               std::shared_ptr<IServerAttributes>& attributes, const GUID& uploadId, const std::int64_t* offset,
-                               std::int64_t* length, std::int32_t beginFlag, const CancelEvent& cancelEvent,
+                               std::shared_ptr<IServerAttributes>& attributes, const Quendra::UploadId& uploadId,
+                               const std::int64_t* offset, std::int64_t* length, std::int32_t beginFlag, const CancelEvent& cancelEvent,
                                const std::shared_ptr<IProgressCallback>& progress) override;
-    ResultCode CancelUpload(const std::wstring& serverPath, const GUID& uploadId) override;
-    ResultCode CompleteUpload(const std::wstring& serverPath, const std::wstring& newServerPath, const GUID& uploadId,
+    ResultCode CancelUpload(const std::wstring& serverPath, const Quendra::UploadId& uploadId) override;
+    ResultCode CompleteUpload(const std::wstring& serverPath, const std::wstring& newServerPath, const Quendra::UploadId& uploadId,
                               std::shared_ptr<IServerAttributes>& attributes) override;
-    ResultCode GetResumableUploadMetadata(const std::wstring& serverPath, const GUID& uploadId, std::int64_t* offset,
+    ResultCode GetResumableUploadMetadata(const std::wstring& serverPath, const Quendra::UploadId& uploadId, std::int64_t* offset,
                                           std::uint32_t* locked) override;
     ResultCode DownloadFile(const std::wstring& serverPath, const std::wstring& localPath,
                             const std::shared_ptr<IServerAttributes>& attributes, std::shared_ptr<IServerAttributes>& outAttributes,

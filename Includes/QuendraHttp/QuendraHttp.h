@@ -13,6 +13,7 @@
 
 #include "QuendraHttp/ResultCodes.h"
 #include "QuendraHttp/Types.h"
+#include "QuendraHttp/UploadId.h"
 
 #include <cstdint>
 #include <list>
@@ -260,7 +261,7 @@ public:
     ///         refusal without one; `Result::InvalidParameter` also for a null pointer and a negative offset, length or size;
     ///         `Result::EndOfFile` for a file that ends before the chunk does (nothing is sent).
     [[nodiscard]] virtual ResultCode ResumableUpload(const std::wstring& localPath, const std::wstring& serverPath,
-                                                     std::shared_ptr<IServerAttributes>& attributes, const GUID& uploadId,
+                                                     std::shared_ptr<IServerAttributes>& attributes, const Quendra::UploadId& uploadId,
                                                      const std::int64_t* offset, std::int64_t* length, std::int32_t beginFlag,
                                                      const CancelEvent& cancelEvent,
                                                      const std::shared_ptr<IProgressCallback>& progress) = 0;
@@ -269,7 +270,7 @@ public:
     /// @param serverPath  the path that its chunks were sent to.
     /// @param uploadId    its identifier.
     /// @return `Result::Retry`; a refusal; a platform error.
-    [[nodiscard]] virtual ResultCode CancelUpload(const std::wstring& serverPath, const GUID& uploadId) = 0;
+    [[nodiscard]] virtual ResultCode CancelUpload(const std::wstring& serverPath, const Quendra::UploadId& uploadId) = 0;
 
     /// Slot 27. Finishes a chunked upload, under another path.
     /// @param serverPath       the path that its chunks were sent to.
@@ -278,8 +279,8 @@ public:
     /// @param[out] attributes  the item.
     /// @return `Result::InvalidData` for a reply that does not describe exactly one item, `Result::InvalidParameter` for a path that cannot
     ///         be sent, `Result::Retry`; a refusal; a platform error.
-    [[nodiscard]] virtual ResultCode CompleteUpload(const std::wstring& serverPath, const std::wstring& newServerPath, const GUID& uploadId,
-                                                    std::shared_ptr<IServerAttributes>& attributes) = 0;
+    [[nodiscard]] virtual ResultCode CompleteUpload(const std::wstring& serverPath, const std::wstring& newServerPath,
+                                                    const Quendra::UploadId& uploadId, std::shared_ptr<IServerAttributes>& attributes) = 0;
 
     /// Slot 28. Asks for the state of a chunked upload.
     /// @param serverPath   the path that its chunks were sent to.
@@ -288,8 +289,8 @@ public:
     /// @param[out] locked  1 or 0; unchanged if the server does not report it.
     /// @return `Result::NotEnoughMemory` for a reply without a body, `Result::InvalidData` for one that cannot be read,
     ///         `Result::InvalidParameter` for a null pointer, `Result::Retry`; a refusal; a platform error.
-    [[nodiscard]] virtual ResultCode GetResumableUploadMetadata(const std::wstring& serverPath, const GUID& uploadId, std::int64_t* offset,
-                                                                std::uint32_t* locked) = 0;
+    [[nodiscard]] virtual ResultCode GetResumableUploadMetadata(const std::wstring& serverPath, const Quendra::UploadId& uploadId,
+                                                                std::int64_t* offset, std::uint32_t* locked) = 0;
 
     /// Slot 29. Receives a whole file, or, with a signature of the local one, a delta against it. `CloseRequestHandle` with the server
     /// path ends it.

@@ -57,7 +57,7 @@ public:
 
     /// Slot 5. Called only by the library's own connections.
     /// @return the platform's session handle, owned by the session; null when closed.
-    virtual HINTERNET GetHandle() = 0;
+    virtual void* GetHandle() = 0;
 };
 
 /// One server and port.
@@ -78,7 +78,7 @@ public:
 
     /// Slot 2. Called only by the library's own requests.
     /// @return the platform's connection handle, owned by the connection; null when closed.
-    virtual HINTERNET GetHandle() = 0;
+    virtual void* GetHandle() = 0;
 };
 
 /// One request and its reply. Used by one thread, except `Close`.

@@ -3,7 +3,6 @@
 /// @file
 /// Types that callers and the transport share.
 
-#include "Platform/PlatformTypes.h"
 #include "QuendraHttp/ResultCodes.h"
 
 #include <array>
@@ -18,7 +17,7 @@
 /// cancels.
 struct CancelEvent
 {
-    HANDLE event = nullptr; ///< the platform's; the caller closes it.
+    void* event = nullptr; ///< the platform's `HANDLE`; the caller closes it.
 };
 
 /// Receives the progress of a transfer. Called on the thread that runs the operation; must not throw.

@@ -5,7 +5,7 @@
 
 #if defined(_WIN32)
 
-#include "Platform/Platform.h"
+#include "QuendraHttp/Platform.h"
 
 /// Initialises COM for the calling thread; the destructor uninitialises it.
 ///

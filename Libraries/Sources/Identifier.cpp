@@ -13,14 +13,14 @@ constexpr std::string_view kForm = "00000000-0000-0000-0000-000000000000";
 
 } // namespace
 
-std::wstring IdentifierText(const GUID& id)
+std::wstring IdentifierText(const Quendra::UploadId& id)
 {
     std::array<wchar_t, kForm.size() + 3> text{}; // with braces and the terminator
     StringFromGUID2(id, text.data(), static_cast<int>(text.size()));
     return std::wstring(text.data() + 1, kForm.size());
 }
 
-std::optional<GUID> ParseIdentifier(std::string_view text)
+std::optional<Quendra::UploadId> ParseIdentifier(std::string_view text)
 {
     if (text.starts_with('{') && text.ends_with('}'))
         text = text.substr(1, text.size() - 2);
@@ -38,7 +38,7 @@ std::optional<GUID> ParseIdentifier(std::string_view text)
     if (digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
         return std::nullopt;
     const auto number = [&digits](std::size_t index, std::size_t count) { return std::stoul(digits.substr(index, count), nullptr, 16); };
-    GUID id{};
+    Quendra::UploadId id{};
     id.Data1 = static_cast<std::uint32_t>(number(0, 8));
     id.Data2 = static_cast<std::uint16_t>(number(8, 4));
     id.Data3 = static_cast<std::uint16_t>(number(12, 4));

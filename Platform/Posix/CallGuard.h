@@ -8,6 +8,8 @@
 #include <new>
 #include <type_traits>
 
+namespace Quendra::Platform
+{
 /// Runs the call and returns its error value; an exception becomes 8 (no memory) or the fallback.
 template <typename Call> DWORD ErrorOf(Call&& call, DWORD fallback = ERROR_GEN_FAILURE) noexcept
 {
@@ -33,3 +35,4 @@ template <typename Call> BOOL SucceedsAsCall(Call&& call, DWORD fallback = ERROR
     SetLastError(error);
     return error == ERROR_SUCCESS ? TRUE : FALSE;
 }
+} // namespace Quendra::Platform

@@ -8,6 +8,8 @@
 #include <chrono>
 #include <condition_variable>
 
+namespace Quendra::Platform
+{
 namespace
 {
 class Event final : public KernelObject
@@ -116,3 +118,4 @@ DWORD WaitForSingleObject(HANDLE event, DWORD milliseconds) noexcept
     WithEvent(event, [&](Event& found) { result = found.Wait(milliseconds) ? WAIT_OBJECT_0 : WAIT_TIMEOUT; });
     return result;
 }
+} // namespace Quendra::Platform

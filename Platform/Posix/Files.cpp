@@ -16,6 +16,8 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+namespace Quendra::Platform
+{
 namespace
 {
 class File final : public KernelObject
@@ -320,3 +322,4 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten, vo
 void OutputDebugStringW(LPCWSTR /*text*/) noexcept
 {
 }
+} // namespace Quendra::Platform

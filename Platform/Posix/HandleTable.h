@@ -11,6 +11,8 @@
 #include <unordered_map>
 #include <utility>
 
+namespace Quendra::Platform
+{
 /// Allocates handle values, in one sequence for all tables of the process. Multiples of 4 differ from the values that the platform
 /// predefines.
 class HandleValues
@@ -72,3 +74,4 @@ private:
     mutable std::shared_mutex m_mutex;
     std::unordered_map<void*, std::shared_ptr<Object>> m_objects;
 };
+} // namespace Quendra::Platform

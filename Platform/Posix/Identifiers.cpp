@@ -9,6 +9,8 @@
 #include <cstring>
 #include <sys/random.h>
 
+namespace Quendra::Platform
+{
 namespace
 {
 /// Braces, 32 hexadecimal digits, four hyphens and the terminator.
@@ -64,3 +66,4 @@ int StringFromGUID2(const GUID& guid, LPWSTR text, int capacity) noexcept
     *out = L'\0';
     return kTextLength;
 }
+} // namespace Quendra::Platform

@@ -8,6 +8,8 @@
 #include <type_traits>
 #include <typeinfo>
 
+namespace Quendra::Platform
+{
 /// A file or an event.
 class KernelObject
 {
@@ -29,3 +31,4 @@ template <typename Type> std::shared_ptr<Type> FindKernelObject(void* handle)
     const auto* const found = object.get();
     return found != nullptr && typeid(*found) == typeid(Type) ? std::static_pointer_cast<Type>(std::move(object)) : nullptr;
 }
+} // namespace Quendra::Platform

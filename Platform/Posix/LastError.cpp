@@ -1,5 +1,7 @@
 #include "Win32.h"
 
+namespace Quendra::Platform
+{
 namespace
 {
 thread_local DWORD lastError = ERROR_SUCCESS;
@@ -14,3 +16,4 @@ void SetLastError(DWORD error) noexcept
 {
     lastError = error;
 }
+} // namespace Quendra::Platform

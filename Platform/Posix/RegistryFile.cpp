@@ -34,6 +34,8 @@
 #include <string>
 #include <vector>
 
+namespace Quendra::Platform
+{
 namespace
 {
 /// A larger file is not one that somebody wrote by hand.
@@ -268,3 +270,4 @@ LSTATUS RegCloseKey(HKEY key) noexcept
     return static_cast<LSTATUS>(
         ErrorOf([&]() -> DWORD { return RegistryKeys::Instance().Remove(key) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE; }));
 }
+} // namespace Quendra::Platform

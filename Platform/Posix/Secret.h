@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+namespace Quendra::Platform
+{
 /// Overwrites memory before it frees it, so that a growing container leaves no copy behind.
 template <class Type> struct WipingAllocator
 {
@@ -45,3 +47,4 @@ template <class Text> struct WipedAtEnd
     const WipedAtEnd<std::string> given{std::move(text)};
     return SecretText(given.text);
 }
+} // namespace Quendra::Platform

@@ -5,6 +5,8 @@
 
 #include <chrono>
 
+namespace Quendra::Platform
+{
 namespace
 {
 using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
@@ -69,3 +71,4 @@ void GetSystemTimeAsFileTime(FILETIME* fileTime) noexcept
     const auto sinceUnixEpoch = std::chrono::floor<Ticks>(std::chrono::system_clock::now().time_since_epoch());
     *fileTime = ToFileTime(sinceUnixEpoch - kEpoch.time_since_epoch());
 }
+} // namespace Quendra::Platform

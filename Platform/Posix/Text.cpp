@@ -13,6 +13,8 @@
 #include <iterator>
 #include <limits>
 
+namespace Quendra::Platform
+{
 namespace
 {
 constexpr char32_t kReplacement = 0xFFFD;
@@ -157,3 +159,4 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
     });
     return count;
 }
+} // namespace Quendra::Platform

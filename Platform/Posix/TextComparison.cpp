@@ -7,6 +7,8 @@
 #include <cwctype>
 #include <locale.h> // NOLINT(modernize-deprecated-headers): newlocale is POSIX's, not <clocale>'s.
 
+namespace Quendra::Platform
+{
 namespace
 {
 
@@ -55,3 +57,4 @@ int CompareStringOrdinal(LPCWSTR left, int leftLength, LPCWSTR right, int rightL
     const int rightSize = rightLength == -1 ? static_cast<int>(std::wcslen(right)) : rightLength;
     return CSTR_EQUAL + Sign(left, leftSize, right, rightSize, ignoreCase);
 }
+} // namespace Quendra::Platform

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+namespace Quendra::Platform
+{
 /// Surrogate pairs become their code point; lone surrogates and values beyond Unicode become U+FFFD.
 [[nodiscard]] std::string ToUtf8(std::wstring_view wide);
 
@@ -15,3 +17,4 @@
 
 /// Invalid bytes become U+FFFD.
 [[nodiscard]] std::wstring ToWideText(std::string_view utf8);
+} // namespace Quendra::Platform

@@ -5,30 +5,21 @@
 /// identifiers. Names, arguments, results and error values are those of the Windows documentation; comments state only the differences on
 /// Linux. Only calls that the library uses are provided.
 
-#include "PosixTypes.h"
+#include "QuendraHttp/Platform.h"
 
 #include <cstddef>
 #include <cstdint>
 
-#if defined(QUENDRA_PLATFORM_BUILD)
-#define QUENDRA_PLATFORM_API __attribute__((visibility("default")))
-#else
-#define QUENDRA_PLATFORM_API
-#endif
-
-using BOOL = int;
+namespace Quendra::Platform
+{
 using BYTE = std::uint8_t;
 using WORD = std::uint16_t;
-using DWORD = std::uint32_t;
 using LONG = std::int32_t;
 using UINT = std::uint32_t;
 using LSTATUS = std::int32_t;
-using HRESULT = std::int32_t;
 using ULONGLONG = std::uint64_t;
 using LONGLONG = std::int64_t;
 using DWORD_PTR = std::uintptr_t;
-using HANDLE = void*;
-using LPCWSTR = const wchar_t*;
 using LPWSTR = wchar_t*;
 using LPCSTR = const char*;
 using LPSTR = char*;
@@ -70,31 +61,7 @@ inline constexpr DWORD ERROR_RETRY = 1237;
 inline constexpr DWORD ERROR_SERVER_DISABLED = 1341;
 inline constexpr DWORD ERROR_NO_SYSTEM_RESOURCES = 1450;
 
-inline constexpr HRESULT S_OK = 0;
 inline constexpr HRESULT E_FAIL = static_cast<HRESULT>(0x80004005U);
-
-QUENDRA_PLATFORM_API DWORD GetLastError() noexcept;
-QUENDRA_PLATFORM_API void SetLastError(DWORD error) noexcept;
-
-// Handles and events (<handleapi.h>, <synchapi.h>).
-
-inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(-1)); // NOLINT(performance-no-int-to-ptr)
-
-inline constexpr DWORD WAIT_OBJECT_0 = 0;
-inline constexpr DWORD WAIT_TIMEOUT = 258;
-inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
-inline constexpr DWORD INFINITE = 0xFFFFFFFF;
-
-/// Closes a file or event handle. Closing a null or invalid handle fails with 6.
-QUENDRA_PLATFORM_API BOOL CloseHandle(HANDLE handle) noexcept;
-
-/// Makes an unnamed event: attributes and name must be null (else 87).
-QUENDRA_PLATFORM_API HANDLE CreateEventW(void* attributes, BOOL manualReset, BOOL initialState, LPCWSTR name) noexcept;
-QUENDRA_PLATFORM_API BOOL SetEvent(HANDLE event) noexcept;
-QUENDRA_PLATFORM_API BOOL ResetEvent(HANDLE event) noexcept;
-
-/// Waits for an event; any other handle fails with 6.
-QUENDRA_PLATFORM_API DWORD WaitForSingleObject(HANDLE event, DWORD milliseconds) noexcept;
 
 // Files (<fileapi.h>). Paths are UTF-8 on disk; "\\?\" prefixes and backslashes have no meaning here.
 
@@ -212,7 +179,6 @@ QUENDRA_PLATFORM_API void GetSystemTimeAsFileTime(FILETIME* fileTime) noexcept;
 
 // Identifiers (<combaseapi.h>).
 
-/// A random (version 4, RFC 4122) identifier from the system's random source.
-QUENDRA_PLATFORM_API HRESULT CoCreateGuid(GUID* guid) noexcept;
 /// Returns the number of characters written with the terminator (39), or 0 where they do not fit.
 QUENDRA_PLATFORM_API int StringFromGUID2(const GUID& guid, LPWSTR text, int capacity) noexcept;
+} // namespace Quendra::Platform

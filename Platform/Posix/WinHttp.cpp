@@ -18,6 +18,8 @@
 #include <string_view>
 #include <utility>
 
+namespace Quendra::Platform
+{
 namespace
 {
 /// Runs the action on the object behind the handle, which must be of that type.
@@ -380,3 +382,4 @@ BOOL WinHttpCloseHandle(HINTERNET handle) noexcept
     }
     return error == ERROR_SUCCESS ? TRUE : FALSE;
 }
+} // namespace Quendra::Platform

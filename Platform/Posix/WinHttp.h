@@ -8,6 +8,8 @@
 
 #include "Win32.h"
 
+namespace Quendra::Platform
+{
 using HINTERNET = void*;
 using INTERNET_PORT = WORD;
 
@@ -131,3 +133,4 @@ QUENDRA_PLATFORM_API BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LP
 QUENDRA_PLATFORM_API BOOL WinHttpQueryDataAvailable(HINTERNET request, DWORD* bytes) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD bytes, DWORD* bytesRead) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpCloseHandle(HINTERNET handle) noexcept;
+} // namespace Quendra::Platform

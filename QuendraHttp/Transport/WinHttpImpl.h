@@ -79,7 +79,7 @@ public:
     int SetTimeouts(std::int32_t resolve, std::int32_t connect, std::int32_t send, std::int32_t receive) override;
     void SetSessionToken(const std::wstring& token) override;
     std::wstring GetSessionToken() override;
-    HINTERNET GetHandle() override { return Handle(); }
+    void* GetHandle() override { return Handle(); }
 
 private:
     void WipeToken() noexcept { const ScopedWipe wipe(m_sessionToken); }
@@ -94,7 +94,7 @@ class WinHttpConnection final : public WinHttpHandle, public IWinHttpConnection
 public:
     ResultCode Initialise(const std::wstring& server, std::uint16_t port, const std::shared_ptr<IWinHttpSession>& session,
                           std::uint64_t sendTimeoutOverride, std::uint64_t receiveTimeoutOverride) override;
-    HINTERNET GetHandle() override { return Handle(); }
+    void* GetHandle() override { return Handle(); }
 };
 
 /// Makes the objects above, and requests.

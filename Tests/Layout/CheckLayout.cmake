@@ -7,7 +7,7 @@
 
 cmake_minimum_required(VERSION 3.25)
 set(here ${ROOT}/Tests/Layout)
-set(flags -std=c++20 -I${ROOT} -I${ROOT}/Includes -I${ROOT}/Libraries/Includes -Xclang -fdump-vtable-layouts -Xclang -emit-llvm-only)
+set(flags -std=c++20 -I${ROOT} -I${ROOT}/Includes -I${ROOT}/Platform/Includes -I${ROOT}/Libraries/Includes -Xclang -fdump-vtable-layouts -Xclang -emit-llvm-only)
 if(ABI STREQUAL "msvc")
     list(PREPEND flags --target=x86_64-pc-windows-msvc -nostdinc -isystem ${here}/msvc-stubs)
 endif()

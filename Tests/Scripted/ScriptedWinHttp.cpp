@@ -46,6 +46,11 @@ BOOL Answer(const std::wstring& text, void* buffer, DWORD* length)
 
 } // namespace
 
+#if !defined(_WIN32)
+namespace Quendra::Platform
+{
+#endif
+
 HINTERNET WinHttpOpen(LPCWSTR, DWORD, LPCWSTR, LPCWSTR, DWORD) noexcept(kNoexcept)
 {
     return Open("WinHttpOpen");
@@ -156,3 +161,7 @@ BOOL WinHttpCloseHandle(HINTERNET handle) noexcept(kNoexcept)
     SetLastError(0xDEAD);
     return TRUE;
 }
+
+#if !defined(_WIN32)
+} // namespace Quendra::Platform
+#endif

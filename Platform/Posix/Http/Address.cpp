@@ -10,6 +10,8 @@
 #include <memory>
 #include <new>
 
+namespace Quendra::Platform
+{
 namespace
 {
 bool IsIpv6(const std::string& text)
@@ -145,3 +147,4 @@ SecretText TargetForPath(std::string_view path)
     }
     return target;
 }
+} // namespace Quendra::Platform

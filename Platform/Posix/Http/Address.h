@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+namespace Quendra::Platform
+{
 struct Address
 {
     bool secure = false;
@@ -28,3 +30,4 @@ struct Address
 
 /// The request target for a path: invalid characters are percent-escaped, existing escapes are kept, a missing leading '/' is added.
 [[nodiscard]] SecretText TargetForPath(std::string_view path);
+} // namespace Quendra::Platform

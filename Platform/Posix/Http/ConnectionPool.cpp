@@ -4,6 +4,8 @@
 #include <iterator>
 #include <new>
 
+namespace Quendra::Platform
+{
 namespace
 {
 /// Idle connections are closed after this time: many servers and proxies close theirs after a minute.
@@ -66,3 +68,4 @@ void ConnectionPool::Return::operator()(PooledConnection* connection) const noex
         return;
     }
 }
+} // namespace Quendra::Platform

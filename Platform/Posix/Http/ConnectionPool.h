@@ -19,6 +19,8 @@
 #include <utility>
 #include <vector>
 
+namespace Quendra::Platform
+{
 class PooledConnection
 {
 public:
@@ -80,3 +82,4 @@ private:
     std::mutex m_mutex;
     Connections m_idle; // ordered by last use
 };
+} // namespace Quendra::Platform

@@ -1,5 +1,7 @@
 #include "CurlErrors.h"
 
+namespace Quendra::Platform
+{
 DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noexcept
 {
     // With TLS 1.3 the server reports this after the handshake, as an alert; curl returns a general receive error.
@@ -51,3 +53,4 @@ DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noe
         return ERROR_WINHTTP_INTERNAL_ERROR;
     }
 }
+} // namespace Quendra::Platform

@@ -6,6 +6,8 @@
 #include <malloc.h>
 #include <new>
 
+namespace Quendra::Platform
+{
 // NOLINTBEGIN(cppcoreguidelines-no-malloc): these are malloc and its kind for libcurl
 namespace
 {
@@ -88,3 +90,4 @@ void CurlShare::Unlock(CURL*, curl_lock_data data, void* self) noexcept
 {
     static_cast<CurlShare*>(self)->m_locks[data].unlock();
 }
+} // namespace Quendra::Platform

@@ -4,6 +4,8 @@
 
 #include <limits>
 
+namespace Quendra::Platform
+{
 namespace
 {
 /// The most bytes that one receive takes.
@@ -75,3 +77,4 @@ void EasyHandle::SetRequest(const TransferRequest& request)
         Set(CURLOPT_NOBODY, 1L);
     Set(CURLOPT_CUSTOMREQUEST, request.verb.c_str());
 }
+} // namespace Quendra::Platform

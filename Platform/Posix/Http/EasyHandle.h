@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+namespace Quendra::Platform
+{
 /// What an exchange sends.
 struct TransferRequest
 {
@@ -79,3 +81,4 @@ private:
     std::unique_ptr<curl_slist, ListCleanup> m_headerLines;
     std::unique_ptr<CURL, EasyCleanup> m_easy; // destroyed before what it uses
 };
+} // namespace Quendra::Platform

@@ -8,6 +8,8 @@
 
 #include <mutex>
 
+namespace Quendra::Platform
+{
 /// Milliseconds; 0 or less is no limit.
 struct Timeouts
 {
@@ -89,3 +91,4 @@ public:
 private:
     Timeouts m_timeouts;
 };
+} // namespace Quendra::Platform

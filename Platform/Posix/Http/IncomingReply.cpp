@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstring>
 
+namespace Quendra::Platform
+{
 namespace
 {
 /// The most bytes of the body that are buffered for the caller; beyond this, receiving pauses.
@@ -81,3 +83,4 @@ std::size_t IncomingReply::OnBody(const char* bytes, std::size_t size, std::size
     reply.m_bodyBytes += length;
     return length;
 }
+} // namespace Quendra::Platform

@@ -12,6 +12,8 @@
 #include <string_view>
 #include <utility>
 
+namespace Quendra::Platform
+{
 /// Buffers what curl delivers until the caller takes it. Receiving is paused while the buffer is full.
 class IncomingReply
 {
@@ -56,3 +58,4 @@ private:
     DWORD m_error = ERROR_SUCCESS;
     bool m_isPaused = false;
 };
+} // namespace Quendra::Platform

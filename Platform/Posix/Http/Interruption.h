@@ -8,6 +8,8 @@
 #include <atomic>
 #include <mutex>
 
+namespace Quendra::Platform
+{
 /// A flag that is set once; setting it wakes the thread that drives the request's transfer.
 class Interruption
 {
@@ -37,3 +39,4 @@ private:
     std::atomic<bool> m_raised{false};
     CURLM* m_driven = nullptr;
 };
+} // namespace Quendra::Platform

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+namespace Quendra::Platform
+{
 void OutgoingBody::AttachTo(EasyHandle& easy)
 {
     easy.Set(CURLOPT_READFUNCTION, &OutgoingBody::OnSend);
@@ -43,3 +45,4 @@ std::size_t OutgoingBody::OnSend(char* target, std::size_t size, std::size_t cou
     body.m_isPaused = sent == 0;
     return sent != 0 ? sent : CURL_READFUNC_PAUSE;
 }
+} // namespace Quendra::Platform

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <utility>
 
+namespace Quendra::Platform
+{
 /// Collects short writes and hands them to curl together. Sending is paused while curl asks for bytes that were not written yet.
 class OutgoingBody
 {
@@ -59,3 +61,4 @@ private:
     std::uint64_t m_taken = 0;
     bool m_isPaused = false;
 };
+} // namespace Quendra::Platform

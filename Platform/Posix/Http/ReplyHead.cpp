@@ -2,6 +2,8 @@
 
 #include "RequestHeaders.h"
 
+namespace Quendra::Platform
+{
 namespace
 {
 /// The value of a header by name and index; nothing if there are fewer of that name.
@@ -55,3 +57,4 @@ DWORD ReadReplyHead(CURL* easy, std::optional<ReplyHead>& head)
     head = {status, contentLength, HeaderOf(easy, "Location")};
     return ERROR_SUCCESS;
 }
+} // namespace Quendra::Platform

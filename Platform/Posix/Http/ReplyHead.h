@@ -11,6 +11,8 @@
 #include <optional>
 #include <string>
 
+namespace Quendra::Platform
+{
 struct ReplyHead
 {
     long status = 0;
@@ -23,3 +25,4 @@ struct ReplyHead
 /// @return 0, or 12152 if the body's length is not a number, or there is more than one.
 /// @throws std::bad_alloc
 [[nodiscard]] DWORD ReadReplyHead(CURL* easy, std::optional<ReplyHead>& head);
+} // namespace Quendra::Platform

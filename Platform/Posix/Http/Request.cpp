@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <utility>
 
+namespace Quendra::Platform
+{
 namespace
 {
 constexpr INTERNET_PORT kHttpPort = 80;
@@ -188,3 +190,4 @@ DWORD Request::Read(char* target, std::size_t capacity, std::size_t& count)
     count = m_transfer->Take(target, capacity);
     return ERROR_SUCCESS;
 }
+} // namespace Quendra::Platform

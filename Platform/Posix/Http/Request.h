@@ -16,6 +16,8 @@
 #include <string>
 #include <string_view>
 
+namespace Quendra::Platform
+{
 /// One call at a time, except `OnClosed`. The operations return 0 or an error value.
 class Request final : public TimedObject
 {
@@ -57,3 +59,4 @@ private:
     Interruption m_interruption;
     std::unique_ptr<Transfer> m_transfer;
 };
+} // namespace Quendra::Platform

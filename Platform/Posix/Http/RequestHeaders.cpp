@@ -5,6 +5,8 @@
 #include <limits>
 #include <utility>
 
+namespace Quendra::Platform
+{
 namespace
 {
 constexpr const char* kCookie = "Cookie";
@@ -147,3 +149,4 @@ std::optional<std::uint64_t> ParseContentLength(std::string_view value)
     const bool fits = length <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     return error == std::errc() && stop == end && fits ? std::optional(length) : std::nullopt;
 }
+} // namespace Quendra::Platform

@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+namespace Quendra::Platform
+{
 /// Names are compared without regard to case. Text is UTF-8.
 class RequestHeaders
 {
@@ -51,3 +53,4 @@ inline constexpr const char* kContentLength = "Content-Length";
 
 /// Parses the value of a Content-Length header; nothing if it is not a number.
 [[nodiscard]] std::optional<std::uint64_t> ParseContentLength(std::string_view value);
+} // namespace Quendra::Platform

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+namespace Quendra::Platform
+{
 CertificatePlaces CertificatePlaces::FromEnvironment()
 {
     const auto read = [](const char* name) {
@@ -10,3 +12,4 @@ CertificatePlaces CertificatePlaces::FromEnvironment()
     };
     return {read("SSL_CERT_FILE"), read("SSL_CERT_DIR")};
 }
+} // namespace Quendra::Platform

@@ -10,6 +10,8 @@
 #include <string>
 #include <utility>
 
+namespace Quendra::Platform
+{
 /// The files of the trusted certificate authorities; empty: the system's.
 struct CertificatePlaces
 {
@@ -61,3 +63,4 @@ private:
     const std::string m_server;
     const INTERNET_PORT m_port;
 };
+} // namespace Quendra::Platform

@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+namespace Quendra::Platform
+{
 /// Turns what curl does into WinHTTP's notifications, on the thread that drives curl.
 class StatusNotices
 {
@@ -51,3 +53,4 @@ private:
     bool m_isSending = false;
     DWORD m_sentBytes = 0;
 };
+} // namespace Quendra::Platform

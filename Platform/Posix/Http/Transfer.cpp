@@ -23,6 +23,8 @@
 #include <new>
 #include <utility>
 
+namespace Quendra::Platform
+{
 namespace
 {
 using Clock = std::chrono::steady_clock;
@@ -235,3 +237,4 @@ int Transfer::OnConnected(void* self, char*, char*, int, int) noexcept
     transfer.m_notices.SendingRequest();
     return CURL_PREREQFUNC_OK;
 }
+} // namespace Quendra::Platform

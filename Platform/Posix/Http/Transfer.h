@@ -16,6 +16,8 @@
 #include <memory>
 #include <string_view>
 
+namespace Quendra::Platform
+{
 class Transfer
 {
 public:
@@ -85,3 +87,4 @@ private:
     Phase m_phase = Phase::Connecting;
     DWORD m_error = ERROR_SUCCESS;
 };
+} // namespace Quendra::Platform

@@ -22,13 +22,9 @@ public:
         const std::lock_guard lock(m_mutex);
         m_signalled.store(true, std::memory_order_release);
         if (m_manualReset)
-        {
             m_changed.notify_all();
-        }
         else
-        {
             m_changed.notify_one();
-        }
     }
 
     void Reset() { m_signalled.store(false, std::memory_order_release); }
@@ -38,9 +34,7 @@ public:
     bool Wait(DWORD milliseconds)
     {
         if (milliseconds == 0)
-        {
             return Take();
-        }
         std::unique_lock lock(m_mutex);
         const auto take = [this] { return Take(); };
         if (milliseconds == INFINITE)
@@ -69,9 +63,7 @@ template <class Action> BOOL WithEvent(HANDLE handle, Action action) noexcept
     return SucceedsAsCall([&]() -> DWORD {
         const auto event = FindKernelObject<Event>(handle);
         if (!event)
-        {
             return ERROR_INVALID_HANDLE;
-        }
         action(*event);
         return ERROR_SUCCESS;
     });
@@ -82,9 +74,7 @@ BOOL CloseHandle(HANDLE handle) noexcept
 {
     const DWORD error = ErrorOf([&]() -> DWORD { return KernelHandles::Instance().Remove(handle) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE; });
     if (error != ERROR_SUCCESS)
-    {
         SetLastError(error);
-    }
     return error == ERROR_SUCCESS ? TRUE : FALSE;
 }
 
@@ -93,9 +83,7 @@ HANDLE CreateEventW(void* attributes, BOOL manualReset, BOOL initialState, LPCWS
     HANDLE handle = nullptr;
     SucceedsAsCall([&]() -> DWORD {
         if (attributes != nullptr || name != nullptr)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         handle = KernelHandles::Instance().Insert(std::make_shared<Event>(manualReset != FALSE, initialState != FALSE));
         return ERROR_SUCCESS;
     });

@@ -86,9 +86,7 @@ DWORD OpenError(const std::string& path)
     const int error = errno;
     const auto slash = path.find_last_of('/');
     if (error == ENOENT && slash != std::string::npos && slash != 0 && ::access(path.substr(0, slash).c_str(), F_OK) != 0)
-    {
         return ERROR_PATH_NOT_FOUND;
-    }
     return Win32Error(error);
 }
 
@@ -112,21 +110,13 @@ DWORD Prepare(int descriptor, DWORD sharing, DWORD disposition)
 {
     struct stat status = {};
     if (::fstat(descriptor, &status) != 0)
-    {
         return LastSystemError();
-    }
     if (S_ISDIR(status.st_mode))
-    {
         return ERROR_ACCESS_DENIED;
-    }
     if (!S_ISREG(status.st_mode))
-    {
         return NeverWaits(status) ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
-    }
     if (const DWORD error = Lock(descriptor, sharing); error != ERROR_SUCCESS)
-    {
         return error;
-    }
     const bool isReady = ::fcntl(descriptor, F_SETFL, 0) == 0 && // NOLINT(cppcoreguidelines-pro-type-vararg)
                          (disposition != CREATE_ALWAYS || ::ftruncate(descriptor, 0) == 0);
     return isReady ? ERROR_SUCCESS : LastSystemError();
@@ -149,14 +139,10 @@ DWORD Open(const std::string& path, DWORD access, DWORD sharing, DWORD dispositi
         descriptor = ::open(path.c_str(), OpenFlags(access, disposition), kNewFileMode); // NOLINT(cppcoreguidelines-pro-type-vararg)
     } while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0)
-    {
         return OpenError(path);
-    }
     auto file = std::make_shared<File>(descriptor);
     if (const DWORD error = Prepare(descriptor, sharing, disposition); error != ERROR_SUCCESS)
-    {
         return error;
-    }
     handle = KernelHandles::Instance().Insert(std::move(file));
     return ERROR_SUCCESS;
 }
@@ -179,13 +165,9 @@ template <class Step> DWORD Transfer(DWORD bytes, DWORD& moved, Step step)
     {
         const auto count = step(moved, std::min(bytes - moved, kLargestStep));
         if (count < 0 && errno != EINTR)
-        {
             return LastSystemError();
-        }
         if (count == 0)
-        {
             break;
-        }
         moved += count > 0 ? static_cast<DWORD>(count) : 0;
     }
     return ERROR_SUCCESS;
@@ -198,13 +180,9 @@ HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD sharing, void* security, DW
     HANDLE handle = INVALID_HANDLE_VALUE;
     SucceedsAsCall([&]() -> DWORD {
         if (path == nullptr || *path == L'\0')
-        {
             return ERROR_PATH_NOT_FOUND;
-        }
         if (security != nullptr || pattern != nullptr || (disposition != CREATE_ALWAYS && disposition != OPEN_EXISTING))
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         const auto utf8 = ToUtf8Strict(path);
         return utf8 ? Open(*utf8, access, sharing, disposition, handle) : ERROR_INVALID_NAME;
     });
@@ -216,24 +194,16 @@ DWORD GetFullPathNameW(LPCWSTR path, DWORD capacity, LPWSTR fullPath, LPWSTR* fi
     DWORD length = 0;
     SucceedsAsCall([&]() -> DWORD {
         if (path == nullptr || filePart != nullptr)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         if (*path == L'\0')
-        {
             return ERROR_INVALID_NAME;
-        }
         const auto folder = *path == L'/' ? std::wstring() : ToWideText(std::filesystem::current_path().native()) + L'/';
         const auto absolute = folder + path;
         length = static_cast<DWORD>(absolute.size());
         if (length < capacity)
-        {
             std::wmemcpy(fullPath, absolute.c_str(), absolute.size() + 1);
-        }
         else
-        {
             ++length;
-        }
         return ERROR_SUCCESS;
     });
     return length;
@@ -245,9 +215,7 @@ DWORD GetFileType(HANDLE file) noexcept
     WithFile(file, [&](int descriptor) -> DWORD {
         struct stat status = {};
         if (::fstat(descriptor, &status) != 0)
-        {
             return LastSystemError();
-        }
         type = S_ISREG(status.st_mode) ? FILE_TYPE_DISK : FILE_TYPE_CHAR;
         return ERROR_SUCCESS;
     });
@@ -259,13 +227,9 @@ BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept
     return WithFile(file, [&](int descriptor) -> DWORD {
         struct stat status = {};
         if (size == nullptr)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         if (::fstat(descriptor, &status) != 0)
-        {
             return LastSystemError();
-        }
         size->QuadPart = status.st_size;
         return ERROR_SUCCESS;
     });
@@ -275,22 +239,14 @@ BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* positi
 {
     return WithFile(file, [&](int descriptor) -> DWORD {
         if (method != FILE_BEGIN)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         if (distance.QuadPart < 0)
-        {
             return ERROR_NEGATIVE_SEEK;
-        }
         const auto reached = ::lseek(descriptor, distance.QuadPart, SEEK_SET);
         if (reached < 0)
-        {
             return LastSystemError();
-        }
         if (position != nullptr)
-        {
             position->QuadPart = reached;
-        }
         return ERROR_SUCCESS;
     });
 }
@@ -299,9 +255,7 @@ BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, DWORD* bytesRead, void* o
 {
     return WithFile(file, [&](int descriptor) -> DWORD {
         if (overlapped != nullptr || bytesRead == nullptr || (buffer == nullptr && bytes != 0))
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         return Transfer(bytes, *bytesRead,
                         [&](DWORD moved, DWORD count) { return ::read(descriptor, static_cast<char*>(buffer) + moved, count); });
     });
@@ -311,9 +265,7 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten, vo
 {
     return WithFile(file, [&](int descriptor) -> DWORD {
         if (overlapped != nullptr || bytesWritten == nullptr || (buffer == nullptr && bytes != 0))
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         return Transfer(bytes, *bytesWritten,
                         [&](DWORD moved, DWORD count) { return ::write(descriptor, static_cast<const char*>(buffer) + moved, count); });
     });

@@ -79,16 +79,12 @@ bool IsKnownCodePage(UINT codePage)
 template <class Character> DWORD Deliver(std::basic_string_view<Character> converted, Character* target, int capacity, int& count)
 {
     if (converted.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
-    {
         return ERROR_INVALID_PARAMETER;
-    }
     const auto size = static_cast<int>(converted.size());
     if (capacity != 0)
     {
         if (size > capacity)
-        {
             return ERROR_INSUFFICIENT_BUFFER;
-        }
         std::copy(converted.begin(), converted.end(), target);
     }
     count = size;
@@ -120,9 +116,7 @@ std::wstring ToWideText(std::string_view utf8)
     std::wstring wide;
     wide.reserve(utf8.size());
     for (auto at = utf8.begin(); at != utf8.end();)
-    {
         wide.push_back(static_cast<wchar_t>(utf8::unchecked::next(at)));
-    }
     return wide;
 }
 
@@ -131,9 +125,7 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR text, int bytes, LPWS
     int count = 0;
     SucceedsAsCall([&]() -> DWORD {
         if (!IsKnownCodePage(codePage) || flags != 0 || text == nullptr || bytes == 0 || capacity < 0 || (capacity > 0 && wide == nullptr))
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         const auto size = bytes < 0 ? std::strlen(text) + 1 : static_cast<std::size_t>(bytes);
         const WipedAtEnd<std::wstring> converted{ToWideText({text, size})};
         return Deliver<wchar_t>(converted.text, wide, capacity, count);
@@ -150,9 +142,7 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
         const bool wantsDefault = defaultCharacter != nullptr || usedDefault != nullptr;
         if (!IsKnownCodePage(codePage) || flags != 0 || wantsDefault || wide == nullptr || characters == 0 || capacity < 0 ||
             (capacity > 0 && text == nullptr))
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         const auto size = characters < 0 ? std::wcslen(wide) + 1 : static_cast<std::size_t>(characters);
         const WipedAtEnd<std::string> converted{ToUtf8({wide, size})};
         return Deliver<char>(converted.text, text, capacity, count);

@@ -29,9 +29,7 @@ template <class Type, class Action> BOOL With(HINTERNET handle, Action action) n
         [&]() -> DWORD {
             const auto object = HttpHandles::Instance().Find(handle);
             if (!object)
-            {
                 return ERROR_INVALID_HANDLE;
-            }
             const auto wanted = std::dynamic_pointer_cast<Type>(object);
             return wanted ? action(wanted) : ERROR_WINHTTP_INCORRECT_HANDLE_TYPE;
         },
@@ -55,9 +53,7 @@ SecretText HeaderText(LPCWSTR headers, DWORD length)
 {
     constexpr DWORD kNulTerminated = 0xFFFFFFFF;
     if (headers == nullptr)
-    {
         return {};
-    }
     return MakeSecret(ToUtf8({headers, length == kNulTerminated ? std::wcslen(headers) : length}));
 }
 
@@ -119,9 +115,7 @@ HINTERNET WinHttpOpen(LPCWSTR userAgent, DWORD accessType, LPCWSTR proxy, LPCWST
     HINTERNET handle = nullptr;
     SucceedsAsCall([&]() -> DWORD {
         if (accessType != WINHTTP_ACCESS_TYPE_DEFAULT_PROXY || proxy != nullptr || proxyBypass != nullptr || flags != 0)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         handle = MakeHandle<Session>(userAgent != nullptr ? ToUtf8(userAgent) : std::string());
         return ERROR_SUCCESS;
     });
@@ -133,9 +127,7 @@ HINTERNET WinHttpConnect(HINTERNET session, LPCWSTR server, INTERNET_PORT port, 
     HINTERNET handle = nullptr;
     With<Session>(session, [&](const std::shared_ptr<Session>& parent) -> DWORD {
         if (server == nullptr || reserved != 0)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         handle = MakeHandle<Connection>(parent, ToUtf8(server), port);
         return ERROR_SUCCESS;
     });
@@ -150,9 +142,7 @@ HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, L
         const auto verbText = verb != nullptr && *verb != L'\0' ? ToUtf8(verb) : std::string("GET");
         const bool isVersion = version == nullptr || std::wstring_view(version) == L"HTTP/1.1";
         if (!IsVerb(verbText) || !isVersion || (flags & ~WINHTTP_FLAG_SECURE) != 0)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         const auto pathText = path != nullptr ? MakeSecret(ToUtf8(path)) : SecretText();
         const auto request = std::make_shared<Request>(parent, verbText, pathText, (flags & WINHTTP_FLAG_SECURE) != 0);
         const auto add = [&request](const std::string& name, LPCWSTR value) {
@@ -160,13 +150,9 @@ HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, L
         };
         DWORD error = referrer != nullptr ? add("Referer", referrer) : ERROR_SUCCESS;
         for (; acceptTypes != nullptr && *acceptTypes != nullptr && error == ERROR_SUCCESS; ++acceptTypes)
-        {
             error = add("Accept", *acceptTypes);
-        }
         if (error == ERROR_SUCCESS)
-        {
             handle = Publish(request);
-        }
         return error;
     });
     return handle;
@@ -262,9 +248,7 @@ BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength,
 {
     return With<Request>(request, [&](const std::shared_ptr<Request>& object) -> DWORD {
         if (optional == nullptr && optionalLength != 0)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         if (context != 0)
             object->ChangeListener([&](StatusListener& listener) { listener.context = context; });
         const std::string_view body(static_cast<const char*>(optional), optionalLength);
@@ -276,14 +260,10 @@ BOOL WinHttpWriteData(HINTERNET request, LPCVOID buffer, DWORD bytes, DWORD* byt
 {
     return With<Request>(request, [&](const std::shared_ptr<Request>& object) -> DWORD {
         if (buffer == nullptr && bytes != 0)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         const DWORD error = object->Write({static_cast<const char*>(buffer), bytes});
         if (bytesWritten != nullptr)
-        {
             *bytesWritten = error == ERROR_SUCCESS ? bytes : 0;
-        }
         return error;
     });
 }
@@ -300,37 +280,23 @@ BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID bu
     return With<Request>(request, [&](const std::shared_ptr<Request>& object) -> DWORD {
         const auto* const reply = object->Reply();
         if (reply == nullptr)
-        {
             return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
-        }
         const bool isKnown = level == WINHTTP_QUERY_STATUS_CODE || level == WINHTTP_QUERY_CONTENT_LENGTH ||
                              level == WINHTTP_QUERY_LOCATION || level == WINHTTP_QUERY_TRANSFER_ENCODING;
         if (!isKnown || name != nullptr || length == nullptr)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         if (level == WINHTTP_QUERY_STATUS_CODE)
-        {
             return DeliverText(std::to_wstring(reply->status), buffer, length);
-        }
         std::optional<std::wstring> header;
         if (level == WINHTTP_QUERY_LOCATION && reply->location)
-        {
             header = ToWideText(*reply->location);
-        }
         else if (level == WINHTTP_QUERY_CONTENT_LENGTH && reply->contentLength)
-        {
             header = std::to_wstring(*reply->contentLength);
-        }
         if (!header || (index != nullptr && *index != 0))
-        {
             return ERROR_WINHTTP_HEADER_NOT_FOUND;
-        }
         const DWORD error = DeliverText(*header, buffer, length);
         if (index != nullptr && error == ERROR_SUCCESS)
-        {
             ++*index;
-        }
         return error;
     });
 }
@@ -341,9 +307,7 @@ BOOL WinHttpQueryDataAvailable(HINTERNET request, DWORD* bytes) noexcept
         std::size_t available = 0;
         const DWORD error = object->DataAvailable(available);
         if (bytes != nullptr)
-        {
             *bytes = static_cast<DWORD>(available);
-        }
         return error;
     });
 }
@@ -352,15 +316,11 @@ BOOL WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD bytes, DWORD* bytes
 {
     return With<Request>(request, [&](const std::shared_ptr<Request>& object) -> DWORD {
         if (buffer == nullptr && bytes != 0)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
         std::size_t count = 0;
         const DWORD error = object->Read(static_cast<char*>(buffer), bytes, count);
         if (bytesRead != nullptr)
-        {
             *bytesRead = static_cast<DWORD>(count);
-        }
         return error;
     });
 }
@@ -370,16 +330,12 @@ BOOL WinHttpCloseHandle(HINTERNET handle) noexcept
     const DWORD error = ErrorOf([&]() -> DWORD {
         const auto object = HttpHandles::Instance().Remove(handle);
         if (!object)
-        {
             return ERROR_INVALID_HANDLE;
-        }
         object->OnClosed();
         return ERROR_SUCCESS;
     });
     if (error != ERROR_SUCCESS)
-    {
         SetLastError(error);
-    }
     return error == ERROR_SUCCESS ? TRUE : FALSE;
 }
 } // namespace Quendra::Platform

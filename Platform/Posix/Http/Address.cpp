@@ -38,9 +38,7 @@ public:
     {
         ::uselocale(m_previous);
         if (m_utf8 != nullptr)
-        {
             ::freelocale(m_utf8);
-        }
     }
 
     Utf8Locale(const Utf8Locale&) = delete;
@@ -57,16 +55,12 @@ std::optional<std::string> ToAsciiName(const std::string& name)
     StartCurl();
     const std::unique_ptr<CURLU, UrlCleanup> url(curl_url());
     if (!url)
-    {
         throw std::bad_alloc();
-    }
     const Utf8Locale locale;
     char* text = nullptr;
     if (curl_url_set(url.get(), CURLUPART_URL, ("http://" + name).c_str(), 0) != CURLUE_OK ||
         curl_url_get(url.get(), CURLUPART_HOST, &text, CURLU_PUNYCODE) != CURLUE_OK)
-    {
         return std::nullopt;
-    }
     const std::unique_ptr<char, TextCleanup> owned(text);
     return std::string(text);
 }
@@ -103,9 +97,7 @@ SecretText Address::Url() const
 std::optional<std::string> HostForUrl(std::string_view server)
 {
     if (server.size() > 2 && server.front() == '[' && server.back() == ']')
-    {
         server = server.substr(1, server.size() - 2);
-    }
     const auto zone = std::min(server.find('%'), server.size());
     if (IsIpv6(std::string(server.substr(0, zone))))
     {
@@ -115,9 +107,7 @@ std::optional<std::string> HostForUrl(std::string_view server)
         return isZone ? std::optional("[" + std::string(server.substr(0, zone)) + name + "]") : std::nullopt;
     }
     if (server.empty() || HoldsForeign(server))
-    {
         return std::nullopt;
-    }
     const bool isAscii = std::all_of(server.begin(), server.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
     const auto name = isAscii ? std::optional(std::string(server)) : ToAsciiName(std::string(server));
     // Wide forms of '/', ':' and '@' become the plain ones, behind which another host could stand.
@@ -130,9 +120,7 @@ SecretText TargetForPath(std::string_view path)
     SecretText target;
     target.reserve(path.size() + 1);
     if (path.empty() || path.front() != '/')
-    {
         target.push_back('/');
-    }
     for (const char character : path)
     {
         if (MayStandInTarget(character))

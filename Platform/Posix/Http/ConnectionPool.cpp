@@ -16,9 +16,7 @@ PooledConnection::PooledConnection(std::string origin) : m_origin(std::move(orig
 {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg)
     if (!m_multi || curl_multi_setopt(m_multi.get(), CURLMOPT_MAXCONNECTS, 1L) != CURLM_OK)
-    {
         throw std::bad_alloc();
-    }
 }
 
 ConnectionPool::Borrowed ConnectionPool::Borrow(const std::string& origin)
@@ -36,9 +34,7 @@ ConnectionPool::Borrowed ConnectionPool::Borrow(const std::string& origin)
         }
     }
     if (!connection)
-    {
         connection = std::make_unique<PooledConnection>(origin);
-    }
     return {connection.release(), Return(shared_from_this())};
 }
 

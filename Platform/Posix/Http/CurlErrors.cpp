@@ -6,9 +6,7 @@ DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noe
 {
     // With TLS 1.3 the server reports this after the handshake, as an alert; curl returns a general receive error.
     if (result == CURLE_SSL_CLIENTCERT || (result != CURLE_OK && text.find("certificate required") != std::string_view::npos))
-    {
         return ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED;
-    }
     switch (result)
     {
     case CURLE_OK:

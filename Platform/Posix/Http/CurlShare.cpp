@@ -42,9 +42,7 @@ void* Reallocate(void* memory, std::size_t size)
 {
     const std::size_t usable = ::malloc_usable_size(memory);
     if (memory != nullptr && size <= usable)
-    {
         return memory;
-    }
     void* const grown = std::malloc(size);
     if (grown != nullptr && memory != nullptr)
     {
@@ -60,9 +58,7 @@ void StartCurl()
     // A static's initialisation is thread-safe.
     static const CURLcode result = curl_global_init_mem(CURL_GLOBAL_ALL, &std::malloc, &Free, &Reallocate, &::strdup, &std::calloc);
     if (result != CURLE_OK)
-    {
         throw std::bad_alloc();
-    }
 }
 // NOLINTEND(cppcoreguidelines-no-malloc)
 
@@ -76,9 +72,7 @@ CurlShare::CurlShare()
     if (!m_share || !set(CURLSHOPT_LOCKFUNC, &CurlShare::Lock) || !set(CURLSHOPT_UNLOCKFUNC, &CurlShare::Unlock) ||
         !set(CURLSHOPT_USERDATA, static_cast<void*>(this)) || !set(CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE) ||
         !set(CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS) || !set(CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION))
-    {
         throw std::bad_alloc();
-    }
 }
 
 void CurlShare::Lock(CURL*, curl_lock_data data, curl_lock_access, void* self) noexcept

@@ -20,9 +20,7 @@ public:
         const std::lock_guard lock(m_mutex);
         m_raised.store(true, std::memory_order_release);
         if (m_driven != nullptr)
-        {
             curl_multi_wakeup(m_driven);
-        }
     }
 
     bool IsRaised() const noexcept { return m_raised.load(std::memory_order_acquire); }

@@ -11,9 +11,7 @@ std::optional<std::string> HeaderOf(CURL* easy, const char* name, std::size_t in
 {
     curl_header* header = nullptr;
     if (curl_easy_header(easy, name, index, CURLH_HEADER, -1, &header) != CURLHE_OK)
-    {
         return std::nullopt;
-    }
     return std::string(header->value);
 }
 
@@ -23,9 +21,7 @@ bool IsChunked(CURL* easy)
     {
         const auto last = std::min(coding->find_last_of(", \t") + 1, coding->size()); // npos + 1 is 0
         if (EqualsIgnoringCase(std::string_view(*coding).substr(last), "chunked"))
-        {
             return true;
-        }
     }
     return false;
 }
@@ -38,9 +34,7 @@ DWORD ReadReplyHead(CURL* easy, std::optional<ReplyHead>& head)
     curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status); // NOLINT(cppcoreguidelines-pro-type-vararg)
     head.reset();
     if (status / 100 == 1 && status != kSwitchingProtocols)
-    {
         return ERROR_SUCCESS;
-    }
     std::optional<std::uint64_t> contentLength;
     if (!IsChunked(easy))
     {
@@ -48,9 +42,7 @@ DWORD ReadReplyHead(CURL* easy, std::optional<ReplyHead>& head)
         {
             const auto length = ParseContentLength(*text);
             if (!length || (contentLength && *contentLength != *length))
-            {
                 return ERROR_WINHTTP_INVALID_SERVER_RESPONSE;
-            }
             contentLength = length;
         }
     }

@@ -32,9 +32,7 @@ DWORD ErrorOfSize(const TransferRequest& request)
     constexpr std::size_t kMaxHeaderBytes = 256 * 1024;
     std::size_t headerBytes = request.cookies.size();
     for (const auto& line : request.headerLines)
-    {
         headerBytes += line.size();
-    }
     return request.url.size() > kMaxUrlBytes ? ERROR_WINHTTP_INVALID_URL
            : headerBytes > kMaxHeaderBytes   ? ERROR_WINHTTP_INVALID_HEADER
                                              : ERROR_SUCCESS;
@@ -45,9 +43,7 @@ int ConnectTimeout(const Timeouts& timeouts)
 {
     constexpr int kLongest = 0x3FFFFFFF;
     if (timeouts.connect <= 0)
-    {
         return 0;
-    }
     return std::min(timeouts.connect, kLongest) + std::min(std::max(timeouts.resolve, 0), kLongest);
 }
 } // namespace
@@ -69,24 +65,16 @@ DWORD Request::AddHeaders(std::string_view lines, DWORD modifiers)
 DWORD Request::Send(std::string_view headerLines, std::string_view body, std::uint64_t totalLength)
 {
     if (m_state == State::Sent)
-    {
         return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
-    }
     m_transfer.reset();
     m_state = State::Opened;
     constexpr DWORD kReplaceOrAdd = WINHTTP_ADDREQ_FLAG_REPLACE | WINHTTP_ADDREQ_FLAG_ADD;
     if (const DWORD error = m_headers.AddLines(headerLines, kReplaceOrAdd); error != ERROR_SUCCESS)
-    {
         return error;
-    }
     if (const DWORD error = AnnounceBody(body, totalLength); error != ERROR_SUCCESS)
-    {
         return error;
-    }
     if (!m_knowsHost)
-    {
         return ERROR_WINHTTP_NAME_NOT_RESOLVED;
-    }
     const DWORD error = StartTransfer(body);
     m_state = error == ERROR_SUCCESS ? State::Sent : State::Opened;
     return error;
@@ -100,9 +88,7 @@ DWORD Request::AnnounceBody(std::string_view body, std::uint64_t totalLength)
     {
         m_bodyLength = ParseContentLength(*stated);
         if (!m_bodyLength)
-        {
             return ERROR_INVALID_PARAMETER;
-        }
     }
     else if (totalLength != 0 || !body.empty() || ExpectsBody(m_verb))
     {
@@ -117,9 +103,7 @@ DWORD Request::StartTransfer(std::string_view body)
     const auto timeouts = GetTimeouts();
     auto headerLines = m_headers.LinesForCurl();
     if (!session.UserAgent().empty() && m_headers.Find("User-Agent") == nullptr)
-    {
         headerLines.emplace_back("User-Agent: ").append(session.UserAgent());
-    }
     const TransferRequest request{m_address.Url(),
                                   m_verb,
                                   std::move(headerLines),
@@ -129,9 +113,7 @@ DWORD Request::StartTransfer(std::string_view body)
                                   session.Certificates().file,
                                   session.Certificates().folder};
     if (const DWORD error = ErrorOfSize(request); error != ERROR_SUCCESS)
-    {
         return error;
-    }
     m_transfer.reset(); // destroyed first, so that its connection can be borrowed again
     auto& pool = session.Pool();
     m_transfer = std::make_unique<Transfer>(pool.Borrow(m_address.Origin()), pool.Share(), request, m_interruption,
@@ -142,23 +124,17 @@ DWORD Request::StartTransfer(std::string_view body)
 DWORD Request::Write(std::string_view bytes)
 {
     if (m_state != State::Sent || bytes.size() > m_transfer->BodyLeft())
-    {
         return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
-    }
     return m_transfer->Write(bytes, GetTimeouts().send);
 }
 
 DWORD Request::Receive()
 {
     if (m_state != State::Sent)
-    {
         return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
-    }
     const DWORD error = m_transfer->AwaitHead(GetTimeouts().receive);
     if (error == ERROR_SUCCESS)
-    {
         m_state = State::Replied;
-    }
     return error;
 }
 
@@ -171,9 +147,7 @@ DWORD Request::DataAvailable(std::size_t& bytes)
 {
     bytes = 0;
     if (m_state != State::Replied)
-    {
         return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
-    }
     const DWORD error = m_transfer->AwaitBody(GetTimeouts().receive);
     bytes = error == ERROR_SUCCESS ? m_transfer->Buffered() : 0;
     return error;
@@ -184,9 +158,7 @@ DWORD Request::Read(char* target, std::size_t capacity, std::size_t& count)
     count = 0;
     std::size_t available = 0;
     if (const DWORD error = DataAvailable(available); error != ERROR_SUCCESS)
-    {
         return error;
-    }
     count = m_transfer->Take(target, capacity);
     return ERROR_SUCCESS;
 }

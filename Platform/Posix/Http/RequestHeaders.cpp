@@ -29,28 +29,20 @@ bool EqualsIgnoringCase(std::string_view left, std::string_view right)
 DWORD RequestHeaders::AddLines(std::string_view lines, DWORD modifiers)
 {
     if (lines.find('\0') != std::string_view::npos)
-    {
         return ERROR_WINHTTP_INVALID_HEADER;
-    }
     while (!lines.empty())
     {
         const auto end = std::min(lines.find_first_of("\r\n"), lines.size());
         const auto line = Trim(lines.substr(0, end));
         lines.remove_prefix(std::min(end + 1, lines.size()));
         if (line.empty())
-        {
             continue;
-        }
         const auto colon = line.find(':');
         if (colon == std::string_view::npos || colon == 0)
-        {
             return ERROR_WINHTTP_INVALID_HEADER;
-        }
         Header header{std::string(Trim(line.substr(0, colon))), SecretText(Trim(line.substr(colon + 1)))};
         if (const DWORD error = Add(std::move(header), modifiers); error != ERROR_SUCCESS)
-        {
             return error;
-        }
     }
     return ERROR_SUCCESS;
 }
@@ -62,9 +54,7 @@ DWORD RequestHeaders::Add(Header header, DWORD modifiers)
     if (existing == m_headers.end())
     {
         if (has(WINHTTP_ADDREQ_FLAG_REPLACE) && !has(WINHTTP_ADDREQ_FLAG_ADD))
-        {
             return ERROR_WINHTTP_HEADER_NOT_FOUND;
-        }
         m_headers.push_back(std::move(header));
     }
     else if (has(WINHTTP_ADDREQ_FLAG_ADD_IF_NEW))
@@ -74,13 +64,9 @@ DWORD RequestHeaders::Add(Header header, DWORD modifiers)
     else if (has(WINHTTP_ADDREQ_FLAG_REPLACE))
     {
         if (header.value.empty())
-        {
             m_headers.erase(existing);
-        }
         else
-        {
             *existing = std::move(header);
-        }
     }
     else if (has(WINHTTP_ADDREQ_FLAG_COALESCE_WITH_COMMA))
     {
@@ -118,12 +104,8 @@ std::vector<SecretText> RequestHeaders::LinesForCurl() const
         }
     }
     for (const char* const name : {"Accept", "Expect", "Proxy-Connection"})
-    {
         if (Find(name) == nullptr)
-        {
             lines.emplace_back(name).append(":");
-        }
-    }
     return lines;
 }
 
@@ -131,12 +113,8 @@ SecretText RequestHeaders::Cookies() const
 {
     SecretText cookies;
     for (const auto& header : m_headers)
-    {
         if (EqualsIgnoringCase(header.name, kCookie))
-        {
             cookies.append(cookies.empty() ? "" : "; ").append(header.value);
-        }
-    }
     return cookies;
 }
 

@@ -145,6 +145,20 @@ TEST_F(PosixTls, TakesTrustedCertificatesOfTheRightHostOnly)
     }
 }
 
+TEST_F(PosixTls, LoadsTheTrustedCertificatesOncePerSession)
+{
+    RawServer first(Answer(loopback, HttpReply(200, "ok")));
+    RawServer second(Answer(loopback, HttpReply(200, "ok")));
+    Trust(loopback);
+    const HttpClient client(first.Port());
+    EXPECT_EQ("200 ok", client.Get(L"/", WINHTTP_FLAG_SECURE));
+    Trust(other);
+    const HttpHandle connection(WinHttpConnect(client.session.get(), L"127.0.0.1", second.Port(), 0));
+    const HttpHandle request(WinHttpOpenRequest(connection.get(), L"GET", L"/", nullptr, nullptr, nullptr, WINHTTP_FLAG_SECURE));
+    EXPECT_EQ("200 ok", Exchange(request.get()));
+    EXPECT_EQ("12175", Get(second)) << "a session that was opened later";
+}
+
 TEST_F(PosixTls, ResumesTheSessionOnNewConnectionsOfAllThreads)
 {
     Trust(loopback);

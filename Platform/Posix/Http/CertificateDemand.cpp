@@ -2,6 +2,8 @@
 
 #include <openssl/ssl.h>
 
+namespace Quendra::Platform
+{
 namespace
 {
 int Index() noexcept
@@ -11,9 +13,11 @@ int Index() noexcept
 }
 } // namespace
 
-void CertificateDemand::AttachTo(EasyHandle& easy)
+void CertificateDemand::AttachTo(EasyHandle& easy, CertificateStore& trusted)
 {
     m_isMade = false;
+    m_trusted = &trusted;
+    trusted.AttachTo(easy);
     easy.Set(CURLOPT_SSL_CTX_FUNCTION, &CertificateDemand::Watch);
     easy.Set(CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
 }
@@ -27,5 +31,6 @@ CURLcode CertificateDemand::Watch(CURL*, void* context, void* self) noexcept
         static_cast<CertificateDemand*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(connection), Index()))->m_isMade = true;
         return 0; // there is none to send
     });
-    return CURLE_OK;
+    return static_cast<CertificateDemand*>(self)->m_trusted->ApplyTo(*tls);
 }
+} // namespace Quendra::Platform

@@ -45,10 +45,6 @@ void EasyHandle::SetConnection(const TransferRequest& request)
     Set(CURLOPT_TCP_KEEPINTVL, kProbeEach);
     Set(CURLOPT_BUFFERSIZE, kReceiveBytes);
     Set(CURLOPT_ERRORBUFFER, m_errorText.data());
-    if (!request.certificateFile.empty())
-        Set(CURLOPT_CAINFO, request.certificateFile.c_str());
-    if (!request.certificateFolder.empty())
-        Set(CURLOPT_CAPATH, request.certificateFolder.c_str());
 }
 
 void EasyHandle::SetRequest(const TransferRequest& request)

@@ -27,8 +27,6 @@ struct TransferRequest
     SecretText cookies;                      ///< "name=value; name=value", in addition to those that the server has set
     std::optional<std::uint64_t> bodyLength; ///< none: the request has no body and states no length
     int connectTimeout = 0;                  ///< milliseconds from the start to a connection, 0: no limit
-    std::string certificateFile;             ///< empty: the system's
-    std::string certificateFolder;           ///< empty: the system's
 
     /// Whether sending it twice has the same effect as sending it once.
     bool IsRepeatable() const { return !bodyLength && (verb == "GET" || verb == "HEAD"); }

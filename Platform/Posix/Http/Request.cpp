@@ -104,19 +104,12 @@ DWORD Request::StartTransfer(std::string_view body)
     auto headerLines = m_headers.LinesForCurl();
     if (!session.UserAgent().empty() && m_headers.Find("User-Agent") == nullptr)
         headerLines.emplace_back("User-Agent: ").append(session.UserAgent());
-    const TransferRequest request{m_address.Url(),
-                                  m_verb,
-                                  std::move(headerLines),
-                                  m_headers.Cookies(),
-                                  m_bodyLength,
-                                  ConnectTimeout(timeouts),
-                                  session.Certificates().file,
-                                  session.Certificates().folder};
+    const TransferRequest request{m_address.Url(),     m_verb,       std::move(headerLines),
+                                  m_headers.Cookies(), m_bodyLength, ConnectTimeout(timeouts)};
     if (const DWORD error = ErrorOfSize(request); error != ERROR_SUCCESS)
         return error;
     m_transfer.reset(); // destroyed first, so that its connection can be borrowed again
-    auto& pool = session.Pool();
-    m_transfer = std::make_unique<Transfer>(pool.Borrow(m_address.Origin()), pool.Share(), request, m_interruption,
+    m_transfer = std::make_unique<Transfer>(session.Pool().Borrow(m_address.Origin()), session, request, m_interruption,
                                             StatusNotices(*this, m_connection->Server()));
     return m_transfer->Start(body, timeouts.send);
 }

@@ -3,6 +3,7 @@
 /// @file
 /// Sessions and connections: the settings and the pooled connections that requests use.
 
+#include "CertificateStore.h"
 #include "ConnectionPool.h"
 #include "HttpObject.h"
 
@@ -12,35 +13,22 @@
 
 namespace Quendra::Platform
 {
-/// The files of the trusted certificate authorities; empty: the system's.
-struct CertificatePlaces
-{
-    std::string file;
-    std::string folder;
-
-    /// Reads SSL_CERT_FILE and SSL_CERT_DIR, as other programs do.
-    static CertificatePlaces FromEnvironment();
-};
-
 class Session final : public TimedObject
 {
 public:
     explicit Session(std::string userAgent)
-        : TimedObject(nullptr, Timeouts()),
-          m_userAgent(std::move(userAgent)),
-          m_certificates(CertificatePlaces::FromEnvironment()),
-          m_pool(std::make_shared<ConnectionPool>())
+        : TimedObject(nullptr, Timeouts()), m_userAgent(std::move(userAgent)), m_pool(std::make_shared<ConnectionPool>())
     {
     }
 
     /// Empty: no User-Agent header.
     const std::string& UserAgent() const noexcept { return m_userAgent; }
-    const CertificatePlaces& Certificates() const noexcept { return m_certificates; }
+    CertificateStore& Certificates() noexcept { return m_certificates; }
     ConnectionPool& Pool() const noexcept { return *m_pool; }
 
 private:
     const std::string m_userAgent;
-    const CertificatePlaces m_certificates;
+    CertificateStore m_certificates;
     const std::shared_ptr<ConnectionPool> m_pool;
 };
 

@@ -37,7 +37,7 @@ Cancellation::EventHandle Cancellation::MakeEvent()
 Cancellation::Cancellation(const Client& client, std::wstring key, std::chrono::milliseconds grace)
     : m_api(client.Api()), m_key(std::move(key)), m_grace(grace), m_cancel(MakeEvent()), m_finished(MakeEvent()), m_event{m_cancel.get()}
 {
-    m_watch = client.Around().watchInterrupts([this] { OnInterrupt(); });
+    m_watch = System::WatchInterrupts([this] { OnInterrupt(); });
 }
 
 Cancellation::~Cancellation()

@@ -17,7 +17,7 @@
 #include "Identifier.h"
 #include "Items.h"
 #include "Progress.h"
-#include "Text.h"
+#include "TerminalText.h"
 #include "TextConversion.h"
 #include "Transfers.h"
 

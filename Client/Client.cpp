@@ -1,15 +1,16 @@
 #include "Client.h"
 
+#include "FailureText.h"
 #include "Failures.h"
 #include "JsonText.h"
-#include "ResultMeanings.h"
 #include "SessionFile.h"
-#include "Text.h"
+#include "System.h"
+#include "TerminalText.h"
 #include "TextConversion.h"
 
 #include "QuendraHttp/QuendraHttp.h"
 
-#include <ostream>
+#include <iostream>
 
 void Client::ApiDeleter::operator()(IQuendraHttpAPI* api) const
 {
@@ -18,14 +19,14 @@ void Client::ApiDeleter::operator()(IQuendraHttpAPI* api) const
 
 bool Client::KnowsServer() const
 {
-    return m_options.server || LoadSession(SessionFilePath(m_surroundings));
+    return m_options.server || LoadSession(SessionFilePath());
 }
 
 void Client::Connect(bool withToken)
 {
     std::optional<SavedSession> session;
     if (!m_options.server || (withToken && !m_options.token))
-        session = LoadSession(SessionFilePath(m_surroundings));
+        session = LoadSession(SessionFilePath());
 
     if (m_options.server)
         m_server = MakeAddress(*m_options.server, m_options.port);
@@ -38,7 +39,7 @@ void Client::Connect(bool withToken)
     if (m_options.server && !m_server.secure && !m_server.IsThisMachine())
         Note("quendra: warning: http:// protects neither passwords nor files on the way to " + m_server.host + "; use https://");
 
-    m_api.reset(m_surroundings.createInstance(m_surroundings.machineName));
+    m_api.reset(CreateInstance(System::MachineName()));
     if (!m_api)
         throw OperationFailed("CreateInstance", Result::NotEnoughMemory);
     Check("SetClientTag", m_api->SetClientTag("quendra"));
@@ -56,34 +57,33 @@ void Client::Connect(bool withToken)
 
 bool Client::ShowsProgress() const
 {
-    return m_surroundings.errorsAreTerminal && !m_options.quiet && !m_options.json;
+    return System::ErrorsAreTerminal() && !m_options.quiet && !m_options.json;
 }
 
 void Client::Print(const Json::Value& document, const std::string& text) const
 {
     if (m_options.json)
-        m_surroundings.output << JsonLine(document) << '\n';
+        std::cout << JsonLine(document) << '\n';
     else
-        m_surroundings.output << text;
-    m_surroundings.output << std::flush;
-    if (!m_surroundings.output)
+        std::cout << text;
+    std::cout << std::flush;
+    if (!std::cout)
         throw ProgramError("The result cannot be written to standard output");
 }
 
 void Client::Note(const std::string& line) const
 {
-    m_surroundings.errors << line << '\n' << std::flush;
+    std::cerr << line << '\n' << std::flush;
 }
 
 void Client::ReportFailure(const std::string& operation, ResultCode code, const std::string& advice) const
 {
     const std::string meaning = FailureMeaning(code, m_answers.Answer(), advice);
     Note("quendra: " + operation + " failed: " + CodeText(code) + " (" + meaning + ")");
-    PrintFailure(m_options, m_surroundings, meaning, operation, code);
+    PrintFailure(m_options, meaning, operation, code);
 }
 
-void PrintFailure(const Options& options, const Surroundings& surroundings, const std::string& meaning, const Json::Value& operation,
-                  const Json::Value& code)
+void PrintFailure(const Options& options, const std::string& meaning, const Json::Value& operation, const Json::Value& code)
 {
     if (!options.json)
         return;
@@ -91,7 +91,7 @@ void PrintFailure(const Options& options, const Surroundings& surroundings, cons
     document["error"]["operation"] = operation;
     document["error"]["code"] = code;
     document["error"]["meaning"] = meaning;
-    surroundings.output << JsonLine(document) << '\n' << std::flush;
+    std::cout << JsonLine(document) << '\n' << std::flush;
 }
 
 Json::Value OkDocument()

@@ -6,7 +6,6 @@
 #include "CommandLine.h"
 #include "ServerAddress.h"
 #include "ServerAnswer.h"
-#include "Surroundings.h"
 
 #include <json/json.h>
 
@@ -19,11 +18,8 @@ class IQuendraHttpAPI;
 class Client
 {
 public:
-    /// @param answers  records the server's answers; all three must outlive the client.
-    Client(const Options& options, const Surroundings& surroundings, AnswerReader& answers)
-        : m_options(options), m_surroundings(surroundings), m_answers(answers)
-    {
-    }
+    /// @param answers  records the server's answers; both must outlive the client.
+    Client(const Options& options, AnswerReader& answers) : m_options(options), m_answers(answers) {}
 
     /// Creates the library's instance and sets server, device and, for `withToken`, the session.
     /// @throws UsageError where no server is named, OperationFailed, ProgramError
@@ -36,7 +32,6 @@ public:
     /// The library; valid once `Connect` has returned.
     [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
     [[nodiscard]] const ServerAddress& Server() const { return m_server; }
-    [[nodiscard]] const Surroundings& Around() const { return m_surroundings; }
 
     /// Whether to show progress: standard error is a terminal, and neither `--quiet` nor `--json` is given.
     [[nodiscard]] bool ShowsProgress() const;
@@ -64,15 +59,13 @@ private:
     };
 
     const Options& m_options;
-    const Surroundings& m_surroundings;
     AnswerReader& m_answers;
     ServerAddress m_server;
     std::unique_ptr<IQuendraHttpAPI, ApiDeleter> m_api;
 };
 
 /// Prints a failure on standard output where `--json` asks for it. Operation and code are null where the program itself failed.
-void PrintFailure(const Options& options, const Surroundings& surroundings, const std::string& meaning, const Json::Value& operation = {},
-                  const Json::Value& code = {});
+void PrintFailure(const Options& options, const std::string& meaning, const Json::Value& operation = {}, const Json::Value& code = {});
 
 /// `{"ok":true}`
 [[nodiscard]] Json::Value OkDocument();

@@ -7,11 +7,12 @@
 
 #include "Client.h"
 #include "Commands.h"
+#include "FailureText.h"
 #include "Failures.h"
 #include "JsonText.h"
-#include "ResultMeanings.h"
 #include "SessionFile.h"
-#include "Text.h"
+#include "System.h"
+#include "TerminalText.h"
 #include "TextConversion.h"
 
 #include "QuendraHttp/QuendraHttp.h"
@@ -111,15 +112,14 @@ private:
 
     void AddFacts()
     {
-        const Surroundings& around = m_client.Around();
         AddFact("version", "Version", QUENDRA_VERSION);
-        AddFact("library", "Library", around.libraryFile);
+        AddFact("library", "Library", System::FileOf(reinterpret_cast<const void*>(&CreateInstance)));
         AddFact("platform", "Platform", System::Platform());
         if (m_client.IsConnected())
             AddFact("server", "Server", Server().Text());
         AddFact("proxy", "Proxy", System::ProxySettings());
         // User and token are private.
-        const auto file = SessionFilePath(around);
+        const auto file = SessionFilePath();
         const auto session = LoadSession(file);
         const char* found = !session                      ? "none is saved in "
                             : session->server == Server() ? "one for this server is saved in "

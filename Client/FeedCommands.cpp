@@ -14,10 +14,10 @@
 #include "Cancellation.h"
 #include "Client.h"
 #include "Commands.h"
+#include "FailureText.h"
 #include "Failures.h"
 #include "NotificationAction.h"
-#include "ResultMeanings.h"
-#include "Text.h"
+#include "TerminalText.h"
 #include "TextConversion.h"
 
 #include "QuendraHttp/QuendraHttp.h"

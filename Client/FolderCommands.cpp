@@ -4,7 +4,7 @@
 #include "Failures.h"
 #include "Items.h"
 #include "ServerPath.h"
-#include "Text.h"
+#include "TerminalText.h"
 #include "TextComparison.h"
 #include "TextConversion.h"
 #include "TimeText.h"

@@ -3,7 +3,7 @@
 #include "Attributes.h"
 #include "Client.h"
 #include "Failures.h"
-#include "Text.h"
+#include "TerminalText.h"
 #include "TextConversion.h"
 
 #include "Platform/Platform.h"

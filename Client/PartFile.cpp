@@ -1,9 +1,9 @@
 #include "PartFile.h"
 
+#include "FailureText.h"
 #include "Failures.h"
-#include "ResultMeanings.h"
 #include "System.h"
-#include "Text.h"
+#include "TerminalText.h"
 
 #include "Platform/Platform.h"
 #include "QuendraHttp/ResultMeanings.h"

@@ -4,8 +4,8 @@
 #include "CommandLine.h"
 #include "Failures.h"
 #include "ServerAnswer.h"
-#include "Surroundings.h"
-#include "Text.h"
+#include "System.h"
+#include "TerminalText.h"
 #include "TextConversion.h"
 #include "Tracing.h"
 
@@ -17,8 +17,8 @@
 #include <concepts>
 #include <exception>
 #include <filesystem>
+#include <iostream>
 #include <memory>
-#include <ostream>
 #include <system_error>
 #include <utility>
 
@@ -29,19 +29,19 @@ namespace
 class Library
 {
 public:
-    Library(const Surroundings& surroundings, const std::string& traceFile) : m_surroundings(surroundings)
+    explicit Library(const std::string& traceFile)
     {
         if (!traceFile.empty())
             m_trace = OpenTrace(traceFile);
         m_sink = OpenEventSink(kInformational, Eventing::kAnyKeyword, TakeEvent, this);
         // The program links its own copy of the code that it shares with the library.
         EventProviderHandle = m_sink;
-        Check("Init", static_cast<ResultCode>(m_surroundings.initialiseLibrary(EventProviderHandle)));
+        Check("Init", static_cast<ResultCode>(Init(EventProviderHandle)));
     }
 
     ~Library()
     {
-        m_surroundings.exitLibrary();
+        Exit();
         CloseEventSink(m_sink);
         EventProviderHandle = 0;
     }
@@ -87,7 +87,6 @@ private:
         }
     }
 
-    const Surroundings& m_surroundings;
     std::unique_ptr<Eventing::TraceFile> m_trace;
     AnswerReader m_answers;
     Eventing::ProviderHandle m_sink = 0;
@@ -115,12 +114,12 @@ template <typename Type> void Run(Client& client, const Type& command)
     Execute(client, command);
 }
 
-int RunCommand(const CommandLine& line, const Surroundings& surroundings)
+int RunCommand(const CommandLine& line)
 {
     try
     {
-        Library library(surroundings, line.options.trace);
-        Client client(line.options, surroundings, library.Answers());
+        Library library(line.options.trace);
+        Client client(line.options, library.Answers());
         try
         {
             std::visit([&client](const auto& command) { Run(client, command); }, line.command);
@@ -148,33 +147,33 @@ int RunCommand(const CommandLine& line, const Surroundings& surroundings)
     }
     catch (const std::exception& error)
     {
-        surroundings.errors << "quendra: " << Printable(std::string_view(error.what())) << std::endl;
-        PrintFailure(line.options, surroundings, error.what());
+        std::cerr << "quendra: " << Printable(std::string_view(error.what())) << std::endl;
+        PrintFailure(line.options, error.what());
         return ExitStatus::Failed;
     }
 }
 
 } // namespace
 
-int RunProgram(const std::vector<std::string>& arguments, const Surroundings& surroundings)
+int RunProgram(const std::vector<std::string>& arguments)
 {
     // Needed also if the rest of the command line is invalid.
     Options options;
     options.json = std::ranges::find(arguments, "--json") != arguments.end();
     try
     {
-        return RunCommand(ParseCommandLine(arguments, surroundings.environment), surroundings);
+        return RunCommand(ParseCommandLine(arguments, System::Environment));
     }
     catch (const HelpRequest& help)
     {
-        surroundings.output << help.text << std::flush;
+        std::cout << help.text << std::flush;
         return ExitStatus::Done;
     }
     catch (const UsageError& error)
     {
-        surroundings.errors << "quendra: " << Printable(std::string_view(error.what()))
-                            << "\nTry 'quendra --help' or 'quendra COMMAND --help'." << std::endl;
-        PrintFailure(options, surroundings, error.what());
+        std::cerr << "quendra: " << Printable(std::string_view(error.what())) << "\nTry 'quendra --help' or 'quendra COMMAND --help'."
+                  << std::endl;
+        PrintFailure(options, error.what());
         return ExitStatus::WrongUsage;
     }
 }

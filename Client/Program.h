@@ -6,9 +6,7 @@
 #include <string>
 #include <vector>
 
-struct Surroundings;
-
 /// Runs one command.
 /// @param arguments  UTF-8, without the program's name.
 /// @return the exit status, one of `ExitStatus`.
-[[nodiscard]] int RunProgram(const std::vector<std::string>& arguments, const Surroundings& surroundings);
+[[nodiscard]] int RunProgram(const std::vector<std::string>& arguments);

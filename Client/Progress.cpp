@@ -1,13 +1,14 @@
 #include "Progress.h"
 
 #include "Client.h"
-#include "Text.h"
+#include "System.h"
+#include "TerminalText.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <exception>
-#include <ostream>
+#include <iostream>
 
 namespace
 {
@@ -133,9 +134,7 @@ double RateMeter::BytesPerSecond() const
 }
 
 Progress::Progress(const Client& client, const std::wstring& label, std::optional<std::uint64_t> total, std::uint64_t start)
-    : m_state{Printable(label), start, total, 0},
-      m_bar(client.ShowsProgress() ? &client.Around().errors : nullptr),
-      m_columns(client.Around().terminalColumns)
+    : m_state{Printable(label), start, total, 0}, m_isShown(client.ShowsProgress())
 {
     m_rate.Add(RateMeter::Clock::now(), start);
 }
@@ -148,7 +147,7 @@ Progress::~Progress()
 void Progress::OnBlock(std::uint64_t /*blockSize*/, std::uint64_t position)
 {
     m_state.done = position;
-    if (m_bar == nullptr)
+    if (!m_isShown)
         return;
     try
     {
@@ -159,34 +158,34 @@ void Progress::OnBlock(std::uint64_t /*blockSize*/, std::uint64_t position)
     }
     catch (const std::exception&)
     {
-        m_bar = nullptr; // a failure to draw must not fail the transfer
+        m_isShown = false; // a failure to draw must not fail the transfer
     }
 }
 
 void Progress::Finish() noexcept
 {
-    if (m_bar == nullptr || !m_lastDrawn)
+    if (!m_isShown || !m_lastDrawn)
         return;
     try
     {
         Draw(RateMeter::Clock::now());
-        *m_bar << '\n' << std::flush;
+        std::cerr << '\n' << std::flush;
     }
     catch (const std::exception&)
     {
         // Standard error failed: nothing can be reported.
     }
-    m_bar = nullptr;
+    m_isShown = false;
 }
 
 void Progress::Draw(RateMeter::Clock::time_point now)
 {
     m_state.bytesPerSecond = m_rate.BytesPerSecond();
-    const unsigned columns = m_columns();
+    const unsigned columns = System::TerminalColumns();
     // Leave the last column free: some terminals wrap the line when it is written.
     const std::string line = RenderProgress(m_state, (columns > 0 ? columns : kUsualColumns) - 1);
     const std::size_t width = DisplayWidth(line);
-    *m_bar << '\r' << line << std::string(m_lastWidth - std::min(width, m_lastWidth), ' ') << std::flush;
+    std::cerr << '\r' << line << std::string(m_lastWidth - std::min(width, m_lastWidth), ' ') << std::flush;
     m_lastWidth = width;
     m_lastDrawn = now;
 }

@@ -8,8 +8,6 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
-#include <functional>
-#include <iosfwd>
 #include <optional>
 #include <string>
 
@@ -72,8 +70,7 @@ private:
     void Draw(RateMeter::Clock::time_point now);
 
     ProgressState m_state;
-    std::ostream* m_bar; // null for none
-    std::function<unsigned()> m_columns;
+    bool m_isShown;
     RateMeter m_rate;
     std::optional<RateMeter::Clock::time_point> m_lastDrawn;
     std::size_t m_lastWidth = 0;

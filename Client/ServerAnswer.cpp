@@ -1,7 +1,7 @@
 #include "ServerAnswer.h"
 
 #include "JsonText.h"
-#include "Text.h"
+#include "TerminalText.h"
 
 #include <charconv>
 

@@ -3,30 +3,32 @@
 #include "Failures.h"
 #include "JsonText.h"
 #include "SessionFile.h"
-#include "Text.h"
+#include "System.h"
+#include "TerminalText.h"
 #include "TextConversion.h"
+#include "VersionNumberUtil.h"
 
 #include "QuendraHttp/QuendraHttp.h"
 
 #include <cstdint>
-#include <istream>
+#include <iostream>
 #include <memory>
 
 namespace
 {
 
-std::wstring AskForPassword(const Surroundings& around, const std::wstring& user)
+std::wstring AskForPassword(const std::wstring& user)
 {
-    if (const auto password = around.environment("QUENDRA_PASSWORD"))
+    if (const auto password = System::Environment("QUENDRA_PASSWORD"))
         return ToWide(*password);
-    if (around.inputIsTerminal)
+    if (System::InputIsTerminal())
     {
-        if (const auto password = around.askSecretly("Password for " + Printable(user) + ": "))
+        if (const auto password = System::AskSecretly("Password for " + Printable(user) + ": "))
             return ToWide(*password);
         throw UsageError("no password was given");
     }
     std::string line;
-    if (!std::getline(around.input, line))
+    if (!std::getline(std::cin, line))
         throw UsageError("no password: set QUENDRA_PASSWORD or write it to standard input");
     if (line.ends_with('\r'))
         line.pop_back();
@@ -89,7 +91,7 @@ void Execute(Client& client, const Version& /*command*/)
 
 void Execute(Client& client, const Register& command)
 {
-    Check("Register", client.Api().Register(command.user, client.Around().machineName));
+    Check("Register", client.Api().Register(command.user, System::MachineName()));
     client.Print(OkDocument(), "Registered. The server sends " + Printable(command.user) + " an e-mail.\n");
 }
 
@@ -97,13 +99,12 @@ void Execute(Client& client, const Login& command)
 {
     std::wstring policy;
     std::uint32_t handshakeValue = 0;
-    const Surroundings& around = client.Around();
-    const std::wstring password = AskForPassword(around, command.user);
-    Check("Login", client.Api().Login(command.user, password, command.deviceToken, around.machineName, policy, handshakeValue,
-                                      around.programVersion(), around.systemVersion()));
+    const std::wstring password = AskForPassword(command.user);
+    Check("Login", client.Api().Login(command.user, password, command.deviceToken, System::MachineName(), policy, handshakeValue,
+                                      VersionNumberUtil::GetModuleVersion(), VersionNumberUtil::GetOsVersion()));
     std::wstring token;
     Check("GetSessionToken", client.Api().GetSessionToken(token));
-    const auto file = SessionFilePath(client.Around());
+    const auto file = SessionFilePath();
     SaveSession(file, {client.Server(), ToNarrow(token)});
 
     Json::Value document = OkDocument();
@@ -119,7 +120,7 @@ void Execute(Client& client, const Login& command)
 
 void Execute(Client& client, const Logout& /*command*/)
 {
-    const bool wasLoggedIn = ForgetSession(SessionFilePath(client.Around()));
+    const bool wasLoggedIn = ForgetSession(SessionFilePath());
     client.Print(OkDocument(), wasLoggedIn ? "Logged out: the saved session is forgotten.\n" : "There is no saved session.\n");
 }
 

@@ -2,7 +2,7 @@
 
 #include "Failures.h"
 #include "JsonText.h"
-#include "Surroundings.h"
+#include "System.h"
 #include "TextConversion.h"
 
 #include <fstream>
@@ -23,13 +23,12 @@ std::string Named(const std::filesystem::path& file)
 
 } // namespace
 
-std::filesystem::path SessionFilePath(const Surroundings& surroundings)
+std::filesystem::path SessionFilePath()
 {
-    if (const auto named = surroundings.environment("QUENDRA_SESSION"); named && !named->empty())
+    if (const auto named = System::Environment("QUENDRA_SESSION"); named && !named->empty())
         return System::ToPath(ToWide(*named));
-    if (surroundings.configurationFolder.empty())
-        return {};
-    return surroundings.configurationFolder / "quendra" / "session.json";
+    const auto folder = System::ConfigurationFolder();
+    return folder.empty() ? folder : folder / "quendra" / "session.json";
 }
 
 std::optional<SavedSession> LoadSession(const std::filesystem::path& file)

@@ -9,8 +9,6 @@
 #include <optional>
 #include <string>
 
-struct Surroundings;
-
 /// A session and its server. The token is sent to no other server.
 struct SavedSession
 {
@@ -19,7 +17,7 @@ struct SavedSession
 };
 
 /// `QUENDRA_SESSION`, else `quendra/session.json` in the user's configuration folder; empty if the system has none.
-[[nodiscard]] std::filesystem::path SessionFilePath(const Surroundings& surroundings);
+[[nodiscard]] std::filesystem::path SessionFilePath();
 
 /// @return nothing if there is no file.
 /// @throws ProgramError for a file that cannot be read or is not a session.

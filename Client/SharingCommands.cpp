@@ -2,13 +2,14 @@
 #include "Commands.h"
 #include "Failures.h"
 #include "Mapping.h"
-#include "Surroundings.h"
-#include "Text.h"
+#include "System.h"
+#include "TerminalText.h"
 #include "TextConversion.h"
 
 #include "QuendraHttp/QuendraHttp.h"
 
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <memory>
 #include <vector>
@@ -66,10 +67,10 @@ std::string ReadAll(std::istream& stream, const std::string& name)
     return text;
 }
 
-std::string ReadAuditData(const Surroundings& around, const std::string& name)
+std::string ReadAuditData(const std::string& name)
 {
     if (name == "-")
-        return ReadAll(around.input, "Standard input");
+        return ReadAll(std::cin, "Standard input");
     std::ifstream file(System::ToPath(System::LocalPath(ToWide(name))), std::ios::binary);
     if (!file)
         throw ProgramError(name + " cannot be opened");
@@ -120,7 +121,7 @@ void Execute(Client& client, const Share& command)
 
 void Execute(Client& client, const Audit& command)
 {
-    Check("PublishSyncStats", client.Api().PublishSyncStats(ReadAuditData(client.Around(), command.file)));
+    Check("PublishSyncStats", client.Api().PublishSyncStats(ReadAuditData(command.file)));
     client.Print(OkDocument(), "Published.\n");
 }
 

@@ -3,10 +3,10 @@
 #include "System.h"
 #include "TextConversion.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <chrono>
-#include <cstdio>
 #include <ctime>
 
 namespace
@@ -18,126 +18,65 @@ using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
 constexpr Days kEpoch = std::chrono::year{1601} / 1 / 1;
 constexpr std::int64_t kEpochToUnixSeconds = std::chrono::seconds(Days{std::chrono::year{1970} / 1 / 1} - kEpoch).count();
 constexpr std::int64_t kTicksPerSecond = 10'000'000;
+constexpr std::size_t kSecondsEnd = std::string_view("0000-00-00T00:00:00").size();
 
-// Takes the parts of a time from the beginning of a text.
-class Scanner
+// Whether a text is `2026-03-01T12:30:15`, without its seconds or without its time of day; a space may stand for the T.
+bool HasForm(std::string_view text)
 {
-public:
-    explicit Scanner(std::string_view text) : m_rest(text) {}
+    constexpr std::string_view kForm = "0000-00-00T00:00:00";
+    const auto matches = [](char character, char form) {
+        const bool isDigit = character >= '0' && character <= '9';
+        return form == '0' ? isDigit : character == form || (form == 'T' && character == ' ');
+    };
+    return (text.size() == 10 || text.size() == 16 || text.size() == kForm.size()) &&
+           std::equal(text.begin(), text.end(), kForm.begin(), matches);
+}
 
-    [[nodiscard]] bool AtEnd() const { return m_rest.empty(); }
+// The ticks of the digits after a decimal point; nothing for anything else.
+std::optional<std::int64_t> TicksOf(std::string_view fraction)
+{
+    if (fraction.empty() || fraction.find_first_not_of("0123456789") != std::string_view::npos)
+        return std::nullopt;
+    std::string digits(fraction);
+    digits.resize(7, '0');
+    return std::stoll(digits);
+}
 
-    bool Take(char character)
-    {
-        if (!m_rest.starts_with(character))
-            return false;
-        m_rest.remove_prefix(1);
-        return true;
-    }
-
-    // A number of exactly that many digits.
-    std::optional<int> Number(std::size_t digits)
-    {
-        if (CountDigits() < digits)
-            return std::nullopt;
+// The parts of a time; those that a text lacks are 0.
+std::optional<std::tm> PartsOf(std::string_view text)
+{
+    const auto number = [text](std::size_t first, std::size_t digits) {
         int value = 0;
-        std::from_chars(m_rest.data(), m_rest.data() + digits, value);
-        m_rest.remove_prefix(digits);
+        if (first < text.size())
+            std::from_chars(&text[first], &text[first] + digits, value);
         return value;
-    }
-
-    // The digits after a decimal point, as ticks.
-    std::optional<std::int64_t> Fraction()
-    {
-        const std::size_t digits = CountDigits();
-        if (digits == 0)
-            return std::nullopt;
-        std::int64_t ticks = 0;
-        for (std::size_t index = 0; index < 7; ++index)
-            ticks = ticks * 10 + (index < digits ? m_rest[index] - '0' : 0);
-        m_rest.remove_prefix(digits);
-        return ticks;
-    }
-
-private:
-    [[nodiscard]] std::size_t CountDigits() const
-    {
-        const std::size_t end = m_rest.find_first_not_of("0123456789");
-        return end == std::string_view::npos ? m_rest.size() : end;
-    }
-
-    std::string_view m_rest;
-};
-
-struct TimeOfDay
-{
-    int hour = 0;
-    int minute = 0;
-    int second = 0;
-    std::int64_t ticks = 0;
-};
-
-std::optional<std::chrono::year_month_day> ScanDate(Scanner& scanner)
-{
-    const auto year = scanner.Number(4);
-    if (!year || !scanner.Take('-'))
+    };
+    if (!HasForm(text))
         return std::nullopt;
-    const auto month = scanner.Number(2);
-    if (!month || !scanner.Take('-'))
-        return std::nullopt;
-    const auto day = scanner.Number(2);
-    if (!day)
-        return std::nullopt;
-    const std::chrono::year_month_day date{std::chrono::year{*year}, std::chrono::month{static_cast<unsigned>(*month)},
-                                           std::chrono::day{static_cast<unsigned>(*day)}};
-    return date.ok() && *year >= 1601 ? std::optional(date) : std::nullopt;
+    std::tm parts{};
+    parts.tm_year = number(0, 4) - 1900;
+    parts.tm_mon = number(5, 2) - 1;
+    parts.tm_mday = number(8, 2);
+    parts.tm_hour = number(11, 2);
+    parts.tm_min = number(14, 2);
+    parts.tm_sec = number(17, 2);
+    return parts;
 }
 
-std::optional<TimeOfDay> ScanTimeOfDay(Scanner& scanner)
+// Nothing for an impossible date or time of day, or a local time that cannot be converted.
+std::optional<std::int64_t> UnixSeconds(std::tm parts, bool isUtc)
 {
-    const auto hour = scanner.Number(2);
-    if (!hour || *hour > 23 || !scanner.Take(':'))
+    const std::chrono::year_month_day date{std::chrono::year{parts.tm_year + 1900},
+                                           std::chrono::month(static_cast<unsigned>(parts.tm_mon + 1)),
+                                           std::chrono::day(static_cast<unsigned>(parts.tm_mday))};
+    if (!date.ok() || parts.tm_hour > 23 || parts.tm_min > 59 || parts.tm_sec > 59)
         return std::nullopt;
-    const auto minute = scanner.Number(2);
-    if (!minute || *minute > 59)
-        return std::nullopt;
-    TimeOfDay time{*hour, *minute, 0, 0};
-    if (!scanner.Take(':'))
-        return time;
-    const auto second = scanner.Number(2);
-    if (!second || *second > 59)
-        return std::nullopt;
-    time.second = *second;
-    if (!scanner.Take('.'))
-        return time;
-    const auto ticks = scanner.Fraction();
-    if (!ticks)
-        return std::nullopt;
-    time.ticks = *ticks;
-    return time;
-}
-
-std::int64_t UtcSeconds(const std::chrono::year_month_day& date, const TimeOfDay& time)
-{
-    const auto days = Days{date} - Days{std::chrono::year{1970} / 1 / 1};
-    return std::chrono::seconds(days).count() + time.hour * 3600 + time.minute * 60 + time.second;
-}
-
-std::optional<std::int64_t> LocalSeconds(const std::chrono::year_month_day& date, const TimeOfDay& time)
-{
-    std::tm local{};
-    local.tm_year = static_cast<int>(date.year()) - 1900;
-    local.tm_mon = static_cast<int>(static_cast<unsigned>(date.month())) - 1;
-    local.tm_mday = static_cast<int>(static_cast<unsigned>(date.day()));
-    local.tm_hour = time.hour;
-    local.tm_min = time.minute;
-    local.tm_sec = time.second;
-    local.tm_isdst = -1;
-    local.tm_wday = -1; // stays -1 if the time cannot be converted: the result -1 alone is also a valid time
-    const std::time_t seconds = std::mktime(&local);
-    if (seconds == -1 && local.tm_wday == -1)
-        return std::nullopt;
-    return static_cast<std::int64_t>(seconds);
+    if (isUtc)
+        return std::chrono::seconds(Days{date}.time_since_epoch()).count() + parts.tm_hour * 3600 + parts.tm_min * 60 + parts.tm_sec;
+    parts.tm_isdst = -1;
+    parts.tm_wday = -1; // stays -1 if the time cannot be converted: the result -1 alone is also a valid time
+    const std::time_t seconds = std::mktime(&parts);
+    return seconds == -1 && parts.tm_wday == -1 ? std::nullopt : std::optional<std::int64_t>(seconds);
 }
 
 } // namespace
@@ -150,23 +89,18 @@ std::optional<CAttributeTime> ParseTime(std::string_view text)
         return CAttributeTime(now.time_since_epoch().count() + kEpochToUnixSeconds * kTicksPerSecond);
     }
 
-    Scanner scanner(text);
-    const auto date = ScanDate(scanner);
-    if (!date)
+    const bool isUtc = text.ends_with('Z');
+    if (isUtc)
+        text.remove_suffix(1);
+    const std::size_t point = text.find('.');
+    const auto parts = PartsOf(text.substr(0, point));
+    const auto ticks = point == std::string_view::npos ? 0 : point == kSecondsEnd ? TicksOf(text.substr(point + 1)) : std::nullopt;
+    if (!parts || !ticks)
         return std::nullopt;
-    std::optional<TimeOfDay> time = TimeOfDay{};
-    if (scanner.Take('T') || scanner.Take(' '))
-        time = ScanTimeOfDay(scanner);
-    if (!time)
-        return std::nullopt;
-    const bool isUtc = scanner.Take('Z');
-    if (!scanner.AtEnd())
-        return std::nullopt;
-
-    const auto seconds = isUtc ? UtcSeconds(*date, *time) : LocalSeconds(*date, *time);
+    const auto seconds = UnixSeconds(*parts, isUtc);
     if (!seconds || *seconds < -kEpochToUnixSeconds)
         return std::nullopt;
-    return CAttributeTime((*seconds + kEpochToUnixSeconds) * kTicksPerSecond + time->ticks);
+    return CAttributeTime((*seconds + kEpochToUnixSeconds) * kTicksPerSecond + *ticks);
 }
 
 std::string TimeForPeople(const CAttributeTime& time)
@@ -178,7 +112,5 @@ std::string TimeForPeople(const CAttributeTime& time)
     if (!local)
         return ToNarrow(time.ToString());
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d", local->tm_year + 1900, local->tm_mon + 1, local->tm_mday,
-                  local->tm_hour, local->tm_min);
-    return text.data();
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M", &*local)};
 }

@@ -4,7 +4,7 @@
 #include "Failures.h"
 #include "Items.h"
 #include "Progress.h"
-#include "Text.h"
+#include "TerminalText.h"
 #include "TextConversion.h"
 #include "TimeText.h"
 #include "Transfers.h"

@@ -1,6 +1,6 @@
 #include "System.h"
 
-#include "Text.h"
+#include "TerminalText.h"
 #include "TextConversion.h"
 
 #include "Platform/Platform.h"

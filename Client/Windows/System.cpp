@@ -2,7 +2,7 @@
 
 #include "Failures.h"
 #include "PathUtilities.h"
-#include "Text.h"
+#include "TerminalText.h"
 #include "TextComparison.h"
 #include "TextConversion.h"
 

@@ -1,13 +1,13 @@
 // What the program reads and shows, part by part: arguments, addresses, identifiers, times, text, progress, result codes.
 
 #include "Client/CommandLine.h"
+#include "Client/FailureText.h"
 #include "Client/Failures.h"
 #include "Client/Progress.h"
-#include "Client/ResultMeanings.h"
 #include "Client/ServerAddress.h"
 #include "Client/ServerAnswer.h"
 #include "Client/System.h"
-#include "Client/Text.h"
+#include "Client/TerminalText.h"
 #include "Client/TimeText.h"
 #include "TextConversion.h"
 

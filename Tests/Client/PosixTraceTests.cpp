@@ -1,13 +1,9 @@
 // The file that a trace is written to.
 
 #include "Client/Program.h"
-#include "Client/Surroundings.h"
 #include "TransferSupport.h"
 
-#include "QuendraHttp/ResultCodes.h"
-
 #include <array>
-#include <sstream>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,12 +16,7 @@ TEST(Trace, IsItsOwnersAloneFromTheMomentItIsThere)
     const TemporaryFolder folder;
     const int changes = ::inotify_init1(IN_NONBLOCK);
     ASSERT_GE(::inotify_add_watch(changes, (folder / "").c_str(), IN_ATTRIB), 0);
-    std::istringstream input;
-    std::ostringstream output;
-    const auto noVariable = [](const std::string&) { return std::nullopt; };
-    const auto fail = [](std::uint64_t) { return static_cast<std::int32_t>(Result::Failed); };
-    const Surroundings surroundings{input, output, output, false, false, {}, {}, {}, noVariable, {}, {}, {}, {}, {}, fail, {}, {}};
-    EXPECT_EQ(RunProgram({"ls", "/", "--server", "localhost", "--trace", (folder / "trace").string()}, surroundings), 1);
+    EXPECT_EQ(RunProgram({"handshake", "--server", "a..b", "--trace", (folder / "trace").string()}), 1);
     struct stat status = {};
     ASSERT_EQ(::stat((folder / "trace").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600U);

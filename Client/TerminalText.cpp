@@ -1,4 +1,4 @@
-#include "Text.h"
+#include "TerminalText.h"
 
 #include "TextConversion.h"
 

@@ -1,4 +1,4 @@
-#include "ResultMeanings.h"
+#include "FailureText.h"
 
 #include "ServerAnswer.h"
 

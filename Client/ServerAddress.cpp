@@ -1,6 +1,7 @@
 #include "ServerAddress.h"
 
 #include "Failures.h"
+#include "TextComparison.h"
 
 #include <algorithm>
 #include <charconv>
@@ -14,9 +15,7 @@ constexpr int kHttpsPort = 443;
 std::string LowerCase(std::string_view text)
 {
     std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(), [](char character) {
-        return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-    });
+    std::ranges::transform(lower, lower.begin(), LowerAscii);
     return lower;
 }
 

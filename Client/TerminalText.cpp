@@ -18,16 +18,16 @@ struct Range
     char32_t last;
 };
 
-// Combining marks, which take no column of their own.
-constexpr Range kNoWidth[] = {{0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD}, {0x064B, 0x065F}, {0x0E34, 0x0E3A},
-                              {0x0E47, 0x0E4E}, {0x1AB0, 0x1AFF}, {0x1DC0, 0x1DFF}, {0x200B, 0x200D}, {0x20D0, 0x20FF},
-                              {0x3099, 0x309A}, {0xFE00, 0xFE0F}, {0xFE20, 0xFE2F}, {0xFEFF, 0xFEFF}, {0xE0100, 0xE01EF}};
+// Combining marks, and the second half of a UTF-16 pair, which take no column of their own.
+constexpr Range kNoWidth[] = {{0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD},   {0x064B, 0x065F}, {0x0E34, 0x0E3A}, {0x0E47, 0x0E4E},
+                              {0x1AB0, 0x1AFF}, {0x1DC0, 0x1DFF}, {0x200B, 0x200D},   {0x20D0, 0x20FF}, {0x3099, 0x309A}, {0xFE00, 0xFE0F},
+                              {0xFE20, 0xFE2F}, {0xFEFF, 0xFEFF}, {0xE0100, 0xE01EF}, {0xDC00, 0xDFFF}};
 
-// East Asian wide characters and emoji.
+// East Asian wide characters and emoji. Of UTF-16 pairs, most are.
 constexpr Range kWide[] = {{0x1100, 0x115F},   {0x231A, 0x231B},   {0x2E80, 0x303E},   {0x3041, 0x33FF},   {0x3400, 0x4DBF},
                            {0x4E00, 0x9FFF},   {0xA000, 0xA4CF},   {0xA960, 0xA97F},   {0xAC00, 0xD7A3},   {0xF900, 0xFAFF},
                            {0xFE30, 0xFE6F},   {0xFF01, 0xFF60},   {0xFFE0, 0xFFE6},   {0x1F300, 0x1F64F}, {0x1F680, 0x1F6FF},
-                           {0x1F900, 0x1F9FF}, {0x1FA70, 0x1FAFF}, {0x20000, 0x2FFFD}, {0x30000, 0x3FFFD}};
+                           {0x1F900, 0x1F9FF}, {0x1FA70, 0x1FAFF}, {0x20000, 0x2FFFD}, {0x30000, 0x3FFFD}, {0xD800, 0xDBFF}};
 
 template <std::size_t Size> bool IsIn(const Range (&ranges)[Size], char32_t character)
 {
@@ -35,31 +35,10 @@ template <std::size_t Size> bool IsIn(const Range (&ranges)[Size], char32_t char
                        [character](const Range& range) { return character >= range.first && character <= range.last; });
 }
 
-// Takes the first character of a valid UTF-8 text.
-struct Taken
+std::size_t WidthOf(wchar_t character)
 {
-    char32_t character;
-    std::string_view bytes;
-};
-
-Taken TakeCharacter(std::string_view& text)
-{
-    const auto lead = static_cast<unsigned char>(text.front());
-    const std::size_t wanted = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    const std::size_t length = std::min(wanted, text.size());
-    char32_t character = length == 1 ? lead : lead & (0xFFU >> (length + 1));
-    for (std::size_t index = 1; index < length; ++index)
-        character = character << 6 | (static_cast<unsigned char>(text[index]) & 0x3FU);
-    const Taken taken{character, text.substr(0, length)};
-    text.remove_prefix(length);
-    return taken;
-}
-
-std::size_t WidthOf(char32_t character)
-{
-    if (IsIn(kNoWidth, character))
-        return 0;
-    return IsIn(kWide, character) ? 2 : 1;
+    const auto code = static_cast<char32_t>(character);
+    return IsIn(kNoWidth, code) ? 0 : IsIn(kWide, code) ? 2 : 1;
 }
 
 std::string Padded(const std::string& cell, std::size_t width, Table::Align align)
@@ -83,8 +62,8 @@ std::string Printable(std::wstring_view text)
 std::size_t DisplayWidth(std::string_view text)
 {
     std::size_t width = 0;
-    while (!text.empty())
-        width += WidthOf(TakeCharacter(text).character);
+    for (const wchar_t character : ToWide(text))
+        width += WidthOf(character);
     return width;
 }
 
@@ -92,17 +71,13 @@ std::string FitTo(std::string_view text, std::size_t columns)
 {
     if (DisplayWidth(text) <= columns)
         return std::string(text);
-    std::string fitting;
-    std::size_t width = 1; // the ellipsis
-    while (!text.empty())
-    {
-        const auto [character, bytes] = TakeCharacter(text);
-        width += WidthOf(character);
-        if (width > columns)
-            break;
-        fitting += bytes;
-    }
-    return columns == 0 ? std::string() : fitting + "\u2026";
+    if (columns == 0)
+        return {};
+    const std::wstring wide = ToWide(text);
+    std::size_t length = 0;
+    for (std::size_t width = 1; (width += WidthOf(wide[length])) <= columns;) // 1 for the ellipsis
+        ++length;
+    return ToNarrow(std::wstring_view(wide).substr(0, length)) + "\u2026";
 }
 
 std::string BinarySize(std::uint64_t bytes)

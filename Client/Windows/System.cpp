@@ -163,7 +163,6 @@ std::string Platform()
 {
     // GetVersionEx reports the version that the program was built for.
     using GetVersion = LONG(WINAPI*)(OSVERSIONINFOW*);
-    using GetWineVersion = const char*(CDECL*)();
     const HMODULE system = GetModuleHandleW(L"ntdll.dll");
     OSVERSIONINFOW version = {};
     version.dwOSVersionInfoSize = sizeof version;
@@ -172,10 +171,7 @@ std::string Platform()
         get != nullptr && get(&version) == 0)
         text += " " + std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwMinorVersion) + "." +
                 std::to_string(version.dwBuildNumber);
-    text += ", x86_64";
-    if (const auto get = reinterpret_cast<GetWineVersion>(reinterpret_cast<void*>(GetProcAddress(system, "wine_get_version"))))
-        text += ", Wine " + std::string(get());
-    return text;
+    return text + ", x86_64";
 }
 
 std::string ProxySettings()

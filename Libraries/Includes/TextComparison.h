@@ -10,13 +10,16 @@
 /// text (`L"ÄRGER"` equals `L"ärger"`). One character matches one character, so "ß" does not equal "SS".
 [[nodiscard]] bool EqualIgnoringCase(std::wstring_view left, std::wstring_view right);
 
+/// An ASCII letter in lower case; every other character as it is.
+[[nodiscard]] constexpr char LowerAscii(char character)
+{
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
 /// Whether a UTF-8 text equals an ASCII one when case is ignored: the same answer as `EqualIgnoringCase`, which matches no other letter
 /// with an ASCII one, without conversion to wide text.
 [[nodiscard]] constexpr bool EqualIgnoringAsciiCase(std::string_view text, std::string_view ascii)
 {
-    const auto upper = [](char character) {
-        return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;
-    };
     return std::equal(text.begin(), text.end(), ascii.begin(), ascii.end(),
-                      [=](char left, char right) { return upper(left) == upper(right); });
+                      [](char left, char right) { return LowerAscii(left) == LowerAscii(right); });
 }

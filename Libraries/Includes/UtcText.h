@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -34,41 +33,19 @@ template <typename Duration> [[nodiscard]] std::string FormatUtc(std::chrono::sy
     return result + "Z";
 }
 
-/// The names of the months in HTTP's dates.
-inline constexpr std::string_view kHttpMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
-
 /// Formats a time for an HTTP header: `Sun, 06 Nov 1994 08:49:37 GMT`.
 [[nodiscard]] inline std::string FormatHttpDate(std::chrono::sys_seconds time)
 {
     using namespace std::chrono;
+    constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
     constexpr std::string_view kDays = "SunMonTueWedThuFriSat";
     const auto day = floor<days>(time);
     const year_month_day date{day};
     const hh_mm_ss clock{time - day};
     std::array<char, 64> text{};
     std::snprintf(text.data(), text.size(), "%.3s, %02u %.3s %04d %02d:%02d:%02d GMT", &kDays[std::size_t{3} * weekday{day}.c_encoding()],
-                  static_cast<unsigned>(date.day()), &kHttpMonths[std::size_t{3} * (static_cast<unsigned>(date.month()) - 1)],
+                  static_cast<unsigned>(date.day()), &kMonths[std::size_t{3} * (static_cast<unsigned>(date.month()) - 1)],
                   static_cast<int>(date.year()), static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
                   static_cast<int>(clock.seconds().count()));
     return text.data();
-}
-
-/// Reads `Sun, 06 Nov 1994 08:49:37 GMT`.
-/// @return nothing for anything else.
-[[nodiscard]] inline std::optional<std::chrono::sys_seconds> ParseHttpDate(const std::string& text)
-{
-    using namespace std::chrono;
-    unsigned date = 0;
-    int yearNumber = 0;
-    int hour = 0;
-    int minute = 0;
-    int second = 0;
-    std::array<char, 4> monthName{};
-    if (std::sscanf(text.c_str(), "%*3s, %2u %3s %4d %2d:%2d:%2d GMT", &date, monthName.data(), &yearNumber, &hour, &minute, &second) != 6)
-        return std::nullopt;
-    const std::size_t at = kHttpMonths.find(monthName.data());
-    const year_month_day day{year(yearNumber), month(static_cast<unsigned>(at / 3 + 1)), std::chrono::day(date)};
-    if (at == std::string_view::npos || at % 3 != 0 || !day.ok() || hour > 23 || minute > 59 || second > 60)
-        return std::nullopt;
-    return sys_days(day) + hours(hour) + minutes(minute) + seconds(second);
 }

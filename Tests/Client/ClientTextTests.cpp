@@ -1,5 +1,6 @@
-// What the program reads and shows, part by part: arguments, addresses, identifiers, times, text, progress, result codes.
+// What the program reads and shows, part by part: Client.json holds most of the cases.
 
+#include "CaseFile.h"
 #include "Client/CommandLine.h"
 #include "Client/FailureText.h"
 #include "Client/Failures.h"
@@ -16,6 +17,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -26,173 +29,119 @@ using Texts = std::vector<std::string>;
 
 constexpr bool kIsWindows = std::filesystem::path::preferred_separator == '\\';
 
-// What becomes of each text.
-template <typename Function> void ExpectEach(const Function& function, const std::vector<std::pair<std::string, std::string>>& cases)
+std::string BoolText(bool value)
 {
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ(function(text), expected) << text;
+    return value ? "true" : "false";
 }
 
-CommandLine Parse(const Texts& arguments, const std::string& variable = {}, const std::string& value = {})
+// The path of a command that has one, else the options that name the server.
+std::string ShowArguments(const Json::Value& arguments, const Json::Value& environment)
 {
-    return ParseCommandLine(arguments, [&](const std::string& name) { return name == variable ? std::optional(value) : std::nullopt; });
+    Texts texts;
+    for (const Json::Value& argument : arguments)
+        texts.push_back(argument.asString());
+    const auto [options, command] = ParseCommandLine(texts, [&](const std::string& name) {
+        return environment.isMember(name) ? std::optional(environment[name].asString()) : std::nullopt;
+    });
+    if (const auto* stat = std::get_if<Command::Stat>(&command))
+        return ToNarrow(stat->path);
+    if (const auto* put = std::get_if<Command::Put>(&command))
+        return ToNarrow(put->path);
+    return (options.server ? options.server->host : "-") + " " + (options.port ? std::to_string(*options.port) : "-") + " " +
+           options.token.value_or("-");
 }
 
-std::string AddressOf(const std::string& text, std::optional<int> port = {})
+std::string ShowServer(const Json::Value& text, const Json::Value& port)
 {
-    const ServerAddress address = MakeAddress(ParseServer(text), port);
+    const ServerAddress address = MakeAddress(ParseServer(text.asString()), port.isNull() ? std::nullopt : std::optional(port.asInt()));
     return address.Url() + " " + std::to_string(address.port) + ", " + address.Text();
 }
 
-TEST(ServerAddress, ReadsEachFormAndRefusesWhatNamesNoServer)
+ProgressState ProgressOf(const Json::Value& row)
 {
-    ExpectEach([](const std::string& text) { return AddressOf(text); },
-               {{"files.example.com", "https://files.example.com 443, https://files.example.com"},
-                {"http://files.example.com", "http://files.example.com 80, http://files.example.com"},
-                {"HTTPS://Files.Example.com/", "https://files.example.com 443, https://files.example.com"},
-                {"https://[::1]:8443", "https://[::1] 8443, https://[::1]:8443"}});
-    EXPECT_EQ(AddressOf("host:8080", 8080), "https://host 8080, https://host:8080");
-    EXPECT_EQ(AddressOf("https://host", 80), "https://host 80, https://host:80");
-    EXPECT_EQ(AddressOf("http://[fe80::1]", 81), "http://[fe80::1] 81, http://[fe80::1]:81");
-    for (const char* text : {"localhost", "LOCALHOST:1", "127.0.0.1", "127.9.9.9", "[::1]", "a.localhost"})
-        EXPECT_TRUE(MakeAddress(ParseServer(text), {}).IsThisMachine()) << text;
-    for (const char* text : {"127.example.com", "localhost.example.com", "10.0.0.1", "[::2]", "mylocalhost"})
-        EXPECT_FALSE(MakeAddress(ParseServer(text), {}).IsThisMachine()) << text;
-    EXPECT_THROW(AddressOf("host:80", 81), UsageError);
-    for (const char* text : {"https://", "ftp://host", "http://host/path", "host?x", "user@host", "::1", "[::1", "[::1]x", "host:0",
-                             "host:65536", "host:80x", "a\nb", ":80"})
-        EXPECT_THROW(AddressOf(text), UsageError) << text;
+    return {row[0].asString(), row[1].asUInt64(), row[2].isNull() ? std::nullopt : std::optional(row[2].asUInt64()), row[3].asDouble()};
 }
 
-TEST(CommandLine, PrefersOptionsToTheEnvironment)
-{
-    EXPECT_EQ(Parse({"version"}, "QUENDRA_SERVER", "env").options.server->host, "env");
-    EXPECT_EQ(Parse({"version", "--server", "own"}, "QUENDRA_SERVER", "env").options.server->host, "own");
-    EXPECT_EQ(Parse({"version"}, "QUENDRA_PORT", "81").options.port, 81);
-    EXPECT_EQ(Parse({"version", "--port", "82"}, "QUENDRA_PORT", "81").options.port, 82);
-    EXPECT_EQ(Parse({"version", "--server", "host:82"}, "QUENDRA_PORT", "81").options.port, std::nullopt);
-    EXPECT_EQ(Parse({"version"}, "QUENDRA_TOKEN", "env").options.token, "env");
-    EXPECT_EQ(Parse({"version", "--token", ""}, "QUENDRA_TOKEN", "env").options.token, "");
-    EXPECT_THROW(Parse({"version"}, "QUENDRA_PORT", "many"), UsageError);
-}
+// How each group of Client.json is read: all but the last member of a case are what is given, the last is what comes of it.
+const std::map<std::string, std::function<std::string(const Json::Value&)>>
+    kShown = {{"arguments", [](const Json::Value& row) { return ShowArguments(row[0], row[1]); }},
+              {"servers", [](const Json::Value& row) { return ShowServer(row[0], row[1]); }},
+              {"servers of this machine",
+               [](const Json::Value& row) { return BoolText(MakeAddress(ParseServer(row[0].asString()), {}).IsThisMachine()); }},
+              {"times",
+               [](const Json::Value& row) {
+    const auto time = ParseTime(row[0].asString());
+    return time ? ToNarrow(time->ToString()) : "none";
+               }},
+              {"local times",
+               [](const Json::Value& row) { return TimeForPeople(ParseTime(row[0].asString()).value_or(CAttributeTime())); }},
+              {"printable texts", [](const Json::Value& row) { return Printable(row[0].asString()); }},
+              {"widths, and texts cut to four columns",
+               [](const Json::Value& row) {
+    const std::string text = row[0].asString();
+    return std::to_string(DisplayWidth(text)) + " " + FitTo(text, 4) + FitTo(text, 0);
+               }},
+    {"sizes", [](const Json::Value& row) { return BinarySize(row[0].asUInt64()); }},
+    {"durations", [](const Json::Value& row) { return DurationText(row[0].asUInt64()); }},
+    {"words of a shell", [](const Json::Value& row) { return System::ShellWord(row[0].asString()); }},
+    {"file names", [](const Json::Value& row) { return BoolText(System::IsFileName(ToWide(row[0].asString()))); }},
+    {"progress", [](const Json::Value& row) { return RenderProgress(ProgressOf(row[0]), row[1].asUInt()); }},
+    {"failures", [](const Json::Value& row) {
+         return FailureMeaning(row[0].asUInt(), {row[1][0].asUInt(), row[1][1].asString(), row[1][2].asString(), ""}, row[2].asString());
+     }}};
 
-TEST(CommandLine, SaysWhatItDoesNotTake)
+TEST(ClientTexts, AreReadAndShownAsClientJsonSays)
 {
-    const auto refusalOf = [](const Texts& arguments) {
-        try
+    const Json::Value groups = ReadCaseFile("Client.json");
+    ASSERT_EQ(groups.size(), kShown.size());
+    for (const auto& [group, show] : kShown)
+    {
+        ASSERT_FALSE(groups[group].empty()) << group;
+        for (Json::Value row : groups[group])
         {
-            static_cast<void>(Parse(arguments));
+            Json::Value expected;
+            row.removeIndex(row.size() - 1, &expected);
+            std::string shown;
+            try
+            {
+                shown = show(std::as_const(row));
+            }
+            catch (const UsageError& error)
+            {
+                shown = error.what();
+            }
+            // Two where Windows differs.
+            EXPECT_EQ(shown, (expected.isArray() ? expected[kIsWindows ? 1 : 0] : expected).asString()) << group << ": " << row;
         }
-        catch (const UsageError& error)
-        {
-            return std::string(error.what());
-        }
-        return std::string();
-    };
-    EXPECT_EQ(refusalOf({"ls", "/home", "a", "--none", "b"}), "ls: not expected: a --none b");
-    EXPECT_EQ(refusalOf({"--none", "ls", "/home"}), "ls: not expected: --none");
-    EXPECT_EQ(refusalOf({"rm", ""}), "an empty text is no path on the server; the user's root is /");
-    EXPECT_NE(refusalOf({"put", "caf\xE9", "/home/"}).find("is not valid UTF-8"), std::string::npos);
+    }
 }
 
-TEST(CommandLine, PutsServerPathsIntoForm)
+TEST(CommandLine, TakesValidUtf8Only)
 {
-    const auto pathOf = [](const std::string& text) { return ToNarrow(std::get<Command::Stat>(Parse({"stat", text}).command).path); };
-    ExpectEach(pathOf, {{"/", "/"}, {"docs", "/docs"}, {"/docs//", "/docs"}, {"/-x", "/-x"}, {"ls", "/ls"}});
-    EXPECT_EQ(std::get<Command::Put>(Parse({"put", "a", "docs/"}).command).path, L"/docs/");
+    EXPECT_THROW(ParseCommandLine({"put", "caf\xE9", "/home/"}, [](const std::string&) { return std::nullopt; }), UsageError);
+    EXPECT_EQ(Printable("\xFF"), "\uFFFD");
 }
 
-TEST(TimeText, ReadsWhatPeopleWrite)
+TEST(TimeText, KnowsNowAndTimesThatNoCalendarHas)
 {
-    ExpectEach([](const std::string& text) { return ToNarrow(ParseTime(text).value_or(CAttributeTime()).ToString()); },
-               {{"2015-03-02T10:20:30.1234567Z", "2015-03-02T10:20:30.123Z"},
-                {"2024-02-29 23:59Z", "2024-02-29T23:59:00.000Z"},
-                {"1601-01-01T00:00:00.5Z", "1601-01-01T00:00:00.500Z"},
-                {"9999-12-31T23:59:59Z", "9999-12-31T23:59:59.000Z"}});
-    // Local time, whatever it is here, comes back as it was written.
-    ExpectEach([](const std::string& text) { return TimeForPeople(ParseTime(text).value_or(CAttributeTime())); },
-               {{"2026-03-01 12:30", "2026-03-01 12:30"}, {"2001-12-31", "2001-12-31 00:00"}, {"", "-"}});
     EXPECT_GT(ParseTime("now")->GetTicks(), ParseTime("2020-01-01")->GetTicks());
     EXPECT_FALSE(TimeForPeople(CAttributeTime(CAttributeTime::kUnset - 1)).empty());
-    for (const char* text :
-         {"", "2023-02-29", "2026-13-01", "1600-12-31Z", "26-01-01", "2026-01-01T", "2026-01-01T24:00", "2026-01-01T10:60",
-          "2026-01-01T10:00:60", "2026-01-01T10:00:00.", "2026-01-01T10:00:00+01:00", "2026-01-01 ", "2026-01-01x"})
-        EXPECT_FALSE(ParseTime(text)) << text;
 }
 
-TEST(Text, KeepsATerminalSafe)
+TEST(Text, AlignsTheColumnsOfATable)
 {
-    const std::string hostile = std::string("\u00FC\U0001F600 \x1B[2J\n\r\t\x07\x7F \u009B31m cod\u202Egpj.exe\u2066 \xFF") + '\0';
-    EXPECT_EQ(Printable(hostile), "\u00FC\U0001F600 \\x1B[2J\\n\\r\\t\\x07\\x7F \\x9B31m cod\\u202Egpj.exe\\u2066 \uFFFD\\x00");
-}
-
-TEST(Text, CountsColumns)
-{
-    ExpectEach([](std::string_view text) { return std::to_string(DisplayWidth(text)); },
-               {{"", "0"}, {"abc", "3"}, {"\u00FC", "1"}, {"u\u0308", "1"}, {"\u65E5\u672C", "4"}, {"\U0001F600", "2"}});
-    ExpectEach([](std::string_view text) { return FitTo(text, 4) + "|" + FitTo(text, 0); },
-               {{"abcd", "abcd|"}, {"abcdef", "abc\u2026|"}, {"\u65E5\u672C\u8A9E", "\u65E5\u2026|"}});
     Table table({{"Size", Table::Align::Right}, {"Name"}, {"Note"}});
     table.Add({"1 B", "\u65E5\u672C", "x"});
     table.Add({"1.5 KiB", "a", ""});
     EXPECT_EQ(table.Render(), "   Size  Name  Note\n    1 B  \u65E5\u672C  x\n1.5 KiB  a\n");
 }
 
-TEST(Text, WritesSizesDurationsAndWords)
-{
-    ExpectEach([](const std::string& bytes) { return BinarySize(std::stoull(bytes)); },
-               {{"1023", "1023 B"}, {"1024", "1.0 KiB"}, {"1048575", "1.0 MiB"}, {"18446744073709551615", "16.0 EiB"}});
-    ExpectEach([](const std::string& seconds) { return DurationText(std::stoull(seconds)); },
-               {{"7", "0:07"}, {"750", "12:30"}, {"3723", "1:02:03"}});
-}
-
-TEST(System, QuotesWordsForItsShell)
-{
-    struct Case
-    {
-        std::string word;
-        std::string posix;
-        std::string windows;
-    };
-    const Case cases[] = {{"/a/b.txt", "/a/b.txt", "/a/b.txt"},
-                          {"", "''", "\"\""},
-                          {"a b", "'a b'", "\"a b\""},
-                          {"C:\\a", "'C:\\a'", "C:\\a"},
-                          {"C:\\a b\\", "'C:\\a b\\'", "\"C:\\a b\\\\\""},
-                          {"$x'\"{a,b}", "'$x'\\''\"{a,b}'", "\"$x'\\\"{a,b}\""},
-                          {"\u00FC", "'\u00FC'", "\"\u00FC\""},
-                          {"a\nb'\\c", "$'a\\nb\\'\\\\c'", "\"a\\nb'\\c\""}};
-    for (const Case& each : cases)
-        EXPECT_EQ(System::ShellWord(each.word), kIsWindows ? each.windows : each.posix) << each.word;
-}
-
-TEST(System, KnowsWhatAFileCanBeCalled)
-{
-    for (const wchar_t* name : {L"plan.txt", L".hidden", L"com", L"nullify", L"\u65E5\u672C", L"a b"})
-        EXPECT_TRUE(System::IsFileName(name)) << name;
-    for (const wchar_t* name : {L"", L".", L"..", L"a/b"})
-        EXPECT_FALSE(System::IsFileName(name)) << name;
-    for (const wchar_t* name : {L"a\\b", L"a:b", L"nul", L"Com1.txt", L"a.", L"a ", L"a?", L"a\tb"})
-        EXPECT_EQ(System::IsFileName(name), !kIsWindows) << name;
-}
-
 TEST(Progress, FitsEveryWidth)
 {
-    const std::string wide = "\u65E5\u672C\u8A9E\u65E5\u672C\u8A9E\u65E5\u672C\u8A9E\u65E5\u672C\u8A9E.txt";
-    const ProgressState states[] = {{"film.mkv", 450, 1000, 10},
-                                    {wide, 5ULL << 40, 1ULL << 60, 1e9},
-                                    {"", 0, 0, 0},
-                                    {"delta", 1ULL << 20, std::nullopt, 1e6},
-                                    {"more than announced", 2000, 1000, 1e-9}};
-    for (const auto& state : states)
+    const Json::Value groups = ReadCaseFile("Client.json");
+    for (const Json::Value& row : groups["progress"])
         for (std::size_t columns = 0; columns <= 130; ++columns)
-            EXPECT_LE(DisplayWidth(RenderProgress(state, columns)), columns) << state.label << " in " << columns;
-
-    EXPECT_EQ(RenderProgress(states[0], 79), "film.mkv   45% [=======>        ]      450 B of 1000 B       10 B/s   0:55 left");
-    EXPECT_EQ(RenderProgress(states[0], 20), " 45%   0:55 left");
-    EXPECT_EQ(RenderProgress(states[0], 4), " 45%");
-    EXPECT_EQ(RenderProgress(states[3], 79), "delta    1.0 MiB  976.6 KiB/s");
-    EXPECT_EQ(RenderProgress({"", 999'999, 1'000'000, 0}, 4), " 99%") << "what is not all there is not 100%";
+            EXPECT_LE(DisplayWidth(RenderProgress(ProgressOf(row[0]), columns)), columns) << row << " in " << columns;
 }
 
 TEST(Progress, MeasuresTheLastSeconds)
@@ -216,25 +165,6 @@ TEST(ResultMeanings, SaysWhatACodeMeans)
         EXPECT_NE(Result::MeaningOf(code).find(part), std::string::npos) << code << ": " << Result::MeaningOf(code);
     for (ResultCode code = 0; code < 30000; ++code)
         EXPECT_EQ(Result::MeaningOf(code).find_first_of("()\n"), std::string::npos) << code;
-    struct Failure
-    {
-        ResultCode code;
-        ServerAnswer answer;
-        std::string advice;
-        std::string text;
-    };
-    const Failure failures[] = {
-        {20005, {404, "no such item", ""}, "", "the server refused: its error 5; it says \"no such item\" with HTTP 404"},
-        {20005, {}, "", "the server refused: its error 5; '--trace -' shows its reply"},
-        {20404, {404, "", ""}, "", "the server refused: HTTP 404, not found"},
-        {20404, {404, "gone", ""}, "try", "the server refused: HTTP 404, not found; it says \"gone\"; try"},
-        {20302, {302, "", "https://b"}, "", "the server refused: HTTP 302; the server redirects to https://b: --server wants that address"},
-        {20302, {302, "", "another path"}, "", "the server refused: HTTP 302; the server redirects to another path"},
-        {8, {429, "", ""}, "", Result::MeaningOf(8) + "; the server answered with HTTP 429, too many requests"},
-        {13, {200, "", ""}, "", Result::MeaningOf(13)},
-        {12030, {404, "not whole", ""}, "", "the connection broke; the server answered with HTTP 404, not found"}};
-    for (const Failure& each : failures)
-        EXPECT_EQ(FailureMeaning(each.code, each.answer, each.advice), each.text);
     for (const ResultCode code : {19006U, 12007U, 12029U, 0x80072EE7U})
         EXPECT_TRUE(FailureMeaning(code, {}).ends_with("; 'quendra doctor' tells why")) << code;
     EXPECT_NE(FailureMeaning(19006, {502, "", ""}).find("; the server answered with HTTP 502, a gateway cannot reach the server;"),

@@ -1,8 +1,10 @@
 /// @file
 /// WinHTTP's calls over curl: what goes over the wire, what comes back from it, and every way in which it goes wrong.
 
+#include "CaseFile.h"
 #include "PosixHttpSupport.h"
 #include "RawServer.h"
+#include "TextConversion.h"
 
 #include <cstdlib>
 #include <regex>
@@ -28,29 +30,31 @@ std::string LastRequest(const RawServer& server)
     return std::regex_replace(std::regex_replace(request.substr(0, end), usual, ""), std::regex("\r\n"), "|") + request.substr(end);
 }
 
+Json::Value CasesOf(const char* group)
+{
+    Json::Value cases = ReadCaseFile("Exchanges.json")[group];
+    EXPECT_FALSE(cases.empty()) << group;
+    return cases;
+}
+
+std::wstring Wide(const Json::Value& text)
+{
+    return ToWide(text.asString());
+}
+
 // What goes out.
 
 TEST(PosixWinHttpWire, SendsExactlyWhatWasAsked)
 {
-    // Verb, path, header lines, body; what is sent.
-    const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*, const char*, const char*> cases[] = {
-        {nullptr, nullptr, nullptr, "", "GET /||"},
-        {L"POST", L"/p", nullptr, "", "POST /p|Content-Length: 0||"},
-        {L"PUT", L"/p", nullptr, "", "PUT /p|Content-Length: 0||"},
-        {L"POST", L"/p", L"Content-Type: text/x", "a=b", "POST /p|Content-Type: text/x|Content-Length: 3||a=b"},
-        {L"MOVE", L"api/devices", nullptr, "x", "MOVE /api/devices|Content-Length: 1||x"},
-        {L"GET", L"/a b/\u00e9\U0001F600?q=\"<>\\^`{|}[]#\x7f", nullptr, "",
-         "GET /a%20b/%C3%A9%F0%9F%98%80?q=%22%3C%3E%5C%5E%60%7B%7C%7D%5B%5D%23%7F||"},
-        {L"GET", L"/%41%2f%zz/.././/x?a=1&b=%20?", nullptr, "", "GET /%41%2f%zz/.././/x?a=1&b=%20?||"},
-        {L"GET", L"/cr\r\nX: y", nullptr, "", "GET /cr%0D%0AX:%20y||"},
-        {L"GET", L"/n", L"X-Name: \u00fc\U0001F600\r\nX-Empty:\r\n", "", "GET /n|X-Name: \xC3\xBC\xF0\x9F\x98\x80|X-Empty:||"},
-    };
     RawServer server(AnswerAll(""));
     const HttpClient client(server.Port());
-    for (const auto& [verb, path, headers, body, sent] : cases)
+    EXPECT_EQ("200", Exchange(client.Open(nullptr, nullptr).get()));
+    EXPECT_EQ("GET /||", LastRequest(server));
+    for (const Json::Value& each : CasesOf("requests"))
     {
-        EXPECT_EQ("200", Exchange(client.Open(verb, path).get(), body, headers));
-        EXPECT_EQ(sent, LastRequest(server));
+        const auto request = client.Open(Wide(each[0]).c_str(), Wide(each[1]).c_str());
+        EXPECT_EQ("200", Exchange(request.get(), each[3].asString(), Wide(each[2]).c_str()));
+        EXPECT_EQ(each[4].asString(), LastRequest(server));
     }
     EXPECT_EQ(1U, server.ConnectionCount());
 
@@ -63,36 +67,23 @@ TEST(PosixWinHttpWire, SendsExactlyWhatWasAsked)
 
 TEST(PosixWinHttpWire, AddsHeadersAsTheirModifiersSay)
 {
-    constexpr DWORD kAdd = WINHTTP_ADDREQ_FLAG_ADD;
-    constexpr DWORD kNew = WINHTTP_ADDREQ_FLAG_ADD_IF_NEW;
-    constexpr DWORD kComma = WINHTTP_ADDREQ_FLAG_COALESCE_WITH_COMMA;
-    constexpr DWORD kReplace = WINHTTP_ADDREQ_FLAG_REPLACE;
-    // What is there, what is added and how; the error, and what is sent.
-    const std::tuple<const wchar_t*, std::wstring, DWORD, DWORD, std::string> cases[] = {
-        {L"A: 1", L"a: 2", kAdd, 0, "A: 1|a: 2|"},
-        {L"A: 1", L"a: 2", kComma, 0, "A: 1, 2|"},
-        {L"A: 1\r\nA: 2", L"a: 3", kReplace, 0, "a: 3|A: 2|"},
-        {L"A: 1\r\nB: 2", L"a:", kReplace, 0, "B: 2|"},
-        {L"A: 1", L"B: 2", kReplace, 12150, "A: 1|"},
-        {L"A: 1", L"B: 2", kReplace | kAdd, 0, "A: 1|B: 2|"},
-        {L"A: 1", L"a: 2", kNew, 12155, "A: 1|"},
-        {L"A: 1", L"b: 2", kNew, 0, "A: 1|b: 2|"},
-        {L"", L"A: 1\nB:2 \r\n\r\nC : 3\r", kAdd, 0, "A: 1|B: 2|C: 3|"},
-        {L"", L"A: 1\r\nno colon", kAdd, 12153, "A: 1|"},
-        {L"", L": x", kAdd, 12153, ""},
-        {L"", L"Accept: x\nExpect: 100-continue", kAdd, 0, "Accept: x|Expect: 100-continue|"},
-        {L"", {L"B: \0x", 5}, kAdd, 12153, ""},
-    };
+    const std::map<std::string, DWORD> modifiers = {{"add", WINHTTP_ADDREQ_FLAG_ADD},
+                                                    {"add if new", WINHTTP_ADDREQ_FLAG_ADD_IF_NEW},
+                                                    {"comma", WINHTTP_ADDREQ_FLAG_COALESCE_WITH_COMMA},
+                                                    {"replace", WINHTTP_ADDREQ_FLAG_REPLACE},
+                                                    {"replace or add", WINHTTP_ADDREQ_FLAG_REPLACE | WINHTTP_ADDREQ_FLAG_ADD}};
     RawServer server(AnswerAll(""));
     const HttpClient client(server.Port());
-    for (const auto& [present, added, modifiers, error, sent] : cases)
+    for (const Json::Value& each : CasesOf("headers"))
     {
         const auto request = client.Open();
-        ASSERT_NE(FALSE, WinHttpAddRequestHeaders(request.get(), present, DWORD(-1), kAdd));
-        const auto length = static_cast<DWORD>(added.size());
-        EXPECT_EQ(error, ErrorOfCall(WinHttpAddRequestHeaders(request.get(), (added + L"!").c_str(), length, modifiers)));
+        ASSERT_NE(FALSE, WinHttpAddRequestHeaders(request.get(), Wide(each[0]).c_str(), DWORD(-1), WINHTTP_ADDREQ_FLAG_ADD));
+        const auto added = Wide(each[1]);
+        EXPECT_EQ(each[3].asUInt(),
+                  ErrorOfCall(WinHttpAddRequestHeaders(request.get(), (added + L"!").c_str(), static_cast<DWORD>(added.size()),
+                                                       modifiers.at(each[2].asString()))));
         EXPECT_EQ("200", Exchange(request.get()));
-        EXPECT_EQ("GET /|" + sent + "|", LastRequest(server));
+        EXPECT_EQ("GET /|" + each[4].asString() + "|", LastRequest(server));
     }
 }
 
@@ -118,11 +109,8 @@ TEST(PosixWinHttpWire, TakesServersAsNamesAndAddresses)
     RawServer server(AnswerEach([](const std::string& request) { return HttpReply(200, HeaderValue(request, "Host")); }), "::1");
     for (const wchar_t* const name : {L"::1", L"[::1]"})
         EXPECT_EQ("200 [::1]:" + std::to_string(server.Port()), HttpClient(server.Port(), name).Get());
-    for (const wchar_t* const name :
-         {L"", L"localhost/x", L"localhost:80", L"http://localhost", L"a@localhost", L"a b", L"[::1", L"%6c", L"x\\y", L"1:2:3", L"a\r\nb",
-          // Letters whose resolved form is a separator of a URL.
-          L"a\uFF20localhost", L"localhost\uFF0Fx", L"localhost\uFF1A80"})
-        EXPECT_EQ("12007", HttpClient(server.Port(), name).Get()) << name;
+    for (const Json::Value& name : CasesOf("no server names"))
+        EXPECT_EQ("12007", HttpClient(server.Port(), Wide(name).c_str()).Get()) << name;
 }
 
 TEST(PosixWinHttpWire, GoesThroughTheProxyOfTheEnvironment)
@@ -172,70 +160,41 @@ TEST(PosixWinHttpWire, RefusesWhatIsTooLongForARequest)
 
 TEST(PosixWinHttpReply, IsTakenForWhatItIs)
 {
-    constexpr bool kResets = true;
-    // The reply; what is made of it, and of the length that it announces.
+    Json::Value cases = CasesOf("replies");
+    const auto add = [&](const std::string& reply, const char* outcome, const char* length) {
+        Json::Value& added = cases.append(Json::arrayValue);
+        for (const Json::Value& member : {Json::Value(reply), Json::Value(outcome), Json::Value(length)})
+            added.append(member);
+    };
     const std::string ok = "HTTP/1.1 200 OK\r\n";
-    const std::string chunked = ok + "Transfer-Encoding: chunked\r\n";
-    std::string trailers = chunked + "\r\n3\r\nabc\r\n0\r\n";
+    const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
+    std::string trailers;
     std::string interims;
     for (int count = 0; count < 400; ++count)
     {
         trailers += "T: " + std::string(1000, 'x') + "\r\n";
         interims += "HTTP/1.1 103 Hints\r\nX: " + std::string(1000, 'x') + "\r\n\r\n";
     }
-    const std::tuple<std::string, const char*, std::wstring, bool> cases[] = {
-        {"HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabc", "200 abc", L"3", false},
-        {ok + "Content-Length: 3\r\nContent-Length: 3\r\n\r\nabc", "200 abc", L"3", false},
-        {ok + "Content-Length: 4\r\nContent-Length: 3\r\n\r\nabcd", "12152", L"12019", false},
-        {ok + "Content-Length: 3\r\nContent-Length: 4\r\n\r\nabc", "12152", L"12019", false},
-        {ok + "Content-Length: 0x10\r\n\r\n", "12152", L"12019", false},
-        {ok + "Content-Length: -5\r\n\r\nabc", "12152", L"12019", false},
-        {ok + "Content-Length: +3\r\n\r\nabc", "12152", L"12019", false},
-        {ok + "Content-Length: 3, 3\r\n\r\nabc", "12152", L"12019", false},
-        {ok + "Content-Length: 99999999999999999999\r\n\r\nabc", "12152", L"12019", false},
-        {chunked + "Content-Length: 100\r\n\r\n3\r\nabc\r\n0\r\n\r\n", "200 abc", L"12150", false},
-        {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\ntransfer-encoding: Chunked\r\n\r\n3\r\nabc\r\n", "12030 abc", L"12150", false},
-        {chunked + "Content-Length: 3\r\n\r\n5\r\nabc", "12030 abc", L"12150", true},
-        {ok + "X: " + std::string(110'000, 'x') + "\r\n\r\n", "12152", L"12019", false},
-        {trailers + "\r\n", "12152 abc", L"12150", false},
-        {chunked + "\r\n0\r\nT: " + std::string(110'000, 'x') + "\r\n\r\n", "12030", L"12150", false},
-        {interims + ok + "\r\n", "12152", L"12019", false},
-        {"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", "200", L"0", false},
-        {"HTTP/1.1 204 No Content\r\n\r\n", "204", L"12150", false},
-        {"HTTP/1.1 100 Continue\r\nContent-Length: 9\r\n\r\nHTTP/1.1 103 Hints\r\nLocation: /x\r\n\r\n"
-         "HTTP/1.1 404 No\r\nContent-Length: 1\r\n\r\n-",
-         "404 -", L"1", false},
-        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n4\r\ndefg\r\n0\r\nTrailer: x\r\n\r\n", "200 abcdefg", L"12150",
-         false},
-        {"HTTP/1.0 500 Bad\r\n\r\nuntil the end", "500 until the end", L"12150", false},
-        {"HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 2\r\n\r\nzz", "200 zz", L"2", false},
-        {"HTTP/1.1 302 Found\r\nLocation: /next\r\nContent-Length: 1\r\n\r\nx", "302 x", L"1", false},
-        {"HTTP/1.1 304 Same\r\nContent-Length: 77\r\n\r\n", "304", L"77", false},
-        {"", "12030", L"12019", false},
-        {"", "12030", L"12019", kResets},
-        {"HTTP/1.1 200 OK\r\nContent-Le", "12030", L"12019", kResets},
-        {"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nabc", "12030 abc", L"10", false},
-        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nabc", "12030 abc", L"12150", false},
-        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nxyz\r\n", "12030", L"12150", false},
-        {"\x16\x03\x01", "12152", L"12019", false},
-        {"HTTP/1.1 abc\r\n\r\n", "12152", L"12019", false},
-    };
-    for (const auto& [reply, outcome, length, resets] : cases)
+    add(ok + "X: " + std::string(110'000, 'x') + "\r\n\r\n", "12152", "12019");
+    add(chunked + "3\r\nabc\r\n0\r\n" + trailers + "\r\n", "12152 abc", "12150");
+    add(chunked + "0\r\nT: " + std::string(110'000, 'x') + "\r\n\r\n", "12030", "12150");
+    add(interims + ok + "\r\n", "12152", "12019");
+    for (const Json::Value& each : std::as_const(cases))
     {
-        SCOPED_TRACE(reply.substr(0, 200));
-        RawServer server([reply = reply, resets = resets](RawConnection& connection) {
+        SCOPED_TRACE(each[0].asString().substr(0, 200));
+        RawServer server([&each](RawConnection& connection) {
             connection.ReadRequest();
-            connection.Send(reply);
-            if (resets)
+            connection.Send(each[0].asString());
+            if (!each[3].isNull())
                 connection.Reset();
         });
         const HttpClient client(server.Port());
         const auto request = client.Open();
-        EXPECT_EQ(outcome, Exchange(request.get()));
+        EXPECT_EQ(each[1].asString(), Exchange(request.get()));
         wchar_t text[16] = {};
         DWORD size = sizeof(text);
         const DWORD error = ErrorOfCall(WinHttpQueryHeaders(request.get(), WINHTTP_QUERY_CONTENT_LENGTH, nullptr, text, &size, nullptr));
-        EXPECT_EQ(length, error != ERROR_SUCCESS ? std::to_wstring(error) : text);
+        EXPECT_EQ(Wide(each[2]), error != ERROR_SUCCESS ? std::to_wstring(error) : text);
     }
 }
 
@@ -303,12 +262,7 @@ TEST(PosixWinHttpConnections, AreReusedUntilTheServerEndsThem)
 
 TEST(PosixWinHttpConnections, AreNotUsedTwiceForWhatTheServerMayHaveTaken)
 {
-    // The verb, what it sends, and what comes of it where a kept connection ends behind the request.
-    const std::tuple<const wchar_t*, const char*, const char*> cases[] = {
-        {L"GET", "", "200 again"}, {L"HEAD", "", "200"},   {L"POST", "", "12030"}, {L"POST", "body", "12030"},
-        {L"PUT", "", "12030"},     {L"GET", "b", "12030"}, {L"MOVE", "", "12030"}, {L"DELETE", "", "12030"},
-    };
-    for (const auto& [verb, body, outcome] : cases)
+    for (const Json::Value& each : CasesOf("requests whose kept connection ends"))
     {
         std::atomic<int> seen = 0;
         RawServer server([&](RawConnection& connection) {
@@ -323,8 +277,9 @@ TEST(PosixWinHttpConnections, AreNotUsedTwiceForWhatTheServerMayHaveTaken)
         });
         const HttpClient client(server.Port());
         EXPECT_EQ("200", client.Get(L"/first"));
-        EXPECT_EQ(outcome, Exchange(client.Open(verb, L"/next").get(), body));
-        EXPECT_EQ(*outcome == '2' ? 2 : 1, seen);
+        const auto outcome = each[2].asString();
+        EXPECT_EQ(outcome, Exchange(client.Open(Wide(each[0]).c_str(), L"/next").get(), each[1].asString()));
+        EXPECT_EQ(outcome[0] == '2' ? 2 : 1, seen);
     }
 }
 

@@ -1,6 +1,8 @@
-// The sample server where no well-behaved client leads it: what it refuses, what it keeps whole, and many clients at once.
+// The sample server where no well-behaved client leads it: what it refuses, what it keeps whole, and many clients at once. Appliance.json
+// holds requests and their answers.
 
 #include "Appliance.h"
+#include "CaseFile.h"
 #include "Delta.h"
 #include "Multipart.h"
 #include "TransferSupport.h"
@@ -51,6 +53,13 @@ std::string Field(const std::string& name, const std::string& value)
 
 const std::string kUpload = "?resume_id=0F8FAD5B-D9CB-469F-A165-70867728950E";
 const std::string kCreate = Field("operation", "create");
+
+Json::Value CasesOf(const char* group)
+{
+    Json::Value cases = ReadCaseFile("Appliance.json")[group];
+    EXPECT_FALSE(cases.empty()) << group;
+    return cases;
+}
 
 // A connection; bytes go out as they are.
 class Wire
@@ -136,6 +145,13 @@ public:
             EXPECT_EQ(Ask(request, body).status, status) << request << " " << body.substr(0, 100);
     }
 
+    // The cases of a group of Appliance.json.
+    void ExpectAll(const char* group) const
+    {
+        for (const Json::Value& each : CasesOf(group))
+            Expect({{each[0].asString(), each[1].asString(), each[2].asInt()}});
+    }
+
     [[nodiscard]] std::string Content(const std::string& path) const { return Ask("GET /folders" + path + "?skip=0").body; }
 
     [[nodiscard]] Answer Put(const std::string& path, const std::string& content, const std::string& revision = "") const
@@ -187,10 +203,8 @@ TEST_F(ApplianceTest, NothingLeadsOutOfTheRoot)
               user.Ask("DELETE /folders" + path), user.Ask("POST /folders/home/sub", "operation=move&path=" + path)})
             EXPECT_TRUE(std::set({400, 404, 409}).contains(answer.status)) << answer.status << " " << path.substr(0, 100);
     };
-    for (const char* path :
-         {"/../secret", "/%2e%2e/secret", "/home/..%2f..%2fsecret", "/./home/../..", "/.quendra-appliance/sessions.json",
-          "/.QUENDRA-appliance", "/home%00/x", "/%c0%ae%c0%ae/secret", "/%ed%a0%80", "/%e0%80%af", "/%e2%82", "/%", "/%4"})
-        isRefused(path);
+    for (const Json::Value& path : CasesOf("outside"))
+        isRefused(path.asString());
     isRefused("/" + std::string(5000, 'a'));
     std::error_code noLinks;
     std::filesystem::create_directory_symlink(folder / "", folder / "root/link", noLinks);
@@ -210,31 +224,10 @@ TEST_F(ApplianceTest, NothingLeadsOutOfTheRoot)
 TEST_F(ApplianceTest, MalformedRequestsAreRefusedAndHarmNobody)
 {
     const std::string put = "POST /folders/home/f";
-    const std::string part = "--{B}\r\nContent-Disposition: form-data; name=";
-    const std::string file = part + "\"f\"; filename=\"f\"\r\n\r\nx\r\n";
-    user.Expect({{"POST /sessions", "user_id=%zz", 400},
-                 {"POST /sessions", std::string(5'000'000, 'a'), 413},
-                 {"POST /folders/home", "operation=dance", 400},
-                 {"POST /folders/home", "operation=create", 400},
-                 {"POST /folders/home", "operation=update&creation_time=2015-13-02T10:20:30.5Z", 400},
-                 {"POST /folders/home", "operation=update&attributes=-1", 400},
-                 {put, "--{B}--\r\n", 400},
-                 {put, part + "\"operation\"\r\n\r\ncreate", 400},
-                 {put, "--{B}\r\n\r\nno head\r\n--{B}--\r\n", 400},
+    user.ExpectAll("malformed");
+    user.Expect({{"POST /sessions", std::string(5'000'000, 'a'), 413},
                  {put, "--{B}\r\n" + std::string(40'000, 'h'), 400},
-                 {put, Field("v", std::string(100'000, 'v')) + "--{B}--\r\n", 400},
-                 {put, Multipart(file, "x"), 400},
-                 {put, Multipart("", "x"), 400},
-                 {"POST /folders/nowhere/f", Multipart(kCreate, "x"), 404},
-                 {"POST /folders/home", Multipart(kCreate, "x"), 409},
-                 {"DELETE /folders", "", 403},
-                 {"DELETE /folders/home", "", 403},
-                 {"POST /folders/home", "operation=update&path=house", 403},
-                 {"POST /resume/upload/home/f", Multipart("", "x"), 400},
-                 {"POST /resume/upload/home/f?resume_id=..%2f..%2fx", Multipart("", "x"), 400},
-                 {"POST /share", "path=/home&target=x", 400},
-                 {"POST /share/more", "", 404},
-                 {"GET /folders/home/f", "", 404}});
+                 {put, Field("v", std::string(100'000, 'v')) + "--{B}--\r\n", 400}});
     EXPECT_EQ(user.Ask(put, Multipart(kCreate, "x"), {{"Content-Type", "multipart/form-data"}}).status, 400);
     EXPECT_EQ(user.Ask(put, "", {{"Content-Type", "multipart/form-data; boundary=b"}}).status, 400);
     EXPECT_EQ(user.Ask("POST /resume/upload/home/f" + kUpload, Multipart("", "x")).ErrorId(), "14") << "a proxy drops qd_ headers";
@@ -273,8 +266,7 @@ TEST_F(ApplianceTest, RangesEndWhereTheFileEnds)
                                             {"skip=9223372036854775807", ""},
                                             {"count=0", ""}})
         EXPECT_TRUE(user.Ask("GET /folders/home/f?" + query).body == expected) << query;
-    for (const std::string query : {"skip=-1", "skip=1&count=-1", "skip=x", "skip=18446744073709551616", "skip="})
-        user.Expect({{"GET /folders/home/f?" + query, "", 400}});
+    user.ExpectAll("ranges");
 }
 
 TEST_F(ApplianceTest, MovesOverwriteOnlyWhatTheyMay)
@@ -282,14 +274,7 @@ TEST_F(ApplianceTest, MovesOverwriteOnlyWhatTheyMay)
     user.Expect({{"POST /folders", "operation=create&name=a", 200}, {"POST /folders", "operation=create&name=b", 200}});
     auto expected = user.Put("/a/f", "from a").Item();
     ASSERT_EQ(user.Put("/b/f", "from b").status, 200);
-    user.Expect({{"POST /folders/a/f", "operation=move&path=/b/f&overwrite=false", 409}, // there is one
-                 {"POST /folders/a", "operation=move&path=/b/f&overwrite=true", 409},    // a folder overwrites nothing
-                 {"POST /folders/b/f", "operation=move&path=/a&overwrite=true", 409},    // and is not overwritten
-                 {"POST /folders/a", "operation=move&path=/a/sub&overwrite=true", 400},  // into itself
-                 {"POST /folders/a/f", "operation=move&path=/b/f/g", 409},               // below a file
-                 {"POST /folders/a/f", "operation=update&path=../g", 400},
-                 {"POST /folders/a/f", "operation=move&path=/b/f&overwrite=true", 200},
-                 {"POST /folders/b", "operation=update&path=c", 200}});
+    user.ExpectAll("moves");
 
     // What was recorded has moved along, and is still there after a restart, behind a record that was cut off.
     appliance = nullptr;
@@ -343,41 +328,19 @@ TEST_F(ApplianceTest, TheFeedLosesNothingAndEndsWithTheServer)
 
 TEST_F(ApplianceTest, HostileRequestsGetOneReplyEach)
 {
-    const std::string get = "GET /sync/1.3/version HTTP/1.1\r\n";
-    const std::string post = "POST /sync/1.3/sessions HTTP/1.1\r\n";
-    const std::string form = "user_id=a&password=b";
-    const std::string length = "Content-Length: 20\r\n";
-    const std::string chunked = "Transfer-Encoding: chunked\r\n";
-    const std::string chunks = "14\r\n" + form + "\r\n0\r\n\r\n";
-    // After a body whose end cannot be trusted nothing more is taken from the connection.
-    const std::pair<std::string, std::string> cases[] = {
-        {get + "\r\n" + get + "\r\n" + post + length + "\r\n" + form + get + "\r\n", "200 200 401 200 "},
-        {post + chunked + "\r\n" + chunks + get + "\r\n", "401 200 "},
-        {post + "Expect: 100-continue\r\n" + length + "\r\n" + form, "100 401 "},
-        {get + length + "\r\n" + form + "HEAD / HTTP/1.1\r\n\r\n" + "BREW / HTTP/1.1\r\n\r\n", "200 404 404 "},
-        {"GET / HTTP/1.0\r\n\r\n" + get + "\r\n", "404 "},
-        {get + "Connection: close\r\n\r\n" + get + "\r\n", "200 "},
-        {"GET / HTTP/2.0\r\n\r\n" + get + "\r\n", "400 "},
-        {std::string("\0\1\r\n\r\n", 6) + get + "\r\n", "400 "},
-        {"GET /?a=%zz HTTP/1.1\r\n\r\n", "400 "},
-        {get + "X: " + std::string(100'000, 'x') + "\r\n\r\n", "431 "},
-        {get, "400 "},
-        {post + length + "\r\ncut", "400 "},
-        {post + "Expect: 100-continue\r\n" + length + "\r\ncut", "100 400 "},
-        {post + chunked + "\r\nzz\r\n" + get + "\r\n", "400 "},
-        {post + chunked + "\r\n0\r\n" + std::string(200'000, 'x') + "\r\n\r\n", "400 "},
-        {post + chunked + length + "\r\n" + chunks, "400 "},
-        {post + length + length + "\r\n" + form + get + "\r\n", "400 "},
-        {post + length + "Content-Length: 21\r\n\r\n" + form, "400 "},
-        {post + "Content-Length: -1\r\n\r\n", "400 "},
-        {post + "Content-Length: 0x10\r\n\r\n", "400 "},
-        {post + "Transfer-Encoding: gzip\r\n\r\n" + get + "\r\n", "400 "},
-        {post + "Transfer-Encoding: gzip, chunked\r\n\r\n" + chunks, "400 "}};
-    for (const auto& [bytes, statuses] : cases)
+    Json::Value cases = CasesOf("hostile");
+    const auto addTooLong = [&cases](const std::string& begin, std::size_t size, const char* statuses) {
+        Json::Value& added = cases.append(Json::arrayValue);
+        added.append(begin + std::string(size, 'x') + "\r\n\r\n");
+        added.append(statuses);
+    };
+    addTooLong("GET /sync/1.3/version HTTP/1.1\r\nX: ", 100'000, "431 ");
+    addTooLong("POST /sync/1.3/sessions HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n", 200'000, "400 ");
+    for (const Json::Value& each : cases)
     {
         Wire wire(*appliance);
-        wire.Send(bytes);
-        EXPECT_EQ(wire.Statuses(), statuses) << bytes.substr(0, 200);
+        wire.Send(each[0].asString());
+        EXPECT_EQ(wire.Statuses(), each[1].asString()) << each[0].asString().substr(0, 200);
     }
 }
 
@@ -451,25 +414,16 @@ TEST(MultipartTest, PartsAreTheSameHoweverTheBodyArrives)
 
 TEST(ApplianceCommandLineTest, ArgumentsAreCheckedOneByOne)
 {
-    // What is printed; nothing where the arguments are right.
-    const std::pair<std::vector<std::string>, std::string> cases[] = {
-        {{"--root", "r", "--api", "1,1.0,1.50", "--port", "65535", "--mode", "device-token"}, ""},
-        {{"--help"}, "--api VERSION, ...          The API versions to offer"},
-        {{}, "--root is required"},
-        {{"--root", ""}, "--root: the name is empty"},
-        {{"--root", "r", "--cert", "", "--key", ""}, ": the name is empty"},
-        {{"--root", "r", "a", "b"}, "the argument 'a' was not expected"},
-        {{"--root", "r", "--api", "1.3,7"}, "the versions of the API are 1 and 1.0 to 1.50"},
-        {{"--root", "r", "--port", "65536"}, "65536 not in range"},
-        {{"--root", "r", "--user", "demo"}, "a user is given as NAME:PASSWORD"},
-        {{"--root", "r", "--mode", "new"}, "new not in {legacy,device-token}"},
-        {{"--root", "r", "--key", "k"}, "--cert and --key go together"}};
-    for (const auto& [arguments, message] : cases)
+    for (const Json::Value& each : CasesOf("arguments"))
     {
+        std::vector<std::string> arguments;
+        for (const Json::Value& argument : each[0])
+            arguments.push_back(argument.asString());
+        const std::string message = each[2].asString();
         std::ostringstream output;
         int status = 0;
         EXPECT_EQ(ApplianceParts::ParseCommandLine(arguments, output, output, status).has_value(), message.empty()) << message;
-        EXPECT_EQ(status, message.empty() || arguments == std::vector<std::string>{"--help"} ? 0 : 2) << message;
+        EXPECT_EQ(status, each[1].asInt()) << message;
         EXPECT_NE(output.str().find(message), std::string::npos) << output.str();
     }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <json/json.h>
 
 #include <fstream>
@@ -12,5 +13,13 @@ inline Json::Value ReadCaseFile(const std::string& name)
     std::ifstream file(QUENDRA_SOURCE_DIR "/Tests/Cases/" + name, std::ios::binary);
     Json::Value cases;
     file >> cases;
+    return cases;
+}
+
+/// @return the cases of one group of such a file, which has some.
+inline Json::Value CasesOf(const std::string& name, const char* group)
+{
+    Json::Value cases = ReadCaseFile(name)[group];
+    EXPECT_FALSE(cases.empty()) << group;
     return cases;
 }

@@ -1,5 +1,7 @@
 // What all operations share: settings, codes, JSON helpers, the trace of replies, the request map.
 
+#include "CaseFile.h"
+#include "JsonText.h"
 #include "Operations.h"
 #include "Operations/ServerPaths.h"
 #include "Replies/FeedParsing.h"
@@ -24,22 +26,15 @@ using Texts = std::vector<std::string>;
 
 TEST(ClientSettings, ServerNamesAreTakenApartAtTheSchemeOnly)
 {
-    // What is set, the name that it holds, and whether it is secure.
-    const std::tuple<const char*, std::string, bool> cases[] = {
-        {"https://files.example", "files.example", true},
-        {"HTTPS://host:8443/path/", "host:8443/path/", true},
-        {"http://files.example", "files.example", false},
-        {"files.example", "files.example", false},
-        {"ftp://a://b", "a://b", false},
-        {"https:/", "https:/", false},
-        {"", "", false},
-    };
-    for (const auto& [server, name, isSecure] : cases)
+    for (const Json::Value& each : CasesOf("Core.json", "servers"))
     {
+        const std::string server = each[0].asString();
+        const std::string name = each[1].asString();
+        const bool isSecure = each[2].asBool();
         SCOPED_TRACE(server);
         ScriptedClient client;
         TraceCapture trace;
-        EXPECT_EQ(client->SetServer(server), 0U);
+        EXPECT_EQ(client->SetServer(server.c_str()), 0U);
         EXPECT_EQ(client->SetPort(443), 0U);
         EXPECT_EQ(trace.Messages(EVT_INFO), (Texts{isSecure ? "Quendra set to secure" : "Quendra set to non-secure",
                                                    "Quendra server set to: " + name, "Quendra port set to: 443"}));
@@ -123,42 +118,28 @@ TEST(ClientSettings, ATransportThatMakesNothingEndsInAnError)
 
 TEST(ClientCodes, RefusalsMapToTheirErrorIdOrTheirStatus)
 {
-    const std::tuple<std::uint32_t, std::string, ResultCode> cases[] = {
-        {404, R"({"errorId":"5"})", 20005},
-        {404, R"({"errorId":5})", 20404},
-        {404, R"({"errorId":"no"})", 20000},
-        {404, R"({"errorId":" 12x"})", 20012},
-        {404, R"({"errorId":"+7"})", 20007},
-        {404, R"({"errorId":"+-7"})", 20000},
-        {404, R"({"errorId":"-1"})", 19999},
-        {404, R"({"errorId":"99999999999999999999"})", 20000U + 0x7FFFFFFFU},
-        {404, R"({"errorId":"-99999999999999999999"})", 20000U + 0x80000000U},
-        {404, R"({"errorId":"-20000"})", 20404},
-        {500, "<html>", 20500},
-        {0, "", 20000},
-    };
-    for (auto [status, body, expected] : cases)
-        EXPECT_EQ(MapHttpError(status, AsReply(body)), expected) << body;
+    for (const Json::Value& each : CasesOf("Core.json", "codes"))
+    {
+        std::string body = each[1].asString();
+        EXPECT_EQ(MapHttpError(each[0].asUInt(), AsReply(body)), each[2].asUInt()) << body;
+    }
 }
 
 TEST(JsonHelpers, ReadMembersOfTheirTypeOnly)
 {
-    std::string body = R"({"s":"x","e":"","t":"true","f":"false","T":"TRUE","one":"1","n":1,"b":true,"c":false,"o":{},"z":null})";
-    const std::tuple<const char*, std::string, std::string> cases[] = {
-        {"s", "x", "none"},    {"e", "", "none"},     {"t", "true", "1"},    {"f", "false", "0"},
-        {"T", "TRUE", "none"}, {"one", "1", "none"},  {"n", "none", "none"}, {"b", "none", "1"},
-        {"c", "none", "0"},    {"o", "none", "none"}, {"z", "none", "none"}, {"missing", "none", "none"}};
-    for (const auto& [key, text, truth] : cases)
+    for (const Json::Value& each : CasesOf("Core.json", "members"))
     {
-        std::string string = "none";
-        bool value = truth != "1";
-        EXPECT_EQ(GetJSONStringFromResponse(AsReply(body), key, string), text != "none") << key;
-        EXPECT_EQ(string, text) << key;
-        EXPECT_EQ(GetJSONBoolFromResponse(AsReply(body), key, value), truth != "none") << key;
-        EXPECT_EQ(value, truth != "0") << key;
+        std::string body = JsonLine(each[0]);
+        const std::string expected = each[1].asString();
+        std::string text = "-";
+        bool value = !expected.ends_with(" true"); // it stays where there is none
+        EXPECT_EQ(GetJSONStringFromResponse(AsReply(body), "m", text), each[0]["m"].isString()) << body;
+        const bool isTruth = GetJSONBoolFromResponse(AsReply(body), "m", value);
+        EXPECT_EQ(text + " " + (isTruth ? value ? "true" : "false" : value ? "-" : "changed"), expected) << body;
     }
+    std::string body = R"({"n":1})";
     EXPECT_EQ(GetJSONValueFromResponse(AsReply(body), "n").asInt(), 1);
-    for (std::string other : {std::string("[1]"), std::string("5"), std::string("{\"n\":1"), std::string(), body})
+    for (std::string other : {"[1]", "5", "{\"n\":1", "", "{}"})
         EXPECT_TRUE(GetJSONValueFromResponse(AsReply(other), "missing").isNull());
 }
 
@@ -184,22 +165,12 @@ TEST(JsonLibrary, ExceptionsOfTheLibraryAreTracedAndNoOthersCaught)
 
 TEST(JsonLibrary, SurrogateEscapesAreMendedOnlyWhereTheyAreUnpaired)
 {
-    const std::pair<const char*, std::string> cases[] = {
-        {R"(["\ud83d\ude00"])", "\U0001F600"},
-        {R"(["\uD83D\uDE00\ud83d\ude00"])", "\U0001F600\U0001F600"},
-        {R"(["\ud83d"])", "\ufffd"},
-        {R"(["\ude00"])", "\ufffd"},
-        {R"(["\ude00\ud83d"])", "\ufffd\ufffd"},
-        {R"(["\ud83d\n\ude00"])", "\ufffd\n\ufffd"},
-        {R"(["\\ud83d"])", "\\ud83d"},
-        {R"(["\\\ud83d"])", "\\\ufffd"},
-        {R"(["\ud7ff\ue000"])", "\ud7ff\ue000"},
-    };
-    for (const auto& [json, text] : cases)
-        EXPECT_EQ(ParseText(json)[0].asString(), text) << json;
-    for (std::string broken : {R"(["\ud83)", R"(["\)", R"(["\u)", R"(["\ud83d\u)", R"(["\ud8zz"])", "\\", "\\ud83d"})
+    for (const Json::Value& each : CasesOf("Core.json", "escapes"))
+        EXPECT_EQ(ParseText("[\"" + each[0].asString() + "\"]")[0], each[1]) << each[0];
+    for (const Json::Value& each : CasesOf("Core.json", "broken texts"))
     {
         Json::Value value;
+        std::string broken = each.asString();
         EXPECT_FALSE(ParseJson(AsReply(broken), Comments::Skip, value)) << broken;
     }
 }

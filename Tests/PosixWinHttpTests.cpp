@@ -30,13 +30,6 @@ std::string LastRequest(const RawServer& server)
     return std::regex_replace(std::regex_replace(request.substr(0, end), usual, ""), std::regex("\r\n"), "|") + request.substr(end);
 }
 
-Json::Value CasesOf(const char* group)
-{
-    Json::Value cases = ReadCaseFile("Exchanges.json")[group];
-    EXPECT_FALSE(cases.empty()) << group;
-    return cases;
-}
-
 std::wstring Wide(const Json::Value& text)
 {
     return ToWide(text.asString());
@@ -50,7 +43,7 @@ TEST(PosixWinHttpWire, SendsExactlyWhatWasAsked)
     const HttpClient client(server.Port());
     EXPECT_EQ("200", Exchange(client.Open(nullptr, nullptr).get()));
     EXPECT_EQ("GET /||", LastRequest(server));
-    for (const Json::Value& each : CasesOf("requests"))
+    for (const Json::Value& each : CasesOf("Exchanges.json", "requests"))
     {
         const auto request = client.Open(Wide(each[0]).c_str(), Wide(each[1]).c_str());
         EXPECT_EQ("200", Exchange(request.get(), each[3].asString(), Wide(each[2]).c_str()));
@@ -74,7 +67,7 @@ TEST(PosixWinHttpWire, AddsHeadersAsTheirModifiersSay)
                                                     {"replace or add", WINHTTP_ADDREQ_FLAG_REPLACE | WINHTTP_ADDREQ_FLAG_ADD}};
     RawServer server(AnswerAll(""));
     const HttpClient client(server.Port());
-    for (const Json::Value& each : CasesOf("headers"))
+    for (const Json::Value& each : CasesOf("Exchanges.json", "headers"))
     {
         const auto request = client.Open();
         ASSERT_NE(FALSE, WinHttpAddRequestHeaders(request.get(), Wide(each[0]).c_str(), DWORD(-1), WINHTTP_ADDREQ_FLAG_ADD));
@@ -109,7 +102,7 @@ TEST(PosixWinHttpWire, TakesServersAsNamesAndAddresses)
     RawServer server(AnswerEach([](const std::string& request) { return HttpReply(200, HeaderValue(request, "Host")); }), "::1");
     for (const wchar_t* const name : {L"::1", L"[::1]"})
         EXPECT_EQ("200 [::1]:" + std::to_string(server.Port()), HttpClient(server.Port(), name).Get());
-    for (const Json::Value& name : CasesOf("no server names"))
+    for (const Json::Value& name : CasesOf("Exchanges.json", "no server names"))
         EXPECT_EQ("12007", HttpClient(server.Port(), Wide(name).c_str()).Get()) << name;
 }
 
@@ -160,7 +153,7 @@ TEST(PosixWinHttpWire, RefusesWhatIsTooLongForARequest)
 
 TEST(PosixWinHttpReply, IsTakenForWhatItIs)
 {
-    Json::Value cases = CasesOf("replies");
+    Json::Value cases = CasesOf("Exchanges.json", "replies");
     const auto add = [&](const std::string& reply, const char* outcome, const char* length) {
         Json::Value& added = cases.append(Json::arrayValue);
         for (const Json::Value& member : {Json::Value(reply), Json::Value(outcome), Json::Value(length)})
@@ -262,7 +255,7 @@ TEST(PosixWinHttpConnections, AreReusedUntilTheServerEndsThem)
 
 TEST(PosixWinHttpConnections, AreNotUsedTwiceForWhatTheServerMayHaveTaken)
 {
-    for (const Json::Value& each : CasesOf("requests whose kept connection ends"))
+    for (const Json::Value& each : CasesOf("Exchanges.json", "requests whose kept connection ends"))
     {
         std::atomic<int> seen = 0;
         RawServer server([&](RawConnection& connection) {

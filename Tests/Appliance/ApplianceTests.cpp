@@ -54,13 +54,6 @@ std::string Field(const std::string& name, const std::string& value)
 const std::string kUpload = "?resume_id=0F8FAD5B-D9CB-469F-A165-70867728950E";
 const std::string kCreate = Field("operation", "create");
 
-Json::Value CasesOf(const char* group)
-{
-    Json::Value cases = ReadCaseFile("Appliance.json")[group];
-    EXPECT_FALSE(cases.empty()) << group;
-    return cases;
-}
-
 // A connection; bytes go out as they are.
 class Wire
 {
@@ -148,7 +141,7 @@ public:
     // The cases of a group of Appliance.json.
     void ExpectAll(const char* group) const
     {
-        for (const Json::Value& each : CasesOf(group))
+        for (const Json::Value& each : CasesOf("Appliance.json", group))
             Expect({{each[0].asString(), each[1].asString(), each[2].asInt()}});
     }
 
@@ -203,7 +196,7 @@ TEST_F(ApplianceTest, NothingLeadsOutOfTheRoot)
               user.Ask("DELETE /folders" + path), user.Ask("POST /folders/home/sub", "operation=move&path=" + path)})
             EXPECT_TRUE(std::set({400, 404, 409}).contains(answer.status)) << answer.status << " " << path.substr(0, 100);
     };
-    for (const Json::Value& path : CasesOf("outside"))
+    for (const Json::Value& path : CasesOf("Appliance.json", "outside"))
         isRefused(path.asString());
     isRefused("/" + std::string(5000, 'a'));
     std::error_code noLinks;
@@ -328,7 +321,7 @@ TEST_F(ApplianceTest, TheFeedLosesNothingAndEndsWithTheServer)
 
 TEST_F(ApplianceTest, HostileRequestsGetOneReplyEach)
 {
-    Json::Value cases = CasesOf("hostile");
+    Json::Value cases = CasesOf("Appliance.json", "hostile");
     const auto addTooLong = [&cases](const std::string& begin, std::size_t size, const char* statuses) {
         Json::Value& added = cases.append(Json::arrayValue);
         added.append(begin + std::string(size, 'x') + "\r\n\r\n");
@@ -414,7 +407,7 @@ TEST(MultipartTest, PartsAreTheSameHoweverTheBodyArrives)
 
 TEST(ApplianceCommandLineTest, ArgumentsAreCheckedOneByOne)
 {
-    for (const Json::Value& each : CasesOf("arguments"))
+    for (const Json::Value& each : CasesOf("Appliance.json", "arguments"))
     {
         std::vector<std::string> arguments;
         for (const Json::Value& argument : each[0])

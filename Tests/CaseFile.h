@@ -6,7 +6,8 @@
 #include <fstream>
 #include <string>
 
-/// @return the cases of a file in Tests/Cases, which may hold comments.
+/// @return the cases of a file in Tests/Cases, which may hold comments. Where the JSON library has to mend them, as the library does with
+/// replies, `ReadCases` in Operations.h reads them.
 /// @param name  of the file, without its folder.
 inline Json::Value ReadCaseFile(const std::string& name)
 {

@@ -175,20 +175,6 @@ TEST(JsonLibrary, SurrogateEscapesAreMendedOnlyWhereTheyAreUnpaired)
     }
 }
 
-TEST(RepliesInTheTrace, AreIndentedLineByLine)
-{
-    TraceCapture trace;
-    std::string json = "/* of two\n\nlines */"
-                       R"({"a":[1,{"b":2}],"c":"100%s"})";
-    LogResponse(AsReply(json));
-    EXPECT_EQ(trace.Messages(EVT_INFO), (Texts{"HTTP Response (48 bytes):", "/* of two", "lines */", "{", "   \"a\" : [", "      1,",
-                                               "      {", "         \"b\" : 2", "      }", "   ],", "   \"c\" : \"100%s\"", "}"}));
-    trace.Clear();
-    std::string html = "<html>";
-    LogResponse(AsReply(html));
-    EXPECT_EQ(trace.Messages(EVT_INFO), Texts{"HTTP Response (6 bytes)"});
-}
-
 // The traced lines of a reply, and their size in all.
 std::pair<Texts, std::size_t> TraceOf(std::string reply)
 {
@@ -199,6 +185,16 @@ std::pair<Texts, std::size_t> TraceOf(std::string reply)
     for (const std::string& line : lines)
         bytes += line.size() + 1;
     return {std::move(lines), bytes};
+}
+
+TEST(RepliesInTheTrace, AreIndentedLineByLine)
+{
+    EXPECT_EQ(TraceOf("/* of two\n\nlines */"
+                      R"({"a":[1,{"b":2}],"c":"100%s"})")
+                  .first,
+              (Texts{"HTTP Response (48 bytes):", "/* of two", "lines */", "{", "   \"a\" : [", "      1,", "      {", "         \"b\" : 2",
+                     "      }", "   ],", "   \"c\" : \"100%s\"", "}"}));
+    EXPECT_EQ(TraceOf("<html>").first, Texts{"HTTP Response (6 bytes)"});
 }
 
 std::string Repeated(const std::string& text, std::size_t times)

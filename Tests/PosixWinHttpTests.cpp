@@ -8,7 +8,6 @@
 
 #include <cstdlib>
 #include <regex>
-#include <thread>
 #include <vector>
 
 using namespace HttpCalls;
@@ -317,26 +316,6 @@ TEST(PosixWinHttpConnections, OutliveWhatFailed)
         EXPECT_EQ("12007", client.Get());
         ::unsetenv("http_proxy");
     }
-}
-
-TEST(PosixWinHttpConnections, ServeManyThreads)
-{
-    RawServer server(AnswerEach([](const std::string& request) { return HttpReply(200, request.substr(request.find("\r\n\r\n") + 4)); }));
-    const HttpClient client(server.Port());
-    std::vector<std::thread> threads(6);
-    for (std::size_t at = 0; at < threads.size(); ++at)
-        threads[at] = std::thread([&client, at] {
-            for (std::size_t request = 1; request <= 20; ++request)
-            {
-                WinHttpSetTimeouts(client.session.get(), 0, 20'000, 20'000, 20'000);
-                const auto body = Pattern(at * 1000 + request);
-                EXPECT_EQ("200 " + body, Exchange(client.Open(L"POST").get(), body));
-            }
-        });
-    for (auto& thread : threads)
-        thread.join();
-    EXPECT_EQ(threads.size() * 20, server.Requests().size());
-    EXPECT_LE(server.ConnectionCount(), threads.size());
 }
 
 // Notifications.

@@ -1,14 +1,13 @@
 #pragma once
 
 /// @file
-/// Texts and bytes that may hold a password or a token: their memory is overwritten before it is given back.
+/// Texts that may hold a password or a token: their memory is overwritten before it is given back.
 
 #include <cstddef>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace Quendra::Platform
 {
@@ -30,8 +29,8 @@ template <class Type> struct WipingAllocator
     bool operator==(const WipingAllocator&) const = default;
 };
 
+/// Also for bytes: a vector with an allocator of its own copies one byte at a time.
 using SecretText = std::basic_string<char, std::char_traits<char>, WipingAllocator<char>>;
-using SecretBytes = std::vector<char, WipingAllocator<char>>;
 
 /// Wipes a text of another type at the end of the scope.
 template <class Text> struct WipedAtEnd

@@ -32,7 +32,7 @@ void IncomingReply::AttachTo(EasyHandle& easy)
 
 void IncomingReply::Replace(long status, std::string_view body)
 {
-    m_buffer.assign(body.begin(), body.end());
+    m_buffer.assign(body);
     m_head = ReplyHead{status, std::nullopt, std::nullopt};
 }
 
@@ -75,7 +75,7 @@ std::size_t IncomingReply::OnBody(const char* bytes, std::size_t size, std::size
         return CURL_WRITEFUNC_PAUSE;
     }
     reply.m_error = ErrorOf([&]() -> DWORD {
-        reply.m_buffer.insert(reply.m_buffer.end(), bytes, bytes + length);
+        reply.m_buffer.append(bytes, length);
         return ERROR_SUCCESS;
     });
     if (reply.m_error != ERROR_SUCCESS)

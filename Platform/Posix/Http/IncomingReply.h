@@ -53,7 +53,7 @@ private:
     std::optional<ReplyHead> m_head;
     std::uint64_t m_headerBytes = 0;
     std::uint64_t m_bodyBytes = 0;
-    SecretBytes m_buffer;
+    SecretText m_buffer;
     std::size_t m_bufferRead = 0;
     DWORD m_error = ERROR_SUCCESS;
     bool m_isPaused = false;

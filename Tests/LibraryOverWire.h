@@ -31,13 +31,14 @@ inline RawServer::Script AnswerWith(std::function<std::string(const std::string&
 }
 
 // Answers the handshake. The test serves every other request, whose head has been read.
-inline RawServer::Script AfterHandshake(std::function<void(RawConnection&, const std::string& head)> serve)
+inline RawServer::Script AfterHandshake(std::function<void(RawConnection&, const std::string& head)> serve,
+                                        const std::string& version = "1.3")
 {
-    return [serve = std::move(serve)](RawConnection& connection) {
+    return [serve = std::move(serve), version](RawConnection& connection) {
         for (;;)
         {
             const std::string head = connection.ReadHead();
-            if (const std::string handshake = AnswerHandshake(head); !handshake.empty())
+            if (const std::string handshake = AnswerHandshake(head, version); !handshake.empty())
                 connection.Send(handshake);
             else
                 serve(connection, head);

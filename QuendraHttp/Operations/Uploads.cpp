@@ -4,6 +4,7 @@
 #include "Operations/ServerPaths.h"
 #include "RequestCycle/Exchange.h"
 #include "Settings.h"
+#include "Wiping.h"
 
 namespace
 {
@@ -76,7 +77,8 @@ constexpr UploadKind kDelta{.endpoint = L"/delta",
 Exchange& Send(Exchange& exchange, const UploadKind& kind, const ConnectionOptions& connection, const Upload& upload,
                const IServerAttributes& item, std::shared_ptr<IServerAttributes>& attributes)
 {
-    const std::wstring url = exchange.ApiPath(kind.endpoint, upload.serverPath);
+    std::wstring url = exchange.ApiPath(kind.endpoint, upload.serverPath);
+    const ScopedWipe wipe(url);
     const FilePart file{
         .localPath = upload.localPath, .name = LeafName(upload.serverPath), .cancelEvent = upload.cancelEvent, .progress = upload.progress};
     return exchange.Connect(connection)

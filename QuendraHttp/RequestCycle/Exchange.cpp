@@ -54,7 +54,15 @@ Exchange::~Exchange()
 
 std::wstring Exchange::ApiPath(const wchar_t* endpoint, const std::wstring& serverPath) const
 {
-    return m_server.ApiBasePath(m_startToken) + endpoint + ToWide(EncodeUrl(serverPath, UrlEncodingMode::Path));
+    // In API version 1.0 the path contains the session token: what the operation appends must not move it, which would leave a copy.
+    constexpr std::size_t kRoomForQuery = 256;
+    std::wstring base = m_server.ApiBasePath(m_startToken);
+    const ScopedWipe wipe(base);
+    const std::wstring rest = endpoint + ToWide(EncodeUrl(serverPath, UrlEncodingMode::Path));
+    std::wstring path;
+    path.reserve(base.size() + rest.size() + kRoomForQuery);
+    path.append(base).append(rest);
+    return path;
 }
 
 Exchange& Exchange::End(ResultCode result)
@@ -98,8 +106,9 @@ Exchange& Exchange::Connect(const ConnectionOptions& options)
     return End(failed);
 }
 
-Exchange& Exchange::OpenRequest(const wchar_t* verb, const std::wstring& path, const RequestOptions& options)
+Exchange& Exchange::OpenRequest(const wchar_t* verb, std::wstring path, const RequestOptions& options)
 {
+    const ScopedWipe wipe(path);
     if (m_hasEnded)
         return *this;
     if (options.path.IsSet())

@@ -24,6 +24,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 /// A reply's body that is freed with its owner.
 class OwnedResponse : public ResponseBuffer
@@ -168,8 +169,9 @@ public:
 
     Exchange& Connect(const ConnectionOptions& options = {});
 
-    /// Traces the path and opens a request for it; an earlier request and its reply are released.
-    Exchange& OpenRequest(const wchar_t* verb, const std::wstring& path, const RequestOptions& options = {});
+    /// Traces the path and opens a request for it; an earlier request and its reply are released. Wipes the path, which may contain the
+    /// session token.
+    Exchange& OpenRequest(const wchar_t* verb, std::wstring path, const RequestOptions& options = {});
 
     /// The same, but builds the path only if the operation has not ended.
     template <std::invocable Path> Exchange& OpenRequest(const wchar_t* verb, const Path& path, const RequestOptions& options = {})
@@ -178,10 +180,9 @@ public:
     }
 
     /// `Connect` and `OpenRequest`.
-    Exchange& Open(const wchar_t* verb, const std::wstring& path, const ConnectionOptions& connection = {},
-                   const RequestOptions& request = {})
+    Exchange& Open(const wchar_t* verb, std::wstring path, const ConnectionOptions& connection = {}, const RequestOptions& request = {})
     {
-        return Connect(connection).OpenRequest(verb, path, request);
+        return Connect(connection).OpenRequest(verb, std::move(path), request);
     }
 
     /// Makes the request findable for `CloseRequestHandle` until the exchange ends.

@@ -40,7 +40,7 @@ std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const st
     std::string text = Result::MeaningOf(code);
     if (!answer.redirect.empty())
         text += "; the server redirects to " + answer.redirect +
-                (answer.redirect.find("://") != std::string::npos ? ": --server wants that address" : "");
+                (answer.redirect.find("://") != std::string::npos ? "; --server wants that address" : "");
     const std::string status = "HTTP " + std::to_string(answer.status);
     const bool tellsStatus = answer.status >= 300 && text.find(status) == std::string::npos;
     if ((Result::IsRefusal(code) || NeedsDoctor(code)) && !answer.message.empty())

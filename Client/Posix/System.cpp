@@ -93,6 +93,9 @@ ResultCode CodeOf(int error)
         return ERROR_FILE_NOT_FOUND;
     case ENOTDIR:
         return ERROR_PATH_NOT_FOUND;
+    case EMFILE:
+    case ENFILE:
+        return ERROR_TOO_MANY_OPEN_FILES;
     case EACCES:
     case EPERM:
     case EROFS:

@@ -57,7 +57,7 @@ if on linux; then # elsewhere the certificate is what comes first
     refuse 404 && with_certificate own own doctor && says '-> is this the right server?'
 
     refuse 308 'Location: https://b.test/endpoints?secret\r\n' && with_certificate own own ls /
-    warns 'Init failed: 19006 (' '; the server redirects to https://b.test: --server wants that address; '
+    warns 'Init failed: 19006 (' '; the server redirects to https://b.test; --server wants that address; '
 
     # This server's files are the same to whoever asks: what comes for an item is its description, not its content.
     answer endpoints '{"sync":{"1.3":{"path":"/sync/1.3","tos":0}}}'

@@ -7,6 +7,7 @@
 #     linux       GCC: build and all tests, the layout of the interfaces, the exports, the packages, the documents, the reference
 #     asan        Clang with AddressSanitizer and UndefinedBehaviorSanitizer: build and all tests
 #     tidy        clang-tidy finds nothing
+#     guard       instructions and system calls of fixed work are as recorded
 #     tsan        Clang with ThreadSanitizer: build and all tests
 #     windows     mingw-w64: build, all tests under Wine, the exports and imports of the DLL, the packages
 #
@@ -62,6 +63,10 @@ step_format() { our_sources | xargs clang-format --dry-run --Werror; }
 step_linux() { build_and_test linux; }
 step_asan() { build_and_test linux-asan; }
 step_tsan() { build_and_test linux-tsan; }
+step_guard() {
+    quiet "$logs/guard-build.log" cmake --preset linux -DQUENDRA_BENCHMARKS=ON &&
+        quiet "$logs/guard-build.log" cmake --build --preset linux --parallel "$jobs" --target work && Benchmarks/guard.py
+}
 step_tidy() {
     # clang-tidy reads the compile commands of a Clang build, which need not be built.
     local folders='(Appliance|Client|Eventing|Libraries|Platform|QuendraHttp)'
@@ -79,6 +84,7 @@ prepare() {
     case $1 in
     format) CMake/prepare.sh tools ;;
     linux | asan | tsan) CMake/prepare.sh linux tests ;;
+    guard) CMake/prepare.sh linux tests guard ;;
     tidy) CMake/prepare.sh linux tests tools ;;
     windows) CMake/prepare.sh windows ;;
     esac
@@ -111,7 +117,7 @@ run_step() {
 }
 
 steps=("$@")
-[ ${#steps[@]} -gt 0 ] || steps=(format linux asan tidy tsan windows)
+[ ${#steps[@]} -gt 0 ] || steps=(format linux guard asan tidy tsan windows)
 for step in "${steps[@]}"; do
     if ! declare -F "step_$step" >/dev/null; then
         echo "test.sh: there is no step '$step'; the first lines of $0 list them" >&2

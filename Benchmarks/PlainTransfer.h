@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// What transfers are compared with: the least that a program has to do with the HTTP library that lies below ours, plain libcurl on
-/// Linux and a bare WinHTTP loop on Windows.
+/// What the library is compared with: the least that a program has to do with the HTTP library below ours, plain libcurl on Linux and a
+/// bare WinHTTP loop on Windows.
 
 #include <cstdint>
 #include <memory>
@@ -15,13 +15,16 @@ struct BenchmarkServer
     std::uint16_t port = 0;
 };
 
-/// One connection, kept between transfers.
+/// One connection, kept between requests. Every operation throws `std::runtime_error` if it fails.
 class PlainTransfer
 {
 public:
     virtual ~PlainTransfer() = default;
 
-    /// Writes what a GET brings into a file, made anew. Throws `std::runtime_error` where that fails.
+    /// The body that a GET returns.
+    virtual std::string Get(const std::string& path) = 0;
+
+    /// Writes the body that a GET returns into a new file.
     virtual void Download(const std::string& path, const std::string& file) = 0;
 
     /// Sends a file as the body of a POST.
@@ -30,8 +33,5 @@ public:
 
 std::unique_ptr<PlainTransfer> ConnectPlainly(const BenchmarkServer& server);
 
-/// Processor time of the calling thread, in seconds.
-double ThreadSeconds();
-
-/// What the comparison is with, as a reader of the figures calls it.
-extern const char* const kPlainName;
+/// The processor time that the process has used, in seconds.
+double ProcessorSeconds();

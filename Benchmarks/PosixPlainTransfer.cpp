@@ -7,8 +7,6 @@
 #include <memory>
 #include <stdexcept>
 
-const char* const kPlainName = "plain libcurl";
-
 namespace
 {
 
@@ -24,6 +22,12 @@ File Open(const std::string& path, const char* mode)
     return file;
 }
 
+std::size_t Append(char* bytes, std::size_t size, std::size_t count, void* text)
+{
+    static_cast<std::string*>(text)->append(bytes, size * count);
+    return size * count;
+}
+
 std::size_t Ignore(char*, std::size_t size, std::size_t count, void*)
 {
     return size * count;
@@ -37,6 +41,16 @@ public:
 
     CurlTransfer(const CurlTransfer&) = delete;
     CurlTransfer& operator=(const CurlTransfer&) = delete;
+
+    std::string Get(const std::string& path) override
+    {
+        std::string body;
+        curl_easy_reset(m_curl);
+        curl_easy_setopt(m_curl, CURLOPT_WRITEFUNCTION, Append);
+        curl_easy_setopt(m_curl, CURLOPT_WRITEDATA, &body);
+        Perform(path);
+        return body;
+    }
 
     void Download(const std::string& path, const std::string& file) override
     {
@@ -66,6 +80,8 @@ private:
     {
         curl_easy_setopt(m_curl, CURLOPT_URL, (m_base + path).c_str());
         curl_easy_setopt(m_curl, CURLOPT_FAILONERROR, 1L);
+        // As every program with threads has to.
+        curl_easy_setopt(m_curl, CURLOPT_NOSIGNAL, 1L);
         // No server of this machine is behind a proxy, and none answers "100 Continue".
         curl_easy_setopt(m_curl, CURLOPT_PROXY, "");
         curl_slist expect{const_cast<char*>("Expect:"), nullptr};
@@ -86,9 +102,9 @@ std::unique_ptr<PlainTransfer> ConnectPlainly(const BenchmarkServer& server)
     return std::make_unique<CurlTransfer>(server);
 }
 
-double ThreadSeconds()
+double ProcessorSeconds()
 {
     std::timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }

@@ -9,8 +9,6 @@
 #include <type_traits>
 #include <vector>
 
-const char* const kPlainName = "a bare WinHTTP loop";
-
 namespace
 {
 
@@ -51,21 +49,22 @@ public:
         Require(m_connection != nullptr, "WinHttpConnect");
     }
 
+    std::string Get(const std::string& path) override
+    {
+        std::string body;
+        const Internet request = Send(L"GET", path, 0);
+        Receive(request.get(), [&](const char* bytes, DWORD count) { body.append(bytes, count); });
+        return body;
+    }
+
     void Download(const std::string& path, const std::string& file) override
     {
         const File target = Open(file, GENERIC_WRITE, CREATE_ALWAYS);
         const Internet request = Send(L"GET", path, 0);
-        Receive(request.get());
-        std::vector<char> block;
-        for (DWORD available = 1; available != 0;)
-        {
-            Require(WinHttpQueryDataAvailable(request.get(), &available), "WinHttpQueryDataAvailable");
-            block.resize(std::max<std::size_t>(block.size(), available));
-            DWORD read = 0;
+        Receive(request.get(), [&](const char* bytes, DWORD count) {
             DWORD written = 0;
-            Require(WinHttpReadData(request.get(), block.data(), available, &read), "WinHttpReadData");
-            Require(WriteFile(target.get(), block.data(), read, &written, nullptr), "WriteFile");
-        }
+            Require(WriteFile(target.get(), bytes, count, &written, nullptr), "WriteFile");
+        });
     }
 
     void Upload(const std::string& path, const std::string& file) override
@@ -83,14 +82,7 @@ public:
             Require(WinHttpWriteData(request.get(), block.data(), read, &written), "WinHttpWriteData");
             left -= written;
         }
-        Receive(request.get());
-        DWORD available = 1;
-        char rest[4096];
-        for (DWORD read = 0; available != 0;)
-        {
-            Require(WinHttpQueryDataAvailable(request.get(), &available), "WinHttpQueryDataAvailable");
-            Require(WinHttpReadData(request.get(), rest, std::min<DWORD>(available, sizeof rest), &read), "WinHttpReadData");
-        }
+        Receive(request.get(), [](const char*, DWORD) {});
     }
 
 private:
@@ -104,7 +96,19 @@ private:
         return request;
     }
 
-    static void Receive(HINTERNET request) { Require(WinHttpReceiveResponse(request, nullptr), "WinHttpReceiveResponse"); }
+    template <class Take> static void Receive(HINTERNET request, const Take& take)
+    {
+        Require(WinHttpReceiveResponse(request, nullptr), "WinHttpReceiveResponse");
+        std::vector<char> block;
+        for (DWORD available = 1; available != 0;)
+        {
+            Require(WinHttpQueryDataAvailable(request, &available), "WinHttpQueryDataAvailable");
+            block.resize(std::max<std::size_t>(block.size(), available));
+            DWORD read = 0;
+            Require(WinHttpReadData(request, block.data(), available, &read), "WinHttpReadData");
+            take(block.data(), read);
+        }
+    }
 
     Internet m_session;
     Internet m_connection;
@@ -117,13 +121,13 @@ std::unique_ptr<PlainTransfer> ConnectPlainly(const BenchmarkServer& server)
     return std::make_unique<WinHttpTransfer>(server);
 }
 
-double ThreadSeconds()
+double ProcessorSeconds()
 {
     FILETIME created{};
     FILETIME exited{};
     FILETIME kernel{};
     FILETIME user{};
-    GetThreadTimes(GetCurrentThread(), &created, &exited, &kernel, &user);
+    GetProcessTimes(GetCurrentProcess(), &created, &exited, &kernel, &user);
     const auto ticks = [](const FILETIME& time) { return (std::uint64_t{time.dwHighDateTime} << 32U) | time.dwLowDateTime; };
     return static_cast<double>(ticks(kernel) + ticks(user)) * 1e-7;
 }

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Installs the missing Debian packages for building and testing the project, and builds what the cross build needs in addition.
 #
-#     CMake/prepare.sh [linux] [tests] [tools] [windows]        (default: all four)
+#     CMake/prepare.sh [linux] [tests] [guard] [tools] [windows]        (default: all five)
 #
 #     linux     the compiler and the libraries of the Linux build
 #     tests     GoogleTest, Clang with its sanitizers, Doxygen, librsync's own program, what packages are made with
+#     guard     valgrind and strace
 #     tools     clang-tidy and clang-format
 #     windows   mingw-w64, Wine, and the libraries that Debian has no mingw packages of, in build/windows-deps
 #
@@ -17,6 +18,7 @@ prefix=$deps/x86_64-w64-mingw32
 linux=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libjsoncpp-dev libutfcpp-dev libboost1.81-dev libssl-dev libcli11-dev librsync-dev
        openssl ca-certificates)
 tests=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev llvm binutils dpkg-dev file doxygen rdiff)
+guard=(valgrind strace python3)
 tools=(clang clang-tidy clang-format git)
 windows=(g++-mingw-w64-x86-64-posix wine64 pkg-config googletest libboost1.81-dev libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring openssl)
 
@@ -108,12 +110,13 @@ build_windows_libraries() {
     exec 9>&-
 }
 
-[ $# -gt 0 ] || set -- linux tests tools windows
+[ $# -gt 0 ] || set -- linux tests guard tools windows
 packages=()
 for set_name in "$@"; do
     case $set_name in
     linux) packages+=("${linux[@]}") ;;
     tests) packages+=("${tests[@]}") ;;
+    guard) packages+=("${guard[@]}") ;;
     tools) packages+=("${tools[@]}") ;;
     windows) packages+=("${windows[@]}") ;;
     *)

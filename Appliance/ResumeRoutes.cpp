@@ -211,7 +211,8 @@ private:
             throw ApiError(404, ErrorId::NotFound, "there is no such upload");
     }
 
-    // A chunk begins where the last one ended, or earlier if it is sent again. If a chunk ends early, the received bytes are kept.
+    // A chunk begins where the last one ended, or earlier if it is sent again. If the connection breaks, what has come is
+    // kept; a chunk of the wrong length is dropped.
     void TakeChunk()
     {
         const auto offset = ReadNumber(HeaderOf(m_request, "qd_offset"), "qd_offset");
@@ -231,7 +232,7 @@ private:
         }
     }
 
-    // If this is refused, the bytes are kept: they can still become an item at another path.
+    // If the store refuses the item, the bytes are kept: they can still become an item at another path.
     Reply Finish(const ItemPath& path, const std::optional<std::string>& revision)
     {
         const auto received = m_upload.Received();

@@ -9,7 +9,7 @@
 //         |                          |              | more to send
 //         +--------------------------+--------------+
 //                                    |
-//                        the chunk that reaches the size ends it
+//                        the chunk that reaches the end of the file completes it
 
 #include "Client.h"
 #include "Commands.h"
@@ -132,6 +132,7 @@ private:
                               " NEWPATH " + m_idText);
             else
                 m_client.Note("quendra: to resume: " + ResumeCommand());
+            // Throws: the code is no success.
             CheckTransfer("ResumableUpload", code, cancellation, attributes);
         }
         m_offset += length;

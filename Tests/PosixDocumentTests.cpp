@@ -6,6 +6,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <regex>
 
 namespace
 {
@@ -46,6 +47,17 @@ TEST(Documents, ShowWhatOperationsMakeOfAReply)
     std::ifstream file(QUENDRA_SOURCE_DIR "/Docs/Rest.md");
     const std::string document{std::istreambuf_iterator<char>(file), {}};
     EXPECT_NE(document.find(table), std::string::npos) << "Docs/Rest.md should hold:\n" << table;
+
+    const std::regex slot("\\| \\d+ \\| `(\\w+)` \\| ([^|]+) \\|");
+    int requests = 0;
+    for (auto found = std::sregex_iterator(document.begin(), document.end(), slot); found != std::sregex_iterator(); ++found)
+    {
+        if ((*found)[2] == "none" || (*found)[1] == "Init")
+            continue;
+        ++requests;
+        EXPECT_NE(table.find("| " + (*found)[1].str()), std::string::npos) << (*found)[1] << " has no row in Judgements::kAll";
+    }
+    EXPECT_EQ(requests, 21);
 }
 
 } // namespace

@@ -22,7 +22,7 @@ constexpr std::uint32_t kHighestMinorVersion = 50;
 
 constexpr SessionTimeouts kHandshakeTimeouts{.resolve = 60000, .connect = 30000, .send = 30000, .receive = 30000};
 
-// Returns false and sets the last error on failure.
+// On failure returns false; the last error is ERROR_INVALID_HANDLE unless the session sets another.
 bool SetTimeouts(IWinHttpSession* session, const SessionTimeouts& timeouts)
 {
     SetLastError(ERROR_INVALID_HANDLE);

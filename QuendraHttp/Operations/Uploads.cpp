@@ -60,7 +60,7 @@ constexpr UploadKind kWholeFile{.endpoint = L"/folders",
                                     AppendBitsSizeAndRevision(exchange, item);
                                 }};
 
-// A failure of the headers, the first write or the boundary does not end a delta upload: the reply will report the error.
+// A failure of `AddMultipartHeaders`, the first write or the boundary does not end a delta upload: the reply will report the error.
 constexpr UploadKind kDelta{.endpoint = L"/delta",
                             .endpointMessage = "Endpoint: '%S'",
                             .timeMessage = "Mod time: '%S'",

@@ -14,7 +14,7 @@
 namespace
 {
 
-// Do not change: the list is zero-terminated and its first entry is zero, so no name is refused.
+// Do not change: it is used as a zero-terminated text and begins with zero, so no name is refused. That is part of the interface.
 constexpr wchar_t kForbiddenCharacters[] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x10, 0x11,  0x12, 0x13,
                                             0x14, 0x15, 0x16, 0x17, 0x18, 0x19, 0x20, 0x21, 0x22, 0x23, 0x24, 0x25,  0x26, 0x27,
                                             0x28, 0x29, 0x30, 0x31, L'"', L'*', L'/', L':', L'<', L'>', L'?', L'\\', L'|', 0};
@@ -54,7 +54,7 @@ ItemMembers FindMembers(const Json::Value& item)
                                         {"folder_permissions", &ItemMembers::folderPermissions}};
     ItemMembers members;
     if (!item.isObject())
-        members.revision = FindMember(item, "revision"); // throws for a value that cannot have members
+        members.revision = FindMember(item, "revision"); // called for its exception: such a value cannot have members
     for (auto member = item.begin(), last = item.end(); member != last; ++member)
     {
         const char* end = nullptr;
@@ -91,7 +91,7 @@ std::optional<std::string_view> ReadText(const Json::Value* member)
     return member != nullptr ? StringIn(*member) : std::string_view();
 }
 
-// Treats a missing member as a string.
+// The type that messages name; a missing member's is given as a string's.
 Json::ValueType TypeOf(const Json::Value* member)
 {
     return member != nullptr ? member->type() : Json::stringValue;
@@ -247,6 +247,7 @@ std::uint32_t ExtractAttributes(const ResponseBuffer& response, ServerItemList& 
         if (!ParseJson(response, Comments::Skip, root))
             return;
         const auto process = HoldsElements(root) ? &ProcessJSONArray : &ProcessJSONDictionary;
+        // Once as a reply that contains items, once as an item itself.
         added += process(root, children, true);
         added += process(root, self, false);
     });

@@ -19,7 +19,7 @@ inline constexpr std::uint32_t kStatusNoContent = 204;
 enum class JudgedFirst
 {
     Body,  ///< the status is ignored if there is no body.
-    Status ///< a missing body matters only for a success.
+    Status ///< a missing body matters for a success, and where the row has `refusedWithoutBody`.
 };
 
 /// How the code of a refusal is formed.

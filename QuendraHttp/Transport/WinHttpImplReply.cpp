@@ -40,14 +40,13 @@ ResultCode WinHttpRequest::ReceiveStatusText(const FunctionTraceScope& trace, To
     };
 
     const BOOL received = WinHttpReceiveResponse(Handle(), nullptr);
-    const DWORD receiveError = GetLastError();
+    const DWORD receiveError = GetLastError(); // before `Clear` may change it
     m_sentBody.Clear();
     if (!received)
     {
-        const DWORD error = receiveError;
-        tell(L"WinHttpReceiveResponse", error);
-        trace.Error("WinHttpReceiveResponse failed, error code: %d", error);
-        return error;
+        tell(L"WinHttpReceiveResponse", receiveError);
+        trace.Error("WinHttpReceiveResponse failed, error code: %d", receiveError);
+        return receiveError;
     }
 
     statusBytes = 0;
@@ -129,7 +128,8 @@ ResultCode WinHttpRequest::ReadResponse(ResponseBuffer& response)
         }
         response.data = grown;
 
-        // The length grows by the announced size, even after a short read: zero the rest, so that no old heap data is exposed.
+        // The length grows by the size that WinHttpQueryDataAvailable gave, even after a short read: zero the rest, so that no old heap
+        // data is exposed.
         char* const piece = response.data + response.length;
         std::memset(piece, 0, available);
         DWORD read = 0;

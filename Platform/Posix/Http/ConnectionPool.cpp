@@ -26,11 +26,11 @@ ConnectionPool::Borrowed ConnectionPool::Borrow(const std::string& origin)
     {
         const std::lock_guard lock(m_mutex);
         expired = TakeExpired();
-        const auto last = std::find_if(m_idle.rbegin(), m_idle.rend(), [&](const auto& idle) { return idle->Origin() == origin; });
-        if (last != m_idle.rend())
+        const auto mostRecent = std::find_if(m_idle.rbegin(), m_idle.rend(), [&](const auto& idle) { return idle->Origin() == origin; });
+        if (mostRecent != m_idle.rend())
         {
-            connection = std::move(*last);
-            m_idle.erase(std::next(last).base());
+            connection = std::move(*mostRecent);
+            m_idle.erase(std::next(mostRecent).base());
         }
     }
     if (!connection)

@@ -51,7 +51,7 @@ private:
     Clock::time_point m_lastUsed = Clock::now();
 };
 
-/// The idle connections of a session. Thread-safe.
+/// Lends a session's connections and keeps the idle ones. Thread-safe.
 class ConnectionPool : public std::enable_shared_from_this<ConnectionPool>
 {
 public:

@@ -116,7 +116,7 @@ DWORD Request::StartTransfer(std::string_view body)
 
 DWORD Request::Write(std::string_view bytes)
 {
-    if (m_state != State::Sent || bytes.size() > m_transfer->BodyLeft())
+    if (m_state != State::Sent || bytes.size() > m_transfer->RequestBodyLeft())
         return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
     return m_transfer->Write(bytes, GetTimeouts().send);
 }

@@ -1,7 +1,7 @@
 /// @file
 /// The phases of an exchange and their transitions:
 ///
-///     connecting --OnConnected--> connected --curl is done--> over
+///     connecting -----------> connected --curl is done--> over
 ///         |                           |                        ^
 ///         +---------------------------+--- failure, timeout, --+
 ///                                          closing
@@ -31,7 +31,7 @@ using Clock = std::chrono::steady_clock;
 
 /// A request that must not be sent twice uses only a kept connection that was last used within this time: servers close idle connections
 /// after 5 seconds or more.
-constexpr std::chrono::seconds kYoung(3);
+constexpr std::chrono::seconds kSafeIdleTime(3);
 
 /// The longest wait for curl, in milliseconds; sockets and curl's own timers end it earlier.
 constexpr int kLongestPoll = 60'000;
@@ -46,10 +46,11 @@ Transfer::Transfer(ConnectionPool::Borrowed connection, Session& session, const 
       m_interruption(interruption),
       m_notices(std::move(notices)),
       m_outgoing(request.bodyLength.value_or(0)),
-      m_easy(std::make_unique<EasyHandle>(request, session.Pool().Share(), !request.IsRepeatable() && m_connection->IdleTime() >= kYoung)),
+      m_easy(std::make_unique<EasyHandle>(request, session.Pool().Share(),
+                                          !request.IsRepeatable() && m_connection->IdleTime() >= kSafeIdleTime)),
       m_isRepeatable(request.IsRepeatable())
 {
-    m_easy->Set(CURLOPT_PREREQFUNCTION, &Transfer::OnConnected);
+    m_easy->Set(CURLOPT_PREREQFUNCTION, &Transfer::OnAboutToSend);
     m_easy->Set(CURLOPT_PREREQDATA, static_cast<void*>(this));
     m_connection->Demand().AttachTo(*m_easy, session.Certificates());
     m_outgoing.AttachTo(*m_easy);
@@ -78,7 +79,7 @@ DWORD Transfer::Write(std::string_view bytes, int timeout)
     const bool isOffered = m_outgoing.Add(bytes);
     if (isOffered && m_outgoing.Unpause())
         Resume();
-    const DWORD error = RunUntil([this] { return (m_phase == Phase::Connected && m_outgoing.IsTaken()) || RefusesBody(); }, timeout);
+    const DWORD error = RunUntil([this] { return (m_phase == Phase::Connected && m_outgoing.IsTaken()) || TakesNoMoreBody(); }, timeout);
     if (isOffered)
         m_outgoing.EndOffer();
     return error;
@@ -102,8 +103,8 @@ DWORD Transfer::AwaitBody(int timeout)
         return ERROR_SUCCESS;
     if (m_incoming.Unpause())
         Resume();
-    // For curl, an exchange ends only when the whole request is sent, but its sender may have stopped early.
-    const auto isOver = [this] { return m_phase == Phase::Over || (BodyLeft() != 0 && m_incoming.IsComplete()); };
+    // For curl, an exchange ends only when the whole request is sent, but our caller may have stopped writing early.
+    const auto isOver = [this] { return m_phase == Phase::Over || (RequestBodyLeft() != 0 && m_incoming.IsComplete()); };
     if (const DWORD error = RunUntil([&] { return Buffered() != 0 || isOver(); }, timeout); error != ERROR_SUCCESS)
         return error;
     if (Buffered() == 0)
@@ -200,8 +201,8 @@ bool Transfer::TakeProxyRefusal()
     return true;
 }
 
-/// Whether a final reply refuses the rest of the body; curl then stops sending it.
-bool Transfer::RefusesBody() const noexcept
+/// Whether the rest of the body is not wanted: the reply is a refusal, or the exchange is over. curl stops sending it.
+bool Transfer::TakesNoMoreBody() const noexcept
 {
     const auto& head = m_incoming.Head();
     return head && (head->status >= kFirstRefusal || m_phase == Phase::Over);
@@ -227,9 +228,10 @@ void Transfer::Finish(DWORD error) noexcept
     m_connection.reset();
 }
 
-int Transfer::OnConnected(void* self, char*, char*, int, int) noexcept
+int Transfer::OnAboutToSend(void* self, char*, char*, int, int) noexcept
 {
     auto& transfer = *static_cast<Transfer*>(self);
+    // Called a second time where curl repeats the request on a new connection.
     if (transfer.m_phase == Phase::Connected && !transfer.m_isRepeatable)
         return CURL_PREREQFUNC_ABORT;
     transfer.m_phase = Phase::Connected;

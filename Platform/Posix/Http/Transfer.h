@@ -50,7 +50,7 @@ public:
     const ReplyHead& Head() const noexcept { return *m_incoming.Head(); }
 
     /// Bytes of the announced body that were not written yet.
-    std::uint64_t BodyLeft() const noexcept { return m_outgoing.Left(); }
+    std::uint64_t RequestBodyLeft() const noexcept { return m_outgoing.Left(); }
 
     std::size_t Buffered() const noexcept { return m_incoming.Buffered(); }
 
@@ -65,14 +65,14 @@ private:
         Over,
     };
 
-    static int OnConnected(void* self, char*, char*, int, int) noexcept;
+    static int OnAboutToSend(void* self, char*, char*, int, int) noexcept;
 
     template <class Condition> DWORD RunUntil(Condition condition, int timeout);
     std::uint64_t Progress() const noexcept;
     void CollectResult();
     DWORD OutcomeOf(CURLcode result);
     bool TakeProxyRefusal();
-    bool RefusesBody() const noexcept;
+    bool TakesNoMoreBody() const noexcept;
     void Resume() noexcept;
     void Finish(DWORD error) noexcept;
 

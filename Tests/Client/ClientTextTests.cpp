@@ -118,7 +118,8 @@ TEST(ClientTexts, AreReadAndShownAsClientJsonSays)
 
 TEST(CommandLine, TakesValidUtf8Only)
 {
-    EXPECT_THROW(ParseCommandLine({"put", "caf\xE9", "/home/"}, [](const std::string&) { return std::nullopt; }), UsageError);
+    EXPECT_THROW(static_cast<void>(ParseCommandLine({"put", "caf\xE9", "/home/"}, [](const std::string&) { return std::nullopt; })),
+                 UsageError);
     EXPECT_EQ(Printable("\xFF"), "\uFFFD");
 }
 

@@ -37,7 +37,7 @@ std::wstring ToWide(std::string_view text, NarrowEncoding encoding)
     std::wstring wide;
     if (text.empty())
         return wide;
-    // Most of what servers send is ASCII, which needs no conversion.
+    // Most texts are ASCII, which needs no conversion.
     if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
         return std::wstring(text.begin(), text.end());
     const int size = CheckedSize(text.size());
@@ -52,6 +52,12 @@ std::string ToNarrow(std::wstring_view text, NarrowEncoding encoding)
     std::string narrow;
     if (text.empty())
         return narrow;
+    if (std::all_of(text.begin(), text.end(), [](wchar_t c) { return static_cast<char32_t>(c) < 0x80; }))
+    {
+        narrow.resize(text.size());
+        std::transform(text.begin(), text.end(), narrow.begin(), [](wchar_t c) { return static_cast<char>(c); });
+        return narrow;
+    }
     const int size = CheckedSize(text.size());
     const UINT codePage = CodePage(encoding);
     narrow.resize(CheckedResult(WideCharToMultiByte(codePage, 0, text.data(), size, nullptr, 0, nullptr, nullptr)));

@@ -55,18 +55,19 @@ bool AppendUtf8(std::wstring_view wide, std::string& utf8)
 {
     // Grow once: the text may be secret, and growing leaves copies behind.
     const std::size_t begin = utf8.size();
+    if (std::all_of(wide.begin(), wide.end(), [](wchar_t unit) { return static_cast<char32_t>(unit) < 0x80; }))
+    {
+        utf8.resize(begin + wide.size());
+        std::transform(wide.begin(), wide.end(), utf8.data() + begin, [](wchar_t unit) { return static_cast<char>(unit); });
+        return true;
+    }
     std::size_t bytes = begin;
     const bool unicode = ForEachCodePoint(wide, [&](char32_t code) {
         bytes += code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
     });
     utf8.resize(bytes);
     char* end = utf8.data() + begin;
-    ForEachCodePoint(wide, [&](char32_t code) {
-        if (code < 0x80)
-            *end++ = static_cast<char>(code);
-        else
-            end = utf8::unchecked::append(code, end);
-    });
+    ForEachCodePoint(wide, [&](char32_t code) { end = utf8::unchecked::append(code, end); });
     return unicode;
 }
 

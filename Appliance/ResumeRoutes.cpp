@@ -136,6 +136,7 @@ public:
     ResumeCall(const Call& call, Leases& leases, const StateFolder& state, ItemStore& items)
         : m_request(call.request),
           m_leases(leases),
+          m_state(state),
           m_items(items),
           m_path(ItemPath::FromUrl(call.rest)),
           m_id(CheckedId(Find(call.request.query, "resume_id").value_or(""))),
@@ -211,8 +212,7 @@ private:
             throw ApiError(404, ErrorId::NotFound, "there is no such upload");
     }
 
-    // A chunk begins where the last one ended, or earlier if it is sent again. If the connection breaks, what has come is
-    // kept; a chunk of the wrong length is dropped.
+    // A chunk begins where the last one ended, or earlier if it is sent again. If the connection breaks, what is new is kept.
     void TakeChunk()
     {
         const auto offset = ReadNumber(HeaderOf(m_request, "qd_offset"), "qd_offset");
@@ -223,14 +223,34 @@ private:
                            "the chunk begins at " + std::to_string(offset) + ", but only " + std::to_string(received) + " bytes have come");
         if (offset + size > m_upload.size)
             throw Malformed("the chunk ends beyond the file's end");
-        std::filesystem::resize_file(m_upload.Bytes(), offset);
+        if (offset < received)
+            return TakeAgain(offset, size);
         (void)ReadUpload(m_request, m_upload.Bytes(), std::ios::app);
         if (m_upload.Received() - offset != size)
         {
             std::filesystem::resize_file(m_upload.Bytes(), offset);
-            throw Malformed("the chunk is not as long as its head says");
+            throw WrongLength();
         }
     }
+
+    // The chunk may be a late one, of a connection that the client has closed. What has been acknowledged is replaced only by a whole
+    // chunk.
+    void TakeAgain(std::uint64_t offset, std::uint64_t size)
+    {
+        const TemporaryFile chunk(m_state.NewTemporary());
+        (void)ReadUpload(m_request, chunk.Path());
+        if ((std::filesystem::exists(chunk.Path()) ? std::filesystem::file_size(chunk.Path()) : 0) != size)
+            throw WrongLength();
+        std::filesystem::resize_file(m_upload.Bytes(), offset);
+        if (size == 0)
+            return;
+        std::ofstream bytes(m_upload.Bytes(), std::ios::binary | std::ios::app);
+        bytes << std::ifstream(chunk.Path(), std::ios::binary).rdbuf();
+        if (!bytes.flush())
+            throw ApiError(507, ErrorId::StorageFailed, "the upload cannot be stored");
+    }
+
+    static ApiError WrongLength() { return Malformed("the chunk is not as long as its head says"); }
 
     // If the store refuses the item, the bytes are kept: they can still become an item at another path.
     Reply Finish(const ItemPath& path, const std::optional<std::string>& revision)
@@ -246,6 +266,7 @@ private:
 
     const Request& m_request;
     Leases& m_leases;
+    const StateFolder& m_state;
     ItemStore& m_items;
     ItemPath m_path;
     std::string m_id;

@@ -288,6 +288,12 @@ TEST_F(ApplianceTest, RefusedChunksAndDeltasLeaveNothing)
     EXPECT_EQ(user.Chunk("/home/g" + kUpload, 5, "6"), 404) << "another item's upload";
     EXPECT_EQ(user.Ask("POST /resume/upload" + path, "", {{"qd_new_path", "/home"}}).status, 409);
     EXPECT_EQ(user.Ask("POST /resume/upload" + path, "", {{"qd_new_path", "/../f2"}}).status, 400);
+    auto cut = user.Request("POST /resume/upload" + path, Multipart("", "99999"), {{"qd_offset", "0"}, {"qd_block_size", "5"}});
+    cut.resize(cut.size() - 13);
+    Wire late(*appliance);
+    late.Send(cut);
+    EXPECT_EQ(late.Statuses(), "400 ");
+    EXPECT_EQ(user.Ask("GET /resume/upload" + path).json["bytes_received"], 6) << "a late chunk that breaks off takes nothing back";
     EXPECT_EQ(user.Chunk(path, 3, "4567890", "qd_finish"), 200) << "a chunk that was sent before may come again";
     EXPECT_EQ(folder.Read("root/home/f"), "1234567890");
 

@@ -135,6 +135,8 @@ std::uint32_t ProcessNotificationJSONDictionary(const Json::Value& value, std::l
     const FunctionTraceScope trace("CNativeHttp::ProcessNotificationJSONDictionary", Unit::NativeHttp);
     std::uint32_t added = 0;
     CatchJsonExceptions(trace, [&] {
+        if (!MayHaveMembers(value, trace))
+            return;
         if (const Json::Value* contents = FindMember(value, "contents"))
         {
             added = HoldsElements(*contents) ? ProcessNotificationJSONArray(*contents, actions)
@@ -162,6 +164,8 @@ std::uint32_t ProcessMappingJSONDictionary(const Json::Value& value, std::vector
     const FunctionTraceScope trace("CNativeHttp::ProcessMappingJSONDictionary", Unit::NativeHttp);
     std::uint32_t added = 0;
     CatchJsonExceptions(trace, [&] {
+        if (!MayHaveMembers(value, trace))
+            return;
         if (const Json::Value* contents = FindMember(value, "contents"))
             added =
                 HoldsElements(*contents) ? ProcessMappingJSONArray(*contents, mappings) : ProcessMappingJSONDictionary(*contents, mappings);

@@ -170,6 +170,30 @@ const Json::Value* FindMember(const Json::Value& object, std::string_view key)
     return object.find(key.data(), key.data() + key.size());
 }
 
+bool MayHaveMembers(const Json::Value& value, const FunctionTraceScope& trace)
+{
+    if (value.isObject() || value.isNull())
+        return true;
+    static const std::string text = [] {
+        try
+        {
+            static_cast<void>(FindMember(Json::Value(false), ""));
+        }
+        catch (const Json::Exception& error)
+        {
+            return std::string(error.what());
+        }
+        return std::string();
+    }();
+    TraceJsonError(trace, text.c_str());
+    return false;
+}
+
+void TraceJsonError(const FunctionTraceScope& trace, const char* text)
+{
+    trace.Error("JSON library has thrown a runtime_error exception (%s)!", text);
+}
+
 std::string ToText(const Json::Value* member)
 {
     return member != nullptr ? member->asString() : std::string();

@@ -45,6 +45,10 @@ enum class Comments
 /// @throws Json::Exception for a value that is neither an object nor null.
 [[nodiscard]] const Json::Value* FindMember(const Json::Value& object, std::string_view key);
 
+/// Whether a value may have members, as objects and null may. For another value traces the exception that `FindMember` would throw: a reply
+/// can hold a million such values, and throwing for each costs ten times what reading it does.
+[[nodiscard]] bool MayHaveMembers(const Json::Value& value, const FunctionTraceScope& trace);
+
 /// A member as text: empty for none; numbers and booleans are written out.
 /// @param member  as `FindMember` gives it.
 /// @throws Json::Exception for an array or object.
@@ -54,13 +58,13 @@ enum class Comments
 /// A string's UTF-8, not copied; nothing for another type.
 [[nodiscard]] std::optional<std::string_view> StringIn(const Json::Value& value);
 
+void TraceJsonError(const FunctionTraceScope& trace, const char* text);
+
 /// Runs a step that works on JSON values. Catches and traces the exceptions that the library throws for values that it cannot convert.
 /// Changes that the step made before the exception remain. std::bad_alloc is passed on.
 template <typename Body> void CatchJsonErrors(const FunctionTraceScope& trace, const Body& body)
 {
-    const auto runtimeError = [&trace](const std::exception& error) {
-        trace.Error("JSON library has thrown a runtime_error exception (%s)!", error.what());
-    };
+    const auto runtimeError = [&trace](const std::exception& error) { TraceJsonError(trace, error.what()); };
     try
     {
         body();

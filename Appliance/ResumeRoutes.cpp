@@ -233,18 +233,18 @@ private:
         }
     }
 
-    // The chunk may be a late one, of a connection that the client has closed. What has been acknowledged is replaced only by a whole
-    // chunk.
+    // The chunk may be a late one, of a connection that the client has closed. It takes nothing back: only a whole one is written, over the
+    // old bytes, and what follows them is kept.
     void TakeAgain(std::uint64_t offset, std::uint64_t size)
     {
         const TemporaryFile chunk(m_state.NewTemporary());
         (void)ReadUpload(m_request, chunk.Path());
         if ((std::filesystem::exists(chunk.Path()) ? std::filesystem::file_size(chunk.Path()) : 0) != size)
             throw WrongLength();
-        std::filesystem::resize_file(m_upload.Bytes(), offset);
         if (size == 0)
             return;
-        std::ofstream bytes(m_upload.Bytes(), std::ios::binary | std::ios::app);
+        std::fstream bytes(m_upload.Bytes(), std::ios::binary | std::ios::in | std::ios::out);
+        bytes.seekp(static_cast<std::streamoff>(offset));
         bytes << std::ifstream(chunk.Path(), std::ios::binary).rdbuf();
         if (!bytes.flush())
             throw ApiError(507, ErrorId::StorageFailed, "the upload cannot be stored");

@@ -58,6 +58,7 @@ enum class Comments
 /// A string's UTF-8, not copied; nothing for another type.
 [[nodiscard]] std::optional<std::string_view> StringIn(const Json::Value& value);
 
+/// Traces the text of an exception that the JSON library has thrown.
 void TraceJsonError(const FunctionTraceScope& trace, const char* text);
 
 /// Runs a step that works on JSON values. Catches and traces the exceptions that the library throws for values that it cannot convert.

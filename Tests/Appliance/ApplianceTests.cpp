@@ -288,6 +288,8 @@ TEST_F(ApplianceTest, RefusedChunksAndDeltasLeaveNothing)
     EXPECT_EQ(user.Chunk("/home/g" + kUpload, 5, "6"), 404) << "another item's upload";
     EXPECT_EQ(user.Ask("POST /resume/upload" + path, "", {{"qd_new_path", "/home"}}).status, 409);
     EXPECT_EQ(user.Ask("POST /resume/upload" + path, "", {{"qd_new_path", "/../f2"}}).status, 400);
+    EXPECT_EQ(user.Chunk(path, 0, "12345"), 200) << "a late chunk of a connection that the client has closed";
+    EXPECT_EQ(user.Ask("GET /resume/upload" + path).json["bytes_received"], 6) << "it takes nothing back";
     auto cut = user.Request("POST /resume/upload" + path, Multipart("", "99999"), {{"qd_offset", "0"}, {"qd_block_size", "5"}});
     cut.resize(cut.size() - 13);
     Wire late(*appliance);

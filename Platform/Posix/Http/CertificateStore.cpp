@@ -40,7 +40,8 @@ void CertificateStore::AttachTo(EasyHandle& easy)
 CURLcode CertificateStore::ApplyTo(SSL_CTX& context) noexcept
 {
     const std::lock_guard lock(m_mutex);
-    if ((!m_store || Clock::now() - m_loaded > kLongestUse) && !Load())
+    // Files that cannot be read again, as while they are being replaced, leave the certificates that were loaded before.
+    if ((!m_store || Clock::now() - m_loaded > kLongestUse) && !Load() && !m_store)
         return CURLE_SSL_CACERT_BADFILE;
     SSL_CTX_set1_cert_store(&context, m_store.get());
     return CURLE_OK;

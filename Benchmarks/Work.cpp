@@ -10,12 +10,11 @@
 #include "Attributes.h"
 #include "PlainTransfer.h"
 #include "RawServer.h"
+#include "Replies/JsonLibrary.h"
 #include "TextConversion.h"
 
 #include "Platform/Platform.h"
 #include "QuendraHttp/QuendraHttp.h"
-
-#include <json/json.h>
 
 #include <chrono>
 #include <cstdio>
@@ -30,13 +29,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-// The classic reader, which the library uses.
-#if defined(_MSC_VER)
-#pragma warning(disable : 4996)
-#elif defined(__GNUC__)
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-#endif
 
 namespace
 {
@@ -123,7 +115,7 @@ Request RequestOf(const Work& work, PlainTransfer& plain)
     return [&plain, path](const std::string&) {
         const std::string reply = plain.Get(path);
         Json::Value root;
-        Require(Json::Reader().parse(reply, root, false), "The reply is not JSON");
+        Require(ReadJson(reply, Comments::Skip, root), "The reply is not JSON");
     };
 }
 

@@ -15,7 +15,7 @@ constexpr int kHttpsPort = 443;
 std::string LowerCase(std::string_view text)
 {
     std::string lower(text);
-    std::ranges::transform(lower, lower.begin(), LowerAscii);
+    std::ranges::transform(lower, lower.begin(), LowerAscii<char>);
     return lower;
 }
 

@@ -1,5 +1,6 @@
 // Ordinal comparison of wide text.
 
+#include "../AsciiCase.h"
 #include "Win32.h"
 
 #include <algorithm>
@@ -22,10 +23,8 @@ locale_t UnicodeLocale()
 wchar_t UpperCase(wchar_t character, locale_t locale)
 {
     constexpr wchar_t kLastAscii = 0x7F;
-    if (character <= kLastAscii)
-        return character >= L'a' && character <= L'z' ? static_cast<wchar_t>(character - L'a' + L'A') : character;
-    if (locale == nullptr)
-        return character;
+    if (character <= kLastAscii || locale == nullptr)
+        return UpperAscii(character);
     // Windows leaves letters unchanged whose upper case would be ASCII, such as the dotless i.
     const auto upper = static_cast<wchar_t>(towupper_l(static_cast<wint_t>(character), locale));
     return upper <= kLastAscii ? character : upper;

@@ -161,7 +161,7 @@ HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, L
 BOOL WinHttpSetTimeouts(HINTERNET handle, int resolve, int connect, int send, int receive) noexcept
 {
     return With<TimedObject>(handle, [&](const std::shared_ptr<TimedObject>& object) -> DWORD {
-        object->ChangeTimeouts([&](Timeouts& timeouts) { timeouts = {resolve, connect, send, receive}; });
+        object->timeouts.Update([&](Timeouts& timeouts) { timeouts = {resolve, connect, send, receive}; });
         return ERROR_SUCCESS;
     });
 }
@@ -173,7 +173,7 @@ WINHTTP_STATUS_CALLBACK WinHttpSetStatusCallback(HINTERNET handle, WINHTTP_STATU
     With<HttpObject>(handle, [&](const std::shared_ptr<HttpObject>& object) -> DWORD {
         if (reserved != 0)
             return ERROR_INVALID_PARAMETER;
-        object->ChangeListener([&](StatusListener& listener) {
+        object->listener.Update([&](StatusListener& listener) {
             previous = std::exchange(listener.callback, callback);
             listener.notifications = notifications;
         });
@@ -190,7 +190,7 @@ BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD lengt
             if (buffer == nullptr || length != sizeof context)
                 return ERROR_INVALID_PARAMETER;
             std::memcpy(&context, buffer, sizeof context);
-            object->ChangeListener([&](StatusListener& listener) { listener.context = context; });
+            object->listener.Update([&](StatusListener& listener) { listener.context = context; });
             return ERROR_SUCCESS;
         });
     return With<TimedObject>(handle, [&](const std::shared_ptr<TimedObject>& object) -> DWORD {
@@ -205,7 +205,7 @@ BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD lengt
             return policy == WINHTTP_OPTION_REDIRECT_POLICY_NEVER ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
         }
         DWORD error = ERROR_SUCCESS;
-        object->ChangeTimeouts([&](Timeouts& timeouts) {
+        object->timeouts.Update([&](Timeouts& timeouts) {
             int* const timeout = TimeoutOf(timeouts, option);
             error = timeout == nullptr                                ? ERROR_WINHTTP_INVALID_OPTION
                     : buffer == nullptr || length != sizeof(*timeout) ? ERROR_INVALID_PARAMETER
@@ -223,10 +223,10 @@ BOOL WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD* le
 {
     if (option == WINHTTP_OPTION_CONTEXT_VALUE)
         return With<HttpObject>(handle, [&](const std::shared_ptr<HttpObject>& object) -> DWORD {
-            return DeliverValue(object->Listener().context, buffer, length);
+            return DeliverValue(object->listener.Get().context, buffer, length);
         });
     return With<TimedObject>(handle, [&](const std::shared_ptr<TimedObject>& object) -> DWORD {
-        auto timeouts = object->GetTimeouts();
+        auto timeouts = object->timeouts.Get();
         const int* const timeout = TimeoutOf(timeouts, option);
         if (timeout == nullptr)
         {
@@ -250,7 +250,7 @@ BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength,
         if (optional == nullptr && optionalLength != 0)
             return ERROR_INVALID_PARAMETER;
         if (context != 0)
-            object->ChangeListener([&](StatusListener& listener) { listener.context = context; });
+            object->listener.Update([&](StatusListener& listener) { listener.context = context; });
         const std::string_view body(static_cast<const char*>(optional), optionalLength);
         return object->Send(HeaderText(headers, headersLength), body, totalLength);
     });

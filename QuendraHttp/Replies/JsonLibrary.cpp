@@ -147,14 +147,18 @@ private:
 
 } // namespace
 
+bool ReadJson(std::string_view text, Comments comments, Json::Value& root)
+{
+    return Json::Reader().parse(text.data(), text.data() + text.size(), root, comments == Comments::Collect);
+}
+
 bool ParseJson(const ResponseBuffer& response, Comments comments, Json::Value& root)
 {
     if (response.data == nullptr)
         return false;
     const std::string_view text(response.data, static_cast<std::size_t>(response.length));
     const std::optional<std::string> mended = ReplaceUnpairedSurrogates(text);
-    const std::string_view readable = mended ? *mended : text;
-    return Json::Reader().parse(readable.data(), readable.data() + readable.size(), root, comments == Comments::Collect);
+    return ReadJson(mended ? *mended : text, comments, root);
 }
 
 std::string RenderJson(Json::Value& value, std::size_t room, bool& isCut)

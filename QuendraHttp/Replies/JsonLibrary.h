@@ -24,6 +24,10 @@ enum class Comments
     Collect
 };
 
+/// Parses a text as the JSON library's classic reader does.
+/// @throws Json::Exception for a text that is nested too deeply.
+[[nodiscard]] bool ReadJson(std::string_view text, Comments comments, Json::Value& root);
+
 /// Parses a whole reply. Unpaired surrogates, which file names may contain but UTF-8 cannot encode, become U+FFFD.
 /// @return false if it is not JSON or the body is empty.
 /// @throws Json::Exception for a text that is nested too deeply.

@@ -5,8 +5,7 @@
 
 #include "../HandleTable.h"
 #include "../WinHttp.h"
-
-#include <mutex>
+#include "Guarded.h"
 
 namespace Quendra::Platform
 {
@@ -27,13 +26,12 @@ struct StatusListener
     DWORD_PTR context = 0;
 };
 
-/// A session, a connection or a request. A child keeps its parent alive, so handles may be closed in any order. Its settings may be changed
-/// while another thread reads them.
+/// A session, a connection or a request. A child keeps its parent alive, so handles may be closed in any order.
 class HttpObject
 {
 public:
     /// @param parent  whose listener it inherits; null for a session.
-    explicit HttpObject(const HttpObject* parent = nullptr) : m_listener(parent != nullptr ? parent->Listener() : StatusListener()) {}
+    explicit HttpObject(const HttpObject* parent = nullptr) : listener(parent != nullptr ? parent->listener.Get() : StatusListener()) {}
     virtual ~HttpObject() = default;
 
     HttpObject(const HttpObject&) = delete;
@@ -46,25 +44,10 @@ public:
     HINTERNET Handle() const noexcept { return m_handle; }
     void SetHandle(HINTERNET handle) noexcept { m_handle = handle; }
 
-    StatusListener Listener() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_listener;
-    }
-
-    /// Changes the listener atomically.
-    template <class Change> void ChangeListener(Change change)
-    {
-        const std::lock_guard lock(m_mutex);
-        change(m_listener);
-    }
-
-protected:
-    mutable std::mutex m_mutex;
+    Guarded<StatusListener> listener;
 
 private:
     HINTERNET m_handle = nullptr;
-    StatusListener m_listener;
 };
 
 using HttpHandles = HandleTable<HttpObject>;
@@ -73,22 +56,8 @@ using HttpHandles = HandleTable<HttpObject>;
 class TimedObject : public HttpObject
 {
 public:
-    TimedObject(const HttpObject* parent, const Timeouts& timeouts) : HttpObject(parent), m_timeouts(timeouts) {}
+    TimedObject(const HttpObject* parent, const Timeouts& initial) : HttpObject(parent), timeouts(initial) {}
 
-    Timeouts GetTimeouts() const
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_timeouts;
-    }
-
-    /// Changes the timeouts atomically.
-    template <class Change> void ChangeTimeouts(Change change)
-    {
-        const std::lock_guard lock(m_mutex);
-        change(m_timeouts);
-    }
-
-private:
-    Timeouts m_timeouts;
+    Guarded<Timeouts> timeouts;
 };
 } // namespace Quendra::Platform

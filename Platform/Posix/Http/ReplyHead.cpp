@@ -1,5 +1,6 @@
 #include "ReplyHead.h"
 
+#include "../../AsciiCase.h"
 #include "RequestHeaders.h"
 
 namespace Quendra::Platform
@@ -20,7 +21,7 @@ bool IsChunked(CURL* easy)
     for (std::size_t index = 0; const auto coding = HeaderOf(easy, "Transfer-Encoding", index); ++index)
     {
         const auto last = std::min(coding->find_last_of(", \t") + 1, coding->size()); // npos + 1 is 0
-        if (EqualsIgnoringCase(std::string_view(*coding).substr(last), "chunked"))
+        if (EqualIgnoringAsciiCase(std::string_view(*coding).substr(last), "chunked"))
             return true;
     }
     return false;

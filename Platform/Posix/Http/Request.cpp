@@ -49,7 +49,7 @@ int ConnectTimeout(const Timeouts& timeouts)
 } // namespace
 
 Request::Request(std::shared_ptr<Connection> connection, std::string verb, std::string_view path, bool secure)
-    : TimedObject(connection.get(), connection->GetSession().GetTimeouts()), m_connection(std::move(connection)), m_verb(std::move(verb))
+    : TimedObject(connection.get(), connection->GetSession().timeouts.Get()), m_connection(std::move(connection)), m_verb(std::move(verb))
 {
     const auto host = HostForUrl(m_connection->Server());
     const auto port = m_connection->Port();
@@ -100,32 +100,32 @@ DWORD Request::AnnounceBody(std::string_view body, std::uint64_t totalLength)
 DWORD Request::StartTransfer(std::string_view body)
 {
     auto& session = m_connection->GetSession();
-    const auto timeouts = GetTimeouts();
+    const auto limits = timeouts.Get();
     auto headerLines = m_headers.LinesForCurl();
     if (!session.UserAgent().empty() && m_headers.Find("User-Agent") == nullptr)
         headerLines.emplace_back("User-Agent: ").append(session.UserAgent());
     const TransferRequest request{m_address.Url(),     m_verb,       std::move(headerLines),
-                                  m_headers.Cookies(), m_bodyLength, ConnectTimeout(timeouts)};
+                                  m_headers.Cookies(), m_bodyLength, ConnectTimeout(limits)};
     if (const DWORD error = ErrorOfSize(request); error != ERROR_SUCCESS)
         return error;
     m_transfer.reset(); // destroyed first, so that its connection can be borrowed again
     m_transfer = std::make_unique<Transfer>(session.Pool().Borrow(m_address.Origin()), session, request, m_interruption,
                                             StatusNotices(*this, m_connection->Server()));
-    return m_transfer->Start(body, timeouts.send);
+    return m_transfer->Start(body, limits.send);
 }
 
 DWORD Request::Write(std::string_view bytes)
 {
     if (m_state != State::Sent || bytes.size() > m_transfer->RequestBodyLeft())
         return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
-    return m_transfer->Write(bytes, GetTimeouts().send);
+    return m_transfer->Write(bytes, timeouts.Get().send);
 }
 
 DWORD Request::Receive()
 {
     if (m_state != State::Sent)
         return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
-    const DWORD error = m_transfer->AwaitHead(GetTimeouts().receive);
+    const DWORD error = m_transfer->AwaitHead(timeouts.Get().receive);
     if (error == ERROR_SUCCESS)
         m_state = State::Replied;
     return error;
@@ -141,7 +141,7 @@ DWORD Request::DataAvailable(std::size_t& bytes)
     bytes = 0;
     if (m_state != State::Replied)
         return ERROR_WINHTTP_INCORRECT_HANDLE_STATE;
-    const DWORD error = m_transfer->AwaitBody(GetTimeouts().receive);
+    const DWORD error = m_transfer->AwaitBody(timeouts.Get().receive);
     bytes = error == ERROR_SUCCESS ? m_transfer->Buffered() : 0;
     return error;
 }

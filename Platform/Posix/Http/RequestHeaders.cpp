@@ -1,5 +1,7 @@
 #include "RequestHeaders.h"
 
+#include "../../AsciiCase.h"
+
 #include <algorithm>
 #include <charconv>
 #include <limits>
@@ -19,12 +21,6 @@ std::string_view Trim(std::string_view text)
     return text.substr(0, text.find_last_not_of(kSpace) + 1);
 }
 } // namespace
-
-bool EqualsIgnoringCase(std::string_view left, std::string_view right)
-{
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(), [&](char a, char b) { return lower(a) == lower(b); });
-}
 
 DWORD RequestHeaders::AddLines(std::string_view lines, DWORD modifiers)
 {
@@ -81,13 +77,14 @@ DWORD RequestHeaders::Add(Header header, DWORD modifiers)
 
 std::vector<RequestHeaders::Header>::iterator RequestHeaders::Locate(std::string_view name)
 {
-    return std::find_if(m_headers.begin(), m_headers.end(), [name](const Header& header) { return EqualsIgnoringCase(header.name, name); });
+    return std::find_if(m_headers.begin(), m_headers.end(),
+                        [name](const Header& header) { return EqualIgnoringAsciiCase(header.name, name); });
 }
 
 const SecretText* RequestHeaders::Find(std::string_view name) const
 {
-    const auto found =
-        std::find_if(m_headers.begin(), m_headers.end(), [name](const Header& header) { return EqualsIgnoringCase(header.name, name); });
+    const auto found = std::find_if(m_headers.begin(), m_headers.end(),
+                                    [name](const Header& header) { return EqualIgnoringAsciiCase(header.name, name); });
     return found == m_headers.end() ? nullptr : &found->value;
 }
 
@@ -97,7 +94,7 @@ std::vector<SecretText> RequestHeaders::LinesForCurl() const
     lines.reserve(m_headers.size() + 3);
     for (const auto& header : m_headers)
     {
-        if (!EqualsIgnoringCase(header.name, kContentLength) && !EqualsIgnoringCase(header.name, kCookie))
+        if (!EqualIgnoringAsciiCase(header.name, kContentLength) && !EqualIgnoringAsciiCase(header.name, kCookie))
         {
             // For curl, a name with a colon and no value removes the header; a name with a semicolon sends it with an empty value.
             lines.emplace_back(header.name).append(header.value.empty() ? ";" : ": ").append(header.value);
@@ -113,7 +110,7 @@ SecretText RequestHeaders::Cookies() const
 {
     SecretText cookies;
     for (const auto& header : m_headers)
-        if (EqualsIgnoringCase(header.name, kCookie))
+        if (EqualIgnoringAsciiCase(header.name, kCookie))
             cookies.append(cookies.empty() ? "" : "; ").append(header.value);
     return cookies;
 }

@@ -48,9 +48,6 @@ private:
 
 inline constexpr const char* kContentLength = "Content-Length";
 
-/// Compares header names: without regard to case.
-[[nodiscard]] bool EqualsIgnoringCase(std::string_view left, std::string_view right);
-
 /// Parses the value of a Content-Length header; nothing if it is not a number.
 [[nodiscard]] std::optional<std::uint64_t> ParseContentLength(std::string_view value);
 } // namespace Quendra::Platform

@@ -64,7 +64,7 @@ DWORD SecureFailureFlags(CURLcode result, long verification)
 
 void StatusNotices::AttachTo(EasyHandle& easy)
 {
-    if (m_request.Listener().callback == nullptr)
+    if (m_request.listener.Get().callback == nullptr)
         return;
     m_easy = &easy;
     m_name = ToWideText(m_server);
@@ -172,7 +172,7 @@ void StatusNotices::Notify(DWORD status, void* information, DWORD length) const 
 {
     if (m_easy == nullptr)
         return;
-    const auto listener = m_request.Listener();
+    const auto listener = m_request.listener.Get();
     if (listener.callback != nullptr && (listener.notifications & status) != 0)
         listener.callback(m_request.Handle(), listener.context, status, information, length);
 }

@@ -46,7 +46,16 @@ Appliance::Appliance(Options options, std::ostream& output)
 
 void Appliance::Start()
 {
-    m_server = StartHttpServer(m_options, m_port, [this](const Request& request) { return Serve(request); });
+    FaultChooser chooseFault;
+    if (m_options.faults)
+    {
+        chooseFault = ChooseFrom(*m_options.faults, m_options.faultSeed, [this](const std::string& line) { m_output.Write(line); });
+        chooseFault = [this, choose = std::move(chooseFault)](const FaultOccasion& occasion) {
+            return m_playsFaults ? choose(occasion) : nullptr;
+        };
+    }
+    m_server = StartHttpServer(
+        m_options, m_port, [this](const Request& request) { return Serve(request); }, chooseFault);
 }
 
 void Appliance::Stop()

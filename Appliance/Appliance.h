@@ -6,6 +6,8 @@
 #include "ItemStore.h"
 #include "Router.h"
 
+#include <atomic>
+
 namespace ApplianceParts
 {
 
@@ -28,6 +30,9 @@ public:
     /// Ends every connection, including waiting ones, and returns when all threads have ended.
     void Stop();
 
+    /// Plays the options' faults, which it does from the start, or none for a while. Callable from any thread.
+    void PlayFaults(bool playsThem) { m_playsFaults = playsThem; }
+
     [[nodiscard]] int Port() const { return m_port; }
     /// "http://127.0.0.1:PORT", or with https.
     [[nodiscard]] std::string Url() const;
@@ -43,6 +48,7 @@ private:
     ItemStore m_items;
     Router m_router;
     int m_port;
+    std::atomic<bool> m_playsFaults = true;
     std::shared_ptr<void> m_server;
 };
 

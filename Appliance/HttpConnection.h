@@ -3,6 +3,7 @@
 /// @file
 /// HTTP/1.1 on one connection. Compiled for plain sockets and for TLS.
 
+#include "FaultStream.h"
 #include "Http.h"
 #include "Socket.h"
 #include "UtcText.h"
@@ -20,7 +21,8 @@ namespace ApplianceParts
 template <typename Stream> class HttpConnection
 {
 public:
-    HttpConnection(Socket& socket, Stream& stream, const RequestHandler& handler) : m_socket(socket), m_stream(stream), m_handler(handler)
+    HttpConnection(Socket& socket, Stream& stream, const RequestHandler& handler, const FaultChooser& chooseFault)
+        : m_socket(socket), m_stream(socket, stream), m_handler(handler), m_chooseFault(chooseFault)
     {
         m_buffer.reserve(kBlockSize); // each read fills at most this capacity
     }
@@ -55,6 +57,7 @@ private:
     // Returns whether the connection can be used for another request.
     bool ServeRequest()
     {
+        m_stream.Begin(nullptr);
         Parser parser;
         parser.header_limit(kLargestHead);
         parser.body_limit(boost::none);
@@ -70,13 +73,35 @@ private:
 
         const auto& head = parser.get();
         m_isContinueExpected = boost::beast::iequals(head[Field::expect], "100-continue");
+        if (const auto fault = m_chooseFault ? m_chooseFault({head.method_string(), PathOf(parser)}) : nullptr)
+        {
+            m_stream.Begin(fault);
+            if (fault->reply)
+                return Play(*fault, parser);
+        }
         const bool isClear = HasClearBody(parser);
         const auto reply = isClear ? Answer(parser) : ErrorReply(Malformed("the length of the request's body is unclear"));
         // Read the rest of the body: the next request starts behind it, and a client that sends everything before it reads gets the reply.
         while (isClear && !ReadBody(parser).empty())
             ;
         const bool isUsable = isClear && parser.is_done() && parser.keep_alive();
-        return Send(reply, head.version(), isUsable, head.method() == boost::beast::http::verb::head);
+        const bool isSent = Send(reply, head.version(), isUsable, head.method() == boost::beast::http::verb::head);
+        return m_stream.End() && isSent;
+    }
+
+    // Sends the fault's reply in place of the server's. Returns whether the connection can be used for another request.
+    bool Play(const Fault& fault, Parser& parser)
+    {
+        for (std::uint64_t read = 0, size = 1; read < fault.reads && size > 0; read += size)
+            size = ReadBody(parser).size();
+        m_stream.SendReply();
+        return m_stream.End() && parser.is_done() && parser.keep_alive();
+    }
+
+    static std::string_view PathOf(const Parser& parser)
+    {
+        const std::string_view target = parser.get().target();
+        return target.substr(0, target.find('?'));
     }
 
     // Accepts one length or chunked coding. With several, or with another coding, a proxy may see the body's end elsewhere.
@@ -97,7 +122,7 @@ private:
         {
             Request request;
             request.method = std::string(head.method_string());
-            request.path = target.substr(0, question);
+            request.path = PathOf(parser);
             request.query = ParseFields(target.substr(std::min(target.size(), question + 1)));
             request.header = [&head](std::string_view name) {
                 const auto found = head.find({name.data(), name.size()});
@@ -158,15 +183,15 @@ private:
                 return false;
             left -= size;
             message.body() = {isFile ? m_block.data() : const_cast<char*>(reply.text.data()), size, left > 0};
-            m_socket.BeginStep(kBlockTimeout);
             boost::beast::http::write(m_stream, serializer, error);
         } while (error == HttpError::need_buffer);
         return !error && keepsConnection;
     }
 
     Socket& m_socket;
-    Stream& m_stream;
+    FaultStream<Stream> m_stream;
     const RequestHandler& m_handler;
+    const FaultChooser& m_chooseFault;
     boost::beast::flat_buffer m_buffer{2 * kBlockSize};
     std::vector<char> m_block = std::vector<char>(kBlockSize);
     bool m_isContinueExpected = false; ///< the client waits for a sign before it sends the body.

@@ -142,13 +142,28 @@ private:
     std::jthread m_listener; ///< joined first, then the threads of the connections.
 };
 
+void PlayAtConnection(Socket& socket, std::shared_ptr<const Fault> fault)
+{
+    FaultStream stream(socket, socket);
+    stream.Begin(std::move(fault));
+    stream.SendReply();
+    stream.End();
+}
+
 } // namespace
 
-std::shared_ptr<void> StartHttpServer(const Options& options, int& port, const RequestHandler& handler)
+std::shared_ptr<void> StartHttpServer(const Options& options, int& port, const RequestHandler& handler, const FaultChooser& chooseFault)
 {
-    ConnectionServer serve = [handler](Socket& socket) { HttpConnection(socket, socket, handler).Serve(); };
+    ConnectionServer serve = [=](Socket& socket) { HttpConnection(socket, socket, handler, chooseFault).Serve(); };
     if (!options.certificate.empty())
-        serve = ServeTls(options, handler);
+        serve = ServeTls(options, handler, chooseFault);
+    if (chooseFault)
+        serve = [serve = std::move(serve), chooseFault](Socket& socket) {
+            if (auto fault = chooseFault({}))
+                PlayAtConnection(socket, std::move(fault));
+            else
+                serve(socket);
+        };
     const auto server = std::make_shared<HttpServer>(options.mostConnections, port, std::move(serve));
     port = server->Port();
     return server;

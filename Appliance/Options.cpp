@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <ostream>
 #include <regex>
 
@@ -36,6 +38,14 @@ std::string CheckVersion(const std::string& text)
     return std::regex_match(text, pattern) ? "" : "the versions of the API are 1 and 1.0 to 1.50";
 }
 
+FaultPlan ReadPlanFile(const std::string& path)
+{
+    std::ifstream file(ToFilePath(path), std::ios::binary);
+    if (!file)
+        throw std::runtime_error("cannot read " + path);
+    return ReadFaultPlan({std::istreambuf_iterator<char>(file), {}});
+}
+
 } // namespace
 
 std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std::ostream& output, std::ostream& errors, int& exitStatus)
@@ -46,6 +56,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
     std::string certificate;
     std::string privateKey;
     std::string mode = kLegacy;
+    std::string faults;
 
     CLI::App app("A sample server that keeps its items in a folder: for trying things out and for tests, not for production.",
                  "quendra-appliance");
@@ -72,6 +83,11 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
         ->check(CLI::Validator(CheckVersion, ""))
         ->type_name("VERSION,");
     app.add_flag("--log", options.logsRequests, "Print a line for each request");
+    app.add_option("--faults", faults, "The plan (JSON) of faults to play; each is printed as it is played")
+        ->check(CLI::Validator(CheckFile, ""))
+        ->type_name("FILE");
+    const auto* const seed =
+        app.add_option("--seed", options.faultSeed, "Chooses the faults; goes with --faults; default: 1")->type_name("N");
 
     const auto refuse = [&](const std::string& message) {
         errors << "quendra-appliance: " << message << "\nTry 'quendra-appliance --help'.\n";
@@ -82,6 +98,8 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
     {
         std::reverse(arguments.begin(), arguments.end()); // CLI11 takes them in reverse order
         app.parse(arguments);
+        if (!faults.empty())
+            options.faults = ReadPlanFile(faults);
     }
     catch (const CLI::CallForHelp&)
     {
@@ -97,8 +115,14 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
     {
         return refuse(error.what());
     }
+    catch (const std::runtime_error& error)
+    {
+        return refuse("--faults: " + std::string(error.what()));
+    }
     if (certificate.empty() != privateKey.empty())
         return refuse("--cert and --key go together");
+    if (seed->count() > 0 && faults.empty())
+        return refuse("--seed goes with --faults");
 
     const auto colon = user.find(':');
     options.root = ToFilePath(root);

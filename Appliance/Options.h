@@ -3,6 +3,8 @@
 /// @file
 /// The appliance's options and their command line.
 
+#include "Faults.h"
+
 #include <filesystem>
 #include <iosfwd>
 #include <optional>
@@ -22,6 +24,8 @@ struct Options
     std::filesystem::path privateKey;
     bool needsDeviceToken = false; ///< to log in.
     bool logsRequests = false;
+    std::optional<FaultPlan> faults = {};
+    std::uint64_t faultSeed = 1;
     std::size_t mostConnections = 500; ///< each takes a thread, a socket and perhaps a file.
     std::vector<std::string> apiVersions = {"1.0", "1.1", "1.2", "1.3"};
 };

@@ -8,6 +8,7 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/ip/tcp.hpp>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 
@@ -63,10 +64,32 @@ public:
     /// Whether the client is still connected and has sent nothing more: it waits for the reply.
     [[nodiscard]] bool IsClientWaiting() { return !WaitFor(m_socket, System::Wait::Readable, std::chrono::milliseconds(0)); }
 
+    /// Waits, without reading, until the client ends the connection, the server ends it, or the time is over.
+    void WaitForEnd(Clock::duration time)
+    {
+        BeginStep(time);
+        m_waitingSince = m_stepBegan;
+        while (!m_isAborted && Clock::now() < m_deadline &&
+               !WaitFor(m_socket, System::Wait::Ended,
+                        std::min(kLookUp, std::chrono::ceil<std::chrono::milliseconds>(m_deadline - Clock::now()))))
+            ;
+        m_waitingSince = Clock::time_point::max();
+    }
+
+    /// Makes the connection end with a reset.
+    void Reset()
+    {
+        ErrorCode ignored;
+        m_socket.set_option(boost::asio::socket_base::linger(true, 0), ignored);
+        m_isReset = true;
+    }
+
     /// Waits until the client has read the last reply: closing a socket with unread bytes resets the connection, and the client may lose
     /// that reply.
     void Finish()
     {
+        if (m_isReset)
+            return;
         BeginStep(std::chrono::seconds(1));
         ErrorCode error;
         m_socket.shutdown(Tcp::socket::shutdown_send, error);
@@ -115,6 +138,7 @@ private:
     Clock::time_point m_deadline;
     std::atomic<Clock::time_point> m_waitingSince = Clock::time_point::max();
     std::atomic<bool> m_isAborted = false;
+    bool m_isReset = false;
 };
 
 } // namespace ApplianceParts

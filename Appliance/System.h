@@ -24,7 +24,8 @@ void PrepareListener(NativeSocket socket);
 enum class Wait
 {
     Readable, ///< data, a connection to accept, or the connection's end
-    Writable
+    Writable,
+    Ended ///< the peer has closed the connection, or it broke. Not seen behind unread data on every system.
 };
 
 /// @return whether the socket became ready in time.

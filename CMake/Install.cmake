@@ -2,7 +2,7 @@
 #
 #     Runtime       the library, the tracing library, on Linux the platform library; the notices of the libraries they are made with
 #     Development   headers, import libraries, the static libraries of the records and of versions, find_package(QuendraHttp) and pkg-config, the documents
-#     Programs      quendra and quendra-appliance
+#     Programs      quendra and quendra-appliance, the faults that the latter can play
 #     Symbols       the symbols of everything above, in .debug folders beside the binaries, where debuggers look for them
 #
 # CMake/Package.cmake packages them. Docs/Compatibility.md says what the versions promise.
@@ -40,6 +40,7 @@ install(TARGETS QuendraHttp quendra_eventing quendra_platform quendra_libraries 
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
     INCLUDES DESTINATION ${headerFolder})
 install(TARGETS ${programs} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Programs)
+install(FILES Appliance/Faults.json DESTINATION ${CMAKE_INSTALL_DATADIR}/quendra-http COMPONENT Programs)
 if(NOT WIN32)
     # bash looks for a command's completion here.
     install(FILES ${PROJECT_BINARY_DIR}/Client/quendra.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME quendra COMPONENT Programs)

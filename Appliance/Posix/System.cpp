@@ -19,7 +19,8 @@ void PrepareListener(NativeSocket socket)
 
 bool WaitFor(NativeSocket socket, Wait wait, std::chrono::milliseconds time)
 {
-    pollfd entry{static_cast<int>(socket), static_cast<short>(wait == Wait::Readable ? POLLIN : POLLOUT), 0};
+    const auto events = wait == Wait::Readable ? POLLIN : wait == Wait::Writable ? POLLOUT : POLLRDHUP;
+    pollfd entry{static_cast<int>(socket), static_cast<short>(events), 0};
     return poll(&entry, 1, static_cast<int>(time.count())) > 0;
 }
 

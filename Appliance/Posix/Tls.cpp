@@ -23,7 +23,7 @@ void Check(const ErrorCode& error, const std::string& step)
 
 } // namespace
 
-ConnectionServer ServeTls(const Options& options, RequestHandler handler)
+ConnectionServer ServeTls(const Options& options, RequestHandler handler, FaultChooser chooseFault)
 {
     const auto context = std::make_shared<ssl::context>(ssl::context::tls_server);
     ErrorCode error;
@@ -35,14 +35,14 @@ ConnectionServer ServeTls(const Options& options, RequestHandler handler)
     Check(error, "cannot use the private key " + options.privateKey.string());
     if (SSL_CTX_check_private_key(context->native_handle()) != 1)
         throw std::runtime_error("the private key is not the certificate's");
-    return [context, handler = std::move(handler)](Socket& socket) {
+    return [context, handler = std::move(handler), chooseFault = std::move(chooseFault)](Socket& socket) {
         boost::beast::ssl_stream<Socket&> stream(socket, *context);
         ErrorCode failed;
         socket.BeginStep(kHandshakeTimeout);
         stream.handshake(ssl::stream_base::server, failed);
         if (failed)
             return;
-        HttpConnection(socket, stream, handler).Serve();
+        HttpConnection(socket, stream, handler, chooseFault).Serve();
         socket.BeginStep(std::chrono::seconds(1));
         stream.shutdown(failed);
     };

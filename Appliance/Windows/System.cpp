@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <io.h>
 #include <system_error>
+#include <thread>
 #include <winsock2.h>
 
 namespace ApplianceParts::System
@@ -20,8 +21,14 @@ void PrepareListener(NativeSocket socket)
 
 bool WaitFor(NativeSocket socket, Wait wait, std::chrono::milliseconds time)
 {
-    WSAPOLLFD entry{static_cast<SOCKET>(socket), static_cast<SHORT>(wait == Wait::Readable ? POLLRDNORM : POLLWRNORM), 0};
-    return WSAPoll(&entry, 1, static_cast<int>(time.count())) > 0;
+    WSAPOLLFD entry{static_cast<SOCKET>(socket), static_cast<SHORT>(wait == Wait::Writable ? POLLWRNORM : POLLRDNORM), 0};
+    if (WSAPoll(&entry, 1, static_cast<int>(time.count())) <= 0)
+        return false;
+    char next = 0;
+    if (wait != Wait::Ended || recv(entry.fd, &next, 1, MSG_PEEK) <= 0)
+        return true;
+    std::this_thread::sleep_for(time); // unread data hides the end
+    return false;
 }
 
 std::shared_ptr<std::FILE> OpenFile(const std::filesystem::path& path, std::uint64_t offset)

@@ -105,7 +105,7 @@ DWORD Lock(int descriptor, DWORD sharing)
     return ::flock(descriptor, kind | LOCK_NB) != 0 && errno == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
 }
 
-/// Makes a file that was opened with O_NONBLOCK ready for use. The content is truncated last.
+/// Makes a file that was opened with O_NONBLOCK, which regular files ignore, ready for use. The content is truncated last.
 DWORD Prepare(int descriptor, DWORD sharing, DWORD disposition)
 {
     struct stat status = {};
@@ -117,9 +117,7 @@ DWORD Prepare(int descriptor, DWORD sharing, DWORD disposition)
         return NeverWaits(status) ? ERROR_SUCCESS : ERROR_NOT_SUPPORTED;
     if (const DWORD error = Lock(descriptor, sharing); error != ERROR_SUCCESS)
         return error;
-    const bool isReady = ::fcntl(descriptor, F_SETFL, 0) == 0 && // NOLINT(cppcoreguidelines-pro-type-vararg)
-                         (disposition != CREATE_ALWAYS || ::ftruncate(descriptor, 0) == 0);
-    return isReady ? ERROR_SUCCESS : LastSystemError();
+    return disposition != CREATE_ALWAYS || ::ftruncate(descriptor, 0) == 0 ? ERROR_SUCCESS : LastSystemError();
 }
 
 int OpenFlags(DWORD access, DWORD disposition)

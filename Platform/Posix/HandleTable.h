@@ -4,10 +4,12 @@
 /// The table between the opaque handles that callers hold and the objects behind them. A handle value is never reused in a process, so a
 /// call with a closed handle finds no object.
 
+#include <array>
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <shared_mutex>
 #include <unordered_map>
 #include <utility>
 
@@ -20,12 +22,15 @@ class HandleValues
 public:
     static void* Next() noexcept
     {
-        static std::mutex mutex;
-        static std::uintptr_t last = 0x1000;
-        const std::lock_guard lock(mutex);
-        last += 4;
-        return reinterpret_cast<void*>(last); // NOLINT(performance-no-int-to-ptr): a handle is an opaque number
+        static std::atomic<std::uintptr_t> last = 0x1000;
+        return reinterpret_cast<void*>(last += kStep); // NOLINT(performance-no-int-to-ptr): a handle is an opaque number
     }
+
+    /// The position of a handle in the sequence.
+    static std::size_t Number(const void* handle) noexcept { return reinterpret_cast<std::uintptr_t>(handle) / kStep; }
+
+private:
+    static constexpr std::uintptr_t kStep = 4;
 };
 
 /// Handles to objects derived from `Object`. Thread-safe. A found object stays alive as long as its pointer is held, even if the handle is
@@ -43,35 +48,41 @@ public:
     void* Insert(std::shared_ptr<Object> object)
     {
         void* const handle = HandleValues::Next();
-        const std::lock_guard lock(m_mutex);
-        m_objects.emplace(handle, std::move(object));
+        auto& part = PartOf(handle);
+        const std::lock_guard lock(part.mutex);
+        part.objects.emplace(handle, std::move(object));
         return handle;
     }
 
     /// Null where the handle is unknown or closed.
-    std::shared_ptr<Object> Find(void* handle) const
+    std::shared_ptr<Object> Find(void* handle)
     {
-        const std::shared_lock lock(m_mutex);
-        const auto found = m_objects.find(handle);
-        return found == m_objects.end() ? nullptr : found->second;
+        auto& part = PartOf(handle);
+        const std::lock_guard lock(part.mutex);
+        const auto found = part.objects.find(handle);
+        return found == part.objects.end() ? nullptr : found->second;
     }
 
     /// Removes and returns the object; null where the handle is unknown or closed. If two threads close a handle, one gets the object.
     std::shared_ptr<Object> Remove(void* handle)
     {
-        const std::lock_guard lock(m_mutex);
-        const auto found = m_objects.find(handle);
-        if (found == m_objects.end())
-            return nullptr;
-        auto object = std::move(found->second);
-        m_objects.erase(found);
-        return object;
+        auto& part = PartOf(handle);
+        const std::lock_guard lock(part.mutex);
+        const auto node = part.objects.extract(handle);
+        return node.empty() ? nullptr : std::move(node.mapped());
     }
 
 private:
+    struct Part
+    {
+        std::mutex mutex;
+        std::unordered_map<void*, std::shared_ptr<Object>> objects;
+    };
+
     HandleTable() = default;
 
-    mutable std::shared_mutex m_mutex;
-    std::unordered_map<void*, std::shared_ptr<Object>> m_objects;
+    Part& PartOf(const void* handle) noexcept { return m_parts[HandleValues::Number(handle) % m_parts.size()]; }
+
+    std::array<Part, 64> m_parts; // so that threads with handles of their own seldom wait for each other
 };
 } // namespace Quendra::Platform

@@ -13,11 +13,9 @@ int Index() noexcept
 }
 } // namespace
 
-void CertificateDemand::AttachTo(EasyHandle& easy, CertificateStore& trusted)
+void CertificateDemand::AttachTo(EasyHandle& easy)
 {
-    m_isMade = false;
-    m_trusted = &trusted;
-    trusted.AttachTo(easy);
+    m_trusted.AttachTo(easy);
     easy.Set(CURLOPT_SSL_CTX_FUNCTION, &CertificateDemand::Watch);
     easy.Set(CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
 }
@@ -31,6 +29,6 @@ CURLcode CertificateDemand::Watch(CURL*, void* context, void* self) noexcept
         static_cast<CertificateDemand*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(connection), Index()))->m_isMade = true;
         return 0; // there is none to send
     });
-    return static_cast<CertificateDemand*>(self)->m_trusted->ApplyTo(*tls);
+    return static_cast<CertificateDemand*>(self)->m_trusted.ApplyTo(*tls);
 }
 } // namespace Quendra::Platform

@@ -13,17 +13,21 @@ namespace Quendra::Platform
 class CertificateDemand
 {
 public:
-    /// Forgets what was asked so far, and watches the TLS connections that the exchange opens.
-    /// @param trusted  the authorities that these trust; must outlive the exchange.
-    /// @throws what `EasyHandle::Set` throws
-    void AttachTo(EasyHandle& easy, CertificateStore& trusted);
+    /// @param trusted  the authorities that the connections trust; must outlive this object.
+    explicit CertificateDemand(CertificateStore& trusted) noexcept : m_trusted(trusted) {}
 
+    /// Watches the TLS connections that the handle or a copy of it opens.
+    /// @throws what `EasyHandle::Set` throws
+    void AttachTo(EasyHandle& easy);
+
+    /// Forgets what was asked so far.
+    void Reset() noexcept { m_isMade = false; }
     bool IsMade() const noexcept { return m_isMade; }
 
 private:
     static CURLcode Watch(CURL* easy, void* context, void* self) noexcept;
 
-    CertificateStore* m_trusted = nullptr;
+    CertificateStore& m_trusted;
     bool m_isMade = false;
 };
 } // namespace Quendra::Platform

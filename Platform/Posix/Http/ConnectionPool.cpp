@@ -12,14 +12,16 @@ namespace
 constexpr std::chrono::seconds kLongestIdle(50);
 } // namespace
 
-PooledConnection::PooledConnection(std::string origin) : m_origin(std::move(origin)), m_multi(curl_multi_init())
+PooledConnection::PooledConnection(std::string origin, CertificateStore& trusted)
+    : m_origin(std::move(origin)), m_demand(trusted), m_multi(curl_multi_init())
 {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg)
     if (!m_multi || curl_multi_setopt(m_multi.get(), CURLMOPT_MAXCONNECTS, 1L) != CURLM_OK)
         throw std::bad_alloc();
+    m_demand.AttachTo(m_common);
 }
 
-ConnectionPool::Borrowed ConnectionPool::Borrow(const std::string& origin)
+ConnectionPool::Borrowed ConnectionPool::Borrow(const std::string& origin, CertificateStore& trusted)
 {
     std::unique_ptr<PooledConnection> connection;
     Connections expired; // closed outside the lock
@@ -34,7 +36,7 @@ ConnectionPool::Borrowed ConnectionPool::Borrow(const std::string& origin)
         }
     }
     if (!connection)
-        connection = std::make_unique<PooledConnection>(origin);
+        connection = std::make_unique<PooledConnection>(origin, trusted);
     return {connection.release(), Return(shared_from_this())};
 }
 

@@ -26,10 +26,13 @@ class PooledConnection
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// @throws std::bad_alloc
-    explicit PooledConnection(std::string origin);
+    /// @throws what `EasyHandle::Set` throws
+    PooledConnection(std::string origin, CertificateStore& trusted);
 
     CURLM* Multi() const noexcept { return m_multi.get(); }
+
+    /// What the handles of its requests are copies of.
+    const EasyHandle& Common() const noexcept { return m_common; }
 
     /// The server: scheme, name and port, as they stand in a URL.
     const std::string& Origin() const noexcept { return m_origin; }
@@ -47,6 +50,7 @@ private:
 
     const std::string m_origin;
     CertificateDemand m_demand;
+    EasyHandle m_common;
     std::unique_ptr<CURLM, Cleanup> m_multi;
     Clock::time_point m_lastUsed = Clock::now();
 };
@@ -68,8 +72,9 @@ public:
     using Borrowed = std::unique_ptr<PooledConnection, Return>;
 
     /// Lends a connection to a server: an idle one, or a new one that is not connected yet.
-    /// @throws std::bad_alloc
-    Borrowed Borrow(const std::string& origin);
+    /// @param trusted  the authorities that it trusts; must outlive the connection.
+    /// @throws what `EasyHandle::Set` throws
+    Borrowed Borrow(const std::string& origin, CertificateStore& trusted);
 
     CURLSH* Share() const noexcept { return m_share.Get(); }
 

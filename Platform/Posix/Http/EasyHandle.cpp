@@ -2,14 +2,19 @@
 
 #include "OutgoingBody.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace Quendra::Platform
 {
 namespace
 {
-/// The most bytes that one receive takes.
+// The most bytes that one receive takes. A reply to a request with a body is short.
 constexpr long kReceiveBytes = 128 * 1024;
+constexpr long kReceiveShortBytes = 16 * 1024;
+
+// curl accepts no smaller buffer for sending.
+constexpr std::uint64_t kLeastSendBytes = 16 * 1024;
 
 constexpr long kUnlimited = std::numeric_limits<int>::max();
 
@@ -18,19 +23,10 @@ constexpr long kProbeAfter = 30;
 constexpr long kProbeEach = 10;
 } // namespace
 
-EasyHandle::EasyHandle(const TransferRequest& request, CURLSH* share, bool isFresh) : m_easy(curl_easy_init())
+EasyHandle::EasyHandle() : m_easy(curl_easy_init())
 {
     if (!m_easy)
         throw std::bad_alloc();
-    Set(CURLOPT_SHARE, share);
-    Set(CURLOPT_FRESH_CONNECT, isFresh ? 1L : 0L);
-    SetConnection(request);
-    SetRequest(request);
-}
-
-void EasyHandle::SetConnection(const TransferRequest& request)
-{
-    Set(CURLOPT_URL, request.url.c_str());
     Set(CURLOPT_PROTOCOLS_STR, "http,https");
     Set(CURLOPT_PATH_AS_IS, 1L);
     Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
@@ -39,15 +35,30 @@ void EasyHandle::SetConnection(const TransferRequest& request)
     Set(CURLOPT_NOSIGNAL, 1L);
     // Closing a request does not wait for its name resolution.
     Set(CURLOPT_QUICK_EXIT, 1L);
-    Set(CURLOPT_CONNECTTIMEOUT_MS, request.connectTimeout > 0 ? static_cast<long>(request.connectTimeout) : kUnlimited);
     Set(CURLOPT_TCP_KEEPALIVE, 1L);
     Set(CURLOPT_TCP_KEEPIDLE, kProbeAfter);
     Set(CURLOPT_TCP_KEEPINTVL, kProbeEach);
     Set(CURLOPT_BUFFERSIZE, kReceiveBytes);
-    Set(CURLOPT_ERRORBUFFER, m_errorText.data());
 }
 
-void EasyHandle::SetRequest(const TransferRequest& request)
+EasyHandle::EasyHandle(const EasyHandle& common, const TransferRequest& request, CURLSH* share, bool isFresh)
+    : m_easy(curl_easy_duphandle(common.Get()))
+{
+    if (!m_easy)
+        throw std::bad_alloc();
+    Set(CURLOPT_ERRORBUFFER, m_errorText.data());
+    Set(CURLOPT_SHARE, share);
+    // Names no file, but enables curl's cookie engine.
+    Set(CURLOPT_COOKIEFILE, "");
+    Set(CURLOPT_FRESH_CONNECT, isFresh ? 1L : 0L);
+    Set(CURLOPT_CONNECTTIMEOUT_MS, request.connectTimeout > 0 ? static_cast<long>(request.connectTimeout) : kUnlimited);
+    Set(CURLOPT_URL, request.url.c_str());
+    SetHeaders(request);
+    SetBody(request);
+    Set(CURLOPT_CUSTOMREQUEST, request.verb.c_str());
+}
+
+void EasyHandle::SetHeaders(const TransferRequest& request)
 {
     for (const auto& line : request.headerLines)
     {
@@ -58,19 +69,22 @@ void EasyHandle::SetRequest(const TransferRequest& request)
         m_headerLines.reset(longer);
     }
     Set(CURLOPT_HTTPHEADER, m_headerLines.get());
-    // Names no file, but enables curl's cookie engine.
-    Set(CURLOPT_COOKIEFILE, "");
     if (!request.cookies.empty())
         Set(CURLOPT_COOKIE, request.cookies.c_str());
+}
+
+void EasyHandle::SetBody(const TransferRequest& request)
+{
     if (request.bodyLength)
     {
         // For every verb: curl then adds only the length header.
         Set(CURLOPT_UPLOAD, 1L);
-        Set(CURLOPT_UPLOAD_BUFFERSIZE, static_cast<long>(OutgoingBody::kCollectedBytes));
         Set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(*request.bodyLength));
+        Set(CURLOPT_UPLOAD_BUFFERSIZE,
+            static_cast<long>(std::clamp<std::uint64_t>(*request.bodyLength, kLeastSendBytes, OutgoingBody::kCollectedBytes)));
+        Set(CURLOPT_BUFFERSIZE, kReceiveShortBytes);
     }
     else if (request.verb == "HEAD")
         Set(CURLOPT_NOBODY, 1L);
-    Set(CURLOPT_CUSTOMREQUEST, request.verb.c_str());
 }
 } // namespace Quendra::Platform

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// An easy handle of libcurl with the options of one request.
+/// Easy handles of libcurl: one with the options that all requests over a connection share, and its copy for each request.
 
 #include "../Secret.h"
 
@@ -35,9 +35,15 @@ struct TransferRequest
 class EasyHandle
 {
 public:
-    /// @param isFresh  does not use a kept connection.
+    /// With the options that all requests share.
     /// @throws std::bad_alloc, and std::runtime_error where libcurl refuses an option
-    EasyHandle(const TransferRequest& request, CURLSH* share, bool isFresh);
+    EasyHandle();
+
+    /// For one request: a copy of the common handle, which costs less than a new one and takes no lock of the process. It is not used for
+    /// another request, because libcurl 7.88 keeps a pointer into the headers of a handle's last reply.
+    /// @param isFresh  does not use a kept connection.
+    /// @throws as above
+    EasyHandle(const EasyHandle& common, const TransferRequest& request, CURLSH* share, bool isFresh);
 
     CURL* Get() const noexcept { return m_easy.get(); }
 
@@ -72,8 +78,8 @@ private:
         void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
     };
 
-    void SetConnection(const TransferRequest& request);
-    void SetRequest(const TransferRequest& request);
+    void SetHeaders(const TransferRequest& request);
+    void SetBody(const TransferRequest& request);
 
     std::array<char, CURL_ERROR_SIZE> m_errorText = {};
     std::unique_ptr<curl_slist, ListCleanup> m_headerLines;

@@ -109,8 +109,8 @@ DWORD Request::StartTransfer(std::string_view body)
     if (const DWORD error = ErrorOfSize(request); error != ERROR_SUCCESS)
         return error;
     m_transfer.reset(); // destroyed first, so that its connection can be borrowed again
-    m_transfer = std::make_unique<Transfer>(session.Pool().Borrow(m_address.Origin()), session, request, m_interruption,
-                                            StatusNotices(*this, m_connection->Server()));
+    m_transfer = std::make_unique<Transfer>(session.Pool().Borrow(m_address.Origin(), session.Certificates()), session.Pool().Share(),
+                                            request, m_interruption, StatusNotices(*this, m_connection->Server()));
     return m_transfer->Start(body, limits.send);
 }
 

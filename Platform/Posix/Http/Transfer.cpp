@@ -40,19 +40,19 @@ constexpr int kLongestPoll = 60'000;
 constexpr long kFirstRefusal = 300;
 } // namespace
 
-Transfer::Transfer(ConnectionPool::Borrowed connection, Session& session, const TransferRequest& request, Interruption& interruption,
+Transfer::Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const TransferRequest& request, Interruption& interruption,
                    StatusNotices notices)
     : m_connection(std::move(connection)),
       m_interruption(interruption),
       m_notices(std::move(notices)),
       m_outgoing(request.bodyLength.value_or(0)),
-      m_easy(std::make_unique<EasyHandle>(request, session.Pool().Share(),
+      m_easy(std::make_unique<EasyHandle>(m_connection->Common(), request, share,
                                           !request.IsRepeatable() && m_connection->IdleTime() >= kSafeIdleTime)),
       m_isRepeatable(request.IsRepeatable())
 {
     m_easy->Set(CURLOPT_PREREQFUNCTION, &Transfer::OnAboutToSend);
     m_easy->Set(CURLOPT_PREREQDATA, static_cast<void*>(this));
-    m_connection->Demand().AttachTo(*m_easy, session.Certificates());
+    m_connection->Demand().Reset();
     m_outgoing.AttachTo(*m_easy);
     m_incoming.AttachTo(*m_easy);
     m_notices.AttachTo(*m_easy);

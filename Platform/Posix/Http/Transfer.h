@@ -9,7 +9,6 @@
 #include "IncomingReply.h"
 #include "Interruption.h"
 #include "OutgoingBody.h"
-#include "Session.h"
 #include "StatusNotices.h"
 
 #include <cstddef>
@@ -23,7 +22,7 @@ class Transfer
 {
 public:
     /// @throws std::bad_alloc, and std::runtime_error where libcurl refuses an option
-    Transfer(ConnectionPool::Borrowed connection, Session& session, const TransferRequest& request, Interruption& interruption,
+    Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const TransferRequest& request, Interruption& interruption,
              StatusNotices notices);
     ~Transfer();
 

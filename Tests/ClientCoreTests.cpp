@@ -64,7 +64,7 @@ TEST(ClientSettings, AccessorsAreNotTraced)
 TEST(ClientSettings, ASessionThatCannotBeOpenedIsOnlyTraced)
 {
     Script script;
-    script.sessionResult = 0x80072EE4;
+    script.failure = {"session", 1, 0x80072EE4, 0};
     TraceCapture trace;
     const CNativeHttp client(MakeScriptedTransport(script), L"device");
     EXPECT_EQ(trace.Messages(EVT_ERROR), Texts{"WinHttpSession failed to initialise, error code: -2147012892"});

@@ -153,6 +153,13 @@ inline Operation List(const std::wstring& path)
     return [=](Api& api, Caller& caller) { return api.GetPathListing(path, caller.children, caller.given, nullptr); };
 }
 
+inline ResultCode ShakeHands(Api& api, Caller&)
+{
+    std::uint32_t mode = 0;
+    std::uint32_t value = 0;
+    return api.Init(mode, value);
+}
+
 /// The text is the policy, then "|" and the session token unless that is still "old".
 inline Operation LogIn(const VersionNumber& version = {}, const VersionNumber& platform = {})
 {
@@ -164,6 +171,26 @@ inline Operation LogIn(const VersionNumber& version = {}, const VersionNumber& p
         caller.text += token == L"old" ? L"" : L"|" + token;
         return code;
     };
+}
+
+/// Operations that move no file.
+inline std::map<std::string, Operation> PathOperations()
+{
+    return {{"create", Call(&Api::CreateFolder, L"/d/new")},
+            {"get", Call(&Api::GetPathAttributes, L"/a")},
+            {"set", Call(&Api::SetPathAttributes, L"/a", MakeItem(7, ""))},
+            {"delete", Call(&Api::DeletePath, L"/a", MakeItem(7, "4"))},
+            {"rename", Call(&Api::RenamePath, L"/x/a", L"/x/b", 0U)},
+            {"move", Call(&Api::RenamePath, L"/x/a", L"/y/a", 1U)},
+            {"list", List(L"/d")},
+            {"changes", Call(&Api::GetChanges)},
+            {"mappings", Call(&Api::GetRemoteFolderMap)},
+            {"share", Call(&Api::GenerateLink, std::make_shared<ShareRequest>())},
+            {"audit", Call(&Api::PublishSyncStats, "x")},
+            {"wipe", Call(&Api::AcknowledgeRemoteWipe, L"ann", L"id")},
+            {"version", Call(&Api::Version)},
+            {"login", LogIn()},
+            {"register", Call(&Api::Register, L"ann", L"host")}};
 }
 
 // Transfers, of "/d/a.txt".

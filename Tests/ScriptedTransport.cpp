@@ -35,12 +35,12 @@ std::string Watched(const CancelEvent* cancel, const Progress& progress)
     return Text(cancel != nullptr && cancel->event != nullptr ? " +cancel" : "", progress ? " +progress" : "");
 }
 
-bool Fails(const Script::Failure& failure, std::size_t call)
+ResultCode ResultOf(Script& script, std::string_view step)
 {
-    if (static_cast<int>(call) != failure.call)
-        return false;
-    SetLastError(failure.lastError);
-    return true;
+    if (script.failure.step.empty() || !step.starts_with(script.failure.step) || ++script.failureCalls != script.failure.call)
+        return Result::Success;
+    SetLastError(script.failure.lastError);
+    return script.failure.result;
 }
 
 class ScriptedSession final : public IWinHttpSession
@@ -48,11 +48,11 @@ class ScriptedSession final : public IWinHttpSession
 public:
     explicit ScriptedSession(Script& script) : m_script(script) {}
 
-    ResultCode Initialise() override { return m_script.sessionResult; }
+    ResultCode Initialise() override { return ResultOf(m_script, "session"); }
     int SetTimeouts(std::int32_t resolve, std::int32_t connect, std::int32_t send, std::int32_t receive) override
     {
         m_script.timeouts.push_back({resolve, connect, send, receive});
-        return Fails(m_script.timeoutsFailure, m_script.timeouts.size()) ? 0 : 1;
+        return ResultOf(m_script, "timeouts") == Result::Success ? 1 : 0;
     }
     void SetSessionToken(const std::wstring& token) override { m_token = token; }
     std::wstring GetSessionToken() override { return m_token; }
@@ -74,7 +74,7 @@ public:
                           std::uint64_t receive) override
     {
         m_script.connections.push_back(Text(server, ":", port, " send=", send, " receive=", receive));
-        return Fails(m_script.connectionFailure, m_script.connections.size()) ? m_script.connectionFailure.result : Result::Success;
+        return ResultOf(m_script, "connect");
     }
     void* GetHandle() override { return nullptr; }
 
@@ -92,9 +92,7 @@ public:
                           const wchar_t* accept, std::uint32_t flags) override
     {
         const ResultCode result = Step(verb, " ", path, " flags=", flags, accept == nullptr ? "" : " accept=" + ToNarrow(accept));
-        return result == 0 && Fails(m_script.requestFailure, static_cast<std::size_t>(++m_script.requestsMade))
-                   ? m_script.requestFailure.result
-                   : result;
+        return result != Result::Success ? result : ResultOf(m_script, "open");
     }
     ResultCode AddHeader(const std::wstring& name, const std::wstring& value) override { return Step("header ", name, ": ", value); }
     ResultCode StartRequest(std::uint64_t contentLength) override { return Step("start ", contentLength); }
@@ -140,12 +138,7 @@ public:
 private:
     template <typename... Parts> ResultCode Step(const Parts&... parts)
     {
-        const std::string& step = m_script.requests.at(m_index).emplace_back(Text(parts...));
-        if (m_script.failingStep.empty() || !step.starts_with(m_script.failingStep) ||
-            (++m_script.failingStepCalls != m_script.failingStepCall && m_script.failingStepCall != 0))
-            return Result::Success;
-        SetLastError(m_script.failingStepResult);
-        return m_script.failingStepResult;
+        return ResultOf(m_script, m_script.requests.at(m_index).emplace_back(Text(parts...)));
     }
 
     template <typename... Parts> ResultCode File(std::uint64_t* size, const Parts&... parts)

@@ -32,29 +32,22 @@ struct Script
 
     std::deque<ScriptedReply> replies; ///< one a request; without one it is answered 200 without a body.
 
-    // The n-th (from 1) connection or request fails to initialise with this result and last error.
+    /// The step that fails: the n-th (from 1) of those that begin with this text, which may also be "session", "timeouts", "connect" or
+    /// "open".
     struct Failure
     {
-        int call = 0;
+        std::string step; ///< empty: none fails.
+        int call = 1;
         ResultCode result = 0;
         std::uint32_t lastError = 0;
     };
-    Failure connectionFailure;
-    Failure requestFailure;
-    /// The n-th call of `SetTimeouts` fails with this last error.
-    Failure timeoutsFailure;
-    ResultCode sessionResult = 0;
-    /// The steps that begin with this text return the result; with a number, the n-th of them (from 1) alone.
-    std::string failingStep;
-    int failingStepCall = 0;
-    ResultCode failingStepResult = 0;
+    Failure failure;
     bool throwOnSend = false;
 
     std::vector<Steps> requests;
     std::vector<std::string> connections;   ///< "server:port send=0 receive=0"
     std::vector<std::vector<int>> timeouts; ///< of each `SetTimeouts`
-    int requestsMade = 0;
-    int failingStepCalls = 0;
+    int failureCalls = 0;
 };
 
 /// Makes a transport that follows a script; the script outlives it.

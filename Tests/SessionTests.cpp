@@ -88,10 +88,10 @@ TEST(Handshake, ThatFailedIsMadeAnewAsAWhole)
         client.script = {};
         return result;
     };
-    client.script.timeoutsFailure = {1, 0, 6};
+    client.script.failure = {"timeouts", 1, 1, 6};
     EXPECT_EQ(attempt(""), "2147942406, mode 99, value 99");
     EXPECT_FALSE(client->IsApiVersionAtLeast13());
-    client.script.connectionFailure = {2, 9, 0};
+    client.script.failure = {"connect", 2, 9, 0};
     EXPECT_EQ(attempt(""), "9, mode 99, value 0") << "without a last error the result itself counts";
     EXPECT_TRUE(client->IsApiVersionAtLeast13()) << "version and paths stay known";
     EXPECT_EQ(attempt(R"({"device_token_auth":1})"), "12004, mode 99, value 0");
@@ -151,7 +151,7 @@ TEST(Register, AsksOnceMoreForADeviceThatIsKnown)
         ScriptedClient client;
         client.Negotiate();
         client.script.replies = replies;
-        client.script.requestFailure = {2, second, 12018};
+        client.script.failure = {"open", 2, second, 12018};
         TraceCapture trace;
         EXPECT_EQ(client->Register(L"ann", L"host"), expected);
         EXPECT_EQ(trace.Messages(EVT_ERROR), error.empty() ? Texts() : Texts{error});

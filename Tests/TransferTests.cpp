@@ -127,7 +127,7 @@ TEST(Transfers, DifferInWhenAConnectionCountsAsFailed)
              {Range(0, 1), 5, 12, {"WinHttpConnection failed to initialise, error code: 5"}, {{60000, 60000, 300000, 300000}}}})
     {
         Scene scene;
-        scene.client.script.connectionFailure = {1, result, 12};
+        scene.client.script.failure = {"connect", 1, result, 12};
         EXPECT_EQ(scene.Perform(transfer), expected);
         EXPECT_EQ(scene.trace.Messages(EVT_ERROR), errors);
         EXPECT_EQ(scene.client.script.timeouts, timeouts);

@@ -14,11 +14,12 @@ namespace
 {
 
 // The headers announce the whole range, but the transport cuts it at the end of the file, and the server would store the short chunk as
-// complete. If the file cannot be opened, the transport reports it.
+// complete. If the file cannot be opened or measured, the transport reports it.
 ResultCode CheckHasRange(const FilePart& part)
 {
     const FileHandle file(part.localPath, GENERIC_READ, kShareAll, OPEN_EXISTING);
-    const bool isShort = file.IsOpen() && *part.length > 0 && (*part.offset > file.Size() || *part.length > file.Size() - *part.offset);
+    const auto size = file.IsOpen() ? file.Size() : std::nullopt;
+    const bool isShort = size && *part.length > 0 && (*part.offset > *size || *part.length > *size - *part.offset);
     return isShort ? ResultCode{ERROR_HANDLE_EOF} : Result::Success;
 }
 

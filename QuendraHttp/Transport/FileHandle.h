@@ -2,6 +2,8 @@
 
 #include "Platform/Platform.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
 /// Lets other programs write, move and delete the file while it is open.
@@ -30,11 +32,11 @@ public:
     [[nodiscard]] bool IsOpen() const noexcept { return m_file != INVALID_HANDLE_VALUE; }
     [[nodiscard]] HANDLE Get() const noexcept { return m_file; }
 
-    /// The file's size in bytes; 0 if unknown.
-    [[nodiscard]] std::int64_t Size() const noexcept
+    /// The file's size in bytes; nothing, with the last error set, on failure.
+    [[nodiscard]] std::optional<std::int64_t> Size() const noexcept
     {
         LARGE_INTEGER size{};
-        return GetFileSizeEx(m_file, &size) ? size.QuadPart : 0;
+        return GetFileSizeEx(m_file, &size) != FALSE ? std::optional<std::int64_t>(size.QuadPart) : std::nullopt;
     }
 
     /// Sets the file position, in bytes from the beginning.

@@ -158,7 +158,14 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
         return error;
     }
 
-    const std::int64_t rangeLength = LengthInFile(file.Size(), *offset, *length);
+    const std::optional<std::int64_t> size = file.Size();
+    if (!size)
+    {
+        const DWORD error = GetLastError();
+        trace.Error("GetFileSizeEx failed, error code: %d", error);
+        return error;
+    }
+    const std::int64_t rangeLength = LengthInFile(*size, *offset, *length);
     const std::tuple range(path, *offset, *length);
     if (sizeOut != nullptr)
     {

@@ -137,20 +137,6 @@ TEST_F(Multipart, ACancelStopsAfterItsBlockAndHidesAFileThatCannotBeOpened)
     EXPECT_TRUE(trace.Messages(EVT_ERROR).empty());
 }
 
-TEST_F(Multipart, AFailingWriteEndsTheFileAndOnlyTheFilesWritesAreJudged)
-{
-    for (int call = 1; call <= 7; ++call)
-    {
-        Restart();
-        g_script.Fail("WinHttpWriteData", 12030, call);
-        const bool isJudged = call > 3 && call < 7;
-        EXPECT_EQ(Send(), isJudged ? Result::ConnectionBroken : Result::Success) << call;
-        EXPECT_EQ(trace.CountOf(EVT_ERROR, "WinHttpWriteData failed, error=12030"), isJudged ? 1U : 0U);
-        EXPECT_EQ(g_script.Count("WinHttpWriteData"), isJudged ? call + 1 : 7) << "the line end goes out all the same";
-        EXPECT_EQ(progress->last, isJudged ? static_cast<std::uint64_t>(call - 4) * 16384 : 40000);
-    }
-}
-
 TEST(Boundary, IsFreshForEachRequestAndTheMarkerOneForAll)
 {
     std::set<std::wstring> values;

@@ -1,5 +1,7 @@
 #include "ScriptedWinHttp.h"
 
+#include "PlatformSteps.h"
+
 #include <cstring>
 #include <utility>
 
@@ -20,6 +22,9 @@ bool Fails(DWORD error)
 
 bool Succeeds(const char* function)
 {
+    if (IsToFail(function))
+        return false;
+    const Uncounted pause;
     const int call = ++g_script.counts[function];
     const auto failure = g_script.failures.find({function, call});
     return failure == g_script.failures.end() || !Fails(failure->second);
@@ -63,15 +68,19 @@ HINTERNET WinHttpConnect(HINTERNET, LPCWSTR, INTERNET_PORT, DWORD) noexcept(kNoe
 
 HINTERNET WinHttpOpenRequest(HINTERNET, LPCWSTR verb, LPCWSTR path, LPCWSTR, LPCWSTR, LPCWSTR* acceptTypes, DWORD flags) noexcept(kNoexcept)
 {
+    const HINTERNET request = Open("WinHttpOpenRequest");
+    const Uncounted pause;
     g_script.requests.push_back(std::wstring(verb) + L" " + path + L" " + std::to_wstring(flags) + L" " +
                                 (acceptTypes != nullptr && *acceptTypes != nullptr ? *acceptTypes : L"none"));
-    return Open("WinHttpOpenRequest");
+    return request;
 }
 
 BOOL WinHttpSetTimeouts(HINTERNET, int resolve, int connect, int send, int receive) noexcept(kNoexcept)
 {
+    const bool isSet = Succeeds("WinHttpSetTimeouts");
+    const Uncounted pause;
     g_script.timeouts.push_back({resolve, connect, send, receive});
-    return Succeeds("WinHttpSetTimeouts");
+    return isSet;
 }
 
 BOOL WinHttpSetOption(HINTERNET, DWORD, LPVOID, DWORD) noexcept(kNoexcept)
@@ -88,6 +97,7 @@ BOOL WinHttpAddRequestHeaders(HINTERNET, LPCWSTR headers, DWORD, DWORD modifiers
 {
     if (!Succeeds("WinHttpAddRequestHeaders"))
         return FALSE;
+    const Uncounted pause;
     g_script.headers.push_back({headers, modifiers});
     return TRUE;
 }
@@ -95,6 +105,8 @@ BOOL WinHttpAddRequestHeaders(HINTERNET, LPCWSTR headers, DWORD, DWORD modifiers
 WINHTTP_STATUS_CALLBACK WinHttpSetStatusCallback(HINTERNET, WINHTTP_STATUS_CALLBACK callback, DWORD notifications,
                                                  DWORD_PTR) noexcept(kNoexcept)
 {
+    if (!Succeeds("WinHttpSetStatusCallback"))
+        return WINHTTP_INVALID_STATUS_CALLBACK;
     g_script.notifications = notifications;
     return std::exchange(g_script.callback, callback);
 }
@@ -111,6 +123,7 @@ BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD, LPVOID option
     }
     if (!Succeeds("WinHttpSendRequest"))
         return FALSE;
+    const Uncounted pause;
     g_script.sendHeaders.emplace_back(headers == nullptr ? L"" : headers);
     g_script.body.append(static_cast<const char*>(optional), optionalLength);
     return TRUE;
@@ -120,6 +133,7 @@ BOOL WinHttpWriteData(HINTERNET, LPCVOID buffer, DWORD bytes, DWORD* written) no
 {
     if (!Succeeds("WinHttpWriteData"))
         return FALSE;
+    const Uncounted pause;
     *written = bytes;
     g_script.body += g_script.writes.emplace_back(static_cast<const char*>(buffer), bytes);
     return TRUE;
@@ -127,19 +141,32 @@ BOOL WinHttpWriteData(HINTERNET, LPCVOID buffer, DWORD bytes, DWORD* written) no
 
 BOOL WinHttpReceiveResponse(HINTERNET, LPVOID) noexcept(kNoexcept)
 {
-    return Succeeds("WinHttpReceiveResponse");
+    if (!Succeeds("WinHttpReceiveResponse"))
+        return FALSE;
+    const Uncounted pause;
+    if (!g_script.replies.empty())
+    {
+        g_script.pieces = {{static_cast<DWORD>(g_script.replies.front().size()), g_script.replies.front(), 0, 0}};
+        g_script.replies.pop_front();
+    }
+    return TRUE;
 }
 
 BOOL WinHttpQueryHeaders(HINTERNET, DWORD level, LPCWSTR, LPVOID buffer, DWORD* length, DWORD*) noexcept(kNoexcept)
 {
+    if (!Succeeds("WinHttpQueryHeaders"))
+        return FALSE;
     if (level == WINHTTP_QUERY_STATUS_CODE)
-        return Succeeds("WinHttpQueryHeaders") && Answer(g_script.status, buffer, length);
+        return Answer(g_script.status, buffer, length);
     SetLastError(ERROR_WINHTTP_HEADER_NOT_FOUND);
     return level == WINHTTP_QUERY_CONTENT_LENGTH && !g_script.contentLength.empty() && Answer(g_script.contentLength, buffer, length);
 }
 
 BOOL WinHttpQueryDataAvailable(HINTERNET, DWORD* bytes) noexcept(kNoexcept)
 {
+    if (!Succeeds("WinHttpQueryDataAvailable"))
+        return FALSE;
+    const Uncounted pause;
     const WinHttpScript::Piece piece = g_script.pieces.empty() ? WinHttpScript::Piece() : g_script.pieces.front();
     *bytes = piece.announced;
     return !Fails(piece.availableError);
@@ -147,6 +174,9 @@ BOOL WinHttpQueryDataAvailable(HINTERNET, DWORD* bytes) noexcept(kNoexcept)
 
 BOOL WinHttpReadData(HINTERNET, LPVOID buffer, DWORD bytes, DWORD* read) noexcept(kNoexcept)
 {
+    if (!Succeeds("WinHttpReadData"))
+        return FALSE;
+    const Uncounted pause;
     const WinHttpScript::Piece piece = g_script.pieces.front();
     g_script.pieces.pop_front();
     *read = static_cast<DWORD>(std::min<std::size_t>(bytes, piece.bytes.size()));
@@ -156,6 +186,7 @@ BOOL WinHttpReadData(HINTERNET, LPVOID buffer, DWORD bytes, DWORD* read) noexcep
 
 BOOL WinHttpCloseHandle(HINTERNET handle) noexcept(kNoexcept)
 {
+    const Uncounted pause;
     g_script.closed.push_back(handle);
     // A library must not let the cleaning up hide why a step failed.
     SetLastError(0xDEAD);

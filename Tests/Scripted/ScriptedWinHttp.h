@@ -52,8 +52,9 @@ struct WinHttpScript
 
     // What the server says.
     std::wstring status = L"200";
-    std::wstring contentLength; ///< empty: not announced.
-    std::deque<Piece> pieces;   ///< the body; over when empty.
+    std::wstring contentLength;      ///< empty: not announced.
+    std::deque<Piece> pieces;        ///< the body; over when empty.
+    std::deque<std::string> replies; ///< the bodies of the next requests, each in one piece.
     std::vector<Notice> notices;
 
     // What was asked.

@@ -1,4 +1,4 @@
-// The transport over scripted platform calls: what it asks for, and each call that fails.
+// The transport over scripted platform calls: what it asks for, and what it makes of the answers.
 
 #include "TextConversion.h"
 #include "TransportFixture.h"
@@ -28,59 +28,6 @@ protected:
 
     ResponseBuffer reply;
 };
-
-TEST_F(TransportSteps, EachCallThatFailsEndsItsOperationWithItsErrorAndMessage)
-{
-    struct Case
-    {
-        std::function<ResultCode()> run;
-        bool folds = false;
-        std::map<std::pair<std::string, int>, Texts> told = {}; // where it is not the call's own message
-    };
-    DWORD length = 0;
-    const std::string add = "WinHttpAddRequestHeaders";
-    const Case cases[] = {
-        {[&] { return session->Initialise(); }, true},
-        {[&] { return InitialiseConnection(); }, true},
-        {[&] { return request->Initialise(L"/path", L"GET", connection, nullptr, 0); }, true},
-        {[&] { return session->SetOption(3, nullptr, 0); }, true},
-        {[&] { return session->QueryOption(3, nullptr, length); }, true},
-        {[&] { return request->AddHeader(L"a", L"b"); }, false, {{{add, 1}, {"Failed to add header [a: b], error: 12030"}}}},
-        {[&] { return request->AppendFormData("a", L"b", true); }, false, {{{add, 1}, {"Failed to AddRequestHeaders - 12030"}}}},
-        {[&] { return request->AddMultipartHeaders(true); }, false, {{{add, 1}, {}}, {{add, 2}, {}}}},
-        {[&] { return request->StartRequest(5); }},
-        {[&] { return request->SendPostData(); }, false, {{{"WinHttpWriteData", 1}, {}}}},
-        {[&] { return request->GetResponse(reply); }, false, {{{add, 1}, {}}}},
-        {[&] { return GetFile(); },
-         false,
-         {{{"WinHttpSendRequest", 1}, {"WinHttpSendRequest failed, error code: 12030", "SendRequest failed, error code: 12030"}}}},
-    };
-    for (const Case& operation : cases)
-    {
-        Restart();
-        session->SetSessionToken(L"abc");
-        EXPECT_EQ(operation.run(), Result::Success);
-        const auto counts = g_script.counts;
-        EXPECT_FALSE(counts.empty());
-        for (const auto& [function, count] : counts)
-        {
-            const bool isWarnedOf = function == "WinHttpSetTimeouts" && &operation == &cases[1];
-            for (int call = 1; call <= count && !isWarnedOf; ++call)
-            {
-                SCOPED_TRACE(std::to_string(&operation - cases) + ": " + function + " " + std::to_string(call));
-                Restart();
-                session->SetSessionToken(L"abc");
-                std::filesystem::remove(folder / "target");
-                g_script.Fail(function, 12030, call);
-                EXPECT_EQ(operation.run(), operation.folds ? 0x80072EFEU : 12030U);
-                const auto told = operation.told.find({function, call});
-                EXPECT_EQ(trace.Messages(EVT_ERROR),
-                          told != operation.told.end() ? told->second : Texts{function + " failed, error code: 12030"});
-                EXPECT_FALSE(std::filesystem::exists(folder / "target")) << "a refused download touches no file";
-            }
-        }
-    }
-}
 
 TEST_F(TransportSteps, AFailureIsFoldedAndKeepsItsReasonWhileHandlesAreClosed)
 {

@@ -113,7 +113,7 @@ void RawConnection::Hold()
 void RawConnection::Reset()
 {
     m_socket.socket.set_option(asio::socket_base::linger(true, 0));
-    throw ConnectionEnded();
+    m_socket.socket.close();
 }
 
 void RawConnection::Fill()

@@ -73,7 +73,7 @@ public:
     /// Reads until the client closes the connection.
     void AwaitEnd() { Skip(UINT64_MAX); }
 
-    /// Ends the connection with a reset.
+    /// Ends the connection with a reset, at once.
     void Reset();
 
 private:

@@ -10,9 +10,9 @@
 /// nobody reads it (`IncomingReply`), until `AwaitBody` finds the buffer empty. A finished exchange returns its connection at once;
 /// bytes already received can still be taken.
 ///
-/// A kept connection may turn out to be closed when a request is sent on it. It is then unknown whether the server has received the
-/// request. curl repeats it on a new connection, which is safe for GET and HEAD only. Every other request fails, and therefore only uses
-/// connections so recent that the server has not closed them yet.
+/// A kept connection may turn out to be closed when a request is sent on it. Unless nothing could be written, it is then unknown whether
+/// the server has received the request. curl repeats it on a new connection, which is safe for GET and HEAD only. Every other request
+/// fails, and therefore only uses connections so recent that the server has not closed them yet.
 
 #include "Transfer.h"
 
@@ -231,8 +231,10 @@ void Transfer::Finish(DWORD error) noexcept
 int Transfer::OnAboutToSend(void* self, char*, char*, int, int) noexcept
 {
     auto& transfer = *static_cast<Transfer*>(self);
-    // Called a second time where curl repeats the request on a new connection.
-    if (transfer.m_phase == Phase::Connected && !transfer.m_isRepeatable)
+    // Called a second time where curl repeats the request on a new connection. If curl could not write to the first one, as after a reset
+    // that it did not notice before, the server has seen nothing of the request.
+    const bool isRepeated = transfer.m_phase == Phase::Connected && transfer.m_easy->Info<long>(CURLINFO_REQUEST_SIZE) != 0;
+    if (isRepeated && !transfer.m_isRepeatable)
         return CURL_PREREQFUNC_ABORT;
     transfer.m_phase = Phase::Connected;
     ++transfer.m_timesConnected;

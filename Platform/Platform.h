@@ -9,6 +9,11 @@
 
 // It needs the types of <windows.h>.
 #include <winhttp.h>
+
+/// WinHTTP's calls cannot end on an event.
+inline void EndOnEvent(HINTERNET, HANDLE) noexcept
+{
+}
 #else
 #include "Posix/Win32.h"
 #include "Posix/WinHttp.h"

@@ -3,6 +3,7 @@
 
 #include "PosixHttpSupport.h"
 #include "RawServer.h"
+#include "TransferSupport.h"
 
 #include <array>
 #include <cstring>
@@ -40,9 +41,9 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
 
 namespace
 {
-/// What a call returns whose request is closed while it is blocked: while its thread, which does nothing else, sleeps, and for longer
-/// than the 200 milliseconds after which curl looks again by itself at a new connection.
-std::string CloseWithin(HttpHandle request, const std::function<std::string(HINTERNET)>& call)
+/// What a call returns that is ended while it is blocked: while its thread, which does nothing else, sleeps, and for longer than the 200
+/// milliseconds after which curl looks again by itself at a new connection.
+std::string EndWithin(const HttpHandle& request, const std::function<std::string(HINTERNET)>& call, const std::function<void()>& end)
 {
     std::promise<pid_t> thread;
     auto result = std::async(std::launch::async, [&, handle = request.get()] {
@@ -56,7 +57,7 @@ std::string CloseWithin(HttpHandle request, const std::function<std::string(HINT
         std::getline(std::ifstream(state), text);
         sleeping = text.find(") S ") != std::string::npos ? sleeping + 1 : 0;
     }
-    request.reset();
+    end();
     EXPECT_EQ(std::future_status::ready, result.wait_for(2s));
     return result.get();
 }
@@ -99,11 +100,33 @@ TEST(PosixInterruption, EndsEveryWaitWithoutProgress)
         const auto late = client.Open(L"GET", path, flags);
         EXPECT_NE(FALSE, WinHttpSetTimeouts(late.get(), timeouts[0], timeouts[1], timeouts[2], timeouts[3]));
         EXPECT_EQ(std::string("12002") + came, call(late.get()));
-        EXPECT_EQ("12017", CloseWithin(client.Open(L"GET", path, flags), call).substr(0, 5));
+        auto closed = client.Open(L"GET", path, flags);
+        EXPECT_EQ("12017", EndWithin(closed, call, [&] { closed.reset(); }).substr(0, 5));
+        const Event event;
+        const auto ended = client.Open(L"GET", path, flags);
+        EndOnEvent(ended.get(), event.event);
+        EXPECT_EQ("1223", EndWithin(ended, call, [&] { SetEvent(event.event); }).substr(0, 4));
     }
     resolutionGate->Open();
     ASSERT_NE(FALSE, WinHttpSetTimeouts(toSilent.session.get(), 0, 0, 0, 1000));
     EXPECT_EQ("200 ok", toSilent.Get(L"/slow"));
+}
+
+TEST(PosixInterruption, SpareABodyThatLeavesSlowly)
+{
+    constexpr std::size_t kLength = 2'000'000;
+    RawServer slow([](RawConnection& connection) {
+        connection.LimitReceiveBuffer(16 * 1024);
+        connection.ReadHead();
+        // Less than the timeout each, more in all, and long after the client's system has taken the whole body.
+        for (std::size_t taken = 0; taken < kLength; taken += kLength / 20)
+            if (!Gate().Wait(50ms))
+                connection.Skip(kLength / 20);
+        connection.Send(HttpReply(200, ""));
+    });
+    const HttpClient client(slow.Port());
+    ASSERT_NE(FALSE, WinHttpSetTimeouts(client.session.get(), 0, 0, 400, 400));
+    EXPECT_EQ("200", Exchange(client.Open(L"POST").get(), std::string(kLength, 'x')));
 }
 
 TEST(PosixInterruption, MeetsRequestsAtAnyPoint)

@@ -110,6 +110,11 @@ void RawConnection::Hold()
         continue;
 }
 
+void RawConnection::LimitReceiveBuffer(int bytes)
+{
+    m_socket.socket.set_option(asio::socket_base::receive_buffer_size(bytes));
+}
+
 void RawConnection::Reset()
 {
     m_socket.socket.set_option(asio::socket_base::linger(true, 0));

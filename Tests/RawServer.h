@@ -73,6 +73,9 @@ public:
     /// Reads until the client closes the connection.
     void AwaitEnd() { Skip(UINT64_MAX); }
 
+    /// Lets the system keep about this many bytes for the script: the client's keeps the others.
+    void LimitReceiveBuffer(int bytes);
+
     /// Ends the connection with a reset, at once.
     void Reset();
 

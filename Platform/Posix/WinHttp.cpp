@@ -338,4 +338,12 @@ BOOL WinHttpCloseHandle(HINTERNET handle) noexcept
         SetLastError(error);
     return error == ERROR_SUCCESS ? TRUE : FALSE;
 }
+
+void EndOnEvent(HINTERNET request, HANDLE event) noexcept
+{
+    With<Request>(request, [&](const std::shared_ptr<Request>& object) -> DWORD {
+        object->EndOnEvent(event);
+        return ERROR_SUCCESS;
+    });
+}
 } // namespace Quendra::Platform

@@ -136,6 +136,7 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
     if (partHeader.size() > kMaximumPartHeader)
         return RefusePart(trace, fieldName);
     const std::string boundaryLine = "--" + ToNarrow(m_boundary) + "\r\n";
+    WatchEvent(cancelEvent);
 
     if (sizeOut != nullptr)
     {

@@ -45,6 +45,12 @@ ResultCode WinHttpRequest::Initialise(const std::wstring& path, const std::wstri
     return Result::Success;
 }
 
+void WinHttpRequest::WatchEvent(const CancelEvent* cancelEvent) const noexcept
+{
+    if (cancelEvent != nullptr && cancelEvent->event != nullptr)
+        EndOnEvent(Handle(), cancelEvent->event);
+}
+
 ResultCode WinHttpRequest::AddHeaderText(const std::wstring& text, DWORD modifiers)
 {
     return WinHttpAddRequestHeaders(Handle(), text.c_str(), kWholeText, modifiers) ? Result::Success : GetLastError();
@@ -168,6 +174,7 @@ ResultCode WinHttpRequest::SendRequestGetResponse(const std::wstring& path, cons
                                                   std::uint32_t offsetLow, std::uint32_t offsetHigh)
 {
     const FunctionTraceScope trace("WinHttpRequest::SendRequestGetResponse", Unit::WinHttpImpl);
+    WatchEvent(cancelEvent);
     if (acceptOctetStream)
     {
         if (const ResultCode failed = AddHeaderText(L"Accept: application/octet-stream", kCoalesceOnly))

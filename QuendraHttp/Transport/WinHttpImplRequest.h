@@ -78,6 +78,8 @@ private:
     };
 
     ResultCode SendRequest();
+    // Lets calls that wait for the network see the caller's event, where the platform's can.
+    void WatchEvent(const CancelEvent* cancelEvent) const noexcept;
     ResultCode AddHeaderText(const std::wstring& text, DWORD modifiers);
     ResultCode AddSessionCookie(const FunctionTraceScope& trace);
     ResultCode ReceiveStatusText(const FunctionTraceScope& trace, ToDebugger toDebugger, std::wstring& status, DWORD& statusBytes);

@@ -1,8 +1,14 @@
 #include "ConnectionPool.h"
 
+#include "../CallGuard.h"
+
 #include <algorithm>
 #include <iterator>
+#include <linux/tcp.h>
+#include <netinet/in.h>
 #include <new>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace Quendra::Platform
 {
@@ -19,6 +25,37 @@ PooledConnection::PooledConnection(std::string origin, CertificateStore& trusted
     if (!m_multi || curl_multi_setopt(m_multi.get(), CURLMOPT_MAXCONNECTS, 1L) != CURLM_OK)
         throw std::bad_alloc();
     m_demand.AttachTo(m_common);
+    m_common.Set(CURLOPT_SOCKOPTFUNCTION, &PooledConnection::OnOpened);
+    m_common.Set(CURLOPT_SOCKOPTDATA, static_cast<void*>(this));
+    m_common.Set(CURLOPT_CLOSESOCKETFUNCTION, &PooledConnection::OnClosing);
+    m_common.Set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(this));
+}
+
+std::uint64_t PooledConnection::Acknowledged() const noexcept
+{
+    std::uint64_t sum = 0;
+    for (const auto socket : m_sockets)
+    {
+        tcp_info info = {};
+        socklen_t size = sizeof info;
+        sum += ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 ? info.tcpi_bytes_acked : 0;
+    }
+    return sum;
+}
+
+int PooledConnection::OnOpened(void* self, curl_socket_t socket, curlsocktype) noexcept
+{
+    const DWORD error = ErrorOf([&]() -> DWORD {
+        static_cast<PooledConnection*>(self)->m_sockets.push_back(socket);
+        return ERROR_SUCCESS;
+    });
+    return error == ERROR_SUCCESS ? CURL_SOCKOPT_OK : CURL_SOCKOPT_ERROR;
+}
+
+int PooledConnection::OnClosing(void* self, curl_socket_t socket) noexcept
+{
+    std::erase(static_cast<PooledConnection*>(self)->m_sockets, socket);
+    return ::close(socket);
 }
 
 ConnectionPool::Borrowed ConnectionPool::Borrow(const std::string& origin, CertificateStore& trusted)

@@ -13,6 +13,7 @@
 #include <curl/curl.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -39,6 +40,9 @@ public:
 
     CertificateDemand& Demand() noexcept { return m_demand; }
 
+    /// How many bytes the other side's system has acknowledged. What curl has handed to this system may take minutes to get there.
+    std::uint64_t Acknowledged() const noexcept;
+
     Clock::duration IdleTime() const noexcept { return Clock::now() - m_lastUsed; }
     void SetUsed() noexcept { m_lastUsed = Clock::now(); }
 
@@ -48,7 +52,11 @@ private:
         void operator()(CURLM* multi) const noexcept { curl_multi_cleanup(multi); }
     };
 
+    static int OnOpened(void* self, curl_socket_t socket, curlsocktype) noexcept;
+    static int OnClosing(void* self, curl_socket_t socket) noexcept;
+
     const std::string m_origin;
+    std::vector<curl_socket_t> m_sockets; // several while curl tries addresses side by side
     CertificateDemand m_demand;
     EasyHandle m_common;
     std::unique_ptr<CURLM, Cleanup> m_multi;

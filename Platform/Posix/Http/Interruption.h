@@ -1,7 +1,9 @@
 #pragma once
 
 /// @file
-/// Lets the thread that closes a request's handle interrupt a call that is blocked on it.
+/// What ends a call that waits for the network: another thread that closes the request's handle, or the caller's event.
+
+#include "../Win32.h"
 
 #include <curl/curl.h>
 
@@ -23,6 +25,11 @@ public:
             curl_multi_wakeup(m_driven);
     }
 
+    /// An event that ends waiting calls, too; for the thread that makes these.
+    void SetEvent(HANDLE event) noexcept { m_event = event; }
+    bool HasEvent() const noexcept { return m_event != nullptr; }
+    bool IsEventSignalled() const noexcept { return m_event != nullptr && WaitForSingleObject(m_event, 0) == WAIT_OBJECT_0; }
+
     bool IsRaised() const noexcept { return m_raised.load(std::memory_order_acquire); }
 
     /// Sets the multi handle that `Raise` wakes up (null: none). It must stay valid until another one is set.
@@ -36,5 +43,6 @@ private:
     std::mutex m_mutex;
     std::atomic<bool> m_raised{false};
     CURLM* m_driven = nullptr;
+    HANDLE m_event = nullptr;
 };
 } // namespace Quendra::Platform

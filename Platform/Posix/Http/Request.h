@@ -25,6 +25,7 @@ public:
     /// @param path as the caller gave it, in UTF-8.
     Request(std::shared_ptr<Connection> connection, std::string verb, std::string_view path, bool secure);
 
+    void EndOnEvent(HANDLE event) noexcept { m_interruption.SetEvent(event); }
     DWORD AddHeaders(std::string_view lines, DWORD modifiers);
     DWORD Send(std::string_view headerLines, std::string_view body, std::uint64_t totalLength);
     DWORD Write(std::string_view bytes);

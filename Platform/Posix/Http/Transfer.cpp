@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <chrono>
 #include <new>
+#include <optional>
 #include <utility>
 
 namespace Quendra::Platform
@@ -33,8 +34,9 @@ using Clock = std::chrono::steady_clock;
 /// after 5 seconds or more.
 constexpr std::chrono::seconds kSafeIdleTime(3);
 
-/// The longest wait for curl, in milliseconds; sockets and curl's own timers end it earlier.
-constexpr int kLongestPoll = 60'000;
+/// The longest wait for curl, in milliseconds; sockets and curl's own timers end it earlier. An event does not.
+constexpr std::int64_t kLongestPoll = 60'000;
+constexpr std::int64_t kLongestPollWithEvent = 50;
 
 /// The statuses from here on refuse a request.
 constexpr long kFirstRefusal = 300;
@@ -112,11 +114,12 @@ DWORD Transfer::AwaitBody(int timeout)
     return Buffered() != 0 ? ERROR_SUCCESS : m_error;
 }
 
-/// Drives the exchange until the condition holds, it ends, nothing has moved for the timeout, or the request's handle is
-/// closed.
+/// Drives the exchange until the condition holds, it ends, nothing has moved for the timeout, the request's handle is closed, or its event
+/// ends a wait.
 template <class Condition> DWORD Transfer::RunUntil(Condition condition, int timeout)
 {
     auto lastMove = Clock::now();
+    std::optional<std::uint64_t> acknowledged;
     while (true)
     {
         if (m_interruption.IsRaised())
@@ -146,18 +149,30 @@ template <class Condition> DWORD Transfer::RunUntil(Condition condition, int tim
             continue;
         }
         // Until the connection is made, curl enforces the time limit.
-        int wait = kLongestPoll;
+        auto wait = m_interruption.HasEvent() ? kLongestPollWithEvent : kLongestPoll;
         if (m_phase == Phase::Connected && timeout > 0)
         {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(lastMove - now).count() + timeout;
+            // What the other side acknowledges has moved, too, although curl handed it over long ago.
+            if (m_outgoing.Taken() != 0 && (left <= 0 || !acknowledged))
+            {
+                const auto last = std::exchange(acknowledged, m_connection->Acknowledged());
+                if (last && last != acknowledged)
+                {
+                    lastMove = now;
+                    continue;
+                }
+            }
             if (left <= 0)
             {
                 Finish(ERROR_WINHTTP_TIMEOUT);
                 continue;
             }
-            wait = static_cast<int>(std::min<std::int64_t>(left, kLongestPoll));
+            wait = std::min<std::int64_t>(left, wait);
         }
-        curl_multi_poll(m_connection->Multi(), nullptr, 0, wait, nullptr);
+        curl_multi_poll(m_connection->Multi(), nullptr, 0, static_cast<int>(wait), nullptr);
+        if (m_interruption.IsEventSignalled())
+            Finish(ERROR_CANCELLED);
     }
 }
 

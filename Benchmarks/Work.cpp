@@ -5,14 +5,16 @@
 //
 // PEER is `library` (with a cancel event and a progress callback, as clients use it), `no-event` (the library without them) or `plain`.
 // KIND is `attributes`, `listing` (of SIZE items), `download` or `upload` (of SIZE bytes); COUNT requests in all. Connections and the
-// handshake are made before the time is taken.
+// handshake are made before the time is taken. With QUENDRA_TIMELINE=FILE the library's trace becomes a timeline in that file.
 
 #include "Attributes.h"
 #include "PlainTransfer.h"
 #include "RawServer.h"
 #include "Replies/JsonLibrary.h"
 #include "TextConversion.h"
+#include "Tracing.h"
 
+#include "Eventing/Timeline.h"
 #include "Platform/Platform.h"
 #include "QuendraHttp/QuendraHttp.h"
 
@@ -241,6 +243,8 @@ int main(int argc, char** argv)
             return 0;
         }
         Require(words.size() >= 4, "usage: work serve | work PEER KIND PORT COUNT [SIZE] [THREADS]");
+        if (const char* const file = std::getenv("QUENDRA_TIMELINE"))
+            EventProviderHandle = OpenEventSink(4, Eventing::kAnyKeyword, &AddToTimeline, OpenTimeline(file)); // until the process ends
         Perform(words[0], {words[1], static_cast<std::uint16_t>(std::stoi(words[2])), words.size() > 4 ? std::stoull(words[4]) : 0},
                 std::stoi(words[3]), words.size() > 5 ? std::stoi(words[5]) : 1);
         return 0;

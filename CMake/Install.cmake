@@ -48,7 +48,7 @@ endif()
 
 # The headers, below a folder of their own that stands for this project's include folders.
 install(DIRECTORY Includes/QuendraHttp Platform/Includes/QuendraHttp DESTINATION ${headerFolder} COMPONENT Development PATTERN NativeHttp.h EXCLUDE)
-install(FILES Eventing/Eventing.h Eventing/EventSink.h DESTINATION ${headerFolder}/Eventing COMPONENT Development)
+install(FILES Eventing/Eventing.h Eventing/EventSink.h Eventing/Timeline.h DESTINATION ${headerFolder}/Eventing COMPONENT Development)
 list(TRANSFORM QUENDRA_CLIENT_HEADERS PREPEND Libraries/Includes/ OUTPUT_VARIABLE recordHeaders)
 install(FILES ${recordHeaders} QuendraHttp/VersionNumberUtil.h DESTINATION ${headerFolder} COMPONENT Development)
 

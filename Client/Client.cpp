@@ -78,7 +78,7 @@ void Client::Note(const std::string& line) const
 
 void Client::ReportFailure(const std::string& operation, ResultCode code, const std::string& advice) const
 {
-    const std::string meaning = FailureMeaning(code, m_answers.Answer(), advice);
+    const std::string meaning = FailureMeaning(code, m_answers.Answer(), advice, m_options.server ? m_server.Text() : std::string());
     Note("quendra: " + operation + " failed: " + CodeText(code) + " (" + meaning + ")");
     PrintFailure(m_options, meaning, operation, code);
 }

@@ -319,6 +319,9 @@ void AddOptions(CLI::App& app, Options& options)
     addText(
         "--trace", "FILE", [&options](const std::string& text) { options.trace = text; },
         "trace events as text lines, - for standard error; they hold session tokens");
+    addText(
+        "--timeline", "FILE", [&options](const std::string& text) { options.timeline = text; },
+        "the trace as JSON that a browser shows as a picture over time (ui.perfetto.dev), without session tokens");
     app.add_flag("--json", options.json, "the result as one JSON document on standard output");
     app.add_flag("--quiet", options.quiet, "neither progress bar nor what is waited for");
 }

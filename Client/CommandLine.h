@@ -18,7 +18,8 @@ struct Options
     std::optional<int> port;
     std::optional<std::wstring> device;
     std::optional<std::string> token;
-    std::string trace; ///< empty for none.
+    std::string trace;    ///< empty for none.
+    std::string timeline; ///< empty for none.
     bool json = false;
     bool quiet = false;
 };

@@ -10,10 +10,12 @@
 #include "Tracing.h"
 
 #include "Eventing/EventSink.h"
+#include "Eventing/Timeline.h"
 #include "Eventing/TraceFile.h"
 #include "QuendraHttp/QuendraHttp.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <concepts>
 #include <exception>
 #include <filesystem>
@@ -29,10 +31,12 @@ namespace
 class Library
 {
 public:
-    explicit Library(const std::string& traceFile)
+    explicit Library(const Options& options)
     {
-        if (!traceFile.empty())
-            m_trace = OpenTrace(traceFile);
+        if (!options.trace.empty())
+            m_trace = OpenTrace(options.trace);
+        if (!options.timeline.empty())
+            m_timeline.reset(OpenNewTimeline(options.timeline));
         m_sink = OpenEventSink(kInformational, Eventing::kAnyKeyword, TakeEvent, this);
         // The program links its own copy of the code that it shares with the library.
         EventProviderHandle = m_sink;
@@ -60,6 +64,8 @@ private:
         auto& self = *static_cast<Library*>(context);
         if (self.m_trace)
             self.m_trace->Take(*event);
+        if (self.m_timeline)
+            AddToTimeline(self.m_timeline.get(), event);
         try
         {
             self.m_answers.Take(*event);
@@ -70,16 +76,21 @@ private:
         }
     }
 
+    // What it will contain is for its owner only.
+    static std::filesystem::path PreparedFile(const std::string& file)
+    {
+        std::filesystem::path path = System::ToPath(System::LocalPath(ToWide(file)));
+        if (!std::filesystem::exists(path))
+            if (const std::error_code failure = System::WritePrivateFile(path, {}))
+                throw std::system_error(failure);
+        return path;
+    }
+
     static std::unique_ptr<Eventing::TraceFile> OpenTrace(const std::string& file)
     {
         try
         {
-            const std::filesystem::path path = System::ToPath(file == "-" ? L"-" : System::LocalPath(ToWide(file)));
-            // The file will contain the session token.
-            if (path != "-" && !std::filesystem::exists(path))
-                if (const std::error_code failure = System::WritePrivateFile(path, {}))
-                    throw std::system_error(failure);
-            return std::make_unique<Eventing::TraceFile>(path);
+            return std::make_unique<Eventing::TraceFile>(file == "-" ? "-" : PreparedFile(file));
         }
         catch (const std::exception& error)
         {
@@ -87,7 +98,32 @@ private:
         }
     }
 
+    static Eventing::Timeline* OpenNewTimeline(const std::string& file)
+    {
+        try
+        {
+            errno = 0;
+            if (auto* const timeline = OpenTimeline(ToNarrow(System::ToText(PreparedFile(file))).c_str()))
+                return timeline;
+            throw std::system_error(errno != 0 ? errno : EIO, std::generic_category());
+        }
+        catch (const std::exception& error)
+        {
+            throw ProgramError("--timeline " + file + ": " + error.what());
+        }
+    }
+
+    struct TimelineCloser
+    {
+        void operator()(Eventing::Timeline* timeline) const
+        {
+            if (CloseTimeline(timeline) == 0)
+                std::cerr << "quendra: the timeline has gaps: not every event could be written" << std::endl;
+        }
+    };
+
     std::unique_ptr<Eventing::TraceFile> m_trace;
+    std::unique_ptr<Eventing::Timeline, TimelineCloser> m_timeline;
     AnswerReader m_answers;
     Eventing::ProviderHandle m_sink = 0;
 };
@@ -118,7 +154,7 @@ int RunCommand(const CommandLine& line)
 {
     try
     {
-        Library library(line.options.trace);
+        Library library(line.options);
         Client client(line.options, library.Answers());
         try
         {

@@ -18,4 +18,7 @@ void WriteSystemEvent(ProviderHandle provider, const Event& event) noexcept;
 /// The system's id of the calling thread, as debuggers and process viewers show it.
 [[nodiscard]] std::uint32_t CurrentThreadId() noexcept;
 
+/// The system's id of this process.
+[[nodiscard]] std::uint32_t CurrentProcessId() noexcept;
+
 } // namespace Eventing

@@ -1,13 +1,16 @@
 // The eventing library: formats, lines, trace files and sinks.
 
+#include "JsonText.h"
 #include "TraceCapture.h"
 #include "TransferSupport.h"
 
+#include "Eventing/Timeline.h"
 #include "Eventing/TraceFile.h"
 
 #include <climits>
 
 #include <atomic>
+#include <map>
 #include <system_error>
 #include <thread>
 
@@ -136,6 +139,103 @@ TEST(TraceFileTest, ThreadsWriteWholeLines)
     for (int line = 0; line < 800; ++line)
         expected += "ERROR Unit:1               Function: " + std::string(500, '0') + '\n';
     EXPECT_TRUE(LinesOf(folder / "trace.log") == expected);
+}
+
+// The records of a timeline, a line for each: thread, phase, and the name of the mark or the bar.
+std::string RecordsIn(const std::string& text)
+{
+    std::map<unsigned, std::vector<std::string>> open;
+    std::string lines;
+    const auto root = ParseJsonObject(R"({"traceEvents":)" + text + "}").value_or(Json::Value());
+    for (const Json::Value& record : root["traceEvents"])
+    {
+        auto& bars = open[record["tid"].asUInt()];
+        const bool isEnd = record["ph"] == "E";
+        if (record["ph"] == "B" || (isEnd && bars.empty()))
+            bars.push_back(record["name"].asString());
+        if (record["ph"] != "M")
+            lines +=
+                record["tid"].asString() + " " + record["ph"].asString() + " " + (isEnd ? bars.back() : record["name"].asString()) + "\n";
+        if (isEnd)
+            bars.pop_back();
+    }
+    return lines;
+}
+
+TEST(TimelineTest, ShowsFunctionsAndStepsAsNestedBarsAndNoTokens)
+{
+    const TemporaryFolder folder;
+    const auto path = folder / "" / std::filesystem::path(u8"time\u00E4 \u4E2D.json");
+    const std::u8string name = path.u8string();
+    Timeline* const timeline = OpenTimeline(std::string(name.begin(), name.end()).c_str());
+    ASSERT_NE(timeline, nullptr);
+    const struct
+    {
+        std::uint32_t thread;
+        const EventDescriptor& descriptor;
+        const char* function;
+        const char* message;
+    } events[] = {
+        {1, EVT_FUNCTION_EXIT, "EnteredBefore", nullptr},
+        {1, EVT_FUNCTION_ENTRY, "Outer", nullptr},
+        {2, EVT_FUNCTION_ENTRY, "Elsewhere", nullptr},
+        {1, EVT_INFO, "WinHttpRequest::OnStatus", "Resolving the name h"},
+        {1, EVT_INFO, "WinHttpRequest::OnStatus", "Resolved the name: h"},
+        {1, EVT_INFO, "WinHttpRequest::OnStatus", "Connecting to a"},
+        {1, EVT_INFO, "WinHttpRequest::OnStatus", "Connecting to b"},
+        {1, EVT_FUNCTION_EXIT, "Outer", nullptr}, // the connection failed
+        {3, EVT_INFO, "WinHttpRequest::OnStatus", "Connected to c"},
+        {3, EVT_INFO, "WinHttpRequest::OnStatus", "Sending the request"},
+        {2, EVT_CRITICAL, "Elsewhere", "[EXCEPTION EXIT]"},
+        {2, EVT_FUNCTION_ENTRY, "Unfinished", nullptr},
+        {4, EVT_INFO, "F", R"(   "session_token" : "s3cret",)"},
+        {4, EVT_INFO, "F", "Login successful. New session token: s3cret"},
+        {4, EVT_INFO, "F", "OriginalSession [s3cret] CurrentSession [s3cret]"},
+        {4, EVT_INFO, "F", "Request Path: /api/s3cret/folders/api/s3cret?a"},
+        {4, EVT_INFO, "F", "Request Path: /sync/notifs/s3cret"},
+        {4, EVT_INFO, "F", "\"\\\n\x1F\xFF\xC3\xA4"},
+    };
+    for (const auto& [thread, descriptor, function, message] : events)
+    {
+        const Eventing::Event event{&descriptor, "Unit", 7, function, message, thread, 0};
+        AddToTimeline(timeline, &event);
+    }
+    const auto contents = [&path] {
+        std::ifstream file(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    const std::string crashed = contents();
+    EXPECT_EQ(RecordsIn(crashed + "]"), R"(1 B Outer
+2 B Elsewhere
+1 i Resolving the name h
+1 B name resolution
+1 E name resolution
+1 i Resolved the name: h
+1 i Connecting to a
+1 B TCP connection
+1 E TCP connection
+1 i Connecting to b
+1 B TCP connection
+1 E TCP connection
+1 E Outer
+3 i Connected to c
+3 B TLS handshake, if any
+3 E TLS handshake, if any
+3 i Sending the request
+2 i [EXCEPTION EXIT]
+2 E Elsewhere
+2 B Unfinished
+4 i    "session_token[cut]
+4 i Login successful. New session token: [cut]
+4 i OriginalSession [cut]
+4 i Request Path: /api/[cut]/folders/api/[cut]?a
+4 i Request Path: /sync/notifs/[cut]
+4 i "\)"
+                                        "\n\x1F\xEF\xBF\xBD\xC3\xA4\n");
+    EXPECT_EQ(CloseTimeline(timeline), 1);
+    EXPECT_EQ(contents(), crashed + "\n]\n");
+    EXPECT_EQ(OpenTimeline((folder / "absent" / "time.json").string().c_str()), nullptr);
+    EXPECT_EQ(CloseTimeline(nullptr), 1);
 }
 
 void CountEvent(void* context, const Eventing::Event*)

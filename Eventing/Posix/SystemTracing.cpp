@@ -19,4 +19,9 @@ std::uint32_t CurrentThreadId() noexcept
     return static_cast<std::uint32_t>(gettid());
 }
 
+std::uint32_t CurrentProcessId() noexcept
+{
+    return static_cast<std::uint32_t>(getpid());
+}
+
 } // namespace Eventing

@@ -72,4 +72,9 @@ std::uint32_t CurrentThreadId() noexcept
     return GetCurrentThreadId();
 }
 
+std::uint32_t CurrentProcessId() noexcept
+{
+    return GetCurrentProcessId();
+}
+
 } // namespace Eventing

@@ -74,7 +74,7 @@ if on linux; then # elsewhere the certificate is what comes first
     with_certificate own own version
     warns 'Version failed: 8 (' '; the server answered with HTTP 429, too many requests)'
     refuse 401 && with_certificate own own version
-    warns 'Init failed: 19006 (' "; the server answered with HTTP 401, not logged in; 'quendra doctor' tells why)"
+    warns 'Init failed: 19006 (' "; the server answered with HTTP 401, not logged in; 'quendra doctor --server https://127.0.0.1:"
     [ "$(<"$work/page")$(compgen -G "$work/page.*")" = mine ] || complain 'a download that failed left its mark'
 fi
 

@@ -19,7 +19,7 @@ prints '{"ok":true}'
 # nowhere; the token shows in the trace only.
 usage login demo # no password
 QUENDRA_PASSWORD=secret run 1 login demo --server "${url/127.0.0.1/127.0.0.1.invalid}"
-warns 'http:// protects neither passwords nor files' 'Init failed: 19006 (' "; 'quendra doctor' tells why)"
+warns 'http:// protects neither passwords nor files' 'Init failed: 19006 (' "; 'quendra doctor --server ${url/127.0.0.1/127.0.0.1.invalid}' tells why)"
 input=$work/password
 printf 'wrong\n' >"$input"
 run 1 login demo --json
@@ -33,17 +33,19 @@ input=/dev/null
 unset QUENDRA_SERVER # the session names it
 chmod 777 "$session" # the next login makes it anew
 printf '{"policy_block":{"a":1}}' >"$root/.quendra-appliance/policy.json"
-QUENDRA_PASSWORD=$password run 0 login demo --json --server "$url" --trace "$(native "$work/trace")"
+QUENDRA_PASSWORD=$password run 0 login demo --json --server "$url" --trace "$(native "$work/trace")" --timeline "$(native "$work/timeline")"
 says '"ok":true' '"handshakeValue":0' '"policy":"{\"policy_block\":'
 token=$(token)
 [ ${#token} -ge 16 ] || complain 'there is no token in the session file'
 grep -q "$token" "$work/trace" || complain 'the trace shows no token: is it one?'
-grep -q 'CNativeHttp::Login' "$work/trace" || complain 'the trace lacks the operation'
-for place in "$work/out" "$work/err" "$session" "$work/trace"; do
+for place in trace timeline; do
+    grep -q 'CNativeHttp::Login' "$work/$place" || complain "the $place lacks the operation"
+done
+for place in "$work/out" "$work/err" "$session" "$work/trace" "$work/timeline"; do
     grep -q s3cret "$place" && complain "the password is in $place"
 done
 [ "$(ls "$work/config")" = session.json ] || complain 'the login left something behind'
-grep -q "$token" "$work/out" "$work/err" && complain 'the token shows'
+grep -q "$token" "$work/out" "$work/err" "$work/timeline" && complain 'the token shows'
 # Wine lets the user's group in where Windows would not.
 [[ $(stat -c %A "$session") == -rw*--- && ($platform = windows || $(stat -c %a "$session") = 600) ]] ||
     complain 'others may read the session file'
@@ -52,6 +54,8 @@ run 0 ls / --trace -
 grep -q 'CNativeHttp::GetPathListing' "$work/err" || complain '--trace - shows nothing'
 run 1 ls / --trace "$(native "$work/none/trace")"
 warns 'quendra: --trace '
+run 1 ls / --timeline "$(native "$work/none/timeline")"
+warns 'quendra: --timeline '
 run 1 ls / --token forged --json
 says '"code":20006' 'log in again'
 QUENDRA_TOKEN=forged run 1 ls /

@@ -17,7 +17,7 @@ prefix=$deps/x86_64-w64-mingw32
 
 linux=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libjsoncpp-dev libutfcpp-dev libboost1.81-dev libssl-dev libcli11-dev librsync-dev
        openssl ca-certificates)
-tests=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev llvm binutils dpkg-dev file doxygen rdiff)
+tests=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev llvm binutils dpkg-dev file doxygen rdiff python3)
 guard=(valgrind strace python3)
 tools=(clang clang-tidy clang-format git)
 windows=(g++-mingw-w64-x86-64-posix wine64 pkg-config googletest libboost1.81-dev libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring openssl)

@@ -8,10 +8,10 @@
 #include <memory>
 #include <string>
 
-/// An http server of this machine.
+/// The server that both peers use.
 struct BenchmarkServer
 {
-    std::string host;
+    std::string origin; ///< "http://host" or "https://host"
     std::uint16_t port = 0;
 };
 

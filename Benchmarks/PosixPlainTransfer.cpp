@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <memory>
 #include <stdexcept>
@@ -36,7 +37,7 @@ std::size_t Ignore(char*, std::size_t size, std::size_t count, void*)
 class CurlTransfer final : public PlainTransfer
 {
 public:
-    explicit CurlTransfer(const BenchmarkServer& server) : m_base("http://" + server.host + ":" + std::to_string(server.port)) {}
+    explicit CurlTransfer(const BenchmarkServer& server) : m_base(server.origin + ":" + std::to_string(server.port)) {}
     ~CurlTransfer() override { curl_easy_cleanup(m_curl); }
 
     CurlTransfer(const CurlTransfer&) = delete;
@@ -84,6 +85,9 @@ private:
         curl_easy_setopt(m_curl, CURLOPT_NOSIGNAL, 1L);
         // No server of this machine is behind a proxy, and none answers "100 Continue".
         curl_easy_setopt(m_curl, CURLOPT_PROXY, "");
+        // The variable that the library and the curl program take it from.
+        if (const char* const trusted = std::getenv("SSL_CERT_FILE"))
+            curl_easy_setopt(m_curl, CURLOPT_CAINFO, trusted);
         curl_slist expect{const_cast<char*>("Expect:"), nullptr};
         curl_easy_setopt(m_curl, CURLOPT_HTTPHEADER, &expect);
         const CURLcode result = curl_easy_perform(m_curl);

@@ -44,7 +44,8 @@ class WinHttpTransfer final : public PlainTransfer
 public:
     explicit WinHttpTransfer(const BenchmarkServer& server)
         : m_session(WinHttpOpen(L"bare", WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0)),
-          m_connection(WinHttpConnect(m_session.get(), ToWide(server.host).c_str(), server.port, 0))
+          m_connection(
+              WinHttpConnect(m_session.get(), ToWide(server.origin.substr(std::string_view("http://").size())).c_str(), server.port, 0))
     {
         Require(m_connection != nullptr, "WinHttpConnect");
     }

@@ -1,11 +1,13 @@
 // One piece of work, done by the library or by the HTTP library below it alone. `measure.py` runs the two in turn and compares them.
 //
-//     work serve                                        serves the work on a free port, prints it, ends at the end of its input
-//     work PEER KIND PORT COUNT [SIZE] [THREADS]        prints the elapsed and the processor time, in seconds
+//     work serve [ADDRESS]                                serves the work on a free port, prints it, ends at the end of its input
+//     work PEER KIND SERVER COUNT [SIZE] [THREADS]        prints the elapsed and the processor time, in seconds
 //
+// SERVER is a port of 127.0.0.1, or a URL with a port.
 // PEER is `library` (with a cancel event and a progress callback, as clients use it), `no-event` (the library without them) or `plain`.
-// KIND is `attributes`, `listing` (of SIZE items), `download` or `upload` (of SIZE bytes); COUNT requests in all. Connections and the
-// handshake are made before the time is taken. With QUENDRA_TIMELINE=FILE the library's trace becomes a timeline in that file.
+// KIND is `attributes`, `idle` (the same after SIZE seconds), `listing` (of SIZE items), `download` or `upload` (of SIZE bytes); COUNT
+// requests in all. Connections and the handshake are made before the time is taken.
+// With QUENDRA_TIMELINE=FILE the library's trace becomes a timeline in that file.
 
 #include "Attributes.h"
 #include "PlainTransfer.h"
@@ -38,7 +40,6 @@ namespace
 constexpr const char* kItem = R"({"name":"Quarterly report.docx","revision":"4f9c2e7a-1","directory":false,)"
                               R"("creation_time":"2015-03-02T10:20:30.1234567Z","modification_time":"2016-02-29T23:59:59.7654321Z",)"
                               R"("size":1,"attributes":32,"permissions":"WRITE","folder_permissions":"WRITE"})";
-constexpr const char* kHost = "127.0.0.1";
 
 void Require(bool holds, const std::string& what)
 {
@@ -98,9 +99,16 @@ void Serve(RawConnection& connection)
 struct Work
 {
     std::string kind;
-    std::uint16_t port = 0;
+    BenchmarkServer server;
     std::uint64_t size = 0;
 };
+
+BenchmarkServer ServerOf(const std::string& text)
+{
+    const auto colon = text.rfind(':');
+    const std::string origin = colon == std::string::npos ? "http://127.0.0.1" : text.substr(0, colon);
+    return {origin, static_cast<std::uint16_t>(std::stoi(text.substr(colon + 1)))};
+}
 
 // One thread's requests.
 using Request = std::function<void(const std::string& file)>;
@@ -138,8 +146,8 @@ public:
           m_cancel{hasEvent ? CreateEventW(nullptr, TRUE, FALSE, nullptr) : nullptr},
           m_progress(hasEvent ? std::make_shared<Progress>() : nullptr)
     {
-        m_api->SetServer((std::string("http://") + kHost).c_str());
-        m_api->SetPort(work.port);
+        m_api->SetServer(work.server.origin.c_str());
+        m_api->SetPort(work.server.port);
         std::uint32_t mode = 0;
         std::uint32_t value = 0;
         RequireSuccess(m_api->Init(mode, value), "Init");
@@ -176,6 +184,8 @@ public:
                 RequireSuccess(m_api->GetPathListing(L"/" + std::to_wstring(m_work.size), items, folder, nullptr), "GetPathListing");
             };
         return [this](const std::string&) {
+            if (m_work.kind == "idle")
+                std::this_thread::sleep_for(std::chrono::seconds(m_work.size));
             std::shared_ptr<IServerAttributes> taken;
             RequireSuccess(m_api->GetPathAttributes(L"/a", taken), "GetPathAttributes");
         };
@@ -191,9 +201,9 @@ private:
 void Perform(const std::string& peer, const Work& work, int count, int threads)
 {
     Require(peer == "library" || peer == "no-event" || peer == "plain", "unknown peer " + peer);
-    Require(work.kind == "attributes" || work.kind == "listing" || work.kind == "download" || work.kind == "upload",
+    Require(work.kind == "attributes" || work.kind == "idle" || work.kind == "listing" || work.kind == "download" || work.kind == "upload",
             "unknown kind " + work.kind);
-    const auto folder = std::filesystem::temp_directory_path() / ("quendra-work-" + std::to_string(work.port) + peer);
+    const auto folder = std::filesystem::temp_directory_path() / ("quendra-work-" + std::to_string(work.server.port) + peer);
     std::filesystem::create_directories(folder);
     const std::shared_ptr<void> atEnd(nullptr, [&](void*) { std::filesystem::remove_all(folder); });
 
@@ -212,7 +222,7 @@ void Perform(const std::string& peer, const Work& work, int count, int threads)
                     out.write(block.data(), static_cast<std::streamsize>(std::min<std::uint64_t>(left, block.size())));
             }
             auto& plain = connections[static_cast<std::size_t>(i)];
-            plain = client ? nullptr : ConnectPlainly({kHost, work.port});
+            plain = client ? nullptr : ConnectPlainly(work.server);
             const Request request = client ? client->RequestOf() : RequestOf(work, *plain);
             request(file);
             ready.arrive_and_wait();
@@ -235,18 +245,18 @@ int main(int argc, char** argv)
     try
     {
         const std::vector<std::string> words(argv + 1, argv + argc);
-        if (words.size() == 1 && words[0] == "serve")
+        if (!words.empty() && words.size() <= 2 && words[0] == "serve")
         {
-            const RawServer server(Serve);
+            const RawServer server(Serve, words.size() == 2 ? words[1] : "127.0.0.1");
             std::cout << server.Port() << std::endl;
             std::cin.ignore(std::numeric_limits<std::streamsize>::max());
             return 0;
         }
-        Require(words.size() >= 4, "usage: work serve | work PEER KIND PORT COUNT [SIZE] [THREADS]");
+        Require(words.size() >= 4, "usage: work serve [ADDRESS] | work PEER KIND SERVER COUNT [SIZE] [THREADS]");
         if (const char* const file = std::getenv("QUENDRA_TIMELINE"))
             EventProviderHandle = OpenEventSink(4, Eventing::kAnyKeyword, &AddToTimeline, OpenTimeline(file)); // until the process ends
-        Perform(words[0], {words[1], static_cast<std::uint16_t>(std::stoi(words[2])), words.size() > 4 ? std::stoull(words[4]) : 0},
-                std::stoi(words[3]), words.size() > 5 ? std::stoi(words[5]) : 1);
+        Perform(words[0], {words[1], ServerOf(words[2]), words.size() > 4 ? std::stoull(words[4]) : 0}, std::stoi(words[3]),
+                words.size() > 5 ? std::stoi(words[5]) : 1);
         return 0;
     }
     catch (const std::exception& problem)

@@ -3,14 +3,16 @@
 
     Benchmarks/measure.py [--windows] [--rounds N] [--only WORD]        --windows and --only print, and write nothing
 
-Needs a build with -DQUENDRA_BENCHMARKS=ON in build/linux (or build/windows), python3-matplotlib, and a machine that does nothing else.
+Needs a build with -DQUENDRA_BENCHMARKS=ON in build/linux (or build/windows), python3-matplotlib, nginx, openssl, and a machine that does nothing else.
 Peers run in turn, as library, no event, plain, plain, no event, library; each round gives one ratio of each kind, and the tables show the
 median and the quartiles of the rounds. Files are in memory (/dev/shm).
 """
 import argparse
+import contextlib
 import json
 import os
 import pathlib
+import socket
 import statistics
 import subprocess
 import sys
@@ -33,7 +35,32 @@ WORK = [
     ("listings of 100 items, 200 times", "listing", 200, 100, 1, None),
     ("listings of 10,000 items, 5 times", "listing", 5, 10_000, 1, None),
 ]
+# The same over TLS, through nginx.
+TLS_WORK = [
+    ("TLS: download, one file of 512 MiB", "download", 1, 512 * MEBIBYTE, 1),
+    ("TLS: upload, one file of 512 MiB", "upload", 1, 512 * MEBIBYTE, 1),
+    ("TLS: 5,000 `GetPathAttributes`, 1 thread", "attributes", 5000, 0, 1),
+    ("TLS: 5,000 `GetPathAttributes`, 32 threads", "attributes", 5000, 0, 32),
+]
 PEERS = ["library", "no-event", "plain"]
+
+NGINX = """
+daemon off; worker_processes 1; pid {folder}/pid; error_log {folder}/error.log;
+events {{ worker_connections 256; }}
+http {{
+    access_log off; client_max_body_size 0; client_body_temp_path {folder}/body; proxy_temp_path {folder}/proxy;
+    fastcgi_temp_path {folder}/f; uwsgi_temp_path {folder}/u; scgi_temp_path {folder}/s;
+    keepalive_requests 1000000;
+    upstream work {{ server 127.0.0.1:{upstream}; keepalive 64; keepalive_requests 1000000; }}
+    server {{
+        listen 127.0.0.1:{port} ssl; ssl_certificate {folder}/certificate; ssl_certificate_key {folder}/key;
+        location / {{
+            proxy_pass http://work; proxy_http_version 1.1; proxy_set_header Connection "";
+            proxy_buffering off; proxy_request_buffering off;
+        }}
+    }}
+}}
+"""
 
 
 class Bench:
@@ -53,8 +80,29 @@ class Bench:
         self.server.stdin.close()
         self.server.wait(timeout=60)
 
-    def run(self, peer, kind, count, size, threads):
-        words = [peer, kind, self.port, str(count), str(size), str(threads)]
+    @contextlib.contextmanager
+    def tls(self):
+        """Runs nginx with TLS before the server; gives its URL."""
+        with tempfile.TemporaryDirectory(dir="/dev/shm") as folder, socket.socket() as free:
+            free.bind(("127.0.0.1", 0))
+            port = free.getsockname()[1]
+            free.close()
+            words = "req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -addext subjectAltName=DNS:localhost -out certificate -keyout key"
+            subprocess.run(["openssl", *words.split()], cwd=folder, check=True, capture_output=True)
+            configuration = pathlib.Path(folder) / "nginx.conf"
+            configuration.write_text(NGINX.format(folder=folder, upstream=self.port, port=port))
+            self.environment["SSL_CERT_FILE"] = f"{folder}/certificate"
+            nginx = subprocess.Popen(["nginx", "-c", configuration, "-e", f"{folder}/error.log"])
+            try:
+                time.sleep(1)
+                yield f"https://localhost:{port}"
+            finally:
+                nginx.terminate()
+                nginx.wait()
+                del self.environment["SSL_CERT_FILE"]
+
+    def run(self, peer, kind, count, size, threads, url=None):
+        words = [peer, kind, url or self.port, str(count), str(size), str(threads)]
         out = subprocess.run(self.work + words, env=self.environment, check=True, capture_output=True, text=True).stdout
         elapsed, processor = map(float, out.split())
         return elapsed, processor
@@ -135,15 +183,22 @@ def main():
 
     rows, drawn = [], []
     with Bench(chosen.windows) as bench:
-        for name, kind, count, size, threads, aim in WORK:
+
+        def compare(name, work, aim=None, url=None):
             if chosen.only not in name:
-                continue
-            peers = {peer: (lambda peer=peer: bench.run(peer, kind, count, size, threads)) for peer in PEERS}
-            results = in_turn(chosen.rounds, peers)
+                return
+            results = in_turn(chosen.rounds, {peer: (lambda peer=peer: bench.run(peer, *work, url)) for peer in PEERS})
             event, without = ratios(results, "library"), ratios(results, "no-event")
             rows.append([name, spread(event[0]), spread(without[0]), spread(event[1]), spread(without[1]), f"{aim[0]} / {aim[1]}" if aim else ""])
             drawn.append((name, *event))
             print(*rows[-1], sep=" | ", flush=True)
+
+        for name, *work, aim in WORK:
+            compare(name, work, aim)
+        if not chosen.windows:
+            with bench.tls() as url:
+                for name, *work in TLS_WORK:
+                    compare(name, work, url=url)
         if not chosen.windows and not chosen.only:
             with tempfile.TemporaryDirectory(dir="/dev/shm") as folder:
                 for name, ours, theirs in whole_processes(bench, folder):

@@ -24,25 +24,58 @@ namespace
 
 using Texts = std::vector<std::string>;
 
-TEST(ClientSettings, ServerNamesAreTakenApartAtTheSchemeOnly)
+// What each setting of a server leads to: the messages, the connection and the request of an operation.
+std::string ShowServer(const Json::Value& given)
 {
-    for (const Json::Value& each : CasesOf("Core.json", "servers"))
+    ScriptedClient client;
+    const TraceCapture trace;
+    EXPECT_EQ(client->SetServer(given[0].asString().c_str()), 0U);
+    EXPECT_EQ(client->SetPort(443), 0U);
+    std::string shown;
+    for (const std::string& message : trace.Messages(EVT_INFO))
+        shown += message + "; ";
+    std::wstring build;
+    static_cast<void>(client->Version(build));
+    return shown + client.script.connections.at(0) + "; " + client.script.requests.at(0).at(0);
+}
+
+// A member as a text and as a truth, "-" where it is neither.
+std::string ShowMember(const Json::Value& given)
+{
+    std::string body = JsonLine(given[0]);
+    std::string text = "-";
+    EXPECT_EQ(GetJSONStringFromResponse(AsReply(body), "m", text), given[0]["m"].isString());
+    for (const bool before : {true, false})
     {
-        const std::string server = each[0].asString();
-        const std::string name = each[1].asString();
-        const bool isSecure = each[2].asBool();
-        SCOPED_TRACE(server);
-        ScriptedClient client;
-        TraceCapture trace;
-        EXPECT_EQ(client->SetServer(server.c_str()), 0U);
-        EXPECT_EQ(client->SetPort(443), 0U);
-        EXPECT_EQ(trace.Messages(EVT_INFO), (Texts{isSecure ? "Quendra set to secure" : "Quendra set to non-secure",
-                                                   "Quendra server set to: " + name, "Quendra port set to: 443"}));
-        std::wstring build;
-        static_cast<void>(client->Version(build));
-        EXPECT_EQ(client.script.connections.at(0), name + ":443 send=0 receive=0");
-        EXPECT_EQ(client.script.requests.at(0).at(0), isSecure ? "GET /version flags=8388608" : "GET /version flags=0");
+        bool value = before; // it stays where there is none
+        const bool isTruth = GetJSONBoolFromResponse(AsReply(body), "m", value);
+        EXPECT_TRUE(isTruth || value == before);
+        if (!before)
+            text += isTruth ? value ? " true" : " false" : " -";
     }
+    return text;
+}
+
+TEST(ClientCore, ReadsAndShowsAsCoreJsonSays)
+{
+    ExpectCases(ReadCaseFile("Core.json"),
+                {{"servers", ShowServer},
+                 {"codes",
+                  [](const Json::Value& given) {
+        std::string body = given[1].asString();
+        return std::to_string(MapHttpError(given[0].asUInt(), AsReply(body)));
+                  }},
+                 {"members", ShowMember},
+                 {"escapes", [](const Json::Value& given) { return ParseText("[\"" + given[0].asString() + "\"]")[0].asString(); }},
+                 {"broken texts", [](const Json::Value& given) {
+                      Json::Value value;
+                      std::string broken = given[0].asString();
+                      return std::string(ParseJson(AsReply(broken), Comments::Skip, value) ? "read" : "refused");
+                  }}});
+    std::string body = R"({"n":1})";
+    EXPECT_EQ(GetJSONValueFromResponse(AsReply(body), "n").asInt(), 1);
+    for (std::string other : {"[1]", "5", "{\"n\":1", "", "{}"})
+        EXPECT_TRUE(GetJSONValueFromResponse(AsReply(other), "missing").isNull());
 }
 
 TEST(ClientSettings, AccessorsAreNotTraced)
@@ -116,33 +149,6 @@ TEST(ClientSettings, ATransportThatMakesNothingEndsInAnError)
     EXPECT_EQ(CreateInstanceWithFactory(factory, L"device"), nullptr);
 }
 
-TEST(ClientCodes, RefusalsMapToTheirErrorIdOrTheirStatus)
-{
-    for (const Json::Value& each : CasesOf("Core.json", "codes"))
-    {
-        std::string body = each[1].asString();
-        EXPECT_EQ(MapHttpError(each[0].asUInt(), AsReply(body)), each[2].asUInt()) << body;
-    }
-}
-
-TEST(JsonHelpers, ReadMembersOfTheirTypeOnly)
-{
-    for (const Json::Value& each : CasesOf("Core.json", "members"))
-    {
-        std::string body = JsonLine(each[0]);
-        const std::string expected = each[1].asString();
-        std::string text = "-";
-        bool value = !expected.ends_with(" true"); // it stays where there is none
-        EXPECT_EQ(GetJSONStringFromResponse(AsReply(body), "m", text), each[0]["m"].isString()) << body;
-        const bool isTruth = GetJSONBoolFromResponse(AsReply(body), "m", value);
-        EXPECT_EQ(text + " " + (isTruth ? value ? "true" : "false" : value ? "-" : "changed"), expected) << body;
-    }
-    std::string body = R"({"n":1})";
-    EXPECT_EQ(GetJSONValueFromResponse(AsReply(body), "n").asInt(), 1);
-    for (std::string other : {"[1]", "5", "{\"n\":1", "", "{}"})
-        EXPECT_TRUE(GetJSONValueFromResponse(AsReply(other), "missing").isNull());
-}
-
 TEST(JsonLibrary, ExceptionsOfTheLibraryAreTracedAndNoOthersCaught)
 {
     TraceCapture capture;
@@ -161,18 +167,6 @@ TEST(JsonLibrary, ExceptionsOfTheLibraryAreTracedAndNoOthersCaught)
         "JSON library has thrown a runtime_error exception (three)!",
     };
     EXPECT_EQ(capture.Messages(EVT_ERROR), expected);
-}
-
-TEST(JsonLibrary, SurrogateEscapesAreMendedOnlyWhereTheyAreUnpaired)
-{
-    for (const Json::Value& each : CasesOf("Core.json", "escapes"))
-        EXPECT_EQ(ParseText("[\"" + each[0].asString() + "\"]")[0], each[1]) << each[0];
-    for (const Json::Value& each : CasesOf("Core.json", "broken texts"))
-    {
-        Json::Value value;
-        std::string broken = each.asString();
-        EXPECT_FALSE(ParseJson(AsReply(broken), Comments::Skip, value)) << broken;
-    }
 }
 
 // The traced lines of a reply, and their size in all.

@@ -122,46 +122,33 @@ TEST(Login, RunningOutOfMemoryLeavesATraceAndSendsNoPassword)
     EXPECT_EQ(last.line, 652);
 }
 
+// Registers a device. The replies are statuses with bodies; the second request is opened with a result.
+std::string ShowRegistration(const Json::Value& given)
+{
+    ScriptedClient client;
+    client.Negotiate();
+    for (const Json::Value& reply : given[0])
+        client.script.replies.push_back({reply[0].asUInt(), reply[1].asString(), reply[2].asUInt(), {}});
+    client.script.failure = {"open", 2, given[1].asUInt(), 12018};
+    const TraceCapture trace;
+    const ResultCode code = client->Register(L"ann", L"host");
+    EXPECT_EQ(trace.Has(EVT_INFO, "Request successful, email sent to user"), code == 0);
+    const std::string again = "The user has registered the device previously, sending re-registration request";
+    EXPECT_EQ(trace.CountOf(EVT_INFO, again), client.script.requests.size() - 1);
+    Script::Steps first = client.script.requests[0];
+    first[0] = "POST /sync/registrations/resend flags=0";
+    const bool isSame = client.script.requests.back() == first;
+    std::string shown = std::to_string(code) + ", " + std::to_string(client.script.requests.size()) + (isSame ? " alike" : "");
+    for (const std::string& message : trace.Messages(EVT_ERROR))
+        shown += "; " + message;
+    return shown;
+}
+
 TEST(Register, AsksOnceMoreForADeviceThatIsKnown)
 {
-    const ScriptedReply known{400, "The user ann has registered the device host", 0, {}};
-    const ScriptedReply swapped{400, "has registered the device. The user", 0, {}};
-    const ScriptedReply done{204, std::nullopt, 0, {}};
-    const ScriptedReply broken{0, std::nullopt, 12030, {}};
-    const std::string refused = "GetHTTPStatus shows failure, code: ";
-    // The replies, the code, the error, and what opening a second request results in.
-    const std::tuple<std::deque<ScriptedReply>, ResultCode, std::string, ResultCode> cases[] = {
-        {{done}, 0, "", 0},
-        {{known, done}, 0, "", 0},
-        {{swapped, done}, 0, "", 0},
-        {{known, {500, R"({"errorId":"3"})", 0, {}}}, 20003, refused + "500", 0},
-        {{known, known}, 20400, refused + "400", 0},
-        {{known, broken}, 12030, "GetResponse failed, error code: 12030", 0},
-        {{known, done}, 12018, "Failed to initialise WinHttpRequest. Error 0x80072ef2", 0x80072EF2},
-        {{known, done}, 0, "", 5}, // only a negative result counts
-        {{{400, "The user is unknown", 0, {}}}, 20400, refused + "400", 0},
-        {{{400, "ann has registered the device", 0, {}}}, 20400, refused + "400", 0},
-        {{{409, known.body, 0, {}}}, 20409, refused + "409", 0},
-        {{{403, std::nullopt, 0, {}}}, 20403, refused + "403", 0},
-    };
-    for (const auto& [replies, expected, error, second] : cases)
-    {
-        SCOPED_TRACE(replies[0].body.value_or("no body") + ": " + error);
-        ScriptedClient client;
-        client.Negotiate();
-        client.script.replies = replies;
-        client.script.failure = {"open", 2, second, 12018};
-        TraceCapture trace;
-        EXPECT_EQ(client->Register(L"ann", L"host"), expected);
-        EXPECT_EQ(trace.Messages(EVT_ERROR), error.empty() ? Texts() : Texts{error});
-        EXPECT_EQ(trace.Has(EVT_INFO, "Request successful, email sent to user"), expected == 0);
-        const std::string again = "The user has registered the device previously, sending re-registration request";
-        EXPECT_EQ(trace.CountOf(EVT_INFO, again), replies.size() - 1);
-        ASSERT_EQ(client.script.requests.size(), replies.size());
-        Script::Steps first = client.script.requests[0];
-        first[0] = "POST /sync/registrations/resend flags=0";
-        EXPECT_EQ(client.script.requests.back() == first, replies.size() == 2 && expected != 12018) << "the same form";
-    }
+    Json::Value groups;
+    groups["registrations"] = ReadCaseFile("Registrations.json");
+    ExpectCases(groups, {{"registrations", ShowRegistration}});
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // Uploads and downloads, over a scripted transport: what becomes of each answer, and of what happens meanwhile.
 
+#include "CaseFile.h"
 #include "Operations.h"
 #include "ScriptedTransport.h"
 #include "TraceCapture.h"
@@ -8,10 +9,6 @@
 
 namespace
 {
-
-using Texts = std::vector<std::string>;
-
-const std::string kInvalidSession = R"({"errorId":"6"})";
 
 // A client whose server answers the next request, and its caller.
 struct Scene
@@ -46,28 +43,6 @@ TEST(Transfers, DownloadsAskForTheItemWhereTheServerIsOfTheOldKind)
             ASSERT_NE(scene.caller.given, nullptr);
             EXPECT_TRUE(asks ? scene.caller.given->GetName() == L"new.txt" : scene.caller.given == scene.caller.item);
         }
-    }
-}
-
-TEST(Transfers, JudgeWhatATransportOfTheCallersOwnAnswers)
-{
-    using Row = std::tuple<Operation, ScriptedReply, ResultCode, std::string>;
-    for (const auto& [transfer, reply, expected, message] :
-         std::vector<Row>{{Upload(0), {401, kInvalidSession, 0, {}}, 20006, "GetHTTPStatus shows failure, code: 401"},
-                          {Chunk(0, 9), {401, kInvalidSession, 0, {}}, 20006, "GetHTTPStatus shows failure, code: 401"},
-                          {Download(), {404, "gone", 20000, {}}, 20000, "SendRequestGetResponse failed, error code: 20000"},
-                          {Download(), {404, R"({"errorId":"5"})", 27775, {}}, 20005, "SendRequestGetResponse failed, error code: 27775"},
-                          {Download(), {0, R"({"errorId":"5"})", 27776, {}}, 27776, "SendRequestGetResponse failed, error code: 27776"},
-                          {Download(), {204, std::nullopt, 0, {}}, 0, "GetHTTPStatus shows failure, code: 204"},
-                          {Download(), {401, std::nullopt, 0, {}}, 0, "GetHTTPStatus shows failure, code: 401"},
-                          {DeltaDownload(), {404, std::nullopt, 0, {}}, 404, "GetHTTPStatus shows failure, code: 404"},
-                          {Range(0, 1), {416, std::nullopt, 0, {}}, 416, "GetHTTPStatus shows failure, code: 416"}})
-    {
-        SCOPED_TRACE(std::to_string(expected) + ": " + message);
-        Scene scene(reply);
-        EXPECT_EQ(scene.Perform(transfer), expected);
-        EXPECT_EQ(scene.caller.given, nullptr);
-        EXPECT_TRUE(scene.trace.Has(EVT_ERROR, message)) << scene.trace;
     }
 }
 
@@ -116,62 +91,62 @@ TEST(Transfers, HoldWhatTheirCallerDropsMeanwhile)
     }
 }
 
-TEST(Transfers, DifferInWhenAConnectionCountsAsFailed)
+// The errors that were traced, each behind "; ".
+std::string Errors(const TraceCapture& trace)
 {
-    using Row = std::tuple<Operation, ResultCode, ResultCode, Texts, std::vector<std::vector<int>>>;
-    for (const auto& [transfer, result, expected, errors, timeouts] : std::vector<Row>{
-             {Chunk(0, 9), 5, 0, {}, {}},
-             {Chunk(0, 9), 0x80070005, 12, {"WinHttpConnection failed to initialise, error code: -2147024891"}, {}},
-             {Upload(0), 5, 12, {"WinHttpConnection failed to initialise, error code: 5"}, {}},
-             {kMetadata, 5, 12, {"WinHttpConnection failed to initialise, error code: 0x00000005"}, {}},
-             {Range(0, 1), 5, 12, {"WinHttpConnection failed to initialise, error code: 5"}, {{60000, 60000, 300000, 300000}}}})
-    {
-        Scene scene;
-        scene.client.script.failure = {"connect", 1, result, 12};
-        EXPECT_EQ(scene.Perform(transfer), expected);
-        EXPECT_EQ(scene.trace.Messages(EVT_ERROR), errors);
-        EXPECT_EQ(scene.client.script.timeouts, timeouts);
-    }
+    std::string errors;
+    for (const std::string& message : trace.Messages(EVT_ERROR))
+        errors += "; " + message;
+    return errors;
 }
 
-TEST(ChunkedUpload, TellsItsCallerTheCorrectedLength)
+// What the reply of a transport of the caller's own is judged to be.
+std::string ShowJudged(const Json::Value& given)
 {
-    using Row = std::tuple<std::int64_t, std::int64_t, std::int64_t, Texts>;
-    for (const auto& [offset, length, expected, errors] :
-         std::vector<Row>{{60, 50, 40, {"Past end of file: 60 + 50 > 100"}},
-                          {60, 40, 40, {}},
-                          {60, 30, 30, {}},
-                          {60, 0x7FFFFFFFFFFFFFFF, 40, {"Past end of file: 60 + 9223372036854775807 > 100"}},
-                          {100, 0, 0, {}},
-                          {101, 1, 0, {"Past end of file: 101 + 1 > 100"}}})
-    {
-        Scene scene;
-        std::int64_t chunk = length;
-        EXPECT_EQ(scene.client->ResumableUpload(L"local", L"/d/a.txt", scene.caller.item, kUpload, &offset, &chunk, 0, {}, nullptr), 0U);
-        EXPECT_EQ(chunk, expected);
-        EXPECT_EQ(scene.trace.Messages(EVT_ERROR), errors);
-    }
+    const std::optional<std::string> body = given[2].isNull() ? std::nullopt : std::optional(given[2].asString());
+    Scene scene({given[1].asUInt(), body, given[3].asUInt(), {}});
+    const ResultCode code = scene.Perform(AllTransfers().at(given[0].asString()));
+    EXPECT_EQ(scene.caller.given, nullptr);
+    return std::to_string(code) + Errors(scene.trace);
 }
 
-TEST(ChunkedUpload, ReadsWhatTheServerHas)
+// What a connection ends in that fails with a result and the last error 12, and how many times the timeouts are set.
+std::string ShowConnection(const Json::Value& given)
 {
-    using Row = std::tuple<const char*, ResultCode, std::int64_t, std::uint32_t>;
-    for (const auto& [reply, expected, expectedOffset, expectedLocked] :
-         std::vector<Row>{{R"({"bytes_received":5000000000,"is_locked":"true"})", 0, 5000000000, 1},
-                          {R"({"bytes_received":"5000000000","is_locked":"yes"})", 0, 5000000000, 0},
-                          {R"({"bytes_received":true,"is_locked":true})", 0, 77, 7},
-                          {R"({"bytes_received":1.5})", 0, 77, 7},
-                          {"[]", 13, 77, 7}})
-    {
-        Scene scene({200, reply, 0, {}});
-        std::int64_t offset = 77;
-        std::uint32_t locked = 7;
-        EXPECT_EQ(scene.client->GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked), expected);
-        EXPECT_EQ(offset, expectedOffset);
-        EXPECT_EQ(locked, expectedLocked);
-        EXPECT_EQ(scene.trace.Has(EVT_INFO, "Got offset 5000000000"), offset != 77);
-        EXPECT_EQ(scene.trace.Has(EVT_INFO, "Got locked " + std::to_string(locked)), locked != 7);
-    }
+    Scene scene;
+    scene.client.script.failure = {"connect", 1, given[1].asUInt(), 12};
+    const ResultCode code = scene.Perform(AllTransfers().at(given[0].asString()));
+    const auto& timeouts = scene.client.script.timeouts;
+    EXPECT_TRUE(timeouts.empty() || timeouts == std::vector<std::vector<int>>({{60000, 60000, 300000, 300000}}));
+    return std::to_string(code) + (timeouts.empty() ? "" : ", timeouts put back") + Errors(scene.trace);
+}
+
+// The length of a chunk of a file of 100 bytes, as its caller learns it.
+std::string ShowChunk(const Json::Value& given)
+{
+    Scene scene;
+    const std::int64_t offset = given[0].asInt64();
+    std::int64_t chunk = given[1].asInt64();
+    EXPECT_EQ(scene.client->ResumableUpload(L"local", L"/d/a.txt", scene.caller.item, kUpload, &offset, &chunk, 0, {}, nullptr), 0U);
+    return std::to_string(chunk) + Errors(scene.trace);
+}
+
+// What the server has of an upload; 77 and 7 are left as they were.
+std::string ShowMetadata(const Json::Value& given)
+{
+    Scene scene({200, given[0].asString(), 0, {}});
+    std::int64_t offset = 77;
+    std::uint32_t locked = 7;
+    const ResultCode code = scene.client->GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked);
+    EXPECT_EQ(scene.trace.Has(EVT_INFO, "Got offset " + std::to_string(offset)), offset != 77);
+    EXPECT_EQ(scene.trace.Has(EVT_INFO, "Got locked " + std::to_string(locked)), locked != 7);
+    return std::to_string(code) + ", offset " + std::to_string(offset) + ", locked " + std::to_string(locked);
+}
+
+TEST(Transfers, EndAsJudgedJsonSays)
+{
+    ExpectCases(ReadCaseFile("Judged.json"),
+                {{"judged", ShowJudged}, {"connections", ShowConnection}, {"chunks", ShowChunk}, {"metadata", ShowMetadata}});
 }
 
 } // namespace

@@ -81,6 +81,7 @@ const ShownCases kShown = {{"arguments", [](const Json::Value& row) { return Sho
     return std::to_string(DisplayWidth(text)) + " " + FitTo(text, 4) + FitTo(text, 0);
                   }},
     {"sizes", [](const Json::Value& row) { return BinarySize(row[0].asUInt64()); }},
+    {"meanings of codes", [](const Json::Value& row) { return Result::MeaningOf(row[0].asUInt()); }},
     {"durations", [](const Json::Value& row) { return DurationText(row[0].asUInt64()); }},
     {"words of a shell", [](const Json::Value& row) { return System::ShellWord(row[0].asString()); }},
     {"file names", [](const Json::Value& row) { return BoolText(System::IsFileName(ToWide(row[0].asString()))); }},
@@ -136,12 +137,6 @@ TEST(Progress, MeasuresTheLastSeconds)
 
 TEST(ResultMeanings, SaysWhatACodeMeans)
 {
-    const std::pair<ResultCode, const char*> cases[] = {{2, "local file"},        {12029, "connect"},           {12100, "transport"},
-                                                        {20006, "log in"},        {20418, "HTTP 418"},          {20404, "404, not found"},
-                                                        {20005, "error 5"},       {403, "HTTP 403, forbidden"}, {0x80004005, "memory"},
-                                                        {0x80072EE7, "resolved"}, {99999, "error 79999"},       {12345, "platform"}};
-    for (const auto& [code, part] : cases)
-        EXPECT_NE(Result::MeaningOf(code).find(part), std::string::npos) << code << ": " << Result::MeaningOf(code);
     for (ResultCode code = 0; code < 30000; ++code)
         EXPECT_EQ(Result::MeaningOf(code).find_first_of("()\n"), std::string::npos) << code;
     for (const ResultCode code : {19006U, 12007U, 12029U, 0x80072EE7U})

@@ -23,7 +23,7 @@ constexpr bool kIsWindows = std::filesystem::path::preferred_separator == '\\';
 
 ResultCode Configure(Api& api)
 {
-    for (const ResultCode code : {api.SetServer("http://s\u00e9rver"), api.SetPort(8080), api.SetDeviceName(L"a longer name"),
+    for (const ResultCode code : {api.SetServer("http://server"), api.SetPort(8080), api.SetDeviceName(L"a longer name"),
                                   api.SetClientTag("a tag of some length"), api.SetSessionToken(L"old")})
         if (code != Result::Success)
             return code;

@@ -1,7 +1,10 @@
 /// @file
 /// The Win32 calls outside WinHTTP, over POSIX.
 
+#include "CaseFile.h"
+#include "JsonText.h"
 #include "PosixHttpSupport.h"
+#include "TextConversion.h"
 #include "TransferSupport.h"
 
 #include <array>
@@ -263,71 +266,60 @@ protected:
     void Write(const std::string& text) const { static_cast<void>(m_folder.Write("registry.json", text)); }
 
     /// The value's type and data, or the error value; asks for the size, then for the data, as the library does.
-    static std::pair<DWORD, std::string> Query(HKEY root, const wchar_t* path, const wchar_t* name)
+    static std::string Query(HKEY root, const std::wstring& path, const std::wstring& name)
     {
         HKEY key = nullptr;
-        if (const LSTATUS error = RegOpenKeyExW(root, path, 0, KEY_QUERY_VALUE, &key); error != 0)
-            return {error, "no key"};
+        if (const LSTATUS error = RegOpenKeyExW(root, path.c_str(), 0, KEY_QUERY_VALUE, &key); error != 0)
+            return "no key, " + std::to_string(error);
         DWORD type = 0;
         DWORD size = 0;
-        const LSTATUS error = RegQueryValueExW(key, name, nullptr, &type, nullptr, &size);
+        const LSTATUS error = RegQueryValueExW(key, name.c_str(), nullptr, &type, nullptr, &size);
         std::string data(size, '\0');
         auto* const bytes = reinterpret_cast<BYTE*>(data.data());
-        EXPECT_EQ(error, RegQueryValueExW(key, name, nullptr, nullptr, bytes, &size));
+        EXPECT_EQ(error, RegQueryValueExW(key, name.c_str(), nullptr, nullptr, bytes, &size));
         DWORD small = size - 1;
-        EXPECT_TRUE(error != 0 || (RegQueryValueExW(key, name, nullptr, nullptr, bytes, &small) == ERROR_MORE_DATA && small == size));
+        EXPECT_TRUE(error != 0 ||
+                    (RegQueryValueExW(key, name.c_str(), nullptr, nullptr, bytes, &small) == ERROR_MORE_DATA && small == size));
         EXPECT_EQ(0, RegCloseKey(key));
         EXPECT_EQ(static_cast<LSTATUS>(ERROR_INVALID_HANDLE), RegCloseKey(key));
-        return error == 0 ? std::pair{type, data} : std::pair{static_cast<DWORD>(error), "no value"s};
+        if (error != 0)
+            return "no value, " + std::to_string(error);
+        std::string shown = std::to_string(type) + ":";
+        const bool isText = type != REG_DWORD && type != REG_BINARY;
+        for (std::size_t at = 0; at < size; at += isText ? sizeof(wchar_t) : 1)
+            shown += isText ? ' ' + ToNarrow({reinterpret_cast<const wchar_t*>(data.data() + at), 1}) : ' ' + std::to_string(bytes[at]);
+        return shown;
     }
 
-    static std::string Bytes(std::wstring_view text) { return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)}; }
-
-    const std::pair<DWORD, std::string> noKey{ERROR_FILE_NOT_FOUND, "no key"};
     const TemporaryFolder m_folder;
 };
 
-TEST_F(PosixRegistry, ReadsValuesOfEveryType)
+TEST_F(PosixRegistry, ReadsFilesAsRegistryJsonSays)
 {
-    using namespace std::string_view_literals;
-    Write(R"({
-        "HKEY_CURRENT_USER": {"Software\\Ostvalen\\Quendra": {
-            "Number": 5, "Most": 4294967295, "Text": "x\u00e9", "List": ["a", "b"], "None": [],
-            "Expand": {"type": "REG_EXPAND_SZ", "data": "%HOME%"}, "Binary": {"type": "REG_BINARY", "data": "00fF"},
-            "TooBig": 4294967296, "Negative": -1, "Part": 1.5, "Flag": true, "Null": null, "Mixed": ["a", 1],
-            "BadHex": {"type": "REG_BINARY", "data": "0g"}, "BadType": {"type": "REG_QWORD", "data": 1}, "NoData": {"type": "REG_SZ"}}},
-        "HKEY_USERS": {"S-1\\Software": {"": "unnamed"}},
-        "HKEY_LOCAL_MACHINE": 5})");
-    const std::tuple<const wchar_t*, DWORD, std::string> cases[] = {
-        {L"Number", REG_DWORD, "\x05\0\0\0"s},    {L"mOST", REG_DWORD, "\xFF\xFF\xFF\xFF"},
-        {L"Text", REG_SZ, Bytes(L"x\u00e9\0"sv)}, {L"List", REG_MULTI_SZ, Bytes(L"a\0b\0\0"sv)},
-        {L"None", REG_MULTI_SZ, Bytes(L"\0"sv)},  {L"Expand", REG_EXPAND_SZ, Bytes(L"%HOME%\0"sv)},
-        {L"Binary", REG_BINARY, "\0\xFF"s},
+    EXPECT_EQ("no key, 2", Query(HKEY_CURRENT_USER, L"K", L"V")) << "no file";
+    Json::Value cases = ReadCaseFile("Registry.json");
+    Json::Value file;
+    cases.removeMember("file", &file);
+    const std::map<std::string, HKEY> roots = {
+        {"user", HKEY_CURRENT_USER}, {"users", HKEY_USERS}, {"machine", HKEY_LOCAL_MACHINE}, {"", nullptr}};
+    const auto query = [&](const Json::Value& given) {
+        Write(JsonLine(file));
+        return Query(roots.at(given[0].asString()), ToWide(given[1].asString()), ToWide(given[2].asString()));
     };
-    for (const auto& [name, type, data] : cases)
-        EXPECT_EQ(std::pair(type, data), Query(HKEY_CURRENT_USER, L"software\\OSTVALEN\\Quendra", name)) << name;
-    for (const wchar_t* const name :
-         {L"TooBig", L"Negative", L"Part", L"Flag", L"Null", L"Mixed", L"BadHex", L"BadType", L"NoData", L"Other"})
-        EXPECT_EQ(std::pair(ERROR_FILE_NOT_FOUND, "no value"s), Query(HKEY_CURRENT_USER, L"Software\\Ostvalen\\Quendra", name)) << name;
-    EXPECT_EQ(Bytes(L"unnamed\0"sv), Query(HKEY_USERS, L"S-1\\Software", nullptr).second);
-    EXPECT_EQ(noKey, Query(HKEY_LOCAL_MACHINE, L"Software", L"x"));
-    EXPECT_EQ(noKey, Query(HKEY_CURRENT_USER, L"Software", L"x"));
-    EXPECT_EQ(std::pair(ERROR_INVALID_HANDLE, "no key"s), Query(nullptr, L"Software", L"x"));
-}
-
-TEST_F(PosixRegistry, HasNothingWhereTheFileIsBad)
-{
-    EXPECT_EQ(noKey, Query(HKEY_CURRENT_USER, L"K", L"V")) << "no file";
+    const auto queryFile = [&](const Json::Value& given) {
+        Write(given[0].asString());
+        return Query(HKEY_CURRENT_USER, L"K", L"V");
+    };
+    ExpectCases(cases, {{"values", query}, {"files", queryFile}});
     const auto deep = std::string(100'000, '[') + std::string(100'000, ']');
-    for (const auto& text :
-         {""s, "{"s, "5"s, "[1]"s, deep, "{\"HKEY_CURRENT_USER\":" + deep + "}", "{\"HKEY_CURRENT_USER\": {\"K\": 1}}"s,
-          "{\"HKEY_CURRENT_USER\": [1]}"s, "\xFF\0"s, R"({"HKEY_CURRENT_USER": {"K": {"V": 1}}})" + std::string(2'000'000, ' ')})
+    for (const auto& text : {deep, "{\"HKEY_CURRENT_USER\":" + deep + "}", "\xFF\0"s,
+                             R"({"HKEY_CURRENT_USER": {"K": {"V": 1}}})" + std::string(2'000'000, ' ')})
     {
         Write(text);
-        EXPECT_EQ(noKey, Query(HKEY_CURRENT_USER, L"K", L"V")) << text.substr(0, 40);
+        EXPECT_EQ("no key, 2", Query(HKEY_CURRENT_USER, L"K", L"V")) << text.substr(0, 40);
     }
     ::setenv("QUENDRA_REGISTRY", (m_folder / "").c_str(), 1);
-    EXPECT_EQ(noKey, Query(HKEY_CURRENT_USER, L"K", L"V")) << "a folder";
+    EXPECT_EQ("no key, 2", Query(HKEY_CURRENT_USER, L"K", L"V")) << "a folder";
 }
 
 TEST_F(PosixRegistry, LiesInTheUsersConfiguration)
@@ -336,7 +328,7 @@ TEST_F(PosixRegistry, LiesInTheUsersConfiguration)
     ::setenv("XDG_CONFIG_HOME", (m_folder / "").c_str(), 1);
     std::filesystem::create_directory(m_folder / "quendra");
     std::ofstream(m_folder / "quendra/registry.json") << R"({"HKEY_CURRENT_USER": {"K": {"V": 1}}, "HKEY_LOCAL_MACHINE": {"K": {"V": 1}}})";
-    EXPECT_EQ(std::pair(REG_DWORD, "\x01\0\0\0"s), Query(HKEY_CURRENT_USER, L"K", L"V"));
-    EXPECT_EQ(noKey, Query(HKEY_LOCAL_MACHINE, L"K", L"V"));
+    EXPECT_EQ("4: 1 0 0 0", Query(HKEY_CURRENT_USER, L"K", L"V"));
+    EXPECT_EQ("no key, 2", Query(HKEY_LOCAL_MACHINE, L"K", L"V"));
 }
 } // namespace

@@ -2,6 +2,7 @@
 # Builds and tests everything, starting from a bare machine.
 #
 #     ./test.sh [step...]      default: all, in this order
+#     ./test.sh --long         all, and then `long`
 #
 #     format      clang-format finds nothing to change
 #     linux       GCC: build and all tests, the layout of the interfaces, the exports, the packages, the documents, the reference
@@ -10,6 +11,7 @@
 #     guard       instructions and system calls of fixed work are as recorded
 #     tsan        Clang with ThreadSanitizer: build and all tests
 #     windows     mingw-w64: build, all tests under Wine, the exports and imports of the DLL, the packages
+#     long        what takes hours: ten thousand simulations, a soak of 20 GiB, many threads (Docs/Reliability.md)
 #
 # Missing packages are installed first (CMake/prepare.sh). If the cross tools cannot be installed, `windows` is skipped with a message,
 # except in CI (CI=true), where that is a failure. Logs: build/logs.
@@ -79,11 +81,23 @@ step_windows() {
     CMake/wine.sh "$PWD/build/windows/wineprefix" --stop
     return "$result"
 }
+step_long() {
+    build linux && build linux-tsan || return 1
+    local failed_parts=0 simulation=build/linux/bin/Simulation
+    run_long() { echo "$*" && quiet "$logs/long-$1.log" "${@:2}" && tail -n 1 "$logs/long-$1.log" || failed_parts=$((failed_parts + 1)); }
+    run_long seeds "$simulation" seeds 1 10000
+    run_long threads "$simulation" threads 64 1000
+    run_long race-threads build/linux-tsan/bin/Simulation threads 32 1000
+    run_long race-seeds build/linux-tsan/bin/Simulation seeds 1 500
+    run_long hostile Tests/Appliance/Hostile.py build/linux/bin/quendra-appliance
+    run_long soak "$simulation" soak 200000 20480
+    [ "$failed_parts" = 0 ]
+}
 
 prepare() {
     case $1 in
     format) CMake/prepare.sh tools ;;
-    linux | asan | tsan) CMake/prepare.sh linux tests ;;
+    linux | asan | tsan | long) CMake/prepare.sh linux tests ;;
     guard) CMake/prepare.sh linux tests guard ;;
     tidy) CMake/prepare.sh linux tests tools ;;
     windows) CMake/prepare.sh windows ;;
@@ -118,6 +132,7 @@ run_step() {
 
 steps=("$@")
 [ ${#steps[@]} -gt 0 ] || steps=(format linux guard asan tidy tsan windows)
+[ "${steps[*]}" != --long ] || steps=(format linux guard asan tidy tsan windows long)
 for step in "${steps[@]}"; do
     if ! declare -F "step_$step" >/dev/null; then
         echo "test.sh: there is no step '$step'; the first lines of $0 list them" >&2

@@ -128,27 +128,4 @@ TEST(PosixInterruption, SpareABodyThatLeavesSlowly)
     ASSERT_NE(FALSE, WinHttpSetTimeouts(client.session.get(), 0, 0, 400, 400));
     EXPECT_EQ("200", Exchange(client.Open(L"POST").get(), std::string(kLength, 'x')));
 }
-
-TEST(PosixInterruption, MeetsRequestsAtAnyPoint)
-{
-    RawServer server(AnswerEach([](const std::string&) { return HttpReply(200, std::string(100'000, 'x')); }));
-    const HttpClient client(server.Port());
-    for (int round = 0; round < 100; ++round)
-    {
-        auto request = client.Open(L"POST");
-        Gate begun;
-        auto call = std::async(std::launch::async, [handle = request.get(), &begun] {
-            begun.Open();
-            const auto outcome = Exchange(handle, "body");
-            return outcome.substr(0, outcome.find(' '));
-        });
-        begun.Wait();
-        for (const auto start = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - start < round * 20us;)
-            continue;
-        request.reset();
-        const auto outcome = call.get();
-        EXPECT_TRUE(outcome == "200" || outcome == "6" || outcome == "12017") << outcome;
-    }
-    EXPECT_TRUE(client.Get().starts_with("200 "));
-}
 } // namespace

@@ -8,8 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <set>
-#include <thread>
 
 namespace
 {
@@ -183,40 +181,6 @@ TEST(Wire, ATokenInThePathGoesOutEscaped)
     EXPECT_EQ(FirstLine(library.LastRequest()), "GET /api/t%20%C3%A9%F0%9F%98%80/folders/a HTTP/1.1");
     library->SetSessionToken(L"t\r\nHost: other");
     EXPECT_EQ(library->GetPathAttributes(L"/a", caller), Result::InvalidParameter);
-}
-
-TEST(Wire, ThreadsShareOneClient)
-{
-    std::atomic<int> logins = 0;
-    const Library library(AnswerWith([&](const std::string& request) {
-        if (request.starts_with("POST /sync/sessions "))
-            return HttpReply(200, R"({"session_token":"t)" + std::to_string(++logins) + "\"}");
-        return request.starts_with("GET /sync/version ") ? HttpReply(200, R"({"build_number":"7"})") : HttpReply(401, R"({"errorId":"6"})");
-    }));
-    const std::set<ResultCode> any;
-    const std::pair<Operation, std::set<ResultCode>> callers[] = {
-        {LogIn(), {Result::Success}},
-        {Call(&Api::Version), {Result::Success}},
-        {List(L"/a"), {Result::SessionInvalid, Result::Retry}}, // the second after a login in between
-        {List(L"/closed"), any},                                // the code depends on when it is closed
-        {Call(&Api::CloseRequestHandle, L"/closed"), {Result::Success}},
-        {Call(&Api::SetServer, "http://127.0.0.1"), {Result::Success}},
-        {Call(&Api::SetDeviceName, L"another"), {Result::Success}},
-    };
-    constexpr int kRounds = 20;
-    std::vector<std::thread> threads;
-    for (const auto& [run, expected] : callers)
-        threads.emplace_back([&library, &run = run, &expected = expected] {
-            for (int i = 0; i < kRounds; ++i)
-            {
-                Caller caller;
-                const ResultCode code = run(library.Api(), caller);
-                EXPECT_TRUE(expected.empty() || expected.contains(code)) << code;
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(logins, kRounds);
 }
 
 } // namespace

@@ -54,6 +54,8 @@ public:
     {
         if (!m_fault || m_fault->end == FaultEnd::Keep)
             return true;
+        if (!m_fault->reply && m_fault->cut != Fault::kNever && m_sent < m_fault->cut)
+            return true; // the reply was too short to be cut
         if (m_fault->end == FaultEnd::Reset)
             m_socket.Reset();
         if (m_fault->end == FaultEnd::Silent)

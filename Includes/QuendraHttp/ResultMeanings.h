@@ -158,7 +158,8 @@ inline std::string MeaningOfRefusal(ResultCode error)
 /// @return true for 20000 and more, and for the bare HTTP status that a few operations return.
 [[nodiscard]] inline bool IsRefusal(ResultCode code)
 {
-    return (code >= RefusalBase && code < 0x80000000) || Detail::IsHttpStatus(code);
+    constexpr ResultCode kLargestErrorId = 0x7FFFFFFF;
+    return (code >= RefusalBase && code <= RefusalBase + kLargestErrorId && code != Failed) || Detail::IsHttpStatus(code);
 }
 
 /// What a code means and, where there is something, what to do about it.

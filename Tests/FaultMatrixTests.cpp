@@ -1,0 +1,219 @@
+// Every operation meets every fault of the plan that the sample server brings, all on one instance: each pair ends in time and in a
+// documented code, and the instance works on.
+
+#include "CaseFile.h"
+#include "HttpServer.h"
+#include "LibraryOverWire.h"
+#include "Operations.h"
+#include "Transport/WinHttpImpl.h"
+
+#include "QuendraHttp/ResultMeanings.h"
+
+namespace
+{
+
+using namespace ApplianceParts;
+using namespace std::chrono_literals;
+
+// The library's own session, with time-outs of the test's.
+struct TimedSession : IWinHttpSession
+{
+    explicit TimedSession(const std::atomic<int>& time) : timeout(time) {}
+
+    ResultCode Initialise() override { return session.Initialise(); }
+    int SetTimeouts(std::int32_t, std::int32_t, std::int32_t, std::int32_t) override
+    {
+        return session.SetTimeouts(timeout, timeout, timeout, timeout);
+    }
+    void SetSessionToken(const std::wstring& token) override { session.SetSessionToken(token); }
+    std::wstring GetSessionToken() override { return session.GetSessionToken(); }
+    void* GetHandle() override { return session.GetHandle(); }
+
+    const std::atomic<int>& timeout;
+    WinHttpSession session;
+};
+
+struct TimedTransport : IWinHttpFactory
+{
+    std::shared_ptr<IWinHttpSession> CreateSession() override { return std::make_shared<TimedSession>(timeout); }
+    std::shared_ptr<IWinHttpConnection> CreateConnection() override { return own.CreateConnection(); }
+    std::shared_ptr<IWinHttpRequest> CreateRequest(const std::shared_ptr<IWinHttpSession>& session) override
+    {
+        return own.CreateRequest(session);
+    }
+
+    WinHttpFactory own;
+    std::atomic<int> timeout = 0; // milliseconds
+};
+
+// Whether a fault cannot be played here.
+bool IsException(const std::string& fault)
+{
+    static const Json::Value exceptions = ReadCaseFile("Faults.json")["exceptions"][QUENDRA_BUILD_KIND];
+    const auto isNamed = [&fault](const Json::Value& each) { return fault.starts_with(each[0].asString()); };
+    return std::any_of(exceptions.begin(), exceptions.end(), isNamed);
+}
+
+bool IsDocumented(ResultCode code)
+{
+    code = (code & 0xFFFF0000) == 0x80070000 ? code & 0xFFFF : code;
+    return Result::IsRefusal(code) || std::ranges::find(Result::kMeanings, code, &Result::Meaning::code) != std::end(Result::kMeanings);
+}
+
+// Threads and descriptors of this process; 0 where the system does not tell.
+std::pair<std::size_t, std::size_t> Used()
+{
+    const auto count = [](const char* folder) {
+        std::error_code unknown;
+        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder, unknown), {}));
+    };
+    return {count("/proc/self/task"), count("/proc/self/fd")};
+}
+
+class FaultMatrix : public testing::Test
+{
+protected:
+    FaultMatrix() { m_library->SetServer("127.0.0.1"); }
+
+    // Serves until the server is gone, with the fault of the moment.
+    std::shared_ptr<void> Start()
+    {
+        const auto answer = [](const Request& request) -> Reply {
+            const std::string reply = AnswerHandshake(request.method + ' ' + request.path + ' ');
+            return {.text = reply.empty() ? kReply : reply.substr(reply.find("\r\n\r\n") + 4)};
+        };
+        m_port = 0;
+        auto server = StartHttpServer(m_options, m_port, answer, [this](const FaultOccasion& occasion) -> std::shared_ptr<const Fault> {
+            const std::lock_guard lock(m_mutex);
+            if (!m_fault || m_fault->isAtConnection != occasion.method.empty())
+                return nullptr;
+            m_isPlayed = true;
+            return m_fault;
+        });
+        m_library->SetPort(m_port);
+        EXPECT_EQ(Meet(nullptr, "", [](Api& api, Caller&) { return ShakeHands(api); }), Result::Success);
+        return server;
+    }
+
+    // Performs an operation whose requests meet the fault, if there is one.
+    // @param timeout  in milliseconds.
+    ResultCode Meet(const std::shared_ptr<const Fault>& fault, const std::string& name, const Operation& operation, int timeout = 20'000)
+    {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_fault = fault;
+            m_isPlayed = false;
+            m_transport->timeout = timeout;
+        }
+        Caller caller;
+        if (IsDownload(name))
+            caller.local = m_folder.Write("target", "b");
+        (IsUpload(name) ? caller.local : caller.signature) = m_sent;
+        static_cast<void>(m_library->SetSessionToken(L"token"));
+        return operation(m_library.Api(), caller);
+    }
+
+    // @return what is wrong with the pair; nothing if all is as it should be.
+    std::string Try(const std::shared_ptr<const Fault>& fault, const std::string& name, const Operation& operation)
+    {
+        std::string wrong;
+        ResultCode code = Result::Success;
+        // On a slow machine the shorter time may pass before the request has come.
+        for (const int timeout : {25, 2000})
+        {
+            if (fault->isAtConnection)
+                Meet(m_closing, "", kNext);
+            const auto start = std::chrono::steady_clock::now();
+            code = Meet(fault, name, operation, timeout);
+            wrong += std::chrono::steady_clock::now() - start < 20s ? "" : "late; ";
+            if (m_isPlayed)
+                break;
+        }
+        wrong += m_isPlayed ? "" : "not met; ";
+        // The raw status of what the server made of it; another operation tells it with 20000 more.
+        wrong += IsDocumented(code) || (name == "wipe" && code < 1000) ? "" : "ends in " + std::to_string(code) + "; ";
+        code = Meet(nullptr, name, name == "handshake" ? operation : kNext);
+        return wrong + (code == Result::Success ? "" : "the next operation ends in " + std::to_string(code));
+    }
+
+    static ResultCode ShakeHands(Api& api)
+    {
+        std::uint32_t mode = 0;
+        std::uint32_t value = 0;
+        return api.Init(mode, value);
+    }
+
+    // An instance shakes hands only once: this is for another one.
+    Operation Handshake()
+    {
+        return [this, instance = std::shared_ptr<Instance>()](Api&, Caller&) mutable {
+            if (!instance)
+            {
+                instance = std::make_shared<Instance>(CreateInstanceWithFactory(m_transport, L"device"));
+                instance->Api().SetServer("127.0.0.1");
+                instance->Api().SetPort(m_port);
+            }
+            const ResultCode code = instance->ShakeHands();
+            if (code == Result::Success)
+                instance = nullptr;
+            return code;
+        };
+    }
+
+    const Operation kNext = Call(&Api::GetPathAttributes, L"/a");
+    const std::shared_ptr<const Fault> m_closing = std::make_shared<const Fault>(
+        Fault{.name = "closes", .reply = {{{.bytes = HttpReply(200, kReply, "Connection: close\r\n")}}}, .end = FaultEnd::Close});
+    const TemporaryFolder m_folder;
+    const std::wstring m_sent = m_folder.Write("sent", std::string(20'000, 'x'));
+    const std::shared_ptr<TimedTransport> m_transport = std::make_shared<TimedTransport>();
+    const Instance m_library{CreateInstanceWithFactory(m_transport, L"device")};
+    const Options m_options;
+    int m_port = 0;
+    std::mutex m_mutex; // of the next two
+    std::shared_ptr<const Fault> m_fault;
+    std::atomic<bool> m_isPlayed = false;
+};
+
+TEST_F(FaultMatrix, EveryOperationMeetsEveryFaultAndTheNextOneWorks)
+{
+    std::map<std::string, Operation> operations = AllTransfers();
+    operations.insert({{"create", Call(&Api::CreateFolder, L"/d/new")},
+                       {"attributes", Call(&Api::GetPathAttributes, L"/a")},
+                       {"set", Call(&Api::SetPathAttributes, L"/a", MakeItem(7, ""))},
+                       {"remove", Call(&Api::DeletePath, L"/a", MakeItem(7, "4"))},
+                       {"rename", Call(&Api::RenamePath, L"/x/a", L"/x/b", 0U)},
+                       {"list", List(L"/d")},
+                       {"changes", Call(&Api::GetChanges)},
+                       {"mappings", Call(&Api::GetRemoteFolderMap)},
+                       {"share", Call(&Api::GenerateLink, std::make_shared<ShareRequest>())},
+                       {"audit", Call(&Api::PublishSyncStats, "x")},
+                       {"wipe", Call(&Api::AcknowledgeRemoteWipe, L"ann", L"id")},
+                       {"version", Call(&Api::Version)},
+                       {"login", LogIn()},
+                       {"register", Call(&Api::Register, L"ann", L"host")},
+                       {"handshake", Handshake()}});
+    std::ifstream file(QUENDRA_SOURCE_DIR "/Appliance/Faults.json", std::ios::binary);
+    const FaultPlan plan = ReadFaultPlan({std::istreambuf_iterator<char>(file), {}});
+    Start().reset(); // what is made only once is there
+    const auto before = Used();
+    auto server = Start();
+    std::size_t pairs = 0;
+    std::size_t passed = 0;
+    for (const auto& fault : plan.faults)
+        for (const auto& [name, operation] : operations)
+        {
+            if (IsException(fault->name))
+                continue;
+            const std::string wrong = Try(fault, name, operation);
+            EXPECT_EQ(wrong, "") << fault->name << ": " << name;
+            ++pairs;
+            passed += wrong.empty() ? 1U : 0U;
+        }
+    server = nullptr;
+    const auto after = Used();
+    EXPECT_EQ(after.first, before.first) << "threads";
+    EXPECT_LE(after.second, before.second + 4) << "descriptors; those of the second server's idle connection are kept";
+    std::cout << pairs << " pairs of a fault and an operation, " << passed << " passed\n";
+}
+
+} // namespace

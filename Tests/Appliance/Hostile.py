@@ -35,13 +35,19 @@ class Server:
         (self.place / "folder" / "inner").write_bytes(SECRET)
         self.start()
 
+    def command(self):
+        return [self.program, "--root", str(self.root)]
+
     def start(self):
-        self.process = subprocess.Popen([self.program, "--root", str(self.root)], stdout=subprocess.PIPE, text=True)
+        self.process = subprocess.Popen(self.command(), stdout=subprocess.PIPE, text=True)
         for line in self.process.stdout:
             if line.startswith("listening on "):
                 self.port = int(line.rsplit(":", 1)[1])
                 break
-        self.token = json.loads(self.ask("POST", API + "/sessions", b"user_id=demo&password=demo")[1])["session_token"]
+        self.token = self.log_in()
+
+    def log_in(self):
+        return json.loads(self.ask("POST", API + "/sessions", b"user_id=demo&password=demo")[1])["session_token"]
 
     def connect(self, timeout=60):
         return http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
@@ -382,4 +388,5 @@ def main():
     raise SystemExit(failures != 0)
 
 
-main()
+if __name__ == "__main__":
+    main()

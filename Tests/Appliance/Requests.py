@@ -1,0 +1,224 @@
+#!/usr/bin/env python3
+"""The sample server where no well-behaved client leads it: what it refuses, what it keeps whole, and how it ends.
+
+    Tests/Appliance/Requests.py SERVER [emulator...]
+
+Tests/Cases/Appliance.json holds requests and their answers. Hostile.py tries the same server for longer and harder.
+"""
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import threading
+import time
+import unittest
+
+import Hostile
+
+PROGRAM = []  # the emulator, if any, and the server
+CASES = json.loads(re.sub(r"(?m)^ *//.*$", "", (pathlib.Path(__file__).parent.parent / "Cases" / "Appliance.json").read_text()))
+UPLOAD = f"/home/f?resume_id={Hostile.UPLOAD_ID}"
+TIME = ("modification_time", "2020-03-02T10:20:30.123Z")
+
+
+class Server(Hostile.Server):
+    def __init__(self):
+        super().__init__(PROGRAM)
+
+    def command(self):
+        # Wine shows this machine's files on a drive of its own.
+        root = "Z:" + str(self.root).replace("/", "\\") if PROGRAM[-1].endswith(".exe") else str(self.root)
+        return [*PROGRAM, "--root", root]
+
+    def stop(self):
+        """@return the status that it ends with; 0 under Wine, which ends a process like SIGKILL."""
+        self.process.terminate()
+        status = self.process.wait(timeout=60)
+        self.process.stdout.close()
+        return 0 if PROGRAM[-1].endswith(".exe") else status
+
+    def request(self, line, body="", headers=None):
+        """A body that begins with a boundary is multipart, another a form."""
+        method, target = line.split(" ", 1)
+        kind = 'multipart/form-data; boundary="{B}"' if body.startswith("--{B}") else "application/x-www-form-urlencoded"
+        return self.ask(method, Hostile.API + target, body.encode(), {"Content-Type": kind, **(headers or {})})
+
+    def json(self, *request):
+        return json.loads(self.request(*request)[1])
+
+    def error(self, *request):
+        return self.json(*request)["errorId"]
+
+    def item(self, path):
+        return self.json("GET /folders" + path)["document_info"]
+
+    def content(self, path):
+        return self.request(f"GET /folders{path}?skip=0")[1]
+
+    def chunk(self, target, offset, data, flag="qd_no_flag"):
+        headers = {"qd_file_size": "10", "qd_offset": str(offset), "qd_block_size": str(len(data)), flag: "true"}
+        return self.put(target, data, headers=headers, api="/resume/upload")[0]
+
+    def received(self):
+        return self.json("GET /resume/upload" + UPLOAD)["bytes_received"]
+
+    def statuses(self, sent):
+        """The statuses of all replies to what a connection sends, when nothing more will come, one space behind each."""
+        with Hostile.socket.create_connection(("127.0.0.1", self.port), timeout=60) as connection:
+            try:
+                connection.sendall(sent)
+                connection.shutdown(Hostile.socket.SHUT_WR)
+            except OSError:
+                pass  # refused before everything was read
+            replies = b"".join(iter(lambda: connection.recv(65536), b""))
+        return "".join(each.decode() for each in re.findall(rb"HTTP/1\.[01] (\d\d\d )", replies))
+
+
+class SampleServer(unittest.TestCase):
+    def setUp(self):
+        self.server = Server()
+
+    def tearDown(self):
+        self.assertEqual(self.server.stop(), 0)
+        Hostile.shutil.rmtree(self.server.place)
+
+    def expect(self, cases):
+        for request, body, status in cases:
+            found, reply = self.server.request(request, body)
+            self.assertEqual(found, status, (request, body[:100]))
+            self.assertTrue(found < 400 or json.loads(reply)["errorId"], f"{request} is refused without a reason")
+
+    def test_nothing_leads_out_of_the_root(self):
+        self.expect([("POST /folders/home", "operation=create&name=sub", 200)])
+        for path in [*CASES["outside"], "/" + "a" * 5000]:
+            answers = [self.server.request(f"GET /folders{path}?skip=0")[0], self.server.request("GET /folders" + path)[0],
+                       self.server.request("DELETE /folders" + path)[0], self.server.upload(path, b"overwritten"),
+                       self.server.request("POST /folders/home/sub", "operation=move&path=" + path)[0]]
+            self.assertLessEqual(set(answers), {400, 404, 409}, path[:100])
+        # Where these are names like any other they may be used; where they are not, they lead nowhere.
+        for path in ("/..%5csecret", "/home%5c..%5c..%5csecret", "/C:%5csecret", "/C:secret", "/secret:stream", "/NUL"):
+            self.server.upload(path, b"overwritten")
+        self.assertTrue(self.server.outside_is_untouched())
+
+    def test_malformed_requests_are_refused(self):
+        self.expect(CASES["malformed"])
+        field = '--{B}\r\nContent-Disposition: form-data; name="v"\r\n\r\n'
+        self.expect([("POST /sessions", "a" * 5_000_000, 413), ("POST /folders/home/f", "--{B}\r\n" + "h" * 40_000, 400),
+                     ("POST /folders/home/f", field + "v" * 100_000 + "\r\n--{B}--\r\n", 400)])
+        for kind in ("multipart/form-data", "multipart/form-data; boundary=b"):
+            self.assertEqual(self.server.put("/home/f", b"x", headers={"Content-Type": kind})[0], 400)
+        refused = json.loads(self.server.put(UPLOAD, b"x", api="/resume/upload")[1])
+        self.assertEqual(refused["errorId"], "14", "a proxy drops qd_ headers")
+        self.server.token = "forged"
+        self.assertEqual(self.server.error("GET /folders"), "6")
+        refused = json.loads(self.server.put("/home/f", b"x" * 1_000_000)[1])
+        self.assertEqual(refused["errorId"], "6", "the refusal reaches a client that sends all before it reads")
+
+    def test_a_connection_gets_one_reply_for_each_request(self):
+        endless = [["GET /sync/1.3/version HTTP/1.1\r\nX: " + "x" * 100_000 + "\r\n\r\n", "431 "],
+                   ["POST /sync/1.3/sessions HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n" + "x" * 200_000 + "\r\n\r\n", "400 "]]
+        for sent, statuses in CASES["hostile"] + endless:
+            self.assertEqual(self.server.statuses(sent.encode("latin-1")), statuses, sent[:200])
+
+    def test_content_changes_wholly_or_not_at_all(self):
+        self.assertEqual(self.server.upload("/home/f", b"old content"), 200)
+        first = self.server.item("/home/f")
+        self.assertEqual(first["size"], 11)
+        # An upload that breaks off.
+        head = (f"POST {Hostile.API}/folders/home/f HTTP/1.1\r\nCookie: session_token={self.server.token}\r\n"
+                "Content-Type: multipart/form-data; boundary=B\r\nContent-Length: 1000000\r\n\r\n"
+                '--B\r\nContent-Disposition: form-data; name="file"; filename="x"\r\n\r\n')
+        self.assertEqual(self.server.statuses(head.encode() + b"x" * 500_000), "400 ")
+        self.assertEqual((self.server.content("/home/f"), self.server.item("/home/f")), (b"old content", first))
+        # A file that somebody changes in the folder itself is another revision.
+        outside = self.server.root / "home" / "f"
+        outside.write_bytes(b"changed outside")
+        refused = self.server.put("/home/f", b"lost", [("operation", "create"), ("revision", first["revision"])])[1]
+        self.assertEqual(json.loads(refused)["errorId"], "1077")
+        self.assertEqual(self.server.error(f"DELETE /folders/home/f?revision={first['revision']}"), "1077")
+        self.assertEqual(outside.read_bytes(), b"changed outside")
+
+    def test_ranges_end_where_the_file_ends(self):
+        content = bytes(index * 7 % 251 for index in range(200_000))
+        self.assertEqual(self.server.upload("/home/f", content), 200)
+        for query, expected in {"skip=65535&count=65538": content[65535:131073], "skip=199999&count=9223372036854775807": content[-1:],
+                                "skip=200000&count=1": b"", "skip=9223372036854775807": b"", "count=0": b""}.items():
+            self.assertTrue(self.server.request("GET /folders/home/f?" + query)[1] == expected, query)
+        self.expect(CASES["ranges"])
+
+    def test_moves_overwrite_only_what_they_may(self):
+        self.expect([("POST /folders", "operation=create&name=" + name, 200) for name in "ab"])
+        self.assertEqual([self.server.upload(f"/{name}/f", name.encode()) for name in "ab"], [200, 200])
+        moved = self.server.item("/a/f")
+        self.expect(CASES["moves"])
+        # What was recorded has moved along, and is still there after a restart, behind a record that was cut off.
+        self.server.stop()
+        with open(self.server.root / ".quendra-appliance" / "items.jsonl", "a", encoding="utf-8") as journal:
+            journal.write('{"set":"/c/f","rev')
+        self.server.start()
+        self.assertEqual(self.server.item("/c/f"), {**moved, "orca_path": "/c/f"})
+
+    def test_refused_chunks_and_deltas_leave_nothing(self):
+        chunk = self.server.chunk
+        self.assertEqual(chunk(UPLOAD, 0, b"12345", "qd_start"), 200)
+        self.assertEqual(chunk(UPLOAD, 6, b"x"), 409, "a gap")
+        self.assertEqual(chunk(UPLOAD, 5, b"678901"), 400, "beyond the end")
+        self.assertEqual(chunk(UPLOAD, 2**64 - 1, b"x"), 400)
+        self.assertEqual(chunk(UPLOAD, 5, b"6", "qd_finish"), 409, "too early")
+        self.assertEqual(chunk(UPLOAD.replace("/f", "/g"), 5, b"6"), 404, "another item's upload")
+        for path, status in (("/home", 409), ("/../f2", 400)):
+            self.assertEqual(self.server.request("POST /resume/upload" + UPLOAD, "", {"qd_new_path": path})[0], status)
+        self.assertEqual(chunk(UPLOAD, 0, b"12345"), 200, "a late chunk of a connection that the client has closed")
+        self.assertEqual(self.server.received(), 6, "it takes nothing back")
+        late = (f"POST {Hostile.API}/resume/upload{UPLOAD} HTTP/1.1\r\nCookie: session_token={self.server.token}\r\nqd_offset: 0\r\n"
+                "qd_block_size: 5\r\nContent-Type: multipart/form-data; boundary=B\r\nContent-Length: 100\r\n\r\n"
+                '--B\r\nContent-Disposition: form-data; name="file"; filename="x"\r\n\r\n99999')
+        self.assertEqual(self.server.statuses(late.encode()), "400 ")
+        self.assertEqual(self.server.received(), 6, "a late chunk that breaks off takes nothing back")
+        self.assertEqual(chunk(UPLOAD, 3, b"4567890", "qd_finish"), 200, "a chunk that was sent before may come again")
+
+        # A signature comes alone, a delta with fields.
+        huge_blocks = b"rs\x01\x36\x7F\xFF\xFF\xFF\0\0\0\x08"
+        for fields, file in (([], huge_blocks), ([TIME], b"neither"), ([TIME], b"rs\x02\x36\x45\0\xFF")):
+            self.assertIn(self.server.put("/home/f", file, fields, api="/delta")[0], (400, 501))
+        self.assertEqual((self.server.root / "home" / "f").read_bytes(), b"1234567890")
+
+    def test_the_feed_loses_nothing_and_ends_with_the_server(self):
+        reader, other = self.server.token, self.server.log_in()
+        # A reader that hangs up leaves the actions to the session's next one.
+        with Hostile.socket.create_connection(("127.0.0.1", self.server.port)) as connection:
+            connection.sendall(f"GET {Hostile.API}/notifs HTTP/1.1\r\nCookie: session_token={reader}\r\n\r\n".encode())
+        self.server.token = other
+        self.expect([("POST /folders", "operation=create&name=x", 200)])
+        self.server.token = reader
+        self.assertEqual(self.server.json("GET /notifs")["contents"][0]["m"], "/x")
+
+        # Many that wait hold up nobody.
+        def wait():
+            try:
+                self.server.request("GET /notifs")
+            except (OSError, Hostile.http.client.HTTPException):
+                pass  # the server has ended
+
+        waiting = [threading.Thread(target=wait) for _ in range(20)]
+        for each in waiting:
+            each.start()
+        self.expect([("GET /folders", "", 200)])
+        begun = time.monotonic()
+        self.server.stop()
+        for each in waiting:
+            each.join()
+        self.assertLess(time.monotonic() - begun, 10)
+
+    def test_arguments_are_checked_one_by_one(self):
+        for arguments, status, message in CASES["arguments"]:
+            if message:
+                done = subprocess.run([*PROGRAM, *arguments], capture_output=True, text=True, timeout=60, check=False)
+                self.assertEqual(done.returncode, status, message)
+                self.assertIn(message, done.stdout + done.stderr)
+
+
+if __name__ == "__main__":
+    PROGRAM[:] = [*sys.argv[2:], sys.argv[1]]
+    unittest.main(argv=sys.argv[:1])

@@ -1,5 +1,6 @@
 // The transport over scripted platform calls: what it asks for, and what it makes of the answers.
 
+#include "CaseFile.h"
 #include "TextConversion.h"
 #include "TransportFixture.h"
 
@@ -40,6 +41,11 @@ TEST_F(TransportSteps, AFailureIsFoldedAndKeepsItsReasonWhileHandlesAreClosed)
         EXPECT_EQ(session->Initialise(), folded);
         EXPECT_EQ(g_script.closed.size(), 1U);
         EXPECT_EQ(GetLastError(), error);
+        DWORD length = 0;
+        g_script.Fail("WinHttpSetOption", error, 2);
+        g_script.Fail("WinHttpQueryOption", error);
+        EXPECT_EQ(session->SetOption(3, nullptr, 0), folded);
+        EXPECT_EQ(session->QueryOption(3, nullptr, length), folded);
     }
 }
 
@@ -183,71 +189,52 @@ TEST_F(TransportSteps, AFieldBeyondItsLimitIsNotSentCutShort)
     EXPECT_FALSE(trace.Mentions("xxx"));
 }
 
-TEST_F(TransportSteps, RepliesInMemoryAreReadPieceByPiece)
+// The pieces of a body: each the announced size, the bytes, and the errors of the query and of the read.
+std::deque<Piece> PiecesIn(const Json::Value& pieces)
 {
-    using Row = std::tuple<const char*, std::deque<Piece>, ResultCode, std::string>;
-    for (const auto& [what, pieces, expected, text] :
-         std::vector<Row>{{"no body", {}, 0, ""},
-                          {"two pieces", {{3, "abc", 0, 0}, {2, "de", 0, 0}}, 0, "abcde"},
-                          {"a failing query ends the body", {{3, "abc", 0, 0}, {0, "", 12030, 0}}, 0, "abc"},
-                          {"what a read leaves unfilled is zero", {{5, "ab", 0, 0}, {1, "c", 0, 0}}, 0, std::string("ab\0\0\0c", 6)},
-                          {"a failing read ends the body", {{3, "abc", 0, 0}, {2, "", 0, 12030}, {1, "x", 0, 0}}, 0, "abc"},
-                          {"a read of nothing ends the body", {{3, "", 0, 0}, {1, "x", 0, 0}}, 0, std::string(3, '\0')},
-                          {"the largest piece", {{0x500000, std::string(0x500000, 'x'), 0, 0}}, 0, std::string(0x500000, 'x')},
-                          {"too much at once", {{3, "abc", 0, 0}, {0x500001, "", 0, 0}}, 122, "abc"}})
-    {
-        SCOPED_TRACE(what);
-        g_script = {};
-        g_script.pieces = pieces;
-        g_script.status = L"404";
-        EXPECT_EQ(request->ReceiveResponse(reply), expected);
-        EXPECT_EQ(request->GetHTTPStatus(), 404U) << "told, and not judged";
-        EXPECT_TRUE(std::string_view(reply.data, reply.length) == text);
-        EXPECT_EQ(reply.data == nullptr, text.empty());
-        EXPECT_TRUE(reply.data == nullptr || reply.data[reply.length] == '\0');
-        std::free(reply.data);
-    }
+    std::deque<Piece> read;
+    for (const Json::Value& piece : pieces)
+        read.push_back({piece[0].asUInt(), piece[1].asString(), piece[2].asUInt(), piece[3].asUInt()});
+    return read;
 }
 
-TEST_F(TransportSteps, DownloadsGoIntoTheFileAndKeepWhatTheyWroteWhenTheyFail)
+TEST_F(TransportSteps, RepliesAreReadAsReceivedJsonSays)
 {
-    struct Case
-    {
-        const wchar_t* status;
-        const wchar_t* length;
-        std::deque<Piece> pieces;
-        ResultCode expected;
-        std::string content, told, message = {};
-        std::uint32_t offsetLow = 0, offsetHigh = 0;
-    };
-    const Piece abc = {3, "abc", 0, 0};
-    const std::string one = "status:4 3@3 ";
-    for (const Case& download :
-         {Case{L"200", L"5", {abc, {2, "de", 0, 0}}, 0, "abcde", one + "2@5 "},
-          Case{L"200", L"3", {abc}, 0, "babcre", one, "", 1}, // into the file that is there
-          Case{L"200", L"", {abc}, 0, "abc", one, "", 0, 1},  // a multiple of 4 GiB truncates
-          Case{L"206", L"", {abc}, 20206, "before", "status:4 "},
-          Case{L"200", L"", {abc, {0, "", 12002, 0}}, 12002, "abc", one, "WinHttpQueryDataAvailable failed, error code: 12002"},
-          Case{L"200", L"", {abc, {3, "", 0, 12030}}, 12030, "abc", one, "WinHttpReadData failed, error code: 12030"},
-          Case{L"200", L"4294967299", {abc}, 12030, "abc", one, "The body ended after 3 of 4294967299 bytes, error code: 12030"},
-          Case{L"200", L"1", {}, 12030, "", "status:4 ", "The body ended after 0 of 1 bytes, error code: 12030"}})
-    {
-        SCOPED_TRACE(std::to_string(download.expected) + ": " + download.content + download.message);
+    const auto intoMemory = [this](const Json::Value& given) {
         Restart();
+        g_script.pieces = PiecesIn(given[0]);
+        g_script.status = L"404";
+        const ResultCode code = request->ReceiveResponse(reply);
+        EXPECT_EQ(request->GetHTTPStatus(), 404U) << "told, and not judged";
+        const std::unique_ptr<char, decltype(&std::free)> owner(reply.data, &std::free);
+        EXPECT_TRUE(reply.data == nullptr ? reply.length == 0 : reply.length != 0 && reply.data[reply.length] == '\0');
+        return std::to_string(code) + " " + std::string(reply.data != nullptr ? reply.data : "", reply.length);
+    };
+    const auto intoFile = [this](const Json::Value& given) {
+        Restart();
+        std::filesystem::remove(folder / "target");
         static_cast<void>(folder.Write("target", "before"));
-        g_script.status = download.status;
-        g_script.contentLength = download.length;
-        g_script.pieces = download.pieces;
+        g_script.status = ToWide(given[0].asString());
+        g_script.contentLength = ToWide(given[1].asString());
+        g_script.pieces = PiecesIn(given[2]);
+        const TraceCapture heard;
         SetLastError(1234); // what an earlier call left behind is no reason for an end
-        EXPECT_EQ(GetFile(nullptr, download.offsetLow, download.offsetHigh), download.expected);
-        EXPECT_EQ(folder.Read("target"), download.content);
-        EXPECT_EQ(progress->calls, download.told);
-        EXPECT_EQ(trace.Messages(EVT_ERROR), download.message.empty() ? Texts{} : Texts{download.message});
-        const bool isRead = download.expected < 20000;
-        EXPECT_EQ(trace.Has(EVT_INFO, "No bytes to read [0]"), download.message.find("Win") == std::string::npos && isRead);
-        EXPECT_EQ(trace.Has(EVT_INFO, "Finished reading data"), isRead);
-        EXPECT_EQ(trace.Has(EVT_INFO, "Returning [" + std::to_string(download.expected) + "]"), isRead);
-    }
+        const ResultCode code = GetFile(nullptr, given[3].asUInt(), given[4].asUInt());
+        const bool isRead = code < Result::RefusalBase;
+        EXPECT_EQ(heard.Has(EVT_INFO, "No bytes to read [0]"), isRead && !heard.Mentions("WinHttp"));
+        EXPECT_EQ(heard.Has(EVT_INFO, "Finished reading data"), isRead);
+        EXPECT_EQ(heard.Has(EVT_INFO, "Returning [" + std::to_string(code) + "]"), isRead);
+        std::string shown = std::to_string(code) + " " + folder.Read("target") + ", " + progress->calls;
+        for (const std::string& error : heard.Messages(EVT_ERROR))
+            shown += "; " + error;
+        return shown;
+    };
+    ExpectCases(ReadCaseFile("Received.json"), {{"memory", intoMemory}, {"files", intoFile}});
+    const std::string largest(0x500000, 'x');
+    g_script.pieces = {{0x500000, largest, 0, 0}};
+    EXPECT_EQ(request->ReceiveResponse(reply), Result::Success);
+    EXPECT_TRUE(std::string_view(reply.data, reply.length) == largest);
+    std::free(reply.data);
 }
 
 TEST_F(TransportSteps, ACancelEventHidesHowADownloadEnds)

@@ -4,6 +4,7 @@
 #include "TextConversion.h"
 
 #include "Platform/Platform.h"
+#include "Platform/Posix/SystemErrors.h"
 
 #include <cerrno>
 #include <csignal>
@@ -81,36 +82,6 @@ private:
 std::int64_t ToTicks(std::int64_t seconds, std::int64_t nanoseconds)
 {
     return (seconds + kUnixEpochSeconds) * kTicksPerSecond + nanoseconds / 100;
-}
-
-ResultCode CodeOf(int error)
-{
-    switch (error)
-    {
-    case 0:
-        return Result::Success;
-    case ENOENT:
-        return ERROR_FILE_NOT_FOUND;
-    case ENOTDIR:
-        return ERROR_PATH_NOT_FOUND;
-    case EMFILE:
-    case ENFILE:
-        return ERROR_TOO_MANY_OPEN_FILES;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-    case ETXTBSY:
-        return ERROR_ACCESS_DENIED;
-    case EEXIST:
-        return ERROR_FILE_EXISTS;
-    case ENOSPC:
-    case EDQUOT:
-        return ERROR_DISK_FULL;
-    case ENAMETOOLONG:
-        return ERROR_FILENAME_EXCED_RANGE;
-    default:
-        return ERROR_GEN_FAILURE;
-    }
 }
 
 bool WriteAll(int file, std::string_view content)
@@ -284,7 +255,7 @@ ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)
 {
     struct statx found = {};
     if (statx(AT_FDCWD, ToNarrow(path).c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &found) != 0)
-        return CodeOf(errno);
+        return Win32Error(errno);
     facts.isFolder = S_ISDIR(found.stx_mode);
     facts.isRegular = S_ISREG(found.stx_mode);
     facts.size = static_cast<std::int64_t>(found.stx_size);
@@ -304,24 +275,24 @@ ResultCode MakeSuccessor(const std::wstring& path, const std::wstring& other)
     {
         struct stat facts = {};
         if (fstat(existing.Get(), &facts) != 0)
-            return CodeOf(errno);
+            return Win32Error(errno);
         given = rights = facts.st_mode & 0777;
     }
     else if (errno != ENOENT)
     {
-        return CodeOf(errno);
+        return Win32Error(errno);
     }
     const Descriptor file(open(ToNarrow(path).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, rights));
     if (file.Get() < 0)
-        return errno == ENOENT ? ERROR_PATH_NOT_FOUND : CodeOf(errno);
-    return given && fchmod(file.Get(), *given) != 0 ? CodeOf(errno) : Result::Success;
+        return errno == ENOENT ? ERROR_PATH_NOT_FOUND : Win32Error(errno);
+    return given && fchmod(file.Get(), *given) != 0 ? Win32Error(errno) : Result::Success;
 }
 
 ResultCode SetModifiedTime(const std::wstring& path, std::int64_t ticks)
 {
     const std::int64_t seconds = ticks / kTicksPerSecond - kUnixEpochSeconds;
     const timespec times[] = {{0, UTIME_OMIT}, {static_cast<time_t>(seconds), static_cast<long>(ticks % kTicksPerSecond * 100)}};
-    return utimensat(AT_FDCWD, ToNarrow(path).c_str(), times, 0) == 0 ? Result::Success : CodeOf(errno);
+    return utimensat(AT_FDCWD, ToNarrow(path).c_str(), times, 0) == 0 ? Result::Success : Win32Error(errno);
 }
 
 std::error_code WritePrivateFile(const std::filesystem::path& path, std::string_view content)

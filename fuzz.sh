@@ -28,6 +28,8 @@ if ! { cmake --preset linux-asan -B "$folder" -DQUENDRA_FUZZERS=ON -DQUENDRA_SAN
     exit 1
 fi
 
+temporary=${TMPDIR:-/tmp}
+[ ! -w /dev/shm ] || temporary=/dev/shm # targets write many small files
 result=0
 printf '%-14s %10s %8s %8s %9s\n' target inputs edges corpus findings
 for target in "${targets[@]}"; do
@@ -36,7 +38,7 @@ for target in "${targets[@]}"; do
     case $target in Operations | Appliance) dictionary=Http.dict ;; esac
     findings=("$folder/findings/$target"-*)
     [ -e "${findings[0]}" ] && before=${#findings[@]} || before=0
-    env -u http_proxy -u all_proxy -u HTTP_PROXY -u ALL_PROXY nice -n 19 "$folder/bin/Fuzz$target" -max_total_time=$((60 * minutes)) \
+    TMPDIR=$temporary env -u http_proxy -u all_proxy -u HTTP_PROXY -u ALL_PROXY nice -n 19 "$folder/bin/Fuzz$target" -max_total_time=$((60 * minutes)) \
         -timeout=30 -rss_limit_mb=3000 -print_final_stats=1 -dict="Tests/Fuzz/$dictionary" -artifact_prefix="$folder/findings/$target-" \
         "$corpus" "$seeds" >"$log" 2>&1
     status=$?

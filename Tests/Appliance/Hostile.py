@@ -311,7 +311,7 @@ def kills(server, rounds):
         except (OSError, http.client.HTTPException):
             pass
 
-    chunked = hashlib.sha256(b"chunked").digest() * 20000
+    chunked = hashlib.sha256(b"chunked").digest() * 200000
     target = f"/home/big?resume_id={UPLOAD_ID}"
 
     def send_chunks(state):

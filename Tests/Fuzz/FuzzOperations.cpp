@@ -44,7 +44,7 @@ public:
 private:
     void Serve()
     {
-        constexpr int kPatience = 20; // ms; a client may wait for the rest of a reply
+        constexpr int kPatience = 2; // ms; a client may wait for the rest of a reply
         for (;;)
         {
             std::array<pollfd, 2> both{{{m_listener, POLLIN, 0}, {m_connection, POLLIN, 0}}};

@@ -69,7 +69,7 @@ void ReadArguments(const std::string& text)
 
 std::filesystem::path WriteFile(const std::string& text)
 {
-    static const std::filesystem::path file = "/dev/shm/quendra-fuzz-" + std::to_string(getpid());
+    static const auto file = std::filesystem::temp_directory_path() / ("quendra-fuzz-" + std::to_string(getpid()));
     std::ofstream(file, std::ios::binary) << text;
     return file;
 }

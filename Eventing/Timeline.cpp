@@ -105,7 +105,7 @@ const char* CategoryOf(std::uint8_t level)
 class Timeline
 {
 public:
-    explicit Timeline(std::string_view path) : m_file(std::filesystem::path(std::u8string(path.begin(), path.end())))
+    explicit Timeline(std::string_view path) : m_file(std::filesystem::path(std::u8string(path.begin(), path.end())), std::ios::binary)
     {
         const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
         const std::string name = Quoted("QuendraHttp, from " + FormatUtc(now));

@@ -1,5 +1,6 @@
-// Whole operations over the platform's own HTTP: the first byte chooses one, the rest is what the server sends, parted into the replies to
-// its requests by the bytes FF FE. Behind the last reply the connection ends. Then an ordinary operation of the same instance must succeed.
+// Whole operations over the platform's own HTTP: the first byte chooses one, from 128 on with a cancel event, the rest is what the server
+// sends, parted into the replies to its requests by the bytes FF FE. Behind the last reply the connection ends. Then an ordinary operation
+// of the same instance must succeed.
 
 #include "FuzzSupport.h"
 #include "Operations.h"
@@ -164,6 +165,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const auto common = NewInstance(server.Port());
     static const bool isReady = (server.Play({}), common->ShakeHands() == Result::Success);
     Require(isReady);
+    static const CancelEvent cancel{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     ListenToEverything();
     if (size == 0)
         return 0;
@@ -174,6 +176,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::ofstream(folder / "sig", std::ios::binary) << "signature";
     Caller caller;
     caller.local = ToWide((folder / "local").string());
+    if ((data[0] & 0x80U) != 0)
+        caller.cancel = cancel;
     caller.signature = ToWide((folder / "sig").string());
     Require(instance->SetSessionToken(L"old") == Result::Success);
     server.Play(Bytes(data + 1, size - 1));

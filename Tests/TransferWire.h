@@ -43,7 +43,7 @@ protected:
     /// A connection's end.
     struct Ending
     {
-        const char* where;
+        std::string where;
         std::string reply;               ///< what the server has sent by then.
         std::string expected;            ///< "code: transfers; code: transfers"
         std::optional<std::string> body; ///< what has come of a download; none: it makes no file.
@@ -53,7 +53,7 @@ protected:
     /// Performs every transfer against a server that ends the connection: closes it, then once more with a reset.
     void ExpectCodes(const Ending& ending, bool resets) const
     {
-        SCOPED_TRACE(std::string(ending.where) + (resets ? ", reset" : ", closed"));
+        SCOPED_TRACE(ending.where + (resets ? ", reset" : ", closed"));
         const Library wire(AfterHandshake([&](RawConnection& connection, const std::string& head) {
             connection.Skip(std::min(ending.reads, BodyLength(head)));
             connection.Send(ending.reply);

@@ -1,6 +1,7 @@
 // Transfers over real sockets: every request byte by byte, and what becomes of those that are cancelled, closed or broken off on
 // the way.
 
+#include "CaseFile.h"
 #include "TransferWire.h"
 #include "Transport/FileHandle.h"
 
@@ -223,48 +224,16 @@ TEST_F(TransferWire, ProgressIsToldInOrderUpToTheTotal)
 
 TEST_F(TransferWire, ABrokenOrRefusedTransferEndsInItsCodeAndNoneInASuccess)
 {
-    const std::string part = kReply.substr(0, 40);
-    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 41\r\n\r\n";
     // The server closes the connection: the next transfer must not use it.
-    const auto whole = [](int status, const std::string& body) { return HttpReply(status, body, "Connection: close\r\n"); };
-    // For CancelUpload the status alone counts.
-    for (const Ending& ending :
-         {Ending{"before the request's body", "", "12030: all", {}, 0}, Ending{"in the request's body", "", "12030: all", {}, 100'000},
-          Ending{"before the reply", "", "12030: all", {}}, Ending{"in the status line", "HTTP/1.1 2", "12030: all", {}},
-          Ending{"before the reply's body", head,
-                 "0: cancel; 8: metadata; 13: chunk upload, complete; 12030: delta, download, range; 12152: delta upload, upload", ""},
-          Ending{"before the reply's last byte", head + part,
-                 "0: cancel; 13: chunk upload, complete, delta upload, metadata, upload; 12030: delta, download, range", part},
-          Ending{"after chunks beside a larger length",
-                 "HTTP/1.1 200 OK\r\nContent-Length: 41\r\nTransfer-Encoding: chunked\r\nConnection: close\r\n\r\n28\r\n" + part +
-                     "\r\n0\r\n\r\n",
-                 "0: cancel, delta, download, range; 13: chunk upload, complete, delta upload, metadata, upload", part},
-          Ending{"after an empty reply", whole(200, ""),
-                 "0: cancel, delta, download, range; 8: metadata; 13: chunk upload, complete; 12152: delta upload, upload", ""},
-          Ending{"after a reply of no use", whole(200, "{}"),
-                 "0: cancel, delta, download, metadata, range; 13: chunk upload, complete, delta upload, upload", "{}"},
-          Ending{"after a refusal",
-                 whole(404, R"({"errorId":"5"})"),
-                 "20005: cancel, chunk upload, complete, delta upload, download, metadata, upload; 20404: delta, range",
-                 {}},
-          Ending{"in a refusal",
-                 "HTTP/1.1 404 No\r\nContent-Length: 2\r\n\r\n{",
-                 "20000: download; 20404: cancel, chunk upload, complete, delta, delta upload, metadata, range, upload",
-                 {}},
-          Ending{"after a conflict",
-                 whole(409, kConflict),
-                 "20409: delta, range; 21077: cancel, chunk upload, complete, delta upload, download, metadata, upload",
-                 {}},
-          Ending{"after a part",
-                 whole(206, part),
-                 "20000: download; 20206: cancel, chunk upload, complete, delta, delta upload, metadata, range, upload",
-                 {}},
-          Ending{"after nothing",
-                 whole(204, ""),
-                 "12152: chunk upload; 20000: download; 20204: cancel, complete, delta, delta upload, metadata, range, upload",
-                 {}}})
+    const auto whole = [](const Json::Value& reply) { return HttpReply(reply[0].asInt(), reply[1].asString(), "Connection: close\r\n"); };
+    for (const Json::Value& each : CasesOf("Faults.json", "endings of transfers"))
         for (const bool resets : {false, true})
-            ExpectCodes(ending, resets);
+            ExpectCodes({.where = each[0].asString(),
+                         .reply = each[1].isString() ? each[1].asString() : whole(each[1]),
+                         .expected = each[2].asString(),
+                         .body = each[3].isNull() ? std::nullopt : std::optional(each[3].asString()),
+                         .reads = each[4].isNull() ? kAll : each[4].asUInt64()},
+                        resets);
 }
 
 TEST_F(TransferWire, AFileThatFailsEndsItsTransferWithItsError)

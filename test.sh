@@ -83,6 +83,8 @@ step_windows() {
 }
 step_long() {
     build linux && build linux-tsan || return 1
+    quiet "$logs/long-build.log" cmake --preset linux -DQUENDRA_BENCHMARKS=ON &&
+        quiet "$logs/long-build.log" cmake --build --preset linux --parallel "$jobs" --target cancellation || return 1
     local failed_parts=0 simulation=build/linux/bin/Simulation
     run_long() { echo "$*" && quiet "$logs/long-$1.log" "${@:2}" && tail -n 1 "$logs/long-$1.log" || failed_parts=$((failed_parts + 1)); }
     run_long seeds "$simulation" seeds 1 10000
@@ -91,6 +93,7 @@ step_long() {
     run_long race-seeds build/linux-tsan/bin/Simulation seeds 1 500
     run_long hostile Tests/Appliance/Hostile.py build/linux/bin/quendra-appliance
     run_long fuzz ./fuzz.sh 60
+    run_long cancellation build/linux/bin/cancellation
     run_long soak "$simulation" soak 200000 20480
     [ "$failed_parts" = 0 ]
 }
@@ -98,8 +101,8 @@ step_long() {
 prepare() {
     case $1 in
     format) CMake/prepare.sh tools ;;
-    linux | asan | tsan | long) CMake/prepare.sh linux tests ;;
-    guard) CMake/prepare.sh linux tests guard ;;
+    linux | asan | tsan) CMake/prepare.sh linux tests ;;
+    guard | long) CMake/prepare.sh linux tests guard ;;
     tidy) CMake/prepare.sh linux tests tools ;;
     windows) CMake/prepare.sh windows ;;
     esac

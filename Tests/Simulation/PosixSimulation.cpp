@@ -115,7 +115,8 @@ bool Soak(std::uint64_t requests, std::uint64_t mib)
                   << " descriptors, " << now[2] << " threads" << std::endl;
     }
     const auto atEnd = Holdings();
-    return atEnd[0] < atStart[0] * 5 / 4 && atEnd[1] < atStart[1] + 50 && atEnd[2] < atStart[2] + 10;
+    // The server keeps up to a thousand sessions, and the allocator gives not all back that is free.
+    return atEnd[0] < atStart[0] * 5 / 4 + 32 * 1024 && atEnd[1] < atStart[1] + 50 && atEnd[2] < atStart[2] + 10;
 }
 
 bool RunThreads(unsigned count, unsigned steps)

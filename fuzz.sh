@@ -10,7 +10,7 @@ set -uo pipefail
 cd "$(dirname "$0")" || exit 1
 
 minutes=${1:-}
-[[ $minutes =~ ^[0-9]+$ ]] || { sed -n '2,8s/^# \{0,1\}//p' "$0" >&2 && exit 2; }
+[[ $minutes =~ ^[1-9][0-9]*$ ]] || { sed -n '2,8s/^# \{0,1\}//p' "$0" >&2 && exit 2; }
 targets=("${@:2}")
 if [ ${#targets[@]} = 0 ]; then
     for source in Tests/Fuzz/Fuzz*.cpp; do

@@ -57,6 +57,8 @@ bool IsException(const std::string& fault)
 bool IsDocumented(ResultCode code)
 {
     code = (code & 0xFFFF0000) == 0x80070000 ? code & 0xFFFF : code;
+    if (code == 10054) // Wine passes the socket's own error on: a reset
+        return true;
     return Result::IsRefusal(code) || std::ranges::find(Result::kMeanings, code, &Result::Meaning::code) != std::end(Result::kMeanings);
 }
 

@@ -20,7 +20,7 @@ linux=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libjsoncpp-dev libu
 tests=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev llvm binutils dpkg-dev file doxygen rdiff python3)
 guard=(valgrind strace python3)
 tools=(clang clang-tidy clang-format git)
-windows=(g++-mingw-w64-x86-64-posix wine64 pkg-config googletest libboost1.81-dev libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring openssl)
+windows=(g++-mingw-w64-x86-64-posix wine64 pkg-config googletest libboost1.81-dev libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring openssl python3)
 
 say() { printf '%s\n' "$*" >&2; }
 

@@ -134,7 +134,7 @@ QUENDRA_PLATFORM_API BOOL WinHttpQueryDataAvailable(HINTERNET request, DWORD* by
 QUENDRA_PLATFORM_API BOOL WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD bytes, DWORD* bytesRead) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpCloseHandle(HINTERNET handle) noexcept;
 
-/// Not one of WinHTTP's: lets calls on a request that wait for the network end with ERROR_CANCELLED, at most 50 ms after the event was
+/// Not one of WinHTTP's: lets calls on a request that wait for the network end with ERROR_CANCELLED, at most 25 ms after the event was
 /// signalled. A wait that sees an auto-reset event resets it.
 /// @param event  must stay valid until the request's handle is closed; null: none.
 QUENDRA_PLATFORM_API void EndOnEvent(HINTERNET request, HANDLE event) noexcept;

@@ -36,7 +36,7 @@ constexpr std::chrono::seconds kSafeIdleTime(3);
 
 /// The longest wait for curl, in milliseconds; sockets and curl's own timers end it earlier. An event does not.
 constexpr std::int64_t kLongestPoll = 60'000;
-constexpr std::int64_t kLongestPollWithEvent = 50;
+constexpr std::int64_t kLongestPollWithEvent = 25;
 
 /// The statuses from here on refuse a request.
 constexpr long kFirstRefusal = 300;

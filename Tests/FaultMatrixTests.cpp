@@ -176,8 +176,12 @@ protected:
     std::atomic<bool> m_isPlayed = false;
 };
 
-// A part of the faults, so that several processes share the work.
+// A part of the faults, so that several processes share the work. Under Wine all take too long for each run: the first part is a sample.
+#if defined(_WIN32)
+constexpr std::size_t kParts = 40;
+#else
 constexpr std::size_t kParts = 4;
+#endif
 
 TEST_P(FaultMatrix, EveryOperationMeetsEveryFaultAndTheNextOneWorks)
 {
@@ -222,6 +226,7 @@ TEST_P(FaultMatrix, EveryOperationMeetsEveryFaultAndTheNextOneWorks)
     std::cout << pairs << " pairs of a fault and an operation, " << passed << " passed\n";
 }
 
-INSTANTIATE_TEST_SUITE_P(Parts, FaultMatrix, testing::Range<std::size_t>(0, kParts));
+INSTANTIATE_TEST_SUITE_P(Parts, FaultMatrix, testing::Range<std::size_t>(0, kParts),
+                         [](const auto& part) { return part.param == 0 ? std::string("Sample") : "Part" + std::to_string(part.param); });
 
 } // namespace

@@ -186,21 +186,9 @@ constexpr std::size_t kParts = 4;
 TEST_P(FaultMatrix, EveryOperationMeetsEveryFaultAndTheNextOneWorks)
 {
     std::map<std::string, Operation> operations = AllTransfers();
-    operations.insert({{"create", Call(&Api::CreateFolder, L"/d/new")},
-                       {"attributes", Call(&Api::GetPathAttributes, L"/a")},
-                       {"set", Call(&Api::SetPathAttributes, L"/a", MakeItem(7, ""))},
-                       {"remove", Call(&Api::DeletePath, L"/a", MakeItem(7, "4"))},
-                       {"rename", Call(&Api::RenamePath, L"/x/a", L"/x/b", 0U)},
-                       {"list", List(L"/d")},
-                       {"changes", Call(&Api::GetChanges)},
-                       {"mappings", Call(&Api::GetRemoteFolderMap)},
-                       {"share", Call(&Api::GenerateLink, std::make_shared<ShareRequest>())},
-                       {"audit", Call(&Api::PublishSyncStats, "x")},
-                       {"wipe", Call(&Api::AcknowledgeRemoteWipe, L"ann", L"id")},
-                       {"version", Call(&Api::Version)},
-                       {"login", LogIn()},
-                       {"register", Call(&Api::Register, L"ann", L"host")},
-                       {"handshake", Handshake()}});
+    operations.merge(PathOperations());
+    operations.erase("move"); // the request of "rename"
+    operations.insert({"handshake", Handshake()});
     std::ifstream file(QUENDRA_SOURCE_DIR "/Appliance/Faults.json", std::ios::binary);
     const FaultPlan plan = ReadFaultPlan({std::istreambuf_iterator<char>(file), {}});
     Start().reset(); // what is made only once is there

@@ -39,8 +39,8 @@ public:
     /// @throws std::bad_alloc, and std::runtime_error where libcurl refuses an option
     EasyHandle();
 
-    /// For one request: a copy of the common handle, which costs less than a new one and takes no lock of the process. It is not used for
-    /// another request, because libcurl 7.88 keeps a pointer into the headers of a handle's last reply.
+    /// For one request: a copy of the common handle. Unlike a new handle it takes no lock of the process. It is not used for another
+    /// request, because libcurl 7.88 keeps a pointer into the headers of a handle's last reply.
     /// @param isFresh  does not use a kept connection.
     /// @throws as above
     EasyHandle(const EasyHandle& common, const TransferRequest& request, CURLSH* share, bool isFresh);

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
@@ -22,22 +23,35 @@ template <auto Free> struct Freeing
 };
 template <class Type, auto Free> using Owned = std::unique_ptr<Type, Freeing<Free>>;
 
-/// A self-signed certificate with its key.
+/// OpenSSL takes TLS 1.0 here, as an administrator may have set it for the sake of another program.
+const bool g_takesOldVersions = [] {
+    const TemporaryFolder folder;
+    const auto file = (folder / "openssl.cnf").string();
+    std::ofstream(file) << "openssl_conf=a\n[a]\nssl_conf=b\n[b]\nsystem_default=c\n[c]\nMinProtocol=TLSv1\nCipherString=ALL:@SECLEVEL=0\n";
+    ::setenv("OPENSSL_CONF", file.c_str(), 1);
+    return OPENSSL_init_ssl(OPENSSL_INIT_LOAD_CONFIG, nullptr) == 1;
+}();
+
+/// A certificate with its key; self-signed unless it has an issuer.
 struct Certificate
 {
-    /// @param end  seconds from now.
-    Certificate(const char* subjects, long end) : key(EVP_EC_gen("P-256")), certificate(X509_new())
+    /// @param begin, end  days from now.
+    explicit Certificate(const char* subjects, long begin = -2, long end = 1, const Certificate* issuer = nullptr)
+        : key(EVP_EC_gen("P-256")), certificate(X509_new())
     {
         X509_set_version(certificate.get(), X509_VERSION_3);
-        X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -2 * kDay);
-        X509_gmtime_adj(X509_getm_notAfter(certificate.get()), end);
+        X509_gmtime_adj(X509_getm_notBefore(certificate.get()), begin * kDay);
+        X509_gmtime_adj(X509_getm_notAfter(certificate.get()), end * kDay);
         X509_set_pubkey(certificate.get(), key.get());
         X509_NAME* const name = X509_get_subject_name(certificate.get());
         X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8, reinterpret_cast<const unsigned char*>(subjects), -1, -1, 0);
-        X509_set_issuer_name(certificate.get(), name);
-        const Owned<X509_EXTENSION, X509_EXTENSION_free> names(X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name, subjects));
-        X509_add_ext(certificate.get(), names.get(), -1);
-        X509_sign(certificate.get(), key.get(), EVP_sha256());
+        X509_set_issuer_name(certificate.get(), issuer == nullptr ? name : X509_get_subject_name(issuer->certificate.get()));
+        for (const auto& [kind, value] : {std::pair(NID_subject_alt_name, subjects), {NID_basic_constraints, "CA:TRUE"}})
+        {
+            const Owned<X509_EXTENSION, X509_EXTENSION_free> extension(X509V3_EXT_conf_nid(nullptr, nullptr, kind, value));
+            X509_add_ext(certificate.get(), extension.get(), -1);
+        }
+        X509_sign(certificate.get(), issuer == nullptr ? key.get() : issuer->key.get(), EVP_sha256());
     }
 
     static constexpr long kDay = 24 * 60 * 60;
@@ -45,10 +59,16 @@ struct Certificate
     const Owned<X509, X509_free> certificate;
 };
 
-/// The server's end of TLS: answers each request of a connection, or, with an end to make of it, the first. For each connection it
-/// tells whether it goes on with the session of an earlier one.
+/// What the server saw: bytes of requests, and connections that go on with the session of an earlier one.
+struct Seen
+{
+    std::atomic<int> bytes = 0;
+    std::atomic<int> resumptions = 0;
+};
+
+/// The server's end of TLS: answers each request of a connection, or, with an end to make of it, the first.
 RawServer::Script Answer(const Certificate& own, const std::string& reply, const std::function<void(RawConnection&)>& end = {},
-                         int verification = SSL_VERIFY_NONE, std::atomic<int>* resumptions = nullptr, int newest = TLS1_3_VERSION)
+                         int verification = SSL_VERIFY_NONE, Seen* seen = nullptr, int newest = TLS1_3_VERSION)
 {
     const std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
     SSL_CTX_set_max_proto_version(context.get(), newest);
@@ -78,9 +98,13 @@ RawServer::Script Answer(const Certificate& own, const std::string& reply, const
         {
             char last = '\0';
             for (std::string head; !head.ends_with("\r\n\r\n"); head += last)
+            {
                 complete([&] { return SSL_read(tls.get(), &last, 1); });
-            if (resumptions != nullptr)
-                *resumptions += SSL_session_reused(tls.get());
+                if (seen != nullptr)
+                    ++seen->bytes;
+            }
+            if (seen != nullptr)
+                seen->resumptions += SSL_session_reused(tls.get());
             complete([&] { return SSL_write(tls.get(), reply.data(), static_cast<int>(reply.size())); });
         } while (!end);
         end(connection);
@@ -103,26 +127,37 @@ protected:
     static std::string Get(const RawServer& server) { return HttpClient(server.Port()).Get(L"/", WINHTTP_FLAG_SECURE); }
 
     const TemporaryFolder folder;
-    const Certificate loopback{"IP:127.0.0.1,DNS:localhost", Certificate::kDay};
-    const Certificate other{"DNS:other.test", Certificate::kDay};
-    const Certificate expired{"IP:127.0.0.1", -Certificate::kDay};
+    const Certificate loopback{"IP:127.0.0.1,DNS:localhost"};
+    const Certificate other{"DNS:other.test"};
+    const Certificate expired{"IP:127.0.0.1", -2, -1};
+    const Certificate tomorrow{"IP:127.0.0.1", 1, 2};
+    const Certificate issued{"IP:127.0.0.1", -2, 1, &other};
 };
 
 TEST_F(PosixTls, TakesTrustedCertificatesOfTheRightHostOnly)
 {
     const std::string kept = "sending, sent, receiving, received";
     const auto failure = [](DWORD flags) { return "secure failure " + std::to_string(flags); };
-    // The certificate that is served and the one that is trusted, the server's name, the outcome and what is told after connecting.
-    const std::tuple<const Certificate&, const Certificate&, const wchar_t*, const char*, std::string> cases[] = {
-        {loopback, loopback, L"127.0.0.1", "200 secret", kept},
-        {loopback, loopback, L"localhost", "200 secret", kept},
-        {loopback, other, L"127.0.0.1", "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA)},
-        {other, other, L"127.0.0.1", "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID)},
-        {other, other, L"localhost", "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID)},
-        {expired, expired, L"127.0.0.1", "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID)}};
-    for (const auto& [served, trusted, name, outcome, told] : cases)
+    const auto channel = failure(WINHTTP_CALLBACK_STATUS_FLAG_SECURITY_CHANNEL_ERROR);
+    ASSERT_TRUE(g_takesOldVersions);
+    // The certificate that is served and the one that is trusted, the server's name and newest version of TLS, the outcome and what is told
+    // after connecting.
+    const std::tuple<const Certificate&, const Certificate&, const wchar_t*, int, const char*, std::string> cases[] = {
+        {loopback, loopback, L"127.0.0.1", TLS1_3_VERSION, "200 secret", kept},
+        {loopback, loopback, L"localhost", TLS1_2_VERSION, "200 secret", kept},
+        {loopback, loopback, L"127.0.0.1", TLS1_1_VERSION, "12175", channel},
+        {loopback, loopback, L"127.0.0.1", TLS1_VERSION, "12175", channel},
+        {issued, other, L"127.0.0.1", TLS1_3_VERSION, "200 secret", kept},
+        {issued, loopback, L"127.0.0.1", TLS1_3_VERSION, "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA)},
+        {loopback, other, L"127.0.0.1", TLS1_3_VERSION, "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA)},
+        {other, other, L"127.0.0.1", TLS1_3_VERSION, "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID)},
+        {other, other, L"localhost", TLS1_2_VERSION, "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID)},
+        {tomorrow, tomorrow, L"127.0.0.1", TLS1_3_VERSION, "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID)},
+        {expired, expired, L"127.0.0.1", TLS1_2_VERSION, "12175", failure(WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID)}};
+    for (const auto& [served, trusted, name, newest, outcome, told] : cases)
     {
-        RawServer server(Answer(served, HttpReply(200, "secret")));
+        Seen seen;
+        RawServer server(Answer(served, HttpReply(200, "secret"), {}, SSL_VERIFY_NONE, &seen, newest));
         Trust(trusted);
         const HttpClient client(server.Port(), name);
         EXPECT_EQ(outcome, client.Get(L"/", WINHTTP_FLAG_SECURE));
@@ -131,8 +166,8 @@ TEST_F(PosixTls, TakesTrustedCertificatesOfTheRightHostOnly)
         EXPECT_EQ(*outcome == '2' ? 1U : 2U, server.ConnectionCount()) << "kept where it is good";
         const auto text = std::regex_replace(record.Take(), std::regex("(sent|received) \\d+"), "$1");
         EXPECT_EQ(told, std::regex_replace(text, std::regex("^.*connected 127.0.0.1, "), ""));
+        EXPECT_EQ(*outcome != '2', seen.bytes == 0) << "nothing of a request goes to a server that is refused";
     }
-    const auto channel = failure(WINHTTP_CALLBACK_STATUS_FLAG_SECURITY_CHANNEL_ERROR);
     RawServer plain([](RawConnection& connection) { connection.Send("HTTP/1.1 400 What\r\n\r\n"); });
     for (const char* const file : {"", "/nonexistent"})
     {
@@ -162,10 +197,10 @@ TEST_F(PosixTls, LoadsTheTrustedCertificatesOncePerSession)
 TEST_F(PosixTls, ResumesTheSessionOnNewConnectionsOfAllThreads)
 {
     Trust(loopback);
-    std::atomic<int> resumptions = 0;
+    Seen seen;
     const auto reply = HttpReply(200, "ok", "Connection: close\r\nSet-Cookie: a=b\r\n");
     RawServer server(Answer(
-        loopback, reply, [](RawConnection&) {}, SSL_VERIFY_NONE, &resumptions));
+        loopback, reply, [](RawConnection&) {}, SSL_VERIFY_NONE, &seen));
     const HttpClient client(server.Port(), L"localhost");
     EXPECT_EQ("200 ok", client.Get(L"/", WINHTTP_FLAG_SECURE));
     std::vector<std::thread> threads(4);
@@ -177,7 +212,7 @@ TEST_F(PosixTls, ResumesTheSessionOnNewConnectionsOfAllThreads)
     for (auto& thread : threads)
         thread.join();
     EXPECT_EQ(33U, server.ConnectionCount());
-    EXPECT_GE(resumptions, 24) << "one that is just being replaced may be missed";
+    EXPECT_GE(seen.resumptions, 24) << "one that is just being replaced may be missed";
 }
 
 TEST_F(PosixTls, TellsThatTheServerDemandsACertificate)

@@ -28,6 +28,8 @@ EasyHandle::EasyHandle() : m_easy(curl_easy_init())
     if (!m_easy)
         throw std::bad_alloc();
     Set(CURLOPT_PROTOCOLS_STR, "http,https");
+    // Also where OpenSSL's configuration allows older versions.
+    Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     Set(CURLOPT_PATH_AS_IS, 1L);
     Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);

@@ -11,7 +11,7 @@
 #     guard       instructions and system calls of fixed work are as recorded
 #     tsan        Clang with ThreadSanitizer: build and all tests
 #     windows     mingw-w64: build, all tests under Wine, the exports and imports of the DLL, the packages
-#     long        what takes hours: ten thousand simulations, a soak of 20 GiB, many threads, fuzzing (Docs/Reliability.md)
+#     long        what takes hours: ten thousand simulations, a soak of 20 GiB, many threads, real servers, fuzzing (Docs/Reliability.md)
 #
 # Missing packages are installed first (CMake/prepare.sh). If the cross tools cannot be installed, `windows` is skipped with a message,
 # except in CI (CI=true), where that is a failure. Logs: build/logs.
@@ -91,6 +91,7 @@ step_long() {
     run_long threads "$simulation" threads 64 1000
     run_long race-threads build/linux-tsan/bin/Simulation threads 32 1000
     run_long race-seeds build/linux-tsan/bin/Simulation seeds 1 500
+    run_long real-servers Tests/RealServers/RealServers.py build/linux/bin
     run_long hostile Tests/Appliance/Hostile.py build/linux/bin/quendra-appliance
     run_long fuzz ./fuzz.sh 60
     run_long cancellation build/linux/bin/cancellation
@@ -102,7 +103,8 @@ prepare() {
     case $1 in
     format) CMake/prepare.sh tools ;;
     linux | asan | tsan) CMake/prepare.sh linux tests ;;
-    guard | long) CMake/prepare.sh linux tests guard ;;
+    guard) CMake/prepare.sh linux tests guard ;;
+    long) CMake/prepare.sh linux tests guard real ;;
     tidy) CMake/prepare.sh linux tests tools ;;
     windows) CMake/prepare.sh windows ;;
     esac

@@ -4,7 +4,6 @@
 #include "JsonText.h"
 #include "Operations.h"
 #include "Replies/FeedParsing.h"
-#include "ScriptedTransport.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
 
@@ -34,7 +33,7 @@ TEST(FeedParsing, RepliesAreReadAsFeedJsonSays)
         return GetNotificationsFromResponse(reply, caller.actions);
     };
     const auto readMappings = [](const ResponseBuffer& reply, Caller& caller) {
-        return ScriptedClient()->GetMappingsFromResponse(reply, caller.mappings);
+        return Instance(CreateInstance(L"device"))->GetMappingsFromResponse(reply, caller.mappings);
     };
     ExpectCases(ReadCases(QUENDRA_SOURCE_DIR "/Tests/Cases/Feed.json"),
                 {{"actions", [&](const Json::Value& given) { return ReadAs(JsonLine(given[0]), readActions); }},

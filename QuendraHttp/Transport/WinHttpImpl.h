@@ -70,7 +70,7 @@ private:
 };
 
 /// The process's WinHTTP session and the session token.
-class WinHttpSession final : public WinHttpHandle, public IWinHttpSession
+class WinHttpSession : public WinHttpHandle, public IWinHttpSession
 {
 public:
     ~WinHttpSession() override { WipeToken(); }
@@ -89,7 +89,7 @@ private:
 };
 
 /// The WinHTTP connection handle for one server and port.
-class WinHttpConnection final : public WinHttpHandle, public IWinHttpConnection
+class WinHttpConnection : public WinHttpHandle, public IWinHttpConnection
 {
 public:
     ResultCode Initialise(const std::wstring& server, std::uint16_t port, const std::shared_ptr<IWinHttpSession>& session,
@@ -98,7 +98,7 @@ public:
 };
 
 /// Makes the objects above, and requests.
-class WinHttpFactory final : public IWinHttpFactory
+class WinHttpFactory : public IWinHttpFactory
 {
 public:
     std::shared_ptr<IWinHttpSession> CreateSession() override;

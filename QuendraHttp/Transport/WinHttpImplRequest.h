@@ -27,7 +27,7 @@ inline constexpr DWORD kReplaceOrAdd = WINHTTP_ADDREQ_FLAG_REPLACE | WINHTTP_ADD
 inline constexpr DWORD kCoalesceOnly = WINHTTP_ADDREQ_FLAG_COALESCE_WITH_COMMA;
 
 /// Sends one request with a collected or streamed body; see the diagram above for the order of calls.
-class WinHttpRequest final : public WinHttpHandle, public IWinHttpRequest
+class WinHttpRequest : public WinHttpHandle, public IWinHttpRequest
 {
 public:
     /// @param session  kept alive by the request; its token becomes the request's cookie.

@@ -2,7 +2,7 @@
 
 #include "FuzzSupport.h"
 #include "Replies/Endpoints.h"
-#include "ScriptedTransport.h"
+#include "Scripted/ScriptedClient.h"
 #include "TextConversion.h"
 
 #include "QuendraHttp/NativeHttp.h"
@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(count >= synchronisation.size() && (count == 0) == synchronisation.empty());
 
     ScriptedClient client;
-    client.script.replies = {{200, text, 0, {}}, {200, R"({"device_token_auth":true})", 0, {}}};
+    g_script.replies = {{200, text, 0, {}}, {200, R"({"device_token_auth":true})", 0, {}}};
     std::uint32_t mode = 0;
     std::uint32_t value = 0;
     const ResultCode code = client->Init(mode, value);
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
 
     Require(mode == 2);
-    const std::string asked = client.script.requests.at(1).at(0);
+    const std::string asked = g_script.requests.at(1);
     Require(std::any_of(synchronisation.begin(), synchronisation.end(), [&](const auto& entry) {
         const auto& [version, endpoint] = entry;
         return (version == L"1" || version.starts_with(L"1.")) && !endpoint.path.empty() &&

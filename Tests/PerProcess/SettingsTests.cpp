@@ -2,11 +2,10 @@
 
 #include "Operations.h"
 #include "RegistryValues.h"
-#include "ScriptedTransport.h"
+#include "Scripted/ScriptedClient.h"
 #include "Settings.h"
 #include "TextConversion.h"
 #include "TraceCapture.h"
-#include "Transport/WinHttpImpl.h"
 
 #include <ctime>
 
@@ -62,43 +61,36 @@ TEST(Settings, OfEachTypeAreRead)
 constexpr const char* kNames[] = {"HTTPConnectionRequestTimeout", "HTTPNameResolutionTimeout",   "HTTPSendRequestTimeout",
                                   "HTTPReceiveResponseTimeout",   "HTTPDeltaSendRequestTimeout", "UploadExpiry"};
 
-// What a connection, a delta's connection, a chunk and a question for the mappings make of the settings.
+// What a delta, a chunk and a question for the mappings make of the settings.
 std::string Used()
 {
-    std::string used;
-    const auto session = std::make_shared<WinHttpSession>();
-    session->Initialise();
-    WinHttpConnection().Initialise(L"127.0.0.1", 1, session, 0, 0);
-    for (const auto option :
-         {WINHTTP_OPTION_CONNECT_TIMEOUT, WINHTTP_OPTION_RESOLVE_TIMEOUT, WINHTTP_OPTION_SEND_TIMEOUT, WINHTTP_OPTION_RECEIVE_TIMEOUT})
-    {
-        int timeout = -1;
-        DWORD length = sizeof timeout;
-        session->QueryOption(static_cast<DWORD>(option), &timeout, length);
-        used += std::to_string(timeout) + ", ";
-    }
+    const TemporaryFolder folder;
     ScriptedClient client;
     client.Negotiate();
     Caller caller;
+    caller.local = folder.Write("sent", std::string(100, 'x'));
     Upload(1)(client.Api(), caller);
-    used += client.script.connections.at(0);
     const TraceCapture trace;
     Chunk(0, 100, 1)(client.Api(), caller);
+    std::string used;
+    for (const auto& timeouts : g_script.timeouts)
+        for (const int timeout : timeouts)
+            used += std::to_string(timeout) + ", ";
     std::string previous;
-    for (const std::string& step : client.script.requests.at(1))
+    for (const auto& [text, modifiers] : g_script.headers)
     {
-        if (const std::string header = "header qd_expiry: "; step.starts_with(header))
+        const std::string header = ToNarrow(text);
+        if (const std::string name = "qd_expiry: "; header.starts_with(name))
         {
             constexpr std::int64_t kFrom1601To1970 = 11'644'473'600;
-            const std::int64_t expiry = CAttributeTime(step.substr(header.size())).GetTicks() / 10'000'000 - kFrom1601To1970;
-            used += ", after " + previous + " expires in " + std::to_string((expiry - std::time(nullptr) + 30) / 60) + " minutes";
-            EXPECT_TRUE(trace.Has(EVT_INFO, "Sending expiry: " + step.substr(header.size())));
+            const std::int64_t expiry = CAttributeTime(header.substr(name.size())).GetTicks() / 10'000'000 - kFrom1601To1970;
+            used += "after " + previous + " expires in " + std::to_string((expiry - std::time(nullptr) + 30) / 60) + " minutes, ";
+            EXPECT_TRUE(trace.Has(EVT_INFO, "Sending expiry: " + header.substr(name.size())));
         }
-        previous = step;
+        previous = header;
     }
-    std::vector<CMapping*> mappings;
-    static_cast<void>(client->GetRemoteFolderMap(mappings));
-    return used + ", " + client.script.requests.at(2).at(0);
+    client->GetRemoteFolderMap(caller);
+    return used + g_script.requests.at(2);
 }
 
 // What is stored for the machine and for the user: nothing, numbers, texts.
@@ -120,11 +112,11 @@ TEST_P(SettingsOfAProcess, AreReadOnFirstUseAndKeptButForTheMappingsWait)
     store(Root::Machine, std::get<0>(GetParam()), 1000);
     store(Root::User, std::get<1>(GetParam()), 2000);
     const auto number = [&](std::int32_t index, std::int32_t standard) { return std::to_string(first == 0 ? standard : first + index); };
-    const std::string kept =
-        number(0, 60000) + ", " + number(1, 0) + ", " + number(2, 60000) + ", " + number(3, 60000) +
-        ", server:8080 send=" + number(4, 300000) + " receive=" + number(3, 600000) +
-        (first == 0 ? "" : ", after header qd_finish: true expires in " + std::to_string((first + 5) * 60) + " minutes");
-    const std::string asked = ", GET /sync/folders?includeAll=true&timeout=";
+    const std::string connection = number(1, 0) + ", " + number(0, 60000) + ", ";
+    const std::string kept = connection + number(4, 300000) + ", " + number(3, 600000) + ", " + connection + number(2, 60000) + ", " +
+                             number(3, 60000) + ", " +
+                             (first == 0 ? "" : "after qd_finish: true expires in " + std::to_string((first + 5) * 60) + " minutes, ");
+    const std::string asked = "GET /sync/folders?includeAll=true&timeout=";
     EXPECT_EQ(Used(), kept + asked + number(-1, 30) + " flags=0");
     for (const std::string name : kNames)
         values.Set(Root::User, name, 7);

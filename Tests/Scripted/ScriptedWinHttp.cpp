@@ -1,6 +1,7 @@
 #include "ScriptedWinHttp.h"
 
 #include "PlatformSteps.h"
+#include "TextConversion.h"
 
 #include <cstring>
 #include <utility>
@@ -61,17 +62,19 @@ HINTERNET WinHttpOpen(LPCWSTR, DWORD, LPCWSTR, LPCWSTR, DWORD) noexcept(kNoexcep
     return Open("WinHttpOpen");
 }
 
-HINTERNET WinHttpConnect(HINTERNET, LPCWSTR, INTERNET_PORT, DWORD) noexcept(kNoexcept)
+HINTERNET WinHttpConnect(HINTERNET, LPCWSTR server, INTERNET_PORT port, DWORD) noexcept(kNoexcept)
 {
-    return Open("WinHttpConnect");
+    const HINTERNET connection = Open("WinHttpConnect");
+    const Uncounted pause;
+    g_script.connections.push_back(ToNarrow(server) + ":" + std::to_string(port));
+    return connection;
 }
 
-HINTERNET WinHttpOpenRequest(HINTERNET, LPCWSTR verb, LPCWSTR path, LPCWSTR, LPCWSTR, LPCWSTR* acceptTypes, DWORD flags) noexcept(kNoexcept)
+HINTERNET WinHttpOpenRequest(HINTERNET, LPCWSTR verb, LPCWSTR path, LPCWSTR, LPCWSTR, LPCWSTR*, DWORD flags) noexcept(kNoexcept)
 {
     const HINTERNET request = Open("WinHttpOpenRequest");
     const Uncounted pause;
-    g_script.requests.push_back(std::wstring(verb) + L" " + path + L" " + std::to_wstring(flags) + L" " +
-                                (acceptTypes != nullptr && *acceptTypes != nullptr ? *acceptTypes : L"none"));
+    g_script.requests.push_back(ToNarrow(verb) + " " + ToNarrow(path) + " flags=" + std::to_string(flags));
     return request;
 }
 
@@ -144,12 +147,15 @@ BOOL WinHttpReceiveResponse(HINTERNET, LPVOID) noexcept(kNoexcept)
     if (!Succeeds("WinHttpReceiveResponse"))
         return FALSE;
     const Uncounted pause;
-    if (!g_script.replies.empty())
-    {
-        g_script.pieces = {{static_cast<DWORD>(g_script.replies.front().size()), g_script.replies.front(), 0, 0}};
-        g_script.replies.pop_front();
-    }
-    return TRUE;
+    if (g_script.replies.empty())
+        return TRUE;
+    const WinHttpScript::Reply reply = std::move(g_script.replies.front());
+    g_script.replies.pop_front();
+    g_script.status = std::to_wstring(reply.status);
+    g_script.pieces = {{static_cast<DWORD>(reply.body.size()), reply.body, 0, 0}};
+    if (reply.meanwhile)
+        reply.meanwhile();
+    return !Fails(reply.error);
 }
 
 BOOL WinHttpQueryHeaders(HINTERNET, DWORD level, LPCWSTR, LPVOID buffer, DWORD* length, DWORD*) noexcept(kNoexcept)

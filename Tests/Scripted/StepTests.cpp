@@ -67,7 +67,7 @@ protected:
     {
         g_script = {};
         for (const Json::Value& reply : m_cases["replies"].get(name, m_cases["replies"]["others"]))
-            g_script.replies.push_back(reply.asString());
+            g_script.replies.push_back({200, reply.asString(), 0, {}});
         m_api->SetSessionToken(L"old");
         const Event event;
         Caller caller;

@@ -1,8 +1,8 @@
-// What each operation makes of its reply and of every step that fails, over a scripted transport.
+// What each operation makes of its reply, and of what another transport may return, over scripted platform calls.
 
 #include "JsonText.h"
 #include "Operations.h"
-#include "ScriptedTransport.h"
+#include "ScriptedClient.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
 
@@ -31,17 +31,22 @@ const std::string kItem = R"({"name":"a.txt","creation_time":"2020-01-02T03:04:0
 // Performs an operation: its code, and what it gave.
 std::string Perform(ScriptedClient& client, const Operation& run)
 {
+    const TemporaryFolder folder;
     Caller caller;
+    caller.local = folder.Write("local", std::string(100, 'x'));
+    caller.signature = folder.Write("signature", "x");
     const std::string code = std::to_string(run(client.Api(), caller));
     return caller.Told().empty() ? code : code + " " + caller.Told();
 }
 
-// The operation's own messages, errors with "! ". The lines of a traced reply are left out: they do not begin with a capital letter.
+// The operation's own messages, errors with "! ". The transport's are left out, and the lines of a traced reply: they do not begin with a
+// capital letter.
 std::string OwnMessages(const TraceCapture& trace)
 {
     std::string messages;
     for (const TracedEvent& event : trace.Events())
-        if (event.IsMessage() && std::isupper(static_cast<unsigned char>(event.message[0])) != 0 && !event.message.starts_with("HTTP Resp"))
+        if (event.IsMessage() && event.unit != "WinHttpImpl" && std::isupper(static_cast<unsigned char>(event.message[0])) != 0 &&
+            !event.message.starts_with("HTTP Resp"))
             messages += (messages.empty() ? "" : "\n") + std::string(event.level == EVT_ERROR.level ? "! " : "") + event.message;
     return messages;
 }
@@ -62,14 +67,14 @@ TEST(OperationReplies, EndInTheirCodeRecordsAndMessages)
         else
             client.Negotiate(version);
         client->SetSessionToken(L"old");
-        client.script.replies = {{200, std::regex_replace(body, std::regex("\"?\\$item\"?"), kItem), 0, {}}};
+        g_script.replies = {{200, std::regex_replace(body, std::regex("\"?\\$item\"?"), kItem), 0, {}}};
         TraceCapture trace;
         EXPECT_EQ(Perform(client, kOperations.at(each["operation"].asString())), each["gives"].asString());
         std::string messages;
         for (const Json::Value& message : each["messages"])
             messages += (messages.empty() ? "" : "\n") + message.asString();
         EXPECT_EQ(OwnMessages(trace), messages);
-        EXPECT_EQ(client.script.requests.size(), version == "1.3" ? 1U : 0U);
+        EXPECT_EQ(g_script.requests.size(), version == "1.3" ? 1U : 0U);
         EXPECT_EQ(trace.Mentions("HTTP Response ("), version == "1.3" && each["operation"] != "audit");
     }
 }
@@ -83,29 +88,28 @@ TEST(OperationReplies, AreNotAskedForWithoutWhatTheOperationNeeds)
     EXPECT_EQ(Perform(client, Call(&Api::SetPathAttributes, L"/a", nullptr)), "87");
     EXPECT_EQ(Perform(client, Call(&Api::GenerateLink, nullptr)), "87");
     EXPECT_EQ(OwnMessages(trace), "! Empty server path!\nRequest to set attributes for path: /a");
-    EXPECT_TRUE(client.script.requests.empty());
+    EXPECT_TRUE(g_script.requests.empty());
 }
 
 // Has the client's next operation fail before its n-th request, or in the answer to it.
 void Break(ScriptedClient& client, const std::string& what, int request)
 {
-    const std::map<std::string, ScriptedReply> answers = {
-        {"breaks", {0, R"({"errorId":"9"})", 12030, {}}},
-        {"no body", {200, std::nullopt, 0, {}}},
+    const std::map<std::string, WinHttpScript::Reply> answers = {
+        {"no body", {}},
         {"created", {201, kItem, 0, {}}},
-        {"no status", {0, "", 0, {}}},
+        {"no status", {0, "{}", 0, {}}},
         {"old session", {401, R"({"errorId":"6"})", 0, {}}},
         {"changed session", {401, R"({"errorId":"6"})", 0, [&] { client->SetSessionToken(L"OLD"); }}},
         {"changed session, forbidden", {403, R"({"errorId":"6"})", 0, [&] { client->SetSessionToken(L"OLD"); }}},
     };
     if (what == "connection")
-        client.script.failure = {"connect", request, 0x80070006, 6};
+        g_script.foreign = {"connect", request, 0x80070006, 6};
     else if (what == "request")
-        client.script.failure = {"open", request, 0x80072EF2, 12018};
+        g_script.foreign = {"open", request, 0x80072EF2, 12018};
     else
-        client.script.replies = {answers.at(what)};
+        g_script.replies = {answers.at(what)};
     if (request > 1)
-        client.script.replies.push_front({200, R"({"sync":{"1.3":{"path":"/sync"}}})", 0, {}});
+        g_script.replies.push_front({200, R"({"sync":{"1.3":{"path":"/sync"}}})", 0, {}});
 }
 
 TEST(OperationFailures, OfTheAnswerEndInTheirCodeAndMessage)
@@ -142,7 +146,8 @@ TEST(OperationFailures, OfTheAnswerEndInTheirCodeAndMessage)
                                       "HTTP_STATUS_DENIED received but session token has changed. Retry required with new token";
             EXPECT_EQ(OwnMessages(trace).ends_with(retry), ended.starts_with("1237"));
             // The handshake puts the timeouts back, and so does one failure.
-            EXPECT_EQ(client.script.timeouts.size(), asksForMode ? 2U : asksForEndpoints + (what == "mappings: connection"));
+            EXPECT_EQ(g_script.timeouts.back() == std::vector<int>({60000, 60000, 300000, 300000}),
+                      asksForMode || what == "mappings: connection");
         }
     EXPECT_EQ(departed, departures.size());
 }
@@ -159,15 +164,15 @@ TEST(OperationFailures, OfAnotherTransportsStepsEndInTheirCodeAndMessage)
         SCOPED_TRACE(JsonLine(each));
         ScriptedClient client;
         client.Negotiate();
-        client.script.replies = {{200, kItem, 0, {}}};
-        client.script.failure = {each[1].asString(), each[2].asInt(), 77, 77};
+        g_script.replies = {{200, kItem, 0, {}}};
+        g_script.foreign = {each[1].asString(), each[2].asInt(), 77, 77};
         const TraceCapture trace;
         std::string ended = Perform(client, operations.at(each[0].asString()));
         for (const std::string& message : trace.Messages(EVT_ERROR))
             ended += " " + message;
         EXPECT_EQ(ended, each[3].asString());
-        EXPECT_GE(client.script.failureCalls, each[2].asInt()) << "it is met";
-        EXPECT_EQ(client.script.requests.at(0).back().starts_with(each[1].asString()), !ended.starts_with("0"));
+        EXPECT_LE(g_script.foreign.call, 0) << "it is met";
+        EXPECT_EQ(g_script.Count("WinHttpReceiveResponse") == 0, !ended.starts_with("0"));
     }
 }
 
@@ -191,13 +196,16 @@ TEST(OperationRequests, AreClosedByTheirKeyWhileTheyRun)
     {
         ScriptedClient client;
         client.Negotiate();
-        client.script.replies = {{0, std::nullopt, 12017, [&client, key = key] {
-                                      client->CloseRequestHandle(L"/other");
-                                      client->CloseRequestHandle(key);
-                                  }}};
+        std::size_t closed = 0;
+        g_script.replies = {{0, "", 12017, [&, key = key] {
+                                 client->CloseRequestHandle(L"/other");
+                                 closed = g_script.closed.size();
+                                 client->CloseRequestHandle(key);
+                                 closed = g_script.closed.size() - closed;
+                             }}};
         TraceCapture trace;
         EXPECT_EQ(Perform(client, kOperations.at(operation)), "12017");
-        EXPECT_EQ(client.script.requests.at(0).back(), "close");
+        EXPECT_EQ(closed, 1U);
         client->CloseRequestHandle(key);
         EXPECT_EQ(trace.CountOf(EVT_INFO, "Closed Request Handle for [" + ToNarrow(key) + "]"), 1U) << "it is gone with the operation";
     }
@@ -212,10 +220,11 @@ TEST(OperationRequests, ForAListingAreCancelledBeforeTheyAreSentAndNotLater)
     Caller caller;
     EXPECT_EQ(client->GetPathListing(L"/d", caller.children, caller, &cancel), Result::Cancelled);
     EXPECT_EQ(trace.Messages(EVT_ERROR), std::vector<std::string>{"Listing cancelled"});
-    EXPECT_EQ(client.script.requests.at(0).size(), 1U) << "opened, not sent";
+    EXPECT_EQ(g_script.Count("WinHttpOpenRequest"), 1);
+    EXPECT_EQ(g_script.Count("WinHttpSendRequest"), 0);
 
     ResetEvent(cancel.event);
-    client.script.replies = {{200, kItem, 0, [&] { SetEvent(cancel.event); }}};
+    g_script.replies = {{200, kItem, 0, [&] { SetEvent(cancel.event); }}};
     caller.children = {MakeItem(7, "")};
     EXPECT_EQ(client->GetPathListing(L"/d", caller.children, caller, &cancel), 0U);
     EXPECT_EQ(caller.children.size(), 1U) << "appended to";

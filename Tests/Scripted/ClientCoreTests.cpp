@@ -8,7 +8,7 @@
 #include "Replies/JsonLibrary.h"
 #include "Replies/JsonReplies.h"
 #include "RequestCycle/Judgement.h"
-#include "ScriptedTransport.h"
+#include "ScriptedClient.h"
 #include "TraceCapture.h"
 
 #include "Platform/Platform.h"
@@ -36,7 +36,7 @@ std::string ShowServer(const Json::Value& given)
         shown += message + "; ";
     std::wstring build;
     static_cast<void>(client->Version(build));
-    return shown + client.script.connections.at(0) + "; " + client.script.requests.at(0).at(0);
+    return shown + g_script.connections.at(0) + "; " + g_script.requests.at(0);
 }
 
 // A member as a text and as a truth, "-" where it is neither.
@@ -91,16 +91,7 @@ TEST(ClientSettings, AccessorsAreNotTraced)
     EXPECT_EQ(AddRevision("?", ""), "");
     EXPECT_TRUE(trace.Events().empty()) << trace;
     static_cast<void>(client->Register(L"ann", L"host"));
-    EXPECT_EQ(client.script.requests.at(0).at(3), "field device_name=other");
-}
-
-TEST(ClientSettings, ASessionThatCannotBeOpenedIsOnlyTraced)
-{
-    Script script;
-    script.failure = {"session", 1, 0x80072EE4, 0};
-    TraceCapture trace;
-    const CNativeHttp client(MakeScriptedTransport(script), L"device");
-    EXPECT_EQ(trace.Messages(EVT_ERROR), Texts{"WinHttpSession failed to initialise, error code: -2147012892"});
+    EXPECT_NE(g_script.body.find("&device_name=other&"), std::string::npos);
 }
 
 // Users filter events by these line numbers.
@@ -147,6 +138,23 @@ TEST(ClientSettings, ATransportThatMakesNothingEndsInAnError)
     EXPECT_EQ(CreateInstanceWithFactory(nullptr, L"device"), nullptr);
     factory->hasMemory = false;
     EXPECT_EQ(CreateInstanceWithFactory(factory, L"device"), nullptr);
+}
+
+TEST(ClientSettings, RunningOutOfMemoryLeavesATraceAndSendsNoPassword)
+{
+    struct Exhausted final : WinHttpFactory
+    {
+        std::shared_ptr<IWinHttpConnection> CreateConnection() override { throw std::bad_alloc(); }
+    };
+    const Instance client(CreateInstanceWithFactory(std::make_shared<Exhausted>(), L"device"));
+    EXPECT_EQ(client.ShakeHands(), 0x80004005U);
+    TraceCapture trace;
+    Caller caller;
+    EXPECT_EQ(LogIn()(client.Api(), caller), 0x80004005U);
+    const TracedEvent last = trace.EventsOf("CNativeHttp::Login").back();
+    EXPECT_EQ(last.message, "[EXCEPTION EXIT]");
+    EXPECT_EQ(last.level, 1);
+    EXPECT_EQ(last.line, 652);
 }
 
 TEST(JsonLibrary, ExceptionsOfTheLibraryAreTracedAndNoOthersCaught)
@@ -246,15 +254,14 @@ TEST(Replies, WithCommentsAreReadAtOnce)
 
 TEST(RequestMap, ANewerRequestReplacesTheOlderAndOutlivesIt)
 {
-    Script script;
-    const auto factory = MakeScriptedTransport(script);
-    const auto second = factory->CreateRequest(nullptr);
+    const auto first = std::make_shared<WinHttpRequest>(nullptr);
+    const auto second = std::make_shared<WinHttpRequest>(nullptr);
     CNativeHttp::RequestHandleMap requests;
     std::mutex lock;
     TraceCapture trace;
     {
         using Tracker = CNativeHttp::RequestHandleTracker;
-        auto older = std::make_unique<Tracker>(requests, lock, factory->CreateRequest(nullptr), L"/a", L"token");
+        auto older = std::make_unique<Tracker>(requests, lock, first, L"/a", L"token");
         const Tracker newer(requests, lock, second, L"/a", L"token");
         older.reset();
         ASSERT_EQ(requests.size(), 1U);

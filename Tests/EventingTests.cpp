@@ -1,5 +1,6 @@
 // The eventing library: formats, lines, trace files and sinks.
 
+#include "CaseFile.h"
 #include "JsonText.h"
 #include "TraceCapture.h"
 #include "TransferSupport.h"
@@ -141,97 +142,56 @@ TEST(TraceFileTest, ThreadsWriteWholeLines)
     EXPECT_TRUE(LinesOf(folder / "trace.log") == expected);
 }
 
-// The records of a timeline, a line for each: thread, phase, and the name of the mark or the bar.
-std::string RecordsIn(const std::string& text)
+// A thread's records in a timeline, each as its phase and the name of the mark or the bar.
+std::string RecordsOf(unsigned thread, const std::string& timeline)
 {
-    std::map<unsigned, std::vector<std::string>> open;
-    std::string lines;
-    const auto root = ParseJsonObject(R"({"traceEvents":)" + text + "}").value_or(Json::Value());
-    for (const Json::Value& record : root["traceEvents"])
+    std::vector<std::string> bars;
+    std::string told;
+    const auto root = ParseJsonObject(R"({"records":)" + timeline + "]}").value_or(Json::Value());
+    for (const Json::Value& record : root["records"])
     {
-        auto& bars = open[record["tid"].asUInt()];
+        if (record["tid"].asUInt() != thread || record["ph"] == "M")
+            continue;
         const bool isEnd = record["ph"] == "E";
-        if (record["ph"] == "B" || (isEnd && bars.empty()))
-            bars.push_back(record["name"].asString());
-        if (record["ph"] != "M")
-            lines +=
-                record["tid"].asString() + " " + record["ph"].asString() + " " + (isEnd ? bars.back() : record["name"].asString()) + "\n";
-        if (isEnd)
+        const std::string name = isEnd && !bars.empty() ? bars.back() : record["name"].asString();
+        told += (told.empty() ? "" : ", ") + record["ph"].asString() + " " + name;
+        if (isEnd && !bars.empty())
             bars.pop_back();
+        if (record["ph"] == "B")
+            bars.push_back(name);
     }
-    return lines;
+    return told;
 }
 
-TEST(TimelineTest, ShowsFunctionsAndStepsAsNestedBarsAndNoTokens)
+TEST(TimelineTest, ShowsEventsAsTimelineJsonSays)
 {
     const TemporaryFolder folder;
     const auto path = folder / "" / std::filesystem::path(u8"time\u00E4 \u4E2D.json");
     const std::u8string name = path.u8string();
     Timeline* const timeline = OpenTimeline(std::string(name.begin(), name.end()).c_str());
     ASSERT_NE(timeline, nullptr);
-    const struct
-    {
-        std::uint32_t thread;
-        const EventDescriptor& descriptor;
-        const char* function;
-        const char* message;
-    } events[] = {
-        {1, EVT_FUNCTION_EXIT, "EnteredBefore", nullptr},
-        {1, EVT_FUNCTION_ENTRY, "Outer", nullptr},
-        {2, EVT_FUNCTION_ENTRY, "Elsewhere", nullptr},
-        {1, EVT_INFO, "WinHttpRequest::OnStatus", "Resolving the name h"},
-        {1, EVT_INFO, "WinHttpRequest::OnStatus", "Resolved the name: h"},
-        {1, EVT_INFO, "WinHttpRequest::OnStatus", "Connecting to a"},
-        {1, EVT_INFO, "WinHttpRequest::OnStatus", "Connecting to b"},
-        {1, EVT_FUNCTION_EXIT, "Outer", nullptr}, // the connection failed
-        {3, EVT_INFO, "WinHttpRequest::OnStatus", "Connected to c"},
-        {3, EVT_INFO, "WinHttpRequest::OnStatus", "Sending the request"},
-        {2, EVT_CRITICAL, "Elsewhere", "[EXCEPTION EXIT]"},
-        {2, EVT_FUNCTION_ENTRY, "Unfinished", nullptr},
-        {4, EVT_INFO, "F", R"(   "session_token" : "s3cret",)"},
-        {4, EVT_INFO, "F", "Login successful. New session token: s3cret"},
-        {4, EVT_INFO, "F", "OriginalSession [s3cret] CurrentSession [s3cret]"},
-        {4, EVT_INFO, "F", "Request Path: /api/s3cret/folders/api/s3cret?a"},
-        {4, EVT_INFO, "F", "Request Path: /sync/notifs/s3cret"},
-        {4, EVT_INFO, "F", "\"\\\n\x1F\xFF\xC3\xA4"},
-    };
-    for (const auto& [thread, descriptor, function, message] : events)
-    {
-        const Eventing::Event event{&descriptor, "Unit", 7, function, message, thread, 0};
-        AddToTimeline(timeline, &event);
-    }
     const auto contents = [&path] {
         std::ifstream file(path, std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(file), {});
     };
+    const std::map<std::string, EventDescriptor> kinds = {
+        {"enter", EVT_FUNCTION_ENTRY}, {"exit", EVT_FUNCTION_EXIT}, {"info", EVT_INFO}, {"critical", EVT_CRITICAL}};
+    const auto add = [&](unsigned thread, const EventDescriptor& kind, const char* function, const char* message) {
+        const std::string before = RecordsOf(thread, contents());
+        const Eventing::Event event{&kind, "Unit", 7, function, message, thread, 0};
+        AddToTimeline(timeline, &event);
+        const std::string added = RecordsOf(thread, contents()).substr(before.size());
+        return added.starts_with(", ") ? added.substr(2) : added;
+    };
+    const auto show = [&](const Json::Value& given) {
+        return add(given[0].asUInt(), kinds.at(given[1].asString()), given[2].asCString(),
+                   given[3].isNull() ? nullptr : given[3].asCString());
+    };
+    Json::Value groups;
+    groups["events"] = ReadCaseFile("Timeline.json");
+    ExpectCases(groups, {{"events", show}});
+    EXPECT_EQ(add(1, EVT_INFO, "F", "a\xFFz"), "i a\xEF\xBF\xBDz");
     const std::string crashed = contents();
-    EXPECT_EQ(RecordsIn(crashed + "]"), R"(1 B Outer
-2 B Elsewhere
-1 i Resolving the name h
-1 B name resolution
-1 E name resolution
-1 i Resolved the name: h
-1 i Connecting to a
-1 B TCP connection
-1 E TCP connection
-1 i Connecting to b
-1 B TCP connection
-1 E TCP connection
-1 E Outer
-3 i Connected to c
-3 B TLS handshake, if any
-3 E TLS handshake, if any
-3 i Sending the request
-2 i [EXCEPTION EXIT]
-2 E Elsewhere
-2 B Unfinished
-4 i    "session_token[cut]
-4 i Login successful. New session token: [cut]
-4 i OriginalSession [cut]
-4 i Request Path: /api/[cut]/folders/api/[cut]?a
-4 i Request Path: /sync/notifs/[cut]
-4 i "\)"
-                                        "\n\x1F\xEF\xBF\xBD\xC3\xA4\n");
     EXPECT_EQ(CloseTimeline(timeline), 1);
     EXPECT_EQ(contents(), crashed + "\n]\n");
     EXPECT_EQ(OpenTimeline((folder / "absent" / "time.json").string().c_str()), nullptr);

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <sys/resource.h>
@@ -60,6 +61,22 @@ TEST(PosixFiles, AreWrittenReadAndTruncated)
     EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(WriteFile(file, "x", 1, &count, &count)));
     CloseHandle(file);
     EXPECT_EQ(ERROR_INVALID_HANDLE, ErrorOfCall(GetFileSizeEx(file, &number)));
+}
+
+TEST(PosixFiles, KeepWhatFindsRoomOnAFullDisk)
+{
+    const TemporaryFolder folder;
+    const HANDLE file = Open((folder / "file").wstring(), GENERIC_WRITE, CREATE_ALWAYS);
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit unlimited{};
+    ::getrlimit(RLIMIT_FSIZE, &unlimited);
+    const rlimit limit{4, unlimited.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    DWORD count = 0;
+    EXPECT_EQ(ERROR_DISK_FULL, ErrorOfCall(WriteFile(file, "abcdef", 6, &count, nullptr)));
+    ::setrlimit(RLIMIT_FSIZE, &unlimited);
+    EXPECT_EQ("abcd", folder.Read("file"));
+    CloseHandle(file);
 }
 
 TEST(PosixFiles, KeepToTheirSharingAndLoseNothingWhereItIsRefused)

@@ -302,32 +302,6 @@ TEST(PosixWinHttpConnections, CarryChangesOnlyWhileTheyAreYoung)
     EXPECT_EQ(2U, server.ConnectionCount());
 }
 
-TEST(PosixWinHttpConnections, OutliveWhatFailed)
-{
-    // The first header of the second reply goes on with a line that is not there.
-    RawServer server([](RawConnection& connection) {
-        for (const auto& reply : {HttpReply(200, "ok", "Last: 1\r\n"), std::string("HTTP/1.1 200 OK\r\n X: folded\r\n\r\n")})
-        {
-            connection.ReadRequest();
-            connection.Send(reply);
-        }
-    });
-    const HttpClient client(server.Port());
-    const HttpHandle lost(WinHttpConnect(client.session.get(), L"lost.test", 80, 0));
-    for (int round = 0; round < 3; ++round)
-    {
-        EXPECT_EQ("200 ok", client.Get());
-        EXPECT_EQ("12152", client.Get());
-        EXPECT_EQ("200 ok", client.Get());
-        EXPECT_EQ("12152", client.Get());
-        const HttpHandle request(WinHttpOpenRequest(lost.get(), L"GET", L"/", nullptr, WINHTTP_NO_REFERER, nullptr, 0));
-        EXPECT_EQ("12007", Exchange(request.get()));
-        ::setenv("http_proxy", "http://lost.test:80", 1);
-        EXPECT_EQ("12007", client.Get());
-        ::unsetenv("http_proxy");
-    }
-}
-
 // Notifications.
 
 TEST(PosixWinHttpStatus, TellsEachStep)

@@ -1,5 +1,7 @@
 // The library over its own transport, against a loopback server: what goes over the wire.
 
+#include "CaseFile.h"
+#include "JsonText.h"
 #include "LibraryOverWire.h"
 #include "Operations.h"
 #include "TraceCapture.h"
@@ -51,74 +53,53 @@ TEST(Wire, CookiesOfTheServerGoBackBesideTheToken)
     EXPECT_EQ(HeaderValue(library.LastRequest(), "Cookie"), "") << "an instance has cookies of its own";
 }
 
+// The operation that a case names, with its arguments.
+Operation OperationOf(const std::string& name, const Json::Value& arguments)
+{
+    const auto text = [&arguments](Json::ArrayIndex index) { return ToWide(arguments[index].asString()); };
+    const auto version = [&arguments](Json::ArrayIndex index) {
+        VersionNumber number;
+        for (const Json::Value& component : arguments[index])
+            number.components.at(number.count++) = component.asUInt();
+        return number;
+    };
+    if (name == "get")
+        return Call(&Api::GetPathAttributes, text(0));
+    if (name == "list")
+        return List(text(0));
+    if (name == "create")
+        return Call(&Api::CreateFolder, text(0));
+    if (name == "set")
+        return Call(&Api::SetPathAttributes, text(0), MakeItem(7, arguments[1].asString()));
+    if (name == "delete")
+        return Call(&Api::DeletePath, text(0), arguments[1].isNull() ? nullptr : MakeItem(7, arguments[1].asString()));
+    if (name == "rename")
+        return Call(&Api::RenamePath, text(0), text(1), arguments[2].asUInt());
+    if (name == "share")
+        return Call(&Api::GenerateLink, std::make_shared<ShareRequest>(ShareRequest{L"name", L"text", {L"/a", L"/b"}, {L"x@y"}}));
+    if (name == "audit")
+        return Call(&Api::PublishSyncStats, arguments[0].asString());
+    if (name == "login")
+        return LogIn(version(0), version(1));
+    return PathOperations().at(name);
+}
+
 TEST(Wire, EachOperationIsItsVerbUrlAndBody)
 {
-    const std::wstring path = L"/d/" + ToWide("\xD0\xBF\xC3\xA9\xF0\x9F\x98\x80 &=+%~.txt");
-    const std::string inPath = "%D0%BF%C3%A9%F0%9F%98%80%20%26%3D%2B%25~.txt";
-    const std::string inForm = "%D0%BF%C3%A9%F0%9F%98%80+%26%3D%2B%25%7E.txt";
-    const std::string attributes =
-        "&operation=update&creation_time=2020-01-02T03%3A04%3A05.600Z&modification_time=2021-01-02T03%3A04%3A05.600Z&attributes=32";
-    const auto shared = std::make_shared<ShareRequest>(ShareRequest{L"name", L"text", {L"/a", L"/b"}, {L"x@y"}});
-    const std::string share = "path=%2Fa&path=%2Fb&target=x%40y&name=name&message=text&type=USER";
-    const std::string login = "user_id=ann&password=p%26ss";
-    const std::string device = "&device_id=host&device_name=my+device";
-    const char* const none = "2.0"; // a version that the client does not know: it knows no paths then
-    // The server's API version, the operation, its verb and URL, and its body, where it sends one.
-    const std::tuple<const char*, Operation, std::string, std::string> cases[] = {
-        {"1.3", Call(&Api::GetPathAttributes, L"/"), "GET /sync/folders/", ""},
-        {"1.3", Call(&Api::GetPathAttributes, path), "GET /sync/folders/d/" + inPath, ""},
-        {"1.0", Call(&Api::GetPathAttributes, L"/a"), "GET /api/tok/folders/a", ""},
-        {"1.3", List(path), "GET /sync/folders/d/" + inPath + "?type=all", ""},
-        {"1.3", Call(&Api::CreateFolder, path), "POST /sync/folders/d", "name=" + inForm + "&operation=create"},
-        {"1.3", Call(&Api::CreateFolder, L"/top"), "POST /sync/folders", "name=top&operation=create"},
-        {"1.3", Call(&Api::CreateFolder, L"bare"), "POST /sync/foldersbare", "name=bare&operation=create"},
-        {"1.3", Call(&Api::SetPathAttributes, path, MakeItem(7, "5")), "POST /sync/folders/d/" + inPath, "name=" + inForm + attributes},
-        {"1.3", Call(&Api::DeletePath, path, MakeItem(7, "4f/9")), "DELETE /sync/folders/d/" + inPath + "?revision=4f/9", ""},
-        {"1.3", Call(&Api::DeletePath, L"/d", MakeItem(7, "")), "DELETE /sync/folders/d", ""},
-        {"1.3", Call(&Api::DeletePath, L"/d", nullptr), "DELETE /sync/folders/d", ""},
-        // A rename in the same folder (its case does not matter) always overwrites.
-        {"1.3", Call(&Api::RenamePath, L"/d/a", path, 0U), "POST /sync/folders/d/a", "path=" + inForm + "&overwrite=true&operation=update"},
-        {"1.3", Call(&Api::RenamePath, L"/X\xc9/a", L"/x\xe9/b", 1U), "POST /sync/folders/X%C3%89/a",
-         "path=b&overwrite=true&operation=update"},
-        {"1.3", Call(&Api::RenamePath, L"/x\\a", L"/x\\b/c", 0U), "POST /sync/folders/x%5Ca", "path=b%2Fc&overwrite=true&operation=update"},
-        {"1.3", Call(&Api::RenamePath, L"a", L"b", 0U), "POST /sync/foldersa", "path=&overwrite=true&operation=update"},
-        {"1.3", Call(&Api::RenamePath, L"/e/a", path, 0U), "POST /sync/folders/e/a",
-         "path=%2Fd%2F" + inForm + "&overwrite=false&operation=move"},
-        {"1.3", Call(&Api::RenamePath, L"/e/a", L"/y/a", 1U), "POST /sync/folders/e/a", "path=%2Fy%2Fa&overwrite=true&operation=move"},
-        {"1.3", Call(&Api::RenamePath, L"/e/a", L"/y/a", 2U), "POST /sync/folders/e/a", "path=%2Fy%2Fa&overwrite=false&operation=move"},
-        {none, Call(&Api::GetChanges), "GET /notifs", ""},
-        {"1.0", Call(&Api::GetChanges), "GET /sync/notifs/tok", ""},
-        {"1.1", Call(&Api::GetChanges), "GET /sync/notifs", ""},
-        {none, Call(&Api::GetRemoteFolderMap), "GET /folders?includeAll=true&timeout=30", ""},
-        {"1.1", Call(&Api::GetRemoteFolderMap), "GET /sync/folders?includeAll=true&timeout=30", ""},
-        {"1.0", Call(&Api::GenerateLink, shared), "POST /api/tok/share", share},
-        {"1.3", Call(&Api::GenerateLink, shared), "POST /sync/share", share},
-        {"1.0", Call(&Api::PublishSyncStats, "a\xC3\xA9"), "POST /audit", "data=a%C3%A9&"},
-        {none, Call(&Api::AcknowledgeRemoteWipe, L"ann", L"id"), "POST /api/devices", "username=ann&device_id=id&"},
-        {"1.1", Call(&Api::AcknowledgeRemoteWipe, L"ann", L"id"), "POST /api/devices", "username=ann&device_id=id&"},
-        {"1.3", Call(&Api::Version), "GET /sync/version", ""},
-        {"1.3", Call(&Api::Register, L"ann", L"host"), "POST /sync/registrations", "user_id=ann" + device + "&platform=windows"},
-        // A legacy server gets no device token. A version 0.x is not sent.
-        {"1.0", LogIn(), "POST /sync/sessions", login + device + "&platform=Windows+QDClient"},
-        {"1.3", LogIn({4, 2}, {10, 0, 19045, 1}), "POST /sync/sessions",
-         login + "&device_token=device-token" + device +
-             "&client_version=4.2&client_platform_version=10.0.19045.1&platform=Windows+QDClient"},
-        {none, LogIn({0, 9}, {11}), "POST /sessions",
-         login + "&device_token=device-token" + device + "&client_platform_version=11&platform=Windows+QDClient"},
-    };
-    for (const auto& [version, run, target, body] : cases)
+    for (const Json::Value& each : ReadCaseFile("Requests.json"))
     {
-        SCOPED_TRACE(version + (": " + target));
-        const Library library(AnswerWith([](const std::string&) { return HttpReply(200, "{}"); }, version), false);
+        SCOPED_TRACE(JsonLine(each));
+        const Library library(AnswerWith([](const std::string&) { return HttpReply(200, "{}"); }, each[0].asString()), false);
         static_cast<void>(library.ShakeHands());
         library->SetSessionToken(L"tok");
         Caller caller;
-        static_cast<void>(run(library.Api(), caller));
+        static_cast<void>(OperationOf(each[1].asString(), each[2])(library.Api(), caller));
         const std::string request = library.LastRequest();
-        EXPECT_EQ(FirstLine(request), target + " HTTP/1.1");
+        const std::string body = each[4].asString();
+        EXPECT_EQ(FirstLine(request), each[3].asString() + " HTTP/1.1");
         EXPECT_EQ(request.substr(request.find("\r\n\r\n") + 4), body);
         std::multiset<std::string> headers = {"Cookie: session_token=tok", "Host: 127.0.0.1:" + std::to_string(library.Port())};
-        if (target != "POST /api/devices")
+        if (each[1] != "wipe")
             headers.insert("Accept: application/json");
         if (!body.empty())
             headers.insert(

@@ -1,8 +1,12 @@
 // Files above 4 GiB: the right bytes, the right Content-Length, and no growing memory. The file is sparse; each MiB begins with its
 // position.
 
+#include "LibraryOverWire.h"
+#include "Operations.h"
 #include "PeakMemory.h"
-#include "TransferWire.h"
+#include "TraceCapture.h"
+#include "Tracing.h"
+#include "TransferSupport.h"
 
 #include <cstdio>
 

@@ -7,42 +7,29 @@
 #include "Operations.h"
 #include "Transport/WinHttpImpl.h"
 
-#include "QuendraHttp/ResultMeanings.h"
-
 namespace
 {
 
 using namespace ApplianceParts;
 using namespace std::chrono_literals;
 
-// The library's own session, with time-outs of the test's.
-struct TimedSession : IWinHttpSession
+// The library's own transport, with time-outs of the test's.
+struct TimedSession : WinHttpSession
 {
     explicit TimedSession(const std::atomic<int>& time) : timeout(time) {}
 
-    ResultCode Initialise() override { return session.Initialise(); }
     int SetTimeouts(std::int32_t, std::int32_t, std::int32_t, std::int32_t) override
     {
-        return session.SetTimeouts(timeout, timeout, timeout, timeout);
+        return WinHttpSession::SetTimeouts(timeout, timeout, timeout, timeout);
     }
-    void SetSessionToken(const std::wstring& token) override { session.SetSessionToken(token); }
-    std::wstring GetSessionToken() override { return session.GetSessionToken(); }
-    void* GetHandle() override { return session.GetHandle(); }
 
     const std::atomic<int>& timeout;
-    WinHttpSession session;
 };
 
-struct TimedTransport : IWinHttpFactory
+struct TimedTransport : WinHttpFactory
 {
     std::shared_ptr<IWinHttpSession> CreateSession() override { return std::make_shared<TimedSession>(timeout); }
-    std::shared_ptr<IWinHttpConnection> CreateConnection() override { return own.CreateConnection(); }
-    std::shared_ptr<IWinHttpRequest> CreateRequest(const std::shared_ptr<IWinHttpSession>& session) override
-    {
-        return own.CreateRequest(session);
-    }
 
-    WinHttpFactory own;
     std::atomic<int> timeout = 0; // milliseconds
 };
 
@@ -52,14 +39,6 @@ bool IsException(const std::string& fault)
     static const Json::Value exceptions = ReadCaseFile("Faults.json")["exceptions"][QUENDRA_BUILD_KIND];
     const auto isNamed = [&fault](const Json::Value& each) { return fault.starts_with(each[0].asString()); };
     return std::any_of(exceptions.begin(), exceptions.end(), isNamed);
-}
-
-bool IsDocumented(ResultCode code)
-{
-    code = (code & 0xFFFF0000) == 0x80070000 ? code & 0xFFFF : code;
-    if (code == 10054) // Wine passes the socket's own error on: a reset
-        return true;
-    return Result::IsRefusal(code) || std::ranges::find(Result::kMeanings, code, &Result::Meaning::code) != std::end(Result::kMeanings);
 }
 
 // Threads and descriptors of this process; 0 where the system does not tell.
@@ -93,7 +72,7 @@ protected:
             return m_fault;
         });
         m_library->SetPort(m_port);
-        EXPECT_EQ(Meet(nullptr, "", [](Api& api, Caller&) { return ShakeHands(api); }), Result::Success);
+        EXPECT_EQ(Meet(nullptr, "", ShakeHands), Result::Success);
         return server;
     }
 
@@ -136,13 +115,6 @@ protected:
         wrong += IsDocumented(code) || (name == "wipe" && code < 1000) ? "" : "ends in " + std::to_string(code) + "; ";
         code = Meet(nullptr, name, name == "handshake" ? operation : kNext);
         return wrong + (code == Result::Success ? "" : "the next operation ends in " + std::to_string(code));
-    }
-
-    static ResultCode ShakeHands(Api& api)
-    {
-        std::uint32_t mode = 0;
-        std::uint32_t value = 0;
-        return api.Init(mode, value);
     }
 
     // An instance shakes hands only once: this is for another one.

@@ -11,6 +11,9 @@
 #include "TextConversion.h"
 #include "TransferSupport.h"
 
+#include "QuendraHttp/ResultMeanings.h"
+
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -36,9 +39,6 @@ inline Item MakeItem(std::int64_t size = 100, const std::string& revision = "7")
 /// The server's answer to an upload.
 inline const std::string kReply = R"({"name":"new.txt","revision":"8","creation_time":"2020-01-02T03:04:05.6Z",)"
                                   R"("modification_time":"2020-01-02T03:04:05.6Z","size":1,"attributes":32})";
-
-/// A refusal that brings the item's current state.
-inline const std::string kConflict = R"({"errorId":"1077",)" + kReply.substr(1);
 
 /// A reply with a text as its body. The text must outlive it.
 inline ResponseBuffer AsReply(std::string& text)
@@ -107,6 +107,7 @@ struct Caller
     std::wstring signature = L"sig";
 
     Item given; ///< null: the operation has left it as it was.
+    std::int64_t offset = -1;
     ServerItemList children;
     Actions actions;
     Mappings mappings;
@@ -148,6 +149,15 @@ Operation Call(ResultCode (Api::*operation)(Parameters...), const Arguments&... 
     };
 }
 
+/// Whether an operation may return the code.
+inline bool IsDocumented(ResultCode code)
+{
+    code = (code & 0xFFFF0000) == 0x80070000 ? code & 0xFFFF : code;
+    if (code == 10054) // Wine passes the socket's own error on: a reset
+        return true;
+    return Result::IsRefusal(code) || std::ranges::find(Result::kMeanings, code, &Result::Meaning::code) != std::end(Result::kMeanings);
+}
+
 inline Operation List(const std::wstring& path)
 {
     return [=](Api& api, Caller& caller) { return api.GetPathListing(path, caller.children, caller.given, nullptr); };
@@ -173,15 +183,18 @@ inline Operation LogIn(const VersionNumber& version = {}, const VersionNumber& p
     };
 }
 
+/// The item of all operations where no other is named.
+inline const std::wstring kPath = L"/d/a.txt";
+
 /// Operations that move no file.
 inline std::map<std::string, Operation> PathOperations()
 {
     return {{"create", Call(&Api::CreateFolder, L"/d/new")},
-            {"get", Call(&Api::GetPathAttributes, L"/a")},
-            {"set", Call(&Api::SetPathAttributes, L"/a", MakeItem(7, ""))},
-            {"delete", Call(&Api::DeletePath, L"/a", MakeItem(7, "4"))},
-            {"rename", Call(&Api::RenamePath, L"/x/a", L"/x/b", 0U)},
-            {"move", Call(&Api::RenamePath, L"/x/a", L"/y/a", 1U)},
+            {"get", Call(&Api::GetPathAttributes, kPath)},
+            {"set", Call(&Api::SetPathAttributes, kPath, MakeItem(7, ""))},
+            {"delete", Call(&Api::DeletePath, kPath, MakeItem(7, "4"))},
+            {"rename", Call(&Api::RenamePath, kPath, L"/d/b c.txt", 0U)},
+            {"move", Call(&Api::RenamePath, kPath, L"/e/a.txt", 1U)},
             {"list", List(L"/d")},
             {"changes", Call(&Api::GetChanges)},
             {"mappings", Call(&Api::GetRemoteFolderMap)},
@@ -192,8 +205,6 @@ inline std::map<std::string, Operation> PathOperations()
             {"login", LogIn()},
             {"register", Call(&Api::Register, L"ann", L"host")}};
 }
-
-// Transfers, of "/d/a.txt".
 
 inline constexpr Quendra::UploadId kUpload{0x0F8FAD5B, 0xD9CB, 0x469F, {0xA1, 0x65, 0x70, 0x86, 0x77, 0x28, 0x95, 0x0E}};
 
@@ -208,66 +219,59 @@ inline Operation ReplacingItem(Operation send)
     };
 }
 
-inline Operation Upload(std::uint32_t delta)
+inline Operation Upload(std::uint32_t delta, const std::wstring& path = kPath)
 {
-    return ReplacingItem([delta](Api& api, Caller& caller) {
-        return api.UploadFile(caller.local, L"/d/a.txt", caller.item, &delta, caller.cancel, caller.progress);
-    });
+    return ReplacingItem(
+        [=](Api& api, Caller& caller) { return api.UploadFile(caller.local, path, caller.item, &delta, caller.cancel, caller.progress); });
 }
 
-inline Operation Chunk(std::int64_t offset, std::int64_t length, std::int32_t begin = 0)
+inline Operation Chunk(std::int64_t offset, std::int64_t length, std::int32_t begin = 0, const std::wstring& path = kPath,
+                       const Quendra::UploadId& id = kUpload)
 {
     return ReplacingItem([=](Api& api, Caller& caller) {
         std::int64_t chunk = length;
-        return api.ResumableUpload(caller.local, L"/d/a.txt", caller.item, kUpload, &offset, &chunk, begin, caller.cancel, caller.progress);
+        return api.ResumableUpload(caller.local, path, caller.item, id, &offset, &chunk, begin, caller.cancel, caller.progress);
     });
 }
 
-inline Operation Download(bool isDelta = false)
+inline Operation Download(bool isDelta = false, const std::wstring& path = kPath)
 {
-    return [isDelta](Api& api, Caller& caller) {
-        return api.DownloadFile(L"/d/a.txt", caller.local, caller.item, caller.given, isDelta ? caller.signature : L"", caller.cancel,
+    return [=](Api& api, Caller& caller) {
+        return api.DownloadFile(path, caller.local, caller.item, caller.given, isDelta ? caller.signature : L"", caller.cancel,
                                 caller.progress);
     };
 }
 
-inline Operation DeltaDownload()
-{
-    return Download(true);
-}
-
-inline Operation Range(std::uint64_t skip, std::int64_t count)
+inline Operation Range(std::uint64_t skip, std::int64_t count, const std::wstring& path = kPath)
 {
     return [=](Api& api, Caller& caller) {
-        return api.DownloadData(L"/d/a.txt", caller.local, caller.item, caller.given, &skip, &count, caller.cancel, caller.progress);
+        return api.DownloadData(path, caller.local, caller.item, caller.given, &skip, &count, caller.cancel, caller.progress);
     };
 }
 
-inline const Operation kComplete = [](Api& api, Caller& caller) {
-    return api.CompleteUpload(L"/d/a.txt", L"/d/b c.txt", kUpload, caller.given);
-};
-
-inline const Operation kCancel = [](Api& api, Caller&) { return api.CancelUpload(L"/d/a.txt", kUpload); };
-
-inline const Operation kMetadata = [](Api& api, Caller&) {
-    std::int64_t offset = 0;
-    std::uint32_t locked = 0;
-    return api.GetResumableUploadMetadata(L"/d/a.txt", kUpload, &offset, &locked);
-};
+inline Operation Metadata(const std::wstring& path = kPath, const Quendra::UploadId& id = kUpload)
+{
+    return [=](Api& api, Caller& caller) {
+        std::uint32_t locked = 0;
+        return api.GetResumableUploadMetadata(path, id, &caller.offset, &locked);
+    };
+}
 
 /// Every kind of transfer that moves a file. The names of uploads end in "upload".
 /// @param size  of the chunk and of the range.
 inline std::map<std::string, Operation> FileTransfers(std::int64_t size = 9)
 {
     return {{"upload", Upload(0)},    {"delta upload", Upload(1)}, {"chunk upload", Chunk(0, size)},
-            {"download", Download()}, {"delta", DeltaDownload()},  {"range", Range(1, size)}};
+            {"download", Download()}, {"delta", Download(true)},   {"range", Range(1, size)}};
 }
 
 /// The same and the other operations of chunked uploads.
 inline std::map<std::string, Operation> AllTransfers(std::int64_t size = 9)
 {
     std::map<std::string, Operation> all = FileTransfers(size);
-    all.insert({{"complete", kComplete}, {"cancel", kCancel}, {"metadata", kMetadata}});
+    all.insert({{"complete", Call(&Api::CompleteUpload, kPath, L"/d/b c.txt", kUpload)},
+                {"cancel", Call(&Api::CancelUpload, kPath, kUpload)},
+                {"metadata", Metadata()}});
     return all;
 }
 

@@ -5,17 +5,11 @@
 
 #include "World.h"
 
-#include "QuendraHttp/ResultMeanings.h"
-
-#include <algorithm>
-#include <array>
 #include <iostream>
-#include <malloc.h>
-#include <numeric>
 #include <random>
 
 inline constexpr ResultCode kNotFound = Result::RefusalBase + 5;
-inline constexpr std::int64_t kTime = 131'000'000'000'000'000;
+inline constexpr ResultCode kExists = Result::RefusalBase + 7;
 
 /// Whether an operation, or a ranged download, was refused for want of a session.
 inline bool LacksSession(ResultCode code)
@@ -26,28 +20,9 @@ inline bool LacksSession(ResultCode code)
 enum class Ending : std::uint8_t
 {
     None,
-    Closed,     ///< by `CloseRequestHandle`, after the delay.
-    Cancelled,  ///< by its event, after the delay.
+    Closed,     ///< by `CloseRequestHandle`, while it is under way.
+    Cancelled,  ///< by its event, while it is under way.
     Forestalled ///< by its event, before it begins.
-};
-
-/// Ends the program: a call that was ended goes on and on.
-inline bool StopAll(const std::string& what)
-{
-    std::cout << what << " does not end\n" << std::flush;
-    std::abort();
-}
-
-/// What is drawn for a step, whatever becomes of it.
-struct Draw
-{
-    unsigned kind = 0;
-    std::string path;
-    std::string other;
-    unsigned salt = 0;
-    std::size_t size = 0;
-    Ending ending = Ending::None;
-    std::chrono::microseconds delay{};
 };
 
 inline std::string Content(std::size_t size, unsigned salt)
@@ -68,86 +43,58 @@ public:
           m_ownsFeed(number < world.instances.size()),
           m_number(std::to_string(seed) + '-' + std::to_string(number)),
           m_home("/home/" + m_number),
+          m_tree({{m_home, {.isFolder = true}}}),
           m_largest(largest),
-          m_random(seed * 100 + number)
+          m_seed(seed * 100'000 + number * 1000)
     {
     }
 
+    /// The calls so far and what they ended in.
+    [[nodiscard]] const std::string& Log() const { return m_log; }
+
     /// Makes the client's folder if it has none, takes steps, and compares all with what the server lists.
-    /// @return the failed check and what led to it; empty for none.
-    std::string Run(unsigned steps)
+    void Run(unsigned steps)
     {
-        return Guard([&] {
-            LogInAtFirst();
-            m_tree[ParentOf(m_home)].isFolder = true;
-            while (!m_tree.contains(m_home))
-                Change("create", {}, m_home, After::Create(m_tree, m_home), Call(&Api::CreateFolder, ToWide(m_home)));
-            for (unsigned step = 0; step < steps; ++step)
-                Do(DrawStep());
-            Compare();
-        });
+        Must("shake hands", ShakeHands); // a login goes on after a handshake that failed, and would ask at the wrong place
+        Must("log in", LogIn());
+        m_world.NoteAttempt(m_home);
+        Must("create " + m_home, Call(&Api::CreateFolder, ToWide(m_home)), kExists);
+        for (unsigned step = 0; step < steps; ++step)
+            Do(step);
+        Compare();
     }
 
     /// Removes what the client has made.
-    std::string Remove()
-    {
-        return Guard([&] {
-            Caller caller;
-            const auto remove = [&](Api& api, Caller& each) { return api.DeletePath(ToWide(m_home), each.item); };
-            caller.item = MakeItem(0, "");
-            static_cast<void>(Must("remove all", remove, caller));
-        });
-    }
+    void Remove() { Must("remove all", Call(&Api::DeletePath, ToWide(m_home), MakeItem(0, ""))); }
 
     /// Compares all with the stopped server's disk.
-    std::string CompareFiles()
-    {
-        return Guard([&] {
-            m_tree.erase(ParentOf(m_home));
-            m_world.CompareFiles(m_home, m_tree);
-        });
-    }
+    void CompareFiles() { m_world.CompareFiles(m_home, m_tree); }
 
     /// Calls whatever there is, on items that all threads share.
-    std::string Mix(unsigned steps)
+    void Mix(unsigned steps)
     {
-        std::vector<std::pair<std::string, Operation>> all = {
-            {"/d", List(L"/d")},
-            {"", LogIn()},
-            {"", Call(&Api::Version)},
-            {"", Call(&Api::Register, L"ann", L"host")},
-            {"", Call(&Api::CreateFolder, L"/d")},
-            {"", Call(&Api::GetPathAttributes, L"/d/a.txt")},
-            {"", [](Api& api, Caller& caller) { return api.SetPathAttributes(L"/d/a.txt", caller.item, caller); }},
-            {"", [](Api& api, Caller& caller) { return api.DeletePath(L"/d/b c.txt", caller.item); }},
-            {"", Call(&Api::RenamePath, L"/d/b c.txt", L"/d/a.txt", 1U)},
-            {"", Call(&Api::GetRemoteFolderMap)},
-            {"", Call(&Api::AcknowledgeRemoteWipe, L"ann", L"host")},
-            {"", Call(&Api::PublishSyncStats, "data")},
-            {"", [](Api& api, Caller&) { return api.GenerateLink(std::make_shared<ShareRequest>()); }},
-            {"", Call(&Api::SetSessionToken, L"gone")},
-            {"", Call(&Api::SetDeviceName, L"another")},
-            {"", [](Api& api, Caller&) { return api.SetServer(Names::New(0).c_str()); }}};
-        for (const auto& [name, transfer] : AllTransfers(100))
-            all.emplace_back(IsUpload(name) || IsDownload(name) ? "/d/a.txt" : "", transfer);
-        return Guard([&] {
-            Caller caller;
-            caller.local = caller.signature = m_world.files.Write("mixed" + m_number, Content(100, 1));
-            LogInAtFirst();
-            for (unsigned step = 0; step < steps; ++step)
-            {
-                auto draw = DrawStep();
-                const auto& [closes, run] = all[Random(static_cast<unsigned>(all.size()))];
-                if (m_ownsFeed)
-                    TakeFeed(draw);
-                else
-                {
-                    draw.ending = closes.empty() ? Ending::None : closes == "/d" ? Ending::Closed : draw.ending;
-                    static_cast<void>(Attempt("mixed", run, caller, draw, closes));
-                }
-                caller.item = MakeItem(100, "");
-            }
-        });
+        auto all = PathOperations();
+        all.merge(AllTransfers(100));
+        all.erase("changes"); // its owner's alone
+        all["remove"] = Call(&Api::DeletePath, L"/d/b c.txt", MakeItem(0, ""));
+        all["token"] = Call(&Api::SetSessionToken, L"gone");
+        all["device name"] = Call(&Api::SetDeviceName, L"another");
+        all["server"] = [](Api& api, Caller&) { return api.SetServer(AddressOfServer(0).c_str()); };
+        for (const char* folder : {"root/d", "root/e"})
+            std::filesystem::create_directory(m_world.files / folder);
+        Must("shake hands", ShakeHands); // a login goes on after a handshake that failed, and would ask at the wrong place
+        Must("log in", LogIn());
+        for (unsigned step = 0; step < steps; ++step)
+        {
+            m_random.seed(m_seed + step);
+            const auto& [name, run] = *std::next(all.begin(), Random(static_cast<unsigned>(all.size())));
+            const bool movesFile = IsUpload(name) || IsDownload(name);
+            const auto ending = name == "list" ? Ending::Closed : movesFile ? DrawEnding() : Ending::None;
+            if (m_ownsFeed)
+                TakeFeed();
+            else
+                Attempt(name, With({.content = Content(100, 1)}, run), ending, movesFile ? "/d/a.txt" : "/d");
+        }
     }
 
 private:
@@ -156,431 +103,341 @@ private:
     {
         std::string path;
         Node file;
-        Item item;
-        std::wstring local;
         Quendra::UploadId id;
-        std::string revision;
-        bool isBegun = false;
-        bool mayBeGone = false;
-        std::int64_t acknowledged = 0; ///< bytes.
-        std::int64_t sent = 0;
+        std::int64_t sent = -1; ///< bytes; -1: it is not begun.
+        std::int64_t acknowledged = 0;
     };
-
-    std::string Guard(const std::function<void()>& run) const
-    {
-        try
-        {
-            run();
-            return {};
-        }
-        catch (const Violation& violation)
-        {
-            return "client " + m_number + ":\n" + m_log + "  " + violation.what() + "\n";
-        }
-    }
-
-    void LogInAtFirst()
-    {
-        Caller caller;
-        // A login goes on after a failed handshake, and would ask at the wrong place.
-        const auto shakeHands = [](Api& api, Caller&) {
-            std::uint32_t mode = 0;
-            std::uint32_t value = 0;
-            return api.Init(mode, value);
-        };
-        static_cast<void>(Must("shake hands", shakeHands, caller));
-        static_cast<void>(Must("log in", LogIn(), caller));
-    }
 
     unsigned Random(unsigned limit) { return static_cast<unsigned>(m_random() % limit); }
 
-    Draw DrawStep()
+    Ending DrawEnding()
     {
-        static constexpr const char* kPlaces[] = {"/a", "/b c", "/\xC3\xBC", "/d", "/d/a", "/d/x", "/e", "/e/a"};
-        Draw draw{Random(26), m_home + kPlaces[Random(8)], m_home + kPlaces[Random(8)], Random(1U << 30U)};
-        draw.size = Random(8) == 0 ? Random(m_largest) : Random(3000);
         const auto ending = Random(20);
-        draw.ending = ending < 13 ? Ending::None : ending < 17 ? Ending::Closed : ending < 19 ? Ending::Cancelled : Ending::Forestalled;
-        draw.delay = std::chrono::microseconds(Random(Random(2) == 0 ? 300 : 5000));
-        return draw;
+        return ending < 13 ? Ending::None : ending < 17 ? Ending::Closed : ending < 19 ? Ending::Cancelled : Ending::Forestalled;
     }
 
-    void Do(const Draw& draw)
+    /// Takes a step. What is drawn depends on the seed and the step's number alone, not on what has become of the steps before.
+    void Do(unsigned step)
     {
-        const auto kind = draw.kind;
-        const auto path = ToWide(draw.path);
-        const auto item = MakeItem(0, Find(m_tree, draw.path).value_or(Node()).revision);
+        static constexpr const char* kPlaces[] = {"/a", "/b c", "/\xC3\xBC", "/d", "/d/a", "/d/x", "/e", "/e/a"};
+        m_random.seed(m_seed + step);
+        const auto kind = Random(26);
+        const auto path = m_home + kPlaces[Random(8)];
+        const auto other = m_home + kPlaces[Random(8)];
+        const auto salt = Random(1U << 30U);
+        // What is uploaded; its revision is the one to replace.
+        const Node file = {.content = Content(Random(8) == 0 ? Random(m_largest) : Random(3000), salt),
+                           .bits = 0x20U | (salt & 3U),
+                           .modified = kTime + salt * 10'000LL,
+                           .revision = salt % 16 == 0 ? "stale" : RevisionOf(path)};
         if (kind < 3)
-            Change("create", {}, draw.path, After::Create(m_tree, draw.path), Call(&Api::CreateFolder, path));
+            Change("create", path, After::Create(m_tree, path), Call(&Api::CreateFolder, ToWide(path)));
         else if (kind < 7)
-            SendFile(draw);
+            Change("upload", path, After::Put(m_tree, path, file), With(file, Upload(0, ToWide(path))), DrawEnding());
         else if (kind < 12)
-            SendChunk(draw);
+            SendChunk(path, file, salt);
         else if (kind < 13)
-            Complete(draw);
+            Complete(path);
         else if (kind < 14)
             CancelChunks();
         else if (kind < 17)
-            Change("move to " + draw.other, {}, draw.path, After::Move(m_tree, draw.path, draw.other, draw.salt % 2 != 0),
-                   Call(&Api::RenamePath, path, ToWide(draw.other), draw.salt % 2), draw.other);
+            Change("move to " + other + " from", path, After::Move(m_tree, path, other, salt % 2 != 0),
+                   Call(&Api::RenamePath, ToWide(path), ToWide(other), salt % 2));
         else if (kind < 19)
-            Change("delete", {}, draw.path, After::Remove(m_tree, draw.path),
-                   [&](Api& api, Caller&) { return api.DeletePath(path, item); });
+            Change("delete", path, After::Remove(m_tree, path), Call(&Api::DeletePath, ToWide(path), MakeItem(0, RevisionOf(path))));
         else if (kind < 21)
-            SetAttributes(draw);
+            Change("set attributes of", path, After::SetAttributes(m_tree, path, file),
+                   Call(&Api::SetPathAttributes, ToWide(path), ItemOf(file)));
         else if (kind < 23)
-            ReceiveFile(draw);
+            ReceiveFile(path);
         else if (kind < 24)
             Compare();
         else if (kind < 25)
-            TakeFeed(draw);
+            TakeFeed();
         else
-            Disturb(draw);
+            Disturb(salt);
     }
 
-    /// One call. `m_isCalm` then says whether nothing can have made it fail.
-    ResultCode Attempt(const std::string& what, const Operation& run, Caller& caller, const Draw& draw = {}, const std::string& closes = {})
+    /// One call. What it gives is in `m_caller`, and `m_isCalm` says whether nothing can have made it fail.
+    /// @param closes   the key by which the request is closed.
+    /// @param longest  microseconds, after which it is ended.
+    ResultCode Attempt(const std::string& what, const Operation& run, Ending ending = Ending::None, const std::string& closes = {},
+                       unsigned longest = 5000)
     {
         const Event event;
-        caller.cancel = event;
+        m_caller = Caller();
+        m_caller.item = MakeItem(0, "");
+        m_caller.cancel = event;
+        m_caller.local = (m_world.files / m_received).wstring();
         ++m_world.requests;
         const auto before = m_world.Disturbances();
-        ResultCode code = 0;
-        if (draw.ending == Ending::Forestalled)
+        const auto delay = std::chrono::microseconds(Random(Random(2) == 0 ? 300 : longest));
+        if (ending == Ending::Forestalled)
             event.Signal();
+        ResultCode code = 0;
         {
             Gate over;
             std::jthread ender;
-            if (draw.ending == Ending::Closed || draw.ending == Ending::Cancelled)
-                ender = std::jthread([&, start = std::chrono::steady_clock::now()] {
-                    while (std::chrono::steady_clock::now() - start < draw.delay)
-                        continue;
+            if (ending == Ending::Closed || ending == Ending::Cancelled)
+                ender = std::jthread([&] {
+                    std::this_thread::sleep_for(delay);
                     unsigned tries = 0;
                     do
-                        draw.ending == Ending::Closed ? void(m_instance.CloseRequestHandle(ToWide(closes))) : event.Signal();
-                    while (!over.Wait(std::chrono::milliseconds(1)) && (++tries < 20'000 || StopAll(what)));
+                    {
+                        ending == Ending::Closed ? void(m_instance.CloseRequestHandle(ToWide(closes))) : event.Signal();
+                        if (++tries == 20'000)
+                            std::cout << m_log << what << " does not end" << std::endl;
+                    } while (!over.Wait(std::chrono::milliseconds(1)));
                 });
-            code = run(m_instance, caller);
+            code = run(m_instance, m_caller);
             over.Open();
         }
-        m_isCalm = m_world.IsCalmSince(before) && draw.ending == Ending::None;
+        m_isCalm = m_world.IsCalmSince(before) && ending == Ending::None;
         static constexpr const char* kEndings[] = {"", ", closed", ", cancelled", ", cancelled before"};
-        m_log += "  " + what + kEndings[static_cast<int>(draw.ending)] + ": " + std::to_string(code) + "\n";
-        Check(!Result::MeaningOf(code).empty(), "the code is not documented");
-        Check(draw.ending != Ending::Forestalled || code == Result::Cancelled, "the signalled event was not seen");
+        m_log += "  " + what + kEndings[static_cast<int>(ending)] + ": " + std::to_string(code) + "\n";
+        Check(IsDocumented(code), "the code is not documented");
+        Check(ending != Ending::Forestalled || code == Result::Cancelled, "the signalled event was not seen");
         return code;
     }
 
     /// Repeats a call until it succeeds, or is refused as it may be.
-    ResultCode Must(const std::string& what, const Operation& run, Caller& caller, ResultCode other = Result::Success)
+    /// @return whether it has succeeded.
+    bool Must(const std::string& what, const Operation& run, ResultCode other = Result::Success)
     {
         for (const auto start = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - start < std::chrono::seconds(30);
              m_world.Await())
         {
-            caller.children.clear();
-            const auto code = Attempt(what, run, caller);
+            const auto code = Attempt(what, run);
             if (code == Result::Success || code == other)
-                return code;
-            const bool lacksSession = LacksSession(code);
-            Check(lacksSession || !m_isCalm, "nothing stood in its way");
-            Caller another;
-            if (lacksSession)
-                static_cast<void>(Attempt("log in again", LogIn(), another));
+                return code == Result::Success;
+            Check(LacksSession(code) || !m_isCalm, "nothing stood in its way");
+            if (LacksSession(code))
+                Attempt("log in again", LogIn());
         }
-        throw Violation(what + " does not succeed any more");
+        throw std::runtime_error(what + " does not succeed any more");
     }
 
-    Node Seen(const IServerAttributes& item)
+    [[nodiscard]] std::string RevisionOf(const std::string& path) const
+    {
+        const Node* const known = Find(m_tree, path);
+        return known != nullptr ? known->revision : "";
+    }
+
+    /// An item of a reply, with the content that it is known to have.
+    static Node Seen(const IServerAttributes& item, const std::string& content)
     {
         const bool isFolder = (item.GetAttributes() & 0x10U) != 0;
-        return {isFolder, {}, item.GetAttributes(), item.GetLastWriteTime().GetTicks(), item.GetRevision()};
+        return {isFolder, content, item.GetAttributes(), item.GetLastWriteTime().GetTicks(), item.GetRevision()};
     }
 
-    /// What the server has at a path.
-    std::optional<Node> Look(const std::string& path)
+    /// What the server has in the client's folder. The content of a known revision is not fetched anew.
+    Tree Look()
     {
-        Caller caller;
-        if (Must("look at " + path, Call(&Api::GetPathAttributes, ToWide(path)), caller, kNotFound) != Result::Success)
-            return std::nullopt;
-        Node seen = Seen(*caller.given);
-        if (!seen.isFolder)
-            seen.content = Fetch(path);
+        Tree seen = {{m_home, {.isFolder = true}}};
+        for (std::list<std::string> folders = {m_home}; !folders.empty(); folders.pop_front())
+        {
+            Must("list " + folders.front(), List(ToWide(folders.front())));
+            for (const Item& child : ServerItemList(std::move(m_caller.children)))
+            {
+                const auto path = folders.front() + '/' + ToNarrow(child->GetName());
+                const bool isKnown = !RevisionOf(path).empty() && RevisionOf(path) == child->GetRevision();
+                Node node = Seen(*child, isKnown ? m_tree[path].content : "");
+                if (node.isFolder)
+                    folders.push_back(path);
+                else if (!isKnown)
+                    node.content = Fetch(path);
+                Check(seen.emplace(path, node).second, path + " is listed twice");
+            }
+        }
         return seen;
     }
 
     std::string Fetch(const std::string& path)
     {
-        Caller caller;
-        caller.local = (m_world.files / ("fetched" + m_number)).wstring();
-        static_cast<void>(Must("fetch " + path, Receive(path, nullptr), caller));
-        auto content = m_world.files.Read("fetched" + m_number);
+        Must("fetch " + path, Receive(path));
+        auto content = m_world.files.Read(m_received);
         m_world.bytes += content.size();
         return content;
     }
 
-    Operation Receive(const std::string& path, const Item& item)
+    static Operation Receive(const std::string& path, const std::string& revision = {})
     {
         return [=](Api& api, Caller& caller) {
-            return api.DownloadFile(ToWide(path), caller.local, item, caller.given, L"", caller.cancel, caller.progress);
+            caller.item->SetRevision(revision);
+            return Download(false, ToWide(path))(api, caller);
         };
     }
 
     /// A call that changes the tree from the one that is known to a wanted one, or is refused if there is none.
     /// @return whether it has.
-    bool Change(const std::string& what, const Draw& draw, const std::string& path, const After::Changed& wanted, const Operation& run,
-                const std::string& target = {})
+    bool Change(const std::string& what, const std::string& path, const After::Changed& wanted, const Operation& run,
+                Ending ending = Ending::None)
     {
-        Caller caller;
         m_world.NoteAttempt(path);
-        m_code = Attempt(what + " " + path, run, caller, draw, path);
-        if (m_code == Result::Success)
+        const auto code = Attempt(what + " " + path, run, ending, path);
+        if (code == Result::Success)
         {
             Check(wanted.has_value(), "the server must refuse this");
+            const auto before = RevisionOf(path);
             m_tree = *wanted;
-            if (const auto known = m_tree.find(target.empty() ? path : target); known != m_tree.end() && caller.given)
+            if (const auto known = m_tree.find(path); known != m_tree.end() && m_caller.given)
             {
-                Node seen = Seen(*caller.given);
-                seen.content = known->second.content;
+                const Node seen = Seen(*m_caller.given, known->second.content);
+                const bool isChanged = known->second.revision.empty();
                 Check(known->second.Allows(seen), "the reply has other values than were sent");
+                Check(!isChanged || seen.revision != before, "a change has no revision of its own");
                 known->second = seen;
             }
             return true;
         }
-        const bool lacksSession = LacksSession(m_code);
-        const bool isRefused = m_code > Result::RefusalBase && (m_code & 0x80000000U) == 0;
-        Check(!m_isCalm || lacksSession || !wanted, "nothing stood in its way");
+        Check(!m_isCalm || LacksSession(code) || !wanted, "nothing stood in its way");
+        const bool isRefused = code > Result::RefusalBase && Result::IsRefusal(code); // a deletion whose reply is lost ends in 20000
         if (!isRefused)
             m_world.Fence();
-        Tree news = wanted.value_or(m_tree);
-        Tree all = m_tree;
-        all.insert(news.begin(), news.end());
-        bool isOld = true;
-        bool isNew = wanted.has_value() && !isRefused && !lacksSession;
-        for (const auto& [each, node] : all)
-            if (Find(m_tree, each) != Find(news, each))
-            {
-                const auto seen = Look(each);
-                isOld = isOld && Allows(Find(m_tree, each), seen);
-                isNew = isNew && Allows(Find(news, each), seen);
-                if (seen)
-                    news[each] = *seen;
-            }
-        Check(isOld || isNew, "the server has neither the old nor the new state");
-        if (!isOld)
-            m_tree = std::move(news);
-        return !isOld;
+        Tree seen = Look();
+        const auto place = Difference(m_tree, seen);
+        const bool isNew = !place.empty() && !isRefused && !LacksSession(code) && wanted && Difference(*wanted, seen).empty();
+        Check(place.empty() || isNew, "the server has neither the old nor the new state at " + place);
+        m_tree = std::move(seen);
+        return isNew;
     }
 
-    /// A file to send: what it is on the server, and what the caller of an upload passes.
-    std::tuple<Node, Item, std::wstring> Prepare(const Draw& draw, const std::string& name)
+    static Item ItemOf(const Node& file)
     {
-        const auto revision = Find(m_tree, draw.path).value_or(Node()).revision;
-        Node file{.content = Content(draw.size, draw.salt), .bits = 0x20U | (draw.salt & 3U), .modified = kTime + draw.salt * 10'000LL};
-        const auto item = MakeItem(static_cast<std::int64_t>(draw.size), draw.salt % 16 == 0 ? "stale" : revision);
+        auto item = MakeItem(static_cast<std::int64_t>(file.content.size()), file.revision);
         item->SetLastWriteTime(CAttributeTime(file.modified));
         item->SetAttributes(file.bits);
-        m_world.bytes += draw.size;
-        return {file, item, m_world.files.Write(name + m_number, file.content)};
+        return item;
     }
 
-    void SendFile(const Draw& draw)
+    /// An operation that is passed the file.
+    Operation With(const Node& file, const Operation& run)
     {
-        const auto [file, item, local] = Prepare(draw, "sent");
-        Change("upload", draw, draw.path, After::Put(m_tree, draw.path, file, item->GetRevision()),
-               ReplacingItem([&, &local = local, &item = item](Api& api, Caller& caller) {
-                   caller.item = item;
-                   const std::uint32_t delta = 0;
-                   return api.UploadFile(local, ToWide(draw.path), caller.item, &delta, caller.cancel, caller.progress);
-               }));
+        return [=, this](Api& api, Caller& caller) {
+            caller.local = caller.signature = m_world.files.Write("sent" + m_number, file.content);
+            caller.item = ItemOf(file);
+            m_world.bytes += file.content.size();
+            return run(api, caller);
+        };
     }
 
     /// How much the server has of the upload; nothing if it does not know it.
     std::optional<std::int64_t> AskForChunks()
     {
-        std::int64_t offset = -1;
-        Caller caller;
-        const auto ask = [&](Api& api, Caller&) {
-            std::uint32_t locked = 0;
-            return api.GetResumableUploadMetadata(ToWide(m_chunks->path), m_chunks->id, &offset, &locked);
-        };
-        if (Must("ask for the upload", ask, caller, kNotFound) != Result::Success)
-        {
-            Check(m_chunks->acknowledged == 0 || m_chunks->mayBeGone, "the server has lost an upload");
+        const auto& chunks = *m_chunks;
+        if (chunks.sent < 0)
             return std::nullopt;
-        }
-        Check(offset >= m_chunks->acknowledged && offset <= m_chunks->sent, "the server has lost or made up bytes of an upload");
-        return offset;
+        const bool isKnown = Must("ask for the upload", Metadata(ToWide(chunks.path), chunks.id), kNotFound);
+        const auto offset = isKnown ? m_caller.offset : 0;
+        Check(offset >= chunks.acknowledged && offset <= chunks.sent, "the server has lost or made up bytes of an upload");
+        return isKnown ? std::optional(offset) : std::nullopt;
     }
 
-    void SendChunk(const Draw& draw)
+    void SendChunk(const std::string& path, const Node& file, unsigned salt)
     {
         if (!m_chunks)
-        {
-            const auto [file, item, local] = Prepare(draw, "chunks");
-            m_chunks = Chunks{draw.path, file, item, local, {draw.salt, 0, 0, {}}, item->GetRevision()};
-            m_chunks->id.Data4[0] = static_cast<std::uint8_t>(m_number.back());
-        }
+            m_chunks = Chunks{path, file, {salt, 0, 0, {static_cast<std::uint8_t>(m_number.back())}}};
         auto& chunks = *m_chunks;
         const auto size = static_cast<std::int64_t>(chunks.file.content.size());
-        const auto received = chunks.isBegun ? AskForChunks() : std::nullopt;
-        const bool begins = !received;
-        chunks.acknowledged = begins ? 0 : chunks.acknowledged;
-        const auto offset = begins ? 0 : draw.salt % 8 == 0 ? *received / 2 : *received;
-        const auto length = draw.salt % 3 == 0 ? size - offset : std::min(size - offset, size / 3 + 1);
-        const bool ends = offset + length == size;
-        chunks.isBegun = true;
+        const auto received = AskForChunks();
+        const auto offset = received.value_or(0) / (salt % 8 == 0 ? 2 : 1);
+        const auto length = salt % 3 == 0 ? size - offset : std::min(size - offset, size / 3 + 1);
         chunks.sent = std::max(chunks.sent, offset + length);
-        const auto send = ReplacingItem([&](Api& api, Caller& caller) {
-            auto bytes = length;
-            caller.item = chunks.item;
-            return api.ResumableUpload(chunks.local, ToWide(chunks.path), caller.item, chunks.id, &offset, &bytes, begins ? 1 : 0,
-                                       caller.cancel, caller.progress);
-        });
-        if (ends)
+        const auto send = With(chunks.file, Chunk(offset, length, received ? 0 : 1, ToWide(chunks.path), chunks.id));
+        if (offset + length == size)
         {
-            if (Change("last chunk of", draw, chunks.path, After::Put(m_tree, chunks.path, chunks.file, chunks.revision), send))
+            if (Change("last chunk of", chunks.path, After::Put(m_tree, chunks.path, chunks.file), send, DrawEnding()))
                 m_chunks.reset();
-            return;
         }
-        Caller caller;
-        if (Attempt("chunk of " + chunks.path, send, caller, draw, chunks.path) == Result::Success)
+        else if (Attempt("chunk of " + chunks.path, send, DrawEnding(), chunks.path) == Result::Success)
             chunks.acknowledged = std::max(chunks.acknowledged, offset + length);
         else
             m_world.Fence();
     }
 
-    void Complete(const Draw& draw)
+    /// @param to  where the file is to be.
+    void Complete(const std::string& to)
     {
-        if (!m_chunks || !m_chunks->isBegun)
+        if (!m_chunks)
             return;
-        const auto received = AskForChunks();
-        const bool isWhole = received == static_cast<std::int64_t>(m_chunks->file.content.size());
-        const auto revision = draw.path == m_chunks->path ? std::optional(m_chunks->revision) : std::nullopt;
-        const auto wanted = isWhole ? After::Put(m_tree, draw.path, m_chunks->file, revision) : std::nullopt;
-        if (Change("complete as", {}, draw.path, wanted,
-                   Call(&Api::CompleteUpload, ToWide(m_chunks->path), ToWide(draw.path), m_chunks->id)))
+        const auto& [path, file, id, sent, acknowledged] = *m_chunks;
+        const bool isWhole = AskForChunks() == static_cast<std::int64_t>(file.content.size());
+        if (Change("complete as", to, isWhole ? After::Put(m_tree, to, file, to == path) : std::nullopt,
+                   Call(&Api::CompleteUpload, ToWide(path), ToWide(to), id)))
             m_chunks.reset();
     }
 
     void CancelChunks()
     {
-        if (!m_chunks)
-            return;
-        m_chunks->mayBeGone = true;
-        Caller caller;
-        const auto path = ToWide(m_chunks->path);
-        if (Attempt("cancel the upload", Call(&Api::CancelUpload, path, m_chunks->id), caller) == Result::Success)
-            m_chunks.reset();
-        else
-            m_world.Fence();
-    }
-
-    void SetAttributes(const Draw& draw)
-    {
-        auto wanted = m_tree.contains(draw.path) ? std::optional(m_tree) : std::nullopt;
-        const auto [file, item, local] = Prepare(draw, "unused");
-        if (wanted)
-        {
-            auto& node = (*wanted)[draw.path];
-            node = {node.isFolder, node.content, file.bits | (node.isFolder ? 0x10U : 0U), file.modified};
-        }
-        Change("set attributes of", {}, draw.path, wanted,
-               [&, &item = item](Api& api, Caller& caller) { return api.SetPathAttributes(ToWide(draw.path), item, caller.given); });
+        if (m_chunks)
+            Must("cancel the upload", Call(&Api::CancelUpload, ToWide(m_chunks->path), m_chunks->id), kNotFound);
+        m_chunks.reset();
     }
 
     /// A download that does not come to its end is resumed.
-    void ReceiveFile(const Draw& draw)
+    void ReceiveFile(const std::string& path)
     {
-        const auto known = m_tree.find(draw.path);
-        const bool isFile = known != m_tree.end() && !known->second.isFolder;
-        const auto name = "received" + m_number;
-        Caller caller;
-        caller.local = m_world.files.Write(name, "");
-        const auto item = MakeItem(0, isFile ? known->second.revision : "");
-        const auto code = Attempt("download " + draw.path, Receive(draw.path, item), caller, draw, draw.path);
+        const Node* const known = Find(m_tree, path);
+        const bool isFile = known != nullptr && !known->isFolder;
+        static_cast<void>(m_world.files.Write(m_received, ""));
+        const auto code = Attempt("download " + path, Receive(path, RevisionOf(path)), DrawEnding(), path);
         Check(isFile ? !m_isCalm || code == 0 || LacksSession(code) : code != 0, "this is not what the client knows");
         if (!isFile)
             return;
-        const auto& content = known->second.content;
-        m_world.bytes += content.size();
-        const std::uint64_t skip = m_world.files.Read(name).size();
-        const auto rest = static_cast<std::int64_t>(content.size() - skip);
-        if (code != Result::Success && rest > 0)
-            static_cast<void>(Must(
-                "fetch the rest",
-                [&](Api& api, Caller& more) {
-                return api.DownloadData(ToWide(draw.path), caller.local, item, more.given, &skip, &rest, more.cancel, more.progress);
-                },
-                caller));
-        Check(m_world.files.Read(name) == content, "not the content that was uploaded to " + draw.path);
+        m_world.bytes += known->content.size();
+        const auto skip = m_world.files.Read(m_received).size();
+        if (code != Result::Success && skip < known->content.size())
+            Must("fetch the rest", Range(skip, static_cast<std::int64_t>(known->content.size() - skip), ToWide(path)));
+        Check(m_world.files.Read(m_received) == known->content, "not the content that was uploaded to " + path);
     }
 
-    /// Compares all listings with the tree.
     void Compare()
     {
-        for (const auto& each : m_tree)
-        {
-            const std::string& folder = each.first;
-            if (!each.second.isFolder || !folder.starts_with(m_home))
-                continue;
-            Caller caller;
-            static_cast<void>(Must("list " + folder, List(ToWide(folder)), caller));
-            const auto children = std::ranges::count_if(m_tree, [&](const auto& item) { return ParentOf(item.first) == folder; });
-            Check(static_cast<std::size_t>(children) == caller.children.size(), "the listing has other items");
-            for (const Item& child : caller.children)
-            {
-                const auto known = m_tree.find(folder + '/' + ToNarrow(child->GetName()));
-                Check(known != m_tree.end(), "there is an item that nobody made");
-                Node seen = Seen(*child);
-                seen.content = known->second.content;
-                Check(known->second.Allows(seen), known->first + " has other values than were acknowledged");
-            }
-        }
+        const auto place = Difference(m_tree, Look());
+        Check(place.empty(), "the server has something else at " + place + " than was acknowledged");
     }
 
-    void TakeFeed(Draw draw)
+    void TakeFeed()
     {
         if (!m_ownsFeed)
             return;
-        draw.ending = Ending::Closed;
-        draw.delay *= 5;
         std::wstring before;
         std::wstring after;
-        Caller caller;
         m_instance.GetSessionToken(before);
-        static_cast<void>(Attempt("wait for changes", Call(&Api::GetChanges), caller, draw, "/notifs"));
+        Attempt("wait for changes", Call(&Api::GetChanges), Ending::Closed, "/notifs", 25'000);
         m_instance.GetSessionToken(after);
-        for (const auto* action : caller.actions)
+        for (const auto* action : m_caller.actions)
             if (before == after && action->Value.starts_with(L"/home/"))
                 m_world.NoteAction(before, ToNarrow(action->Value));
     }
 
-    void Disturb(const Draw& draw)
+    void Disturb(unsigned salt)
     {
         m_log += "  disturb\n";
-        if (draw.salt % 4 == 0)
+        if (salt % 4 == 0)
             m_world.Restart();
-        else if (draw.salt % 4 == 1)
+        else if (salt % 4 == 1)
             m_instance.SetSessionToken(L"gone");
-        else if (draw.salt % 4 == 2)
-            m_instance.SetServer(Names::New(draw.salt / 4 % 3).c_str());
+        else if (salt % 4 == 2)
+            m_instance.SetServer(AddressOfServer(salt / 4).c_str());
         else
-        {
-            Caller caller;
-            static_cast<void>(Must("log in", LogIn(), caller));
-        }
+            Must("log in", LogIn());
     }
+
+    static constexpr std::int64_t kTime = 131'000'000'000'000'000;
 
     World& m_world;
     Api& m_instance;
     const bool m_ownsFeed;
     const std::string m_number;
     const std::string m_home;
-    const unsigned m_largest;
-    std::mt19937 m_random;
+    const std::string m_received = "received" + m_number; ///< the file that is downloaded to.
     Tree m_tree;
+    const unsigned m_largest;
+    const unsigned m_seed;
+    std::mt19937 m_random;
     std::optional<Chunks> m_chunks;
+    Caller m_caller; ///< of the last call.
     std::string m_log;
-    ResultCode m_code = Result::Success;
     bool m_isCalm = false;
 };

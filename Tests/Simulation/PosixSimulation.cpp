@@ -8,53 +8,72 @@
 // A thread's operations and what ends them depend on the seed alone, when they meet does not.
 
 #include "Client.h"
-#include "TextConversion.h"
 
-#include <iostream>
+#include <array>
 #include <malloc.h>
-#include <numeric>
 
 namespace
 {
 using Clients = std::list<Client>;
 
-/// What all clients do, each on a thread of its own. @return what failed.
-std::string Together(Clients& clients, const std::function<std::string(Client&)>& run)
+Clients MakeClients(World& world, unsigned seed, unsigned count, unsigned largest)
 {
-    std::list<std::string> failures;
+    Clients clients;
+    for (unsigned number = 0; number < count; ++number)
+        clients.emplace_back(world, seed, number, largest);
+    return clients;
+}
+
+/// @return the check that does not hold; empty: all do.
+std::string FailureOf(const std::function<void()>& run)
+{
+    try
+    {
+        run();
+        return {};
+    }
+    catch (const std::exception& failure)
+    {
+        return failure.what();
+    }
+}
+
+/// What all clients do, each on a thread of its own. Throws what failed, with what led to it.
+void Together(Clients& clients, const std::function<void(Client&)>& run)
+{
+    std::mutex mutex;
+    std::string failures;
     {
         std::list<std::jthread> threads;
         for (Client& client : clients)
-            threads.emplace_back([&run, &client, &failure = failures.emplace_back()] { failure = run(client); });
+            threads.emplace_back([&] {
+                const auto failure = FailureOf([&] { run(client); });
+                const std::lock_guard guard(mutex);
+                failures += failure.empty() ? "" : client.Log() + "  " + failure + "\n";
+            });
     }
-    return std::accumulate(failures.begin(), failures.end(), std::string());
+    Check(failures.empty(), failures);
 }
 
 /// Faults for odd seeds, then none, and a last look at all.
-std::string RunClients(World& world, Clients& clients, unsigned seed, unsigned steps)
+void RunClients(World& world, Clients& clients, unsigned seed, unsigned steps)
 {
     world.Restart(seed % 2 != 0 ? seed : 0);
-    std::string failure = Together(clients, [&](Client& client) { return client.Run(steps); });
-    if (!failure.empty())
-        return failure;
+    Together(clients, [steps](Client& client) { client.Run(steps); });
     world.Restart(0);
-    return Together(clients, [&](Client& client) { return client.Run(0); });
+    Together(clients, [](Client& client) { client.Run(0); });
 }
 
-std::string RunSeed(unsigned seed)
+void RunSeed(unsigned seed)
 {
     World world(1 + seed % 3);
-    Clients clients;
-    for (unsigned number = 0; number < 3; ++number)
-        clients.emplace_back(world, seed, number, 300'000);
-    std::string failure = RunClients(world, clients, seed, 40);
+    Clients clients = MakeClients(world, seed, 3, 300'000);
+    RunClients(world, clients, seed, 40);
     world.Stop();
-    for (Client& client : clients)
-        failure += failure.empty() ? client.CompareFiles() : "";
-    return failure;
+    Together(clients, [](Client& client) { client.CompareFiles(); });
 }
 
-bool RunSeeds(unsigned first, unsigned count)
+void RunSeeds(unsigned first, unsigned count)
 {
     std::atomic<unsigned> next = first;
     std::atomic<unsigned> passed = 0;
@@ -64,7 +83,7 @@ bool RunSeeds(unsigned first, unsigned count)
         threads.emplace_back([&] {
             for (unsigned seed = next++; seed < first + count; seed = next++)
             {
-                const auto failure = RunSeed(seed);
+                const auto failure = FailureOf([seed] { RunSeed(seed); });
                 passed += failure.empty() ? 1U : 0U;
                 const std::lock_guard guard(output);
                 if (!failure.empty())
@@ -73,7 +92,7 @@ bool RunSeeds(unsigned first, unsigned count)
         });
     threads.clear();
     std::cout << passed << " of " << count << " seeds passed\n";
-    return passed == count;
+    Check(passed == count, "not all");
 }
 
 /// What the process holds: KiB of memory, descriptors, threads.
@@ -88,23 +107,18 @@ std::array<std::size_t, 3> Holdings()
     return {pages * 4, count("/proc/self/fd"), count("/proc/self/task")};
 }
 
-bool Soak(std::uint64_t requests, std::uint64_t mib)
+void Soak(unsigned requests, unsigned mib)
 {
     ::mallopt(M_MMAP_THRESHOLD, 64 * 1024); // file contents go back to the system, so that what is left is what is held
     World world(1);
     std::array<std::size_t, 3> atStart = {};
-    const auto share = [&] { return std::min(world.requests * 100 / requests, world.bytes * 100 / (mib << 20U)); };
+    const auto share = [&] { return std::min(world.requests * 100 / requests, world.bytes * 100 / (std::uint64_t{mib} << 20U)); };
     std::uint64_t tenths = 0;
     for (unsigned round = 1; share() < 100; ++round)
     {
-        Clients clients;
-        for (unsigned number = 0; number < 4; ++number)
-            clients.emplace_back(world, round, number, 8'000'000);
-        std::string failure = RunClients(world, clients, round, 50);
-        failure += failure.empty() ? Together(clients, [](Client& client) { return client.Remove(); }) : "";
-        std::cout << failure << std::flush;
-        if (!failure.empty())
-            return false;
+        Clients clients = MakeClients(world, round, 4, 8'000'000);
+        RunClients(world, clients, round, 50);
+        Together(clients, [](Client& client) { client.Remove(); });
         clients.clear();
         if (share() / 10 < tenths)
             continue;
@@ -116,31 +130,23 @@ bool Soak(std::uint64_t requests, std::uint64_t mib)
     }
     const auto atEnd = Holdings();
     // The server keeps up to a thousand sessions, and the allocator gives not all back that is free.
-    return atEnd[0] < atStart[0] * 5 / 4 + 32 * 1024 && atEnd[1] < atStart[1] + 50 && atEnd[2] < atStart[2] + 10;
+    Check(atEnd[0] < atStart[0] * 5 / 4 + 32 * 1024 && atEnd[1] < atStart[1] + 50 && atEnd[2] < atStart[2] + 10, "more is held");
 }
 
-bool RunThreads(unsigned count, unsigned steps)
+void RunThreads(unsigned count, unsigned steps)
 {
     World world(1);
-    Clients clients;
-    for (unsigned number = 0; number < count; ++number)
-        clients.emplace_back(world, 1, number, 1000);
-    const auto failure = Together(clients, [&](Client& client) { return client.Mix(steps); });
-    std::cout << failure << world.requests << " operations on " << count << " threads\n";
-    return failure.empty();
+    Clients clients = MakeClients(world, 1, count, 1000);
+    Together(clients, [steps](Client& client) { client.Mix(steps); });
+    std::cout << world.requests << " operations on " << count << " threads\n";
 }
 } // namespace
 
 int main(int count, char** arguments)
 {
-    const std::string mode = count == 4 ? arguments[1] : "";
+    const std::map<std::string, void (*)(unsigned, unsigned)> modes = {{"seeds", &RunSeeds}, {"soak", &Soak}, {"threads", &RunThreads}};
     const auto number = [&](int index) { return static_cast<unsigned>(std::stoul(arguments[index])); };
-    bool passed = false;
-    if (mode == "seeds")
-        passed = RunSeeds(number(2), number(3));
-    else if (mode == "soak")
-        passed = Soak(number(2), number(3));
-    else if (mode == "threads")
-        passed = RunThreads(number(2), number(3));
-    return passed ? 0 : 1;
+    const auto failure = FailureOf([&] { modes.at(count == 4 ? arguments[1] : "")(number(2), number(3)); });
+    std::cout << failure << (failure.empty() ? "" : "\n");
+    return failure.empty() ? 0 : 1;
 }

@@ -17,8 +17,6 @@ struct Node
     std::int64_t modified = 0;
     std::string revision = {};
 
-    bool operator==(const Node&) const = default;
-
     /// Whether the server's item is the one that is expected.
     [[nodiscard]] bool Allows(const Node& seen) const
     {
@@ -30,16 +28,17 @@ struct Node
 /// Items by their server path in UTF-8.
 using Tree = std::map<std::string, Node>;
 
-inline std::optional<Node> Find(const Tree& tree, const std::string& path)
+/// @return null if there is none.
+inline const Node* Find(const Tree& tree, const std::string& path)
 {
     const auto found = tree.find(path);
-    return found == tree.end() ? std::nullopt : std::optional(found->second);
+    return found == tree.end() ? nullptr : &found->second;
 }
 
-/// Whether what the server has at a path is what is expected there.
-inline bool Allows(const std::optional<Node>& expected, const std::optional<Node>& seen)
+inline bool HasFolder(const Tree& tree, const std::string& path)
 {
-    return expected && seen ? expected->Allows(*seen) : !expected && !seen;
+    const Node* const node = Find(tree, path);
+    return node != nullptr && node->isFolder;
 }
 
 inline std::string ParentOf(const std::string& path)
@@ -47,9 +46,16 @@ inline std::string ParentOf(const std::string& path)
     return path.substr(0, path.rfind('/'));
 }
 
-inline bool HasFolder(const Tree& tree, const std::string& path)
+/// @return where the tree that is seen is not the one that is expected; empty: nowhere.
+inline std::string Difference(const Tree& expected, const Tree& seen)
 {
-    return Find(tree, path).value_or(Node()).isFolder;
+    for (const auto& [path, node] : expected)
+        if (const Node* const found = Find(seen, path); found == nullptr || !node.Allows(*found))
+            return path;
+    for (const auto& [path, node] : seen)
+        if (!expected.contains(path))
+            return path;
+    return {};
 }
 
 /// The tree after a change, as the server makes it; nothing if it must refuse.
@@ -62,14 +68,23 @@ inline Changed Create(Tree tree, const std::string& path)
     return HasFolder(tree, ParentOf(path)) && tree.emplace(path, Node{.isFolder = true}).second ? Changed(tree) : std::nullopt;
 }
 
-/// @param revision  the one to replace; empty: any; nothing: there must be no item.
-inline Changed Put(Tree tree, const std::string& path, const Node& file, const std::optional<std::string>& revision)
+/// @param file  its revision is the one to replace; empty: any.
+inline Changed Put(Tree tree, const std::string& path, const Node& file, bool mayReplace = true)
 {
-    const auto old = tree.find(path);
-    if (!HasFolder(tree, ParentOf(path)) || HasFolder(tree, path) ||
-        (old != tree.end() && (!revision || (!revision->empty() && *revision != old->second.revision))))
+    const Node* const old = Find(tree, path);
+    const bool isRefused = old != nullptr && (old->isFolder || !mayReplace || (!file.revision.empty() && file.revision != old->revision));
+    if (isRefused || !HasFolder(tree, ParentOf(path)))
         return std::nullopt;
-    tree[path] = file;
+    tree[path] = {false, file.content, file.bits, file.modified};
+    return tree;
+}
+
+inline Changed SetAttributes(Tree tree, const std::string& path, const Node& values)
+{
+    const Node* const old = Find(tree, path);
+    if (old == nullptr)
+        return std::nullopt;
+    tree[path] = {old->isFolder, old->content, values.bits | (old->isFolder ? 0x10U : 0U), values.modified};
     return tree;
 }
 
@@ -82,14 +97,14 @@ inline Changed Remove(Tree tree, const std::string& path)
 
 inline Changed Move(const Tree& tree, const std::string& from, const std::string& to, bool mayOverwrite)
 {
-    const auto source = tree.find(from);
-    const auto target = tree.find(to);
-    if (source == tree.end() || to.starts_with(from + '/') || !HasFolder(tree, ParentOf(to)))
+    const Node* const source = Find(tree, from);
+    const Node* const target = Find(tree, to);
+    if (source == nullptr || to.starts_with(from + '/') || !HasFolder(tree, ParentOf(to)))
         return std::nullopt;
     if (from == to)
         return tree;
     const bool isInPlace = ParentOf(from) == ParentOf(to);
-    if (target != tree.end() && (!(mayOverwrite || isInPlace) || source->second.isFolder || target->second.isFolder))
+    if (target != nullptr && (!(mayOverwrite || isInPlace) || source->isFolder || target->isFolder))
         return std::nullopt;
     Tree moved = *Remove(tree, from);
     for (const auto& [path, node] : tree)

@@ -8,34 +8,29 @@
 #include "TextConversion.h"
 #include "Tree.h"
 
-#include <algorithm>
 #include <atomic>
-#include <iomanip>
-#include <set>
+#include <cstdio>
 #include <sstream>
 
-/// A check that does not hold.
-struct Violation : std::runtime_error
-{
-    using std::runtime_error::runtime_error;
-};
-
+/// Ends what a client does where a check does not hold.
 inline void Check(bool holds, const std::string& what)
 {
     if (!holds)
-        throw Violation(what);
+        throw std::runtime_error(what);
 }
 
-/// Names of servers that lead to this machine. Some are lost at times.
-namespace Names
-{
-/// @param failures  how many look-ups of the name fail, of ten.
-/// @return an address for `SetServer`.
-[[nodiscard]] std::string New(unsigned failures);
+/// The end of names that lead to this machine. They begin with the number of their look-ups that fail, of ten.
+inline constexpr const char* kDomain = ".simulation.test";
 
-/// Twice the look-ups that have failed.
-[[nodiscard]] unsigned Disturbances();
-} // namespace Names
+/// The look-ups that have failed.
+extern std::atomic<unsigned> lostNames;
+
+/// @param choice  chooses one of six.
+/// @return an address for `SetServer`.
+inline std::string AddressOfServer(unsigned choice)
+{
+    return "http://" + std::to_string(choice % 3) + (choice % 2 == 0 ? "a" : "b") + kDomain;
+}
 
 class World
 {
@@ -48,15 +43,9 @@ public:
         m_options.user = "ann"; // as `LogIn` does
         m_options.password = "p&ss";
         Start();
-        const auto create = [this](unsigned failures) {
-            auto instance = std::make_unique<Instance>(CreateInstance(L"my device"));
-            instance->Api().SetServer(Names::New(failures).c_str());
-            instance->Api().SetPort(m_options.port);
-            return instance;
-        };
-        m_waker = create(0);
+        m_waker = NewInstance(0);
         for (unsigned i = 0; i < count; ++i)
-            instances.push_back(create(i % 2));
+            instances.push_back(NewInstance(i));
     }
 
     /// The server goes away and comes back.
@@ -81,23 +70,22 @@ public:
     /// Waits while the server is away.
     void Await() { const std::lock_guard guard(m_mutex); }
 
-    /// Grows when something happens that can make a call fail; odd while it goes on.
-    [[nodiscard]] unsigned Disturbances() const { return m_restarts + Names::Disturbances(); }
+    /// What can make a call fail: grows when it happens, and is odd while it goes on.
+    [[nodiscard]] unsigned Disturbances() const { return m_restarts + 2 * lostNames; }
     [[nodiscard]] bool IsCalmSince(unsigned earlier) const { return !m_options.faults && earlier % 2 == 0 && earlier == Disturbances(); }
 
     /// Waits until the server has done with each request whose client has closed its connection: it takes effect now or never.
     void Fence()
     {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        for (auto waiting = ClosedByClients(); !waiting.empty();)
+        while (HasConnectionThatItsClientClosed())
         {
             Check(std::chrono::steady_clock::now() < deadline, "the server does not end a request whose client is gone");
             // A feed that waits finds out with the next change that its client is gone.
             Caller caller;
             if ((*m_waker)->SetPathAttributes(L"/home", caller.item, caller) != Result::Success)
                 static_cast<void>(LogIn()(m_waker->Api(), caller));
-            const auto now = ClosedByClients();
-            std::erase_if(waiting, [&](const auto& each) { return !now.contains(each); });
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
     }
 
@@ -117,17 +105,15 @@ public:
     void CompareFiles(const std::string& folder, const Tree& tree) const
     {
         namespace fs = std::filesystem;
-        const fs::path root = files / "root";
+        const auto root = files / "root";
         Tree found = {{folder, {.isFolder = true}}};
         for (const auto& entry : fs::recursive_directory_iterator(root / folder.substr(1)))
         {
             const auto path = fs::relative(entry.path(), root).string();
             found['/' + path] = {entry.is_directory(), entry.is_directory() ? "" : files.Read("root/" + path)};
         }
-        const bool isSame = std::ranges::equal(found, tree, [](const auto& on, const auto& known) {
-            return on.first == known.first && on.second.isFolder == known.second.isFolder && on.second.content == known.second.content;
-        });
-        Check(isSame, "the server's disk is not what its clients know");
+        const auto place = Difference(found, tree);
+        Check(place.empty(), "the server's disk is not what its client knows at " + place);
         Check(fs::is_empty(root / ".quendra-appliance/temporary"), "the server has left temporary files");
     }
 
@@ -137,6 +123,14 @@ public:
     std::atomic<std::uint64_t> bytes = 0;
 
 private:
+    [[nodiscard]] std::unique_ptr<Instance> NewInstance(unsigned choice) const
+    {
+        auto instance = std::make_unique<Instance>(CreateInstance(L"my device"));
+        instance->Api().SetServer(AddressOfServer(choice).c_str());
+        instance->Api().SetPort(m_options.port);
+        return instance;
+    }
+
     void Start()
     {
         m_output.str({});
@@ -146,27 +140,21 @@ private:
             m_options.port = m_server->Port();
     }
 
-    /// The clients' ends of the connections that clients have closed, and the server has not.
-    [[nodiscard]] std::set<std::string> ClosedByClients() const
+    [[nodiscard]] bool HasConnectionThatItsClientClosed() const
     {
-        std::ostringstream server;
-        server << "0100007F:" << std::uppercase << std::hex << std::setw(4) << std::setfill('0') << m_options.port;
-        std::set<std::string> ends;
+        const auto server = static_cast<unsigned>(m_options.port);
         std::ifstream table("/proc/net/tcp");
-        std::string number;
-        std::string local;
-        std::string remote;
-        std::string state;
         for (std::string line; std::getline(table, line);)
         {
-            std::istringstream(line) >> number >> local >> remote >> state;
-            // The client's end waits for an acknowledgement (of all that it has sent) or for the server; the server's end, for its owner.
-            if (remote == server.str() && (state == "04" || state == "05"))
-                ends.insert(local);
-            else if (local == server.str() && state == "08")
-                ends.insert(remote);
+            unsigned local = 0;
+            unsigned remote = 0;
+            unsigned state = 0;
+            std::sscanf(line.c_str(), "%*s %*8s:%X %*8s:%X %X", &local, &remote, &state);
+            // The client's end waits for an acknowledgement of all that it has sent or for the server; the server's end, for its owner.
+            if ((remote == server && (state == 4 || state == 5)) || (local == server && state == 8))
+                return true;
         }
-        return ends;
+        return false;
     }
 
     ApplianceParts::Options m_options;

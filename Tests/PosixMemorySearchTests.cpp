@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -25,22 +26,18 @@ template <typename Text> Text Spelled(std::string_view secret)
     return Text(secret.rbegin(), secret.rend());
 }
 
-// How often the process's memory holds a secret, as characters of a width.
-int CountIn(const unsigned char* begin, const unsigned char* end, std::string_view secret, std::size_t width)
+// How often memory holds a secret, in characters of this type, which are aligned as they were allocated.
+template <typename Character> std::ptrdiff_t CountIn(std::uintptr_t begin, std::uintptr_t end, std::string_view secret)
 {
-    int count = 0;
-    const std::size_t bytes = secret.size() * width;
-    for (const unsigned char* at = begin; at + bytes <= end; ++at)
-    {
-        std::size_t same = 0;
-        while (same < bytes && at[same] == (same % width == 0 ? static_cast<unsigned char>(secret[secret.size() - 1 - same / width]) : 0))
-            ++same;
-        count += same == bytes ? 1 : 0;
-    }
+    const auto* const last = reinterpret_cast<const Character*>(end);
+    const auto find = [&](const Character* from) { return std::search(from, last, secret.rbegin(), secret.rend()); };
+    std::ptrdiff_t count = 0;
+    for (const auto* at = find(reinterpret_cast<const Character*>(begin)); at != last; at = find(at + 1))
+        ++count;
     return count;
 }
 
-int CountInMemory(std::string_view secret)
+std::ptrdiff_t CountInMemory(std::string_view secret)
 {
     secret.remove_suffix(4); // without its first characters, which a shorter text may have replaced
     std::vector<std::pair<std::uintptr_t, std::uintptr_t>> ranges;
@@ -54,17 +51,16 @@ int CountInMemory(std::string_view secret)
         if (std::sscanf(line.c_str(), "%lx-%lx %c%c", &begin, &end, &readable, &writable) == 4 && readable == 'r' && writable == 'w')
             ranges.emplace_back(begin, end);
     }
-    int count = 0;
+    std::ptrdiff_t count = 0;
     for (const auto& [begin, end] : ranges)
-        for (const std::size_t width : {sizeof(char), sizeof(wchar_t)})
-            count += CountIn(reinterpret_cast<const unsigned char*>(begin), reinterpret_cast<const unsigned char*>(end), secret, width);
+        count += CountIn<char>(begin, end, secret) + CountIn<wchar_t>(begin, end, secret);
     return count;
 }
 
 // Logs in and out; which step shows that it was no success, or left something behind. None: 0.
 int LogInAndOut(const RawServer& server)
 {
-    int left = 0;
+    std::ptrdiff_t left = 0;
     {
         const Instance library(CreateInstanceFor(server));
         static_cast<void>(library.ShakeHands());
@@ -80,7 +76,7 @@ int LogInAndOut(const RawServer& server)
         library->SetSessionToken(L"");
         left = CountInMemory(kToken);
     }
-    std::printf("token: %d, behind the instance %d; password: %d\n", left, CountInMemory(kToken), CountInMemory(kPassword));
+    std::printf("token: %td, behind the instance %td; password: %td\n", left, CountInMemory(kToken), CountInMemory(kPassword));
     std::fflush(stdout);
     return left + CountInMemory(kToken) + CountInMemory(kPassword) == 0 ? 0 : 3;
 }

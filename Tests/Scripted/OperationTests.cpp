@@ -215,7 +215,8 @@ TEST(OperationRequests, ForAListingAreCancelledBeforeTheyAreSentAndNotLater)
 {
     ScriptedClient client;
     client.Negotiate();
-    const CancelEvent cancel{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
+    const Event cancel;
+    cancel.Signal();
     TraceCapture trace;
     Caller caller;
     EXPECT_EQ(client->GetPathListing(L"/d", caller.children, caller, &cancel), Result::Cancelled);
@@ -224,11 +225,10 @@ TEST(OperationRequests, ForAListingAreCancelledBeforeTheyAreSentAndNotLater)
     EXPECT_EQ(g_script.Count("WinHttpSendRequest"), 0);
 
     ResetEvent(cancel.event);
-    g_script.replies = {{200, kItem, 0, [&] { SetEvent(cancel.event); }}};
+    g_script.replies = {{200, kItem, 0, [&] { cancel.Signal(); }}};
     caller.children = {MakeItem(7, "")};
     EXPECT_EQ(client->GetPathListing(L"/d", caller.children, caller, &cancel), 0U);
     EXPECT_EQ(caller.children.size(), 1U) << "appended to";
-    CloseHandle(cancel.event);
 }
 
 } // namespace

@@ -37,7 +37,7 @@ TEST(Transfers, DownloadsAskForTheItemWhereTheServerIsOfTheOldKind)
          {std::tuple{"1.1", R"({"device_token_auth":false})", true}, std::tuple{"1.2", R"({"device_token_auth":false})", false},
           std::tuple{"1.1", R"({"device_token_auth":true})", false}})
     {
-        for (const Operation& download : {Download(), DeltaDownload(), Range(1, 2)})
+        for (const Operation& download : {Download(), Download(true), Range(1, 2)})
         {
             Scene scene({}, version, mode);
             g_script.replies.push_back({200, kReply, 0, {}});

@@ -91,7 +91,10 @@ void ExpectNothingFound(const std::string& version)
         const std::string form = connection.Read(BodyLength(head));
         body += form;
         cookie += HeaderValue(head, "Cookie");
-        connection.Send(HttpReply(200, form.empty() ? "[]" : R"({"session_token":")" + Spelled<std::string>(kToken) + "\"}"));
+        // So large that no later allocation happens to overwrite it.
+        const std::string reply =
+            R"({"padding":")" + std::string(20'000, 'x') + R"(","session_token":")" + Spelled<std::string>(kToken) + "\"}";
+        connection.Send(HttpReply(200, form.empty() ? "[]" : reply));
         },
         version));
     // The server's copies stay with this process.

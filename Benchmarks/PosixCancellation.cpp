@@ -25,7 +25,7 @@
 
 using namespace std::chrono_literals;
 
-/// Stands before the system's: "stuck.test" takes its time, as a resolver that gets no answer.
+// Stands before the system's: "stuck.test" takes its time, as a resolver that gets no answer.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                                                                   addrinfo** result)
 {
@@ -41,11 +41,11 @@ namespace
 {
 using Clock = std::chrono::steady_clock;
 
-/// Listens and never takes a connection: what is sent to it fills the kernel's buffers.
+// Listens and never takes a connection: what is sent to it fills the kernel's buffers.
 class SilentServer
 {
 public:
-    /// @param backlog  connections that the kernel takes by itself.
+    // @param backlog  connections that the kernel takes by itself.
     explicit SilentServer(int backlog) : m_socket(::socket(AF_INET, SOCK_STREAM, 0))
     {
         sockaddr_in address = {};
@@ -89,11 +89,11 @@ struct Phase
     bool isUpload;
 };
 
-/// What is sent, and where what is received goes.
+// What is sent, and where what is received goes.
 const std::filesystem::path kSent = std::filesystem::temp_directory_path() / ("quendra-sent-" + std::to_string(::getpid()));
 const std::filesystem::path kReceived = std::filesystem::temp_directory_path() / ("quendra-received-" + std::to_string(::getpid()));
 
-/// @return the milliseconds for which a transfer goes on after its end was asked for.
+// @return the milliseconds for which a transfer goes on after its end was asked for.
 double EndOnce(IQuendraHttpAPI& api, const Phase& phase, bool byEvent, std::chrono::milliseconds delay)
 {
     const CancelEvent event{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
@@ -120,7 +120,7 @@ double EndOnce(IQuendraHttpAPI& api, const Phase& phase, bool byEvent, std::chro
     return std::chrono::duration<double, std::milli>(end - start).count();
 }
 
-/// Serves the beginning of a body, and its other bytes one by one if it trickles.
+// Serves the beginning of a body, and its other bytes one by one if it trickles.
 RawServer::Script ServeBeginning(bool trickles)
 {
     return [trickles](RawConnection& connection) {

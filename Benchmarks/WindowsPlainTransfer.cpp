@@ -97,7 +97,7 @@ private:
         return request;
     }
 
-    template <class Take> static void Receive(HINTERNET request, const Take& take)
+    template <typename Take> static void Receive(HINTERNET request, const Take& take)
     {
         Require(WinHttpReceiveResponse(request, nullptr), "WinHttpReceiveResponse");
         std::vector<char> block;

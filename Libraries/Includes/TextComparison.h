@@ -4,7 +4,7 @@
 /// Comparison of text without regard to case. To compare UTF-8 with ASCII, `EqualIgnoringAsciiCase` gives the answer of `EqualIgnoringCase`
 /// without conversion to wide text: no other letter equals an ASCII one.
 
-#include "Platform/AsciiCase.h"
+#include "Platform/Ascii.h"
 
 #include <string_view>
 

@@ -1,5 +1,6 @@
 #include "TextConversion.h"
 
+#include "Platform/Ascii.h"
 #include "Platform/Platform.h"
 
 #include <climits>
@@ -38,7 +39,7 @@ std::wstring ToWide(std::string_view text, NarrowEncoding encoding)
     if (text.empty())
         return wide;
     // Most texts are ASCII, which needs no conversion.
-    if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
+    if (IsAscii(text))
         return std::wstring(text.begin(), text.end());
     const int size = CheckedSize(text.size());
     const UINT codePage = CodePage(encoding);
@@ -52,7 +53,7 @@ std::string ToNarrow(std::wstring_view text, NarrowEncoding encoding)
     std::string narrow;
     if (text.empty())
         return narrow;
-    if (std::all_of(text.begin(), text.end(), [](wchar_t c) { return static_cast<char32_t>(c) < 0x80; }))
+    if (IsAscii(text))
     {
         narrow.resize(text.size());
         std::transform(text.begin(), text.end(), narrow.begin(), [](wchar_t c) { return static_cast<char>(c); });

@@ -10,7 +10,9 @@
 
 namespace Quendra::Platform
 {
-/// Runs the call and returns its error value; an exception becomes 8 (no memory) or the fallback.
+
+/// Runs the call and returns its error value; std::bad_alloc becomes ERROR_NOT_ENOUGH_MEMORY, another exception the
+/// fallback.
 template <typename Call> DWORD ErrorOf(Call&& call, DWORD fallback = ERROR_GEN_FAILURE) noexcept
 {
     static_assert(std::is_same_v<decltype(call()), DWORD>, "a call returns its error value");
@@ -35,4 +37,5 @@ template <typename Call> BOOL SucceedsAsCall(Call&& call, DWORD fallback = ERROR
     SetLastError(error);
     return error == ERROR_SUCCESS ? TRUE : FALSE;
 }
+
 } // namespace Quendra::Platform

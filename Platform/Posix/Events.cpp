@@ -1,5 +1,4 @@
-/// @file
-/// Events, and the closing of every kind of kernel handle.
+// Events, and the closing of every kind of kernel handle.
 
 #include "CallGuard.h"
 #include "KernelObject.h"
@@ -10,8 +9,10 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
+
 class Event final : public KernelObject
 {
 public:
@@ -29,8 +30,8 @@ public:
 
     void Reset() { m_signalled.store(false, std::memory_order_release); }
 
-    /// Transfers wait for 0 milliseconds once per block: such a wait takes neither a lock nor a system call.
-    /// @return whether the event was signalled in time; an auto-reset event is then reset, and no other waiter gets it.
+    // Transfers wait for 0 milliseconds once per block: such a wait takes neither a lock nor a system call.
+    // @return whether the event was signalled in time; an auto-reset event is then reset, and no other waiter gets it.
     bool Wait(DWORD milliseconds)
     {
         if (milliseconds == 0)
@@ -57,8 +58,8 @@ private:
     std::condition_variable m_changed;
 };
 
-/// Runs the action on the event behind the handle.
-template <class Action> BOOL WithEvent(HANDLE handle, Action action) noexcept
+// Runs the action on the event behind the handle.
+template <typename Action> BOOL WithEvent(HANDLE handle, Action action) noexcept
 {
     return SucceedsAsCall([&]() -> DWORD {
         const auto event = FindKernelObject<Event>(handle);
@@ -68,6 +69,7 @@ template <class Action> BOOL WithEvent(HANDLE handle, Action action) noexcept
         return ERROR_SUCCESS;
     });
 }
+
 } // namespace
 
 BOOL CloseHandle(HANDLE handle) noexcept
@@ -106,4 +108,5 @@ DWORD WaitForSingleObject(HANDLE event, DWORD milliseconds) noexcept
     WithEvent(event, [&](Event& found) { result = found.Wait(milliseconds) ? WAIT_OBJECT_0 : WAIT_TIMEOUT; });
     return result;
 }
+
 } // namespace Quendra::Platform

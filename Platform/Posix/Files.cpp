@@ -1,5 +1,4 @@
-/// @file
-/// Files over POSIX descriptors.
+// Files over POSIX descriptors.
 
 #include "CallGuard.h"
 #include "KernelObject.h"
@@ -19,8 +18,10 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
+
 class File final : public KernelObject
 {
 public:
@@ -38,7 +39,7 @@ DWORD LastSystemError()
     return Win32Error(errno);
 }
 
-/// Win32 has a separate error value for a missing folder in the path; POSIX has one error for both.
+// Win32 has a separate error value for a missing folder in the path; POSIX has one error for both.
 DWORD OpenError(const std::string& path)
 {
     const int error = errno;
@@ -48,7 +49,7 @@ DWORD OpenError(const std::string& path)
     return Win32Error(error);
 }
 
-/// Whether it is a device that never blocks: null, zero or full. Any other device, a pipe or a socket can block a caller forever.
+// Whether it is a device that never blocks: null, zero or full. Any other device, a pipe or a socket can block a caller forever.
 bool NeverWaits(const struct stat& status)
 {
     constexpr unsigned kMemoryDevices = 1;
@@ -56,14 +57,14 @@ bool NeverWaits(const struct stat& status)
     return S_ISCHR(status.st_mode) && major(status.st_rdev) == kMemoryDevices && (device == 3 || device == 5 || device == 7);
 }
 
-/// Enforces the sharing modes among opens through this library, in all processes. File systems without such locks have no sharing.
+// Enforces the sharing modes among opens through this library, in all processes. File systems without such locks have no sharing.
 DWORD Lock(int descriptor, DWORD sharing)
 {
     const int kind = sharing == 0 ? LOCK_EX : LOCK_SH;
     return ::flock(descriptor, kind | LOCK_NB) != 0 && errno == EWOULDBLOCK ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
 }
 
-/// Makes a file that was opened with O_NONBLOCK, which regular files ignore, ready for use. The content is truncated last.
+// Makes a file that was opened with O_NONBLOCK, which regular files ignore, ready for use. The content is truncated last.
 DWORD Prepare(int descriptor, DWORD sharing, DWORD disposition)
 {
     struct stat status = {};
@@ -103,7 +104,7 @@ DWORD Open(const std::string& path, DWORD access, DWORD sharing, DWORD dispositi
     return ERROR_SUCCESS;
 }
 
-template <class Action> BOOL WithFile(HANDLE handle, Action action) noexcept
+template <typename Action> BOOL WithFile(HANDLE handle, Action action) noexcept
 {
     return SucceedsAsCall([&]() -> DWORD {
         const auto file = FindKernelObject<File>(handle);
@@ -111,8 +112,8 @@ template <class Action> BOOL WithFile(HANDLE handle, Action action) noexcept
     });
 }
 
-/// Repeats a transfer until all bytes are moved, the file ends or it fails; bytes moved before a failure are reported.
-template <class Step> DWORD Transfer(DWORD bytes, DWORD& moved, Step step)
+// Repeats a transfer until all bytes are moved, the file ends or it fails; bytes moved before a failure are reported.
+template <typename Step> DWORD Transfer(DWORD bytes, DWORD& moved, Step step)
 {
     // One system call moves less than 2 GiB.
     constexpr DWORD kLargestStep = 0x40000000;
@@ -128,6 +129,7 @@ template <class Step> DWORD Transfer(DWORD bytes, DWORD& moved, Step step)
     }
     return ERROR_SUCCESS;
 }
+
 } // namespace
 
 HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD sharing, void* security, DWORD disposition, DWORD /*attributes*/,
@@ -230,4 +232,5 @@ BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten, vo
 void OutputDebugStringW(LPCWSTR /*text*/) noexcept
 {
 }
+
 } // namespace Quendra::Platform

@@ -15,6 +15,7 @@
 
 namespace Quendra::Platform
 {
+
 /// Allocates handle values, in one sequence for all tables of the process. Multiples of 4 differ from the values that the platform
 /// predefines.
 class HandleValues
@@ -85,4 +86,5 @@ private:
 
     std::array<Part, 64> m_parts; // so that threads with handles of their own seldom wait for each other
 };
+
 } // namespace Quendra::Platform

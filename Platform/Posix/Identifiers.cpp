@@ -1,5 +1,4 @@
-/// @file
-/// Random identifiers and their text form.
+// Random identifiers and their text form.
 
 #include "Win32.h"
 
@@ -11,12 +10,14 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
-/// Braces, 32 hexadecimal digits, four hyphens and the terminator.
+
+// Braces, 32 hexadecimal digits, four hyphens and the terminator.
 constexpr int kTextLength = 39;
 
-/// Writes the value's digits, most significant first, and returns the place after them.
+// Writes the value's digits, most significant first, and returns the place after them.
 template <typename Number> wchar_t* PutHex(wchar_t* out, Number value)
 {
     constexpr wchar_t kDigits[] = L"0123456789ABCDEF";
@@ -24,6 +25,7 @@ template <typename Number> wchar_t* PutHex(wchar_t* out, Number value)
         *out++ = kDigits[(static_cast<std::uint32_t>(value) >> shift) & 0xFU];
     return out;
 }
+
 } // namespace
 
 HRESULT CoCreateGuid(GUID* guid) noexcept
@@ -66,4 +68,5 @@ int StringFromGUID2(const GUID& guid, LPWSTR text, int capacity) noexcept
     *out = L'\0';
     return kTextLength;
 }
+
 } // namespace Quendra::Platform

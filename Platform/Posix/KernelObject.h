@@ -10,6 +10,7 @@
 
 namespace Quendra::Platform
 {
+
 /// A file or an event.
 class KernelObject
 {
@@ -31,4 +32,5 @@ template <typename Type> std::shared_ptr<Type> FindKernelObject(void* handle)
     const auto* const found = object.get();
     return found != nullptr && typeid(*found) == typeid(Type) ? std::static_pointer_cast<Type>(std::move(object)) : nullptr;
 }
+
 } // namespace Quendra::Platform

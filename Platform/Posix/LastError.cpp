@@ -2,9 +2,12 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
+
 thread_local DWORD lastError = ERROR_SUCCESS;
+
 } // namespace
 
 DWORD GetLastError() noexcept
@@ -16,4 +19,5 @@ void SetLastError(DWORD error) noexcept
 {
     lastError = error;
 }
+
 } // namespace Quendra::Platform

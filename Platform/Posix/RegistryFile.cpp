@@ -1,23 +1,22 @@
-/// @file
-/// Registry values, read from a JSON file in place of the registry:
-///
-///     {
-///         "HKEY_CURRENT_USER": {
-///             "Software\\Ostvalen\\Quendra": {
-///                 "Number": 5,                                               REG_DWORD, 0 to 4294967295
-///                 "Text": "x",                                               REG_SZ
-///                 "List": ["a", "b"],                                        REG_MULTI_SZ
-///                 "Path": {"type": "REG_EXPAND_SZ", "data": "%HOME%/x"},     any type by its name
-///                 "Bytes": {"type": "REG_BINARY", "data": "00ff"}
-///             }
-///         }
-///     }
-///
-/// HKEY_CURRENT_USER and HKEY_USERS are members of $XDG_CONFIG_HOME/quendra/registry.json (~/.config/quendra/registry.json
-/// where that variable is not set), HKEY_LOCAL_MACHINE of /etc/quendra/registry.json. Where the environment variable
-/// QUENDRA_REGISTRY is set, the file that it names stands for all three. A key is named by its whole path; key and value
-/// names are compared without regard to case. The file is read whenever a key is opened. A file that cannot be read or is
-/// malformed holds no keys, a value of a form not shown above is absent.
+// Registry values, read from a JSON file in place of the registry:
+//
+//     {
+//         "HKEY_CURRENT_USER": {
+//             "Software\\Ostvalen\\Quendra": {
+//                 "Number": 5,                                               REG_DWORD, 0 to 4294967295
+//                 "Text": "x",                                               REG_SZ
+//                 "List": ["a", "b"],                                        REG_MULTI_SZ
+//                 "Path": {"type": "REG_EXPAND_SZ", "data": "%HOME%/x"},     any type by its name
+//                 "Bytes": {"type": "REG_BINARY", "data": "00ff"}
+//             }
+//         }
+//     }
+//
+// HKEY_CURRENT_USER and HKEY_USERS are members of $XDG_CONFIG_HOME/quendra/registry.json (~/.config/quendra/registry.json
+// where that variable is not set), HKEY_LOCAL_MACHINE of /etc/quendra/registry.json. Where the environment variable
+// QUENDRA_REGISTRY is set, the file that it names stands for all three. A key is named by its whole path; key and value
+// names are compared without regard to case. The file is read whenever a key is opened. A file that cannot be read or is
+// malformed holds no keys, a value of a form not shown above is absent.
 
 #include "CallGuard.h"
 #include "HandleTable.h"
@@ -36,9 +35,11 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
-/// A larger file is not one that somebody wrote by hand.
+
+// A larger file was not written by hand and is ignored.
 constexpr std::uintmax_t kLargestFile = 1024 * 1024;
 
 using Bytes = std::vector<BYTE>;
@@ -50,7 +51,7 @@ struct RegistryValue
     Bytes data;
 };
 
-/// An open key: its values as they were when it was opened.
+// An open key: its values as they were when it was opened.
 struct RegistryKey
 {
     std::vector<RegistryValue> values;
@@ -72,14 +73,14 @@ const char* NameOf(HKEY root)
                                         : nullptr;
 }
 
-/// A value that is set and not empty.
+// A value that is set and not empty.
 const char* Environment(const char* name)
 {
     const char* const value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): nothing here writes the environment
     return value != nullptr && *value != '\0' ? value : nullptr;
 }
 
-/// An empty path where there is no such place.
+// An empty path where there is no such place.
 std::filesystem::path FileOf(HKEY root)
 {
     if (const char* const file = Environment("QUENDRA_REGISTRY"))
@@ -93,7 +94,7 @@ std::filesystem::path FileOf(HKEY root)
     return home != nullptr ? std::filesystem::path(home) / ".config/quendra/registry.json" : std::filesystem::path();
 }
 
-/// Null where there is no file or it is malformed.
+// Null where there is no file or it is malformed.
 Json::Value ReadFileOf(HKEY root)
 {
     const auto path = FileOf(root);
@@ -199,7 +200,7 @@ RegistryKey MakeKey(const Json::Value& json)
     return key;
 }
 
-/// The key, or nothing where the file has none of that path. Malformed files throw or have no keys.
+// The key, or nothing where the file has none of that path. Malformed files throw or have no keys.
 std::optional<RegistryKey> ReadKey(HKEY root, const std::wstring& path)
 {
     const auto document = ReadFileOf(root);
@@ -212,7 +213,7 @@ std::optional<RegistryKey> ReadKey(HKEY root, const std::wstring& path)
     return std::nullopt;
 }
 
-/// Copies the value's data to the caller as the registry does: without a buffer, only type and size are returned.
+// Copies the value's data to the caller as the registry does: without a buffer, only type and size are returned.
 DWORD Deliver(const RegistryValue& value, DWORD* type, BYTE* data, DWORD* size)
 {
     if (type != nullptr)
@@ -228,6 +229,7 @@ DWORD Deliver(const RegistryValue& value, DWORD* type, BYTE* data, DWORD* size)
     std::copy(value.data.begin(), value.data.end(), data);
     return ERROR_SUCCESS;
 }
+
 } // namespace
 
 LSTATUS RegOpenKeyExW(HKEY root, LPCWSTR subKey, DWORD /*options*/, REGSAM /*access*/, HKEY* key) noexcept
@@ -270,4 +272,5 @@ LSTATUS RegCloseKey(HKEY key) noexcept
     return static_cast<LSTATUS>(
         ErrorOf([&]() -> DWORD { return RegistryKeys::Instance().Remove(key) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE; }));
 }
+
 } // namespace Quendra::Platform

@@ -11,13 +11,14 @@
 
 namespace Quendra::Platform
 {
+
 /// Overwrites memory before it frees it, so that a growing container leaves no copy behind.
-template <class Type> struct WipingAllocator
+template <typename Type> struct WipingAllocator
 {
     using value_type = Type;
 
     WipingAllocator() = default;
-    template <class Other> WipingAllocator(const WipingAllocator<Other>&) noexcept {}
+    template <typename Other> WipingAllocator(const WipingAllocator<Other>&) noexcept {}
 
     Type* allocate(std::size_t count) { return std::allocator<Type>().allocate(count); }
     void deallocate(Type* memory, std::size_t count) noexcept
@@ -29,11 +30,11 @@ template <class Type> struct WipingAllocator
     bool operator==(const WipingAllocator&) const = default;
 };
 
-/// Also for bytes: a vector with an allocator of its own copies one byte at a time.
+/// Used for bytes, too: a std::vector with a custom allocator copies one byte at a time.
 using SecretText = std::basic_string<char, std::char_traits<char>, WipingAllocator<char>>;
 
 /// Wipes a text of another type at the end of the scope.
-template <class Text> struct WipedAtEnd
+template <typename Text> struct WipedAtEnd
 {
     Text text;
 
@@ -46,4 +47,5 @@ template <class Text> struct WipedAtEnd
     const WipedAtEnd<std::string> given{std::move(text)};
     return SecretText(given.text);
 }
+
 } // namespace Quendra::Platform

@@ -6,6 +6,7 @@
 
 namespace Quendra::Platform
 {
+
 /// The Win32 error value for an `errno` of a call for files.
 [[nodiscard]] inline DWORD Win32Error(int error) noexcept
 {
@@ -49,4 +50,5 @@ namespace Quendra::Platform
         return ERROR_GEN_FAILURE;
     }
 }
+
 } // namespace Quendra::Platform

@@ -1,5 +1,4 @@
-/// @file
-/// FILETIME and SYSTEMTIME: the Gregorian calendar and ticks of 100 nanoseconds since 1601-01-01 UTC.
+// FILETIME and SYSTEMTIME: the Gregorian calendar and ticks of 100 nanoseconds since 1601-01-01 UTC.
 
 #include "Win32.h"
 
@@ -7,8 +6,10 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
+
 using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
 using namespace std::chrono_literals;
 
@@ -19,6 +20,7 @@ FILETIME ToFileTime(Ticks ticks)
     const auto count = static_cast<std::uint64_t>(ticks.count());
     return {static_cast<DWORD>(count), static_cast<DWORD>(count >> 32)};
 }
+
 } // namespace
 
 BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* fileTime) noexcept
@@ -71,4 +73,5 @@ void GetSystemTimeAsFileTime(FILETIME* fileTime) noexcept
     const auto sinceUnixEpoch = std::chrono::floor<Ticks>(std::chrono::system_clock::now().time_since_epoch());
     *fileTime = ToFileTime(sinceUnixEpoch - kEpoch.time_since_epoch());
 }
+
 } // namespace Quendra::Platform

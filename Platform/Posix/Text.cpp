@@ -1,6 +1,6 @@
-/// @file
-/// Text between UTF-8 and this platform's 32-bit wchar_t.
+// Text between UTF-8 and this platform's 32-bit wchar_t.
 
+#include "../Ascii.h"
 #include "CallGuard.h"
 #include "Secret.h"
 #include "Utf8.h"
@@ -15,8 +15,10 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
+
 constexpr char32_t kReplacement = 0xFFFD;
 
 constexpr bool IsHighSurrogate(char32_t unit)
@@ -29,9 +31,9 @@ constexpr bool IsLowSurrogate(char32_t unit)
     return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-/// Calls `take` with each code point of the text; invalid ones become U+FFFD.
-/// @return whether the whole text was valid Unicode.
-template <class Take> bool ForEachCodePoint(std::wstring_view wide, Take take)
+// Calls `take` with each code point of the text; invalid ones become U+FFFD.
+// @return whether the whole text was valid Unicode.
+template <typename Take> bool ForEachCodePoint(std::wstring_view wide, Take take)
 {
     bool unicode = true;
     for (std::size_t at = 0; at < wide.size(); ++at)
@@ -55,7 +57,7 @@ bool AppendUtf8(std::wstring_view wide, std::string& utf8)
 {
     // Grow once: the text may be secret, and growing leaves copies behind.
     const std::size_t begin = utf8.size();
-    if (std::all_of(wide.begin(), wide.end(), [](wchar_t unit) { return static_cast<char32_t>(unit) < 0x80; }))
+    if (IsAscii(wide))
     {
         utf8.resize(begin + wide.size());
         std::transform(wide.begin(), wide.end(), utf8.data() + begin, [](wchar_t unit) { return static_cast<char>(unit); });
@@ -76,8 +78,8 @@ bool IsKnownCodePage(UINT codePage)
     return codePage == CP_UTF8 || codePage == CP_ACP || codePage == CP_THREAD_ACP;
 }
 
-/// Copies a converted text to the caller as Win32 does: a capacity of 0 asks for the size.
-template <class Character> DWORD Deliver(std::basic_string_view<Character> converted, Character* target, int capacity, int& count)
+// Copies a converted text to the caller as Win32 does: a capacity of 0 asks for the size.
+template <typename Character> DWORD Deliver(std::basic_string_view<Character> converted, Character* target, int capacity, int& count)
 {
     if (converted.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
         return ERROR_INVALID_PARAMETER;
@@ -91,6 +93,7 @@ template <class Character> DWORD Deliver(std::basic_string_view<Character> conve
     count = size;
     return ERROR_SUCCESS;
 }
+
 } // namespace
 
 std::string ToUtf8(std::wstring_view wide)
@@ -150,4 +153,5 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wide, int characters
     });
     return count;
 }
+
 } // namespace Quendra::Platform

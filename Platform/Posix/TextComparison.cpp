@@ -1,6 +1,6 @@
 // Ordinal comparison of wide text.
 
-#include "../AsciiCase.h"
+#include "../Ascii.h"
 #include "Win32.h"
 
 #include <algorithm>
@@ -10,6 +10,7 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
 
@@ -56,4 +57,5 @@ int CompareStringOrdinal(LPCWSTR left, int leftLength, LPCWSTR right, int rightL
     const int rightSize = rightLength == -1 ? static_cast<int>(std::wcslen(right)) : rightLength;
     return CSTR_EQUAL + Sign(left, leftSize, right, rightSize, ignoreCase);
 }
+
 } // namespace Quendra::Platform

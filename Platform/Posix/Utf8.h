@@ -9,6 +9,7 @@
 
 namespace Quendra::Platform
 {
+
 /// Surrogate pairs become their code point; lone surrogates and values beyond Unicode become U+FFFD.
 [[nodiscard]] std::string ToUtf8(std::wstring_view wide);
 
@@ -17,4 +18,5 @@ namespace Quendra::Platform
 
 /// Invalid bytes become U+FFFD.
 [[nodiscard]] std::wstring ToWideText(std::string_view utf8);
+
 } // namespace Quendra::Platform

@@ -12,6 +12,7 @@
 
 namespace Quendra::Platform
 {
+
 using BYTE = std::uint8_t;
 using WORD = std::uint16_t;
 using LONG = std::int32_t;
@@ -90,21 +91,22 @@ union LARGE_INTEGER
     LONGLONG QuadPart;
 };
 
-/// Opens, without blocking, a regular file or a device that never blocks (null, zero, full). A folder fails with 5, everything else with
-/// 50. Without sharing, every other open is excluded; with any sharing, opens without it are. A conflict fails with 32. Only opens by this
-/// call take part, and only on file systems that have locks (flock); a file can always be deleted.
+/// Opens, without blocking, a regular file or a device that never blocks (null, zero, full). A folder fails with ERROR_ACCESS_DENIED,
+/// everything else with ERROR_NOT_SUPPORTED. Without sharing, every other open is excluded; with any sharing, opens without it are. A
+/// conflict fails with ERROR_SHARING_VIOLATION. Only opens by this call take part, and only on file systems that have locks (flock); a file
+/// can always be deleted.
 QUENDRA_PLATFORM_API HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD sharing, void* security, DWORD disposition, DWORD attributes,
                                         HANDLE pattern) noexcept;
-/// Makes a path absolute. Dots in it stay, because links decide where they lead. The file part must be null (else 87).
+/// Makes a path absolute. Dots in it stay, because links decide where they lead. The file part must be null (else ERROR_INVALID_PARAMETER).
 /// @return how many characters were written without the terminator, or with it where they do not fit; 0 on failure.
 QUENDRA_PLATFORM_API DWORD GetFullPathNameW(LPCWSTR path, DWORD capacity, LPWSTR fullPath, LPWSTR* filePart) noexcept;
 /// A regular file is a disk file, a device a character file.
 QUENDRA_PLATFORM_API DWORD GetFileType(HANDLE file) noexcept;
 QUENDRA_PLATFORM_API BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept;
 QUENDRA_PLATFORM_API BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method) noexcept;
-/// The overlapped argument must be null (else 87); a read at the end gives 0 bytes.
+/// The overlapped argument must be null (else ERROR_INVALID_PARAMETER); a read at the end gives 0 bytes.
 QUENDRA_PLATFORM_API BOOL ReadFile(HANDLE file, LPVOID buffer, DWORD bytes, DWORD* bytesRead, void* overlapped) noexcept;
-/// The overlapped argument must be null (else 87).
+/// The overlapped argument must be null (else ERROR_INVALID_PARAMETER).
 QUENDRA_PLATFORM_API BOOL WriteFile(HANDLE file, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten, void* overlapped) noexcept;
 
 /// Linux has no debugger output: the text is dropped.
@@ -171,9 +173,9 @@ struct SYSTEMTIME
     WORD wMilliseconds;
 };
 
-/// Fails with 87 on an impossible date or time, or a year outside 1601 to 30827.
+/// Fails with ERROR_INVALID_PARAMETER on an impossible date or time, or a year outside 1601 to 30827.
 QUENDRA_PLATFORM_API BOOL SystemTimeToFileTime(const SYSTEMTIME* time, FILETIME* fileTime) noexcept;
-/// Fails with 87 on a value of 0x8000000000000000 or more.
+/// Fails with ERROR_INVALID_PARAMETER on a value of 0x8000000000000000 or more.
 QUENDRA_PLATFORM_API BOOL FileTimeToSystemTime(const FILETIME* fileTime, SYSTEMTIME* time) noexcept;
 QUENDRA_PLATFORM_API void GetSystemTimeAsFileTime(FILETIME* fileTime) noexcept;
 
@@ -181,4 +183,5 @@ QUENDRA_PLATFORM_API void GetSystemTimeAsFileTime(FILETIME* fileTime) noexcept;
 
 /// Returns the number of characters written with the terminator (39), or 0 where they do not fit.
 QUENDRA_PLATFORM_API int StringFromGUID2(const GUID& guid, LPWSTR text, int capacity) noexcept;
+
 } // namespace Quendra::Platform

@@ -1,5 +1,4 @@
-/// @file
-/// WinHTTP's calls: they check arguments, look up handles and convert text; the objects in Http/ do the rest.
+// WinHTTP's calls: they check arguments, look up handles and convert text; the objects in Http/ do the rest.
 
 #include "WinHttp.h"
 
@@ -20,10 +19,12 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
-/// Runs the action on the object behind the handle, which must be of that type.
-template <class Type, class Action> BOOL With(HINTERNET handle, Action action) noexcept
+
+// Runs the action on the object behind the handle, which must be of that type.
+template <typename Type, typename Action> BOOL With(HINTERNET handle, Action action) noexcept
 {
     return SucceedsAsCall(
         [&]() -> DWORD {
@@ -43,12 +44,12 @@ HINTERNET Publish(const std::shared_ptr<HttpObject>& object)
     return handle;
 }
 
-template <class Type, class... Arguments> HINTERNET MakeHandle(Arguments&&... arguments)
+template <typename Type, typename... Arguments> HINTERNET MakeHandle(Arguments&&... arguments)
 {
     return Publish(std::make_shared<Type>(std::forward<Arguments>(arguments)...));
 }
 
-/// A caller's header text; a length of -1 means that it is NUL-terminated.
+// A caller's header text; a length of -1 means that it is NUL-terminated.
 SecretText HeaderText(LPCWSTR headers, DWORD length)
 {
     constexpr DWORD kNulTerminated = 0xFFFFFFFF;
@@ -63,7 +64,7 @@ bool IsVerb(const std::string& verb)
     return !verb.empty() && verb.find_first_not_of(kToken) == std::string::npos;
 }
 
-/// The timeout that an option sets; null for another option.
+// The timeout that an option sets; null for another option.
 int* TimeoutOf(Timeouts& timeouts, DWORD option)
 {
     switch (option)
@@ -81,8 +82,8 @@ int* TimeoutOf(Timeouts& timeouts, DWORD option)
     }
 }
 
-/// Copies an option's value to the caller; if it does not fit, only its size.
-template <class Value> DWORD DeliverValue(const Value& value, LPVOID buffer, DWORD* length)
+// Copies an option's value to the caller; if it does not fit, only its size.
+template <typename Value> DWORD DeliverValue(const Value& value, LPVOID buffer, DWORD* length)
 {
     if (length == nullptr)
         return ERROR_INVALID_PARAMETER;
@@ -94,7 +95,7 @@ template <class Value> DWORD DeliverValue(const Value& value, LPVOID buffer, DWO
     return ERROR_SUCCESS;
 }
 
-/// Copies a text with its terminator to the caller; if it does not fit, only the number of bytes that it needs.
+// Copies a text with its terminator to the caller; if it does not fit, only the number of bytes that it needs.
 DWORD DeliverText(const std::wstring& text, LPVOID buffer, DWORD* length)
 {
     const auto bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
@@ -108,6 +109,7 @@ DWORD DeliverText(const std::wstring& text, LPVOID buffer, DWORD* length)
     *length = bytes;
     return ERROR_SUCCESS;
 }
+
 } // namespace
 
 HINTERNET WinHttpOpen(LPCWSTR userAgent, DWORD accessType, LPCWSTR proxy, LPCWSTR proxyBypass, DWORD flags) noexcept
@@ -346,4 +348,5 @@ void EndOnEvent(HINTERNET request, HANDLE event) noexcept
         return ERROR_SUCCESS;
     });
 }
+
 } // namespace Quendra::Platform

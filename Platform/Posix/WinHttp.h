@@ -1,15 +1,16 @@
 #pragma once
 
 /// @file
-/// WinHTTP's synchronous calls, over libcurl. Names, arguments, results and error values are those of the Windows documentation of WinHTTP;
-/// comments state only the differences on Linux. Handles may be used from any thread, one call on a request at a time, except
-/// `WinHttpCloseHandle`: it may be called from another thread at any time and ends a blocked call on that handle at once, with 12017. A
-/// closed handle fails every later call with 6.
+/// WinHTTP's synchronous calls, over libcurl. Names, arguments, results and error values are those of the Windows documentation of
+/// WinHTTP; comments state only the differences on Linux. Handles may be used from any thread, one call on a request at a time, except
+/// `WinHttpCloseHandle`: it may be called from another thread at any time and ends a blocked call on that handle at once, with
+/// ERROR_WINHTTP_OPERATION_CANCELLED. A closed handle fails every later call with ERROR_INVALID_HANDLE.
 
 #include "Win32.h"
 
 namespace Quendra::Platform
 {
+
 using HINTERNET = void*;
 using INTERNET_PORT = WORD;
 
@@ -23,12 +24,20 @@ inline constexpr DWORD ERROR_WINHTTP_INCORRECT_HANDLE_TYPE = 12018;
 inline constexpr DWORD ERROR_WINHTTP_INCORRECT_HANDLE_STATE = 12019;
 inline constexpr DWORD ERROR_WINHTTP_CANNOT_CONNECT = 12029;
 inline constexpr DWORD ERROR_WINHTTP_CONNECTION_ERROR = 12030;
+inline constexpr DWORD ERROR_WINHTTP_SECURE_CERT_DATE_INVALID = 12037;
+inline constexpr DWORD ERROR_WINHTTP_SECURE_CERT_CN_INVALID = 12038;
 inline constexpr DWORD ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED = 12044;
+inline constexpr DWORD ERROR_WINHTTP_SECURE_INVALID_CA = 12045;
+inline constexpr DWORD ERROR_WINHTTP_SECURE_CERT_REV_FAILED = 12057;
 inline constexpr DWORD ERROR_WINHTTP_HEADER_NOT_FOUND = 12150;
 inline constexpr DWORD ERROR_WINHTTP_INVALID_SERVER_RESPONSE = 12152;
 inline constexpr DWORD ERROR_WINHTTP_INVALID_HEADER = 12153;
 inline constexpr DWORD ERROR_WINHTTP_HEADER_ALREADY_EXISTS = 12155;
+inline constexpr DWORD ERROR_WINHTTP_SECURE_CHANNEL_ERROR = 12157;
+inline constexpr DWORD ERROR_WINHTTP_SECURE_INVALID_CERT = 12169;
+inline constexpr DWORD ERROR_WINHTTP_SECURE_CERT_REVOKED = 12170;
 inline constexpr DWORD ERROR_WINHTTP_SECURE_FAILURE = 12175;
+inline constexpr DWORD ERROR_WINHTTP_SECURE_CERT_WRONG_USAGE = 12179;
 
 inline constexpr DWORD WINHTTP_ACCESS_TYPE_DEFAULT_PROXY = 0;
 inline constexpr DWORD WINHTTP_FLAG_SECURE = 0x00800000;
@@ -91,11 +100,12 @@ inline const LPVOID WINHTTP_NO_REQUEST_DATA = nullptr;
 inline const LPCWSTR WINHTTP_HEADER_NAME_BY_INDEX = nullptr;
 inline DWORD* const WINHTTP_NO_HEADER_INDEX = nullptr;
 
-/// The certificates that are trusted are the system's, or those that SSL_CERT_FILE and SSL_CERT_DIR name when a session is opened.
-/// The access type must be `WINHTTP_ACCESS_TYPE_DEFAULT_PROXY` (the proxy is taken from the environment), the flags 0 (else 87).
+/// The certificates that are trusted are the system's, or those that SSL_CERT_FILE and SSL_CERT_DIR name when a session is opened. The
+/// access type must be `WINHTTP_ACCESS_TYPE_DEFAULT_PROXY` (the proxy is taken from the environment), the flags 0 (else
+/// ERROR_INVALID_PARAMETER).
 QUENDRA_PLATFORM_API HINTERNET WinHttpOpen(LPCWSTR userAgent, DWORD accessType, LPCWSTR proxy, LPCWSTR proxyBypass, DWORD flags) noexcept;
-/// A text that cannot be a server's name (such as one with a port or a path) fails with 12007 when a request is sent. Letters beyond ASCII
-/// make an internationalised name.
+/// A text that cannot be a server's name (such as one with a port or a path) fails with ERROR_WINHTTP_NAME_NOT_RESOLVED when a request is
+/// sent. Letters beyond ASCII make an internationalised name.
 QUENDRA_PLATFORM_API HINTERNET WinHttpConnect(HINTERNET session, LPCWSTR server, INTERNET_PORT port, DWORD reserved) noexcept;
 QUENDRA_PLATFORM_API HINTERNET WinHttpOpenRequest(HINTERNET connection, LPCWSTR verb, LPCWSTR path, LPCWSTR version, LPCWSTR referrer,
                                                   LPCWSTR* acceptTypes, DWORD flags) noexcept;
@@ -111,23 +121,26 @@ QUENDRA_PLATFORM_API BOOL WinHttpSetTimeouts(HINTERNET handle, int resolve, int 
 QUENDRA_PLATFORM_API WINHTTP_STATUS_CALLBACK WinHttpSetStatusCallback(HINTERNET handle, WINHTTP_STATUS_CALLBACK callback,
                                                                       DWORD notifications, DWORD_PTR reserved) noexcept;
 /// Supports the context value on any handle, the four timeout options, of 4 bytes each, on a session or a request, and the redirect policy
-/// "never", which always applies on Linux; another policy fails with 87, another option with 12009.
+/// "never", which always applies on Linux; another policy fails with ERROR_INVALID_PARAMETER, another option with
+/// ERROR_WINHTTP_INVALID_OPTION.
 QUENDRA_PLATFORM_API BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD length) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD* length) noexcept;
-/// A line without a name and a colon fails with 12153; lines before it stay added.
+/// A line without a name and a colon fails with ERROR_WINHTTP_INVALID_HEADER; lines before it stay added.
 QUENDRA_PLATFORM_API BOOL WinHttpAddRequestHeaders(HINTERNET request, LPCWSTR headers, DWORD length, DWORD modifiers) noexcept;
 /// A `Content-Length` among the headers announces a body of any size for `WinHttpWriteData`. If a kept connection turns out to be closed,
 /// only GET and HEAD without a body are sent again; other requests use a kept connection only within three seconds of its last use. The
-/// session's cookies precede those of a `Cookie` header. A path of more than 512 KiB fails with 12005, header lines of more than 256 KiB
-/// with 12153. If a proxy refuses the tunnel, its status is the reply's.
+/// session's cookies precede those of a `Cookie` header. A path of more than 512 KiB fails with ERROR_WINHTTP_INVALID_URL, header lines of
+/// more than 256 KiB with ERROR_WINHTTP_INVALID_HEADER. If a proxy refuses the tunnel, its status is the reply's.
 QUENDRA_PLATFORM_API BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers, DWORD headersLength, LPVOID optional, DWORD optionalLength,
                                              DWORD totalLength, DWORD_PTR context) noexcept;
-/// More than was announced fails with 12019. If the server has already refused the request, the bytes count as written.
+/// More than was announced fails with ERROR_WINHTTP_INCORRECT_HANDLE_STATE. If the server has already refused the request, the bytes count
+/// as written.
 QUENDRA_PLATFORM_API BOOL WinHttpWriteData(HINTERNET request, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten) noexcept;
-/// Redirects are not followed. A reply fails with 12152 if its length is not a number or is stated twice with different values, if its
-/// header lines, trailers included, exceed 256 KiB, or if one of them exceeds 100 KiB. A length is ignored if the body is chunked.
+/// Redirects are not followed. A reply fails with ERROR_WINHTTP_INVALID_SERVER_RESPONSE if its length is not a number or is stated twice
+/// with different values, if its header lines, trailers included, exceed 256 KiB, or if one of them exceeds 100 KiB. A length is ignored if
+/// the body is chunked.
 QUENDRA_PLATFORM_API BOOL WinHttpReceiveResponse(HINTERNET request, LPVOID reserved) noexcept;
-/// Supports the status code, the content length and the location, as text; others fail with 87.
+/// Supports the status code, the content length and the location, as text; others fail with ERROR_INVALID_PARAMETER.
 QUENDRA_PLATFORM_API BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID buffer, DWORD* length,
                                               DWORD* index) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpQueryDataAvailable(HINTERNET request, DWORD* bytes) noexcept;
@@ -138,4 +151,5 @@ QUENDRA_PLATFORM_API BOOL WinHttpCloseHandle(HINTERNET handle) noexcept;
 /// signalled. A wait that sees an auto-reset event resets it.
 /// @param event  must stay valid until the request's handle is closed; null: none.
 QUENDRA_PLATFORM_API void EndOnEvent(HINTERNET request, HANDLE event) noexcept;
+
 } // namespace Quendra::Platform

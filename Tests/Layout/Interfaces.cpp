@@ -6,7 +6,7 @@
 #include "QuendraHttp/Transport.h"
 
 // The constructor of a derived class needs the table of its base.
-template <class Interface> struct Probe : Interface
+template <typename Interface> struct Probe : Interface
 {
     Probe() {}
 };

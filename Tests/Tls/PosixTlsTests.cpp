@@ -19,9 +19,9 @@ namespace
 {
 template <auto Free> struct Freeing
 {
-    template <class Type> void operator()(Type* object) const { Free(object); }
+    template <typename Type> void operator()(Type* object) const { Free(object); }
 };
-template <class Type, auto Free> using Owned = std::unique_ptr<Type, Freeing<Free>>;
+template <typename Type, auto Free> using Owned = std::unique_ptr<Type, Freeing<Free>>;
 
 /// OpenSSL takes TLS 1.0 here, as an administrator may have set it for the sake of another program.
 const bool g_takesOldVersions = [] {

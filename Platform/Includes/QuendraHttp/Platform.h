@@ -32,6 +32,7 @@
 
 namespace Quendra::Platform
 {
+
 using BOOL = int;
 using DWORD = std::uint32_t;
 using HRESULT = std::int32_t;
@@ -52,15 +53,15 @@ inline constexpr DWORD WAIT_TIMEOUT = 258;
 inline constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 inline constexpr DWORD INFINITE = 0xFFFFFFFF;
 
-/// Closes a file or event handle. Closing a null or invalid handle fails with 6.
+/// Closes a file or event handle. Closing a null or invalid handle fails with ERROR_INVALID_HANDLE.
 QUENDRA_PLATFORM_API BOOL CloseHandle(HANDLE handle) noexcept;
 
-/// Makes an unnamed event: attributes and name must be null (else 87).
+/// Makes an unnamed event: attributes and name must be null (else ERROR_INVALID_PARAMETER).
 QUENDRA_PLATFORM_API HANDLE CreateEventW(void* attributes, BOOL manualReset, BOOL initialState, LPCWSTR name) noexcept;
 QUENDRA_PLATFORM_API BOOL SetEvent(HANDLE event) noexcept;
 QUENDRA_PLATFORM_API BOOL ResetEvent(HANDLE event) noexcept;
 
-/// Waits for an event; any other handle fails with 6.
+/// Waits for an event; any other handle fails with ERROR_INVALID_HANDLE.
 QUENDRA_PLATFORM_API DWORD WaitForSingleObject(HANDLE event, DWORD milliseconds) noexcept;
 
 // Identifiers (<combaseapi.h>).
@@ -69,5 +70,6 @@ inline constexpr HRESULT S_OK = 0;
 
 /// A random (version 4, RFC 4122) identifier from the system's random source.
 QUENDRA_PLATFORM_API HRESULT CoCreateGuid(GUID* guid) noexcept;
+
 } // namespace Quendra::Platform
 #endif

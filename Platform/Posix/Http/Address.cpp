@@ -1,5 +1,6 @@
 #include "Address.h"
 
+#include "../../Ascii.h"
 #include "CurlShare.h"
 
 #include <curl/curl.h>
@@ -12,8 +13,10 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
+
 bool IsIpv6(const std::string& text)
 {
     in6_addr address = {};
@@ -29,7 +32,7 @@ struct TextCleanup
     void operator()(char* text) const noexcept { curl_free(text); }
 };
 
-/// Sets the calling thread's locale to UTF-8 for its lifetime, whatever locale the process has set.
+// Sets the calling thread's locale to UTF-8 for its lifetime, whatever locale the process has set.
 class Utf8Locale
 {
 public:
@@ -49,7 +52,7 @@ private:
     const locale_t m_previous;
 };
 
-/// The ASCII form of an internationalised name, as it is resolved. libcurl reads the name in the locale's encoding.
+// The ASCII form of an internationalised name, as it is resolved. libcurl reads the name in the locale's encoding.
 std::optional<std::string> ToAsciiName(const std::string& name)
 {
     StartCurl();
@@ -65,8 +68,8 @@ std::optional<std::string> ToAsciiName(const std::string& name)
     return std::string(text);
 }
 
-/// Whether the text holds what ends a name in a URL, or stands in none.
-bool HoldsForeign(std::string_view name)
+// Whether the text contains a character that no host name in a URL may contain.
+bool HasInvalidHostCharacter(std::string_view name)
 {
     return std::any_of(name.begin(), name.end(), [](char c) {
         return static_cast<unsigned char>(c) <= ' ' || c == '\x7F' ||
@@ -74,11 +77,12 @@ bool HoldsForeign(std::string_view name)
     });
 }
 
-bool MayStandInTarget(char character)
+bool IsAllowedInTarget(char character)
 {
     constexpr std::string_view kAllowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$&'()*+,;=:@/?%";
     return kAllowed.find(character) != std::string_view::npos;
 }
+
 } // namespace
 
 std::string Address::Origin() const
@@ -103,15 +107,15 @@ std::optional<std::string> HostForUrl(std::string_view server)
     {
         // The percent sign before a zone is escaped in a URL.
         const auto name = zone == server.size() ? std::string() : "%25" + std::string(server.substr(zone + 1));
-        const bool isZone = std::all_of(name.begin(), name.end(), MayStandInTarget) && name.find('/') == std::string::npos;
+        const bool isZone = std::all_of(name.begin(), name.end(), IsAllowedInTarget) && name.find('/') == std::string::npos;
         return isZone ? std::optional("[" + std::string(server.substr(0, zone)) + name + "]") : std::nullopt;
     }
-    if (server.empty() || HoldsForeign(server))
+    if (server.empty() || HasInvalidHostCharacter(server))
         return std::nullopt;
-    const bool isAscii = std::all_of(server.begin(), server.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-    const auto name = isAscii ? std::optional(std::string(server)) : ToAsciiName(std::string(server));
-    // Wide forms of '/', ':' and '@' become the plain ones, behind which another host could stand.
-    return name && !HoldsForeign(*name) ? name : std::nullopt;
+    const auto name = IsAscii(server) ? std::optional(std::string(server)) : ToAsciiName(std::string(server));
+    // Check again: the conversion turns full-width forms of '/', ':' and '@' into the ASCII ones, which could make the URL name another
+    // host.
+    return name && !HasInvalidHostCharacter(*name) ? name : std::nullopt;
 }
 
 SecretText TargetForPath(std::string_view path)
@@ -123,7 +127,7 @@ SecretText TargetForPath(std::string_view path)
         target.push_back('/');
     for (const char character : path)
     {
-        if (MayStandInTarget(character))
+        if (IsAllowedInTarget(character))
         {
             target.push_back(character);
             continue;
@@ -135,4 +139,5 @@ SecretText TargetForPath(std::string_view path)
     }
     return target;
 }
+
 } // namespace Quendra::Platform

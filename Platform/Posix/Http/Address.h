@@ -12,6 +12,7 @@
 
 namespace Quendra::Platform
 {
+
 struct Address
 {
     bool secure = false;
@@ -30,4 +31,5 @@ struct Address
 
 /// The request target for a path: invalid characters are percent-escaped, existing escapes are kept, a missing leading '/' is added.
 [[nodiscard]] SecretText TargetForPath(std::string_view path);
+
 } // namespace Quendra::Platform

@@ -4,13 +4,16 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
+
 int Index() noexcept
 {
     static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
     return index;
 }
+
 } // namespace
 
 void CertificateDemand::AttachTo(EasyHandle& easy)
@@ -31,4 +34,5 @@ CURLcode CertificateDemand::Watch(CURL*, void* context, void* self) noexcept
     });
     return static_cast<CertificateDemand*>(self)->m_trusted.ApplyTo(*tls);
 }
+
 } // namespace Quendra::Platform

@@ -8,8 +8,9 @@
 
 namespace Quendra::Platform
 {
-/// Up to TLS 1.2 a server that demands a certificate refuses the handshake with an alert that has many causes. What tells this cause is
-/// that the server asked for a certificate before. Used by one thread at a time; outlives the connections that it watches.
+
+/// Up to TLS 1.2 a server that demands a client certificate ends the handshake with an alert that has many possible causes. Only the
+/// request for a certificate before it identifies this cause. Used by one thread at a time; outlives the connections that it watches.
 class CertificateDemand
 {
 public:
@@ -30,4 +31,5 @@ private:
     CertificateStore& m_trusted;
     bool m_isMade = false;
 };
+
 } // namespace Quendra::Platform

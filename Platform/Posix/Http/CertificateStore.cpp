@@ -6,9 +6,11 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
-/// The files are read again after this time, so that a program that runs for weeks takes changed certificates.
+
+// The files are read again after this time, so that a program that runs for weeks takes changed certificates.
 constexpr std::chrono::hours kLongestUse(24);
 
 std::string Environment(const char* name, const char* otherwise)
@@ -23,6 +25,7 @@ const curl_version_info_data& CurlVersion()
     static const auto* const version = curl_version_info(CURLVERSION_NOW);
     return *version;
 }
+
 } // namespace
 
 CertificateStore::CertificateStore()
@@ -59,4 +62,5 @@ bool CertificateStore::Load() noexcept
     m_loaded = Clock::now();
     return true;
 }
+
 } // namespace Quendra::Platform

@@ -14,6 +14,7 @@
 
 namespace Quendra::Platform
 {
+
 /// The system's authorities, or those that SSL_CERT_FILE and SSL_CERT_DIR name when the object is made. Thread-safe.
 class CertificateStore
 {
@@ -44,4 +45,5 @@ private:
     std::unique_ptr<X509_STORE, Free> m_store;
     Clock::time_point m_loaded;
 };
+
 } // namespace Quendra::Platform

@@ -12,10 +12,13 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
-/// Idle connections are closed after this time: many servers and proxies close theirs after a minute.
+
+// Idle connections are closed after this time: many servers and proxies close theirs after a minute.
 constexpr std::chrono::seconds kLongestIdle(50);
+
 } // namespace
 
 PooledConnection::PooledConnection(std::string origin, CertificateStore& trusted)
@@ -77,7 +80,7 @@ ConnectionPool::Borrowed ConnectionPool::Borrow(const std::string& origin, Certi
     return {connection.release(), Return(shared_from_this())};
 }
 
-/// Removes and returns the connections that have been idle for too long.
+// Removes and returns the connections that have been idle for too long.
 ConnectionPool::Connections ConnectionPool::TakeExpired()
 {
     const auto firstKept = std::find_if(m_idle.begin(), m_idle.end(), [](const auto& idle) { return idle->IdleTime() <= kLongestIdle; });
@@ -103,4 +106,5 @@ void ConnectionPool::Return::operator()(PooledConnection* connection) const noex
         return;
     }
 }
+
 } // namespace Quendra::Platform

@@ -22,6 +22,7 @@
 
 namespace Quendra::Platform
 {
+
 class PooledConnection
 {
 public:
@@ -95,4 +96,5 @@ private:
     std::mutex m_mutex;
     Connections m_idle; // ordered by last use
 };
+
 } // namespace Quendra::Platform

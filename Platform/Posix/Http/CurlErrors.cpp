@@ -2,6 +2,7 @@
 
 namespace Quendra::Platform
 {
+
 DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noexcept
 {
     // With TLS 1.3 the server reports this after the handshake, as an alert; curl returns a general receive error.
@@ -12,7 +13,7 @@ DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noe
     case CURLE_OK:
         return ERROR_SUCCESS;
     case CURLE_OUT_OF_MEMORY:
-        // curl reports a line beyond its limit as out of memory. In a reply that is the far more likely cause.
+        // curl also reports a line that exceeds its limit as out of memory. While a reply arrives, that cause is far more likely.
         return isConnected ? ERROR_WINHTTP_INVALID_SERVER_RESPONSE : ERROR_NOT_ENOUGH_MEMORY;
     case CURLE_OPERATION_TIMEDOUT:
         return ERROR_WINHTTP_TIMEOUT;
@@ -51,4 +52,5 @@ DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noe
         return ERROR_WINHTTP_INTERNAL_ERROR;
     }
 }
+
 } // namespace Quendra::Platform

@@ -8,11 +8,13 @@
 
 namespace Quendra::Platform
 {
+
 // NOLINTBEGIN(cppcoreguidelines-no-malloc): these are malloc and its kind for libcurl
 namespace
 {
-/// Wipes a block up to the first page that holds zeros alone. curl fills its large buffers from the beginning, and a buffer usually gets
-/// the memory of the one before it, which was wiped: the rest need not be written again for each request.
+
+// Wipes a block up to the first page that holds zeros alone. curl fills its large buffers from the beginning, and a buffer usually gets
+// the memory of the one before it, which was wiped: the rest need not be written again for each request.
 void Wipe(void* memory)
 {
     constexpr std::size_t kPage = 4096;
@@ -51,6 +53,7 @@ void* Reallocate(void* memory, std::size_t size)
     }
     return grown;
 }
+
 } // namespace
 
 void StartCurl()
@@ -84,4 +87,5 @@ void CurlShare::Unlock(CURL*, curl_lock_data data, void* self) noexcept
 {
     static_cast<CurlShare*>(self)->m_locks[data].unlock();
 }
+
 } // namespace Quendra::Platform

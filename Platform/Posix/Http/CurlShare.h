@@ -11,6 +11,7 @@
 
 namespace Quendra::Platform
 {
+
 /// Starts libcurl, once per process, with memory functions that overwrite memory before they free it.
 /// @throws std::bad_alloc
 void StartCurl();
@@ -39,4 +40,5 @@ private:
     std::array<std::mutex, CURL_LOCK_DATA_LAST> m_locks;
     std::unique_ptr<CURLSH, Cleanup> m_share;
 };
+
 } // namespace Quendra::Platform

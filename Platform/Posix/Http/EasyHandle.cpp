@@ -7,8 +7,10 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
+
 // The most bytes that one receive takes. A reply to a request with a body is short.
 constexpr long kReceiveBytes = 128 * 1024;
 constexpr long kReceiveShortBytes = 16 * 1024;
@@ -21,6 +23,7 @@ constexpr long kUnlimited = std::numeric_limits<int>::max();
 // Seconds of silence before a TCP keep-alive probe, and between probes.
 constexpr long kProbeAfter = 30;
 constexpr long kProbeEach = 10;
+
 } // namespace
 
 EasyHandle::EasyHandle() : m_easy(curl_easy_init())
@@ -89,4 +92,5 @@ void EasyHandle::SetBody(const TransferRequest& request)
     else if (request.verb == "HEAD")
         Set(CURLOPT_NOBODY, 1L);
 }
+
 } // namespace Quendra::Platform

@@ -18,6 +18,7 @@
 
 namespace Quendra::Platform
 {
+
 /// What an exchange sends.
 struct TransferRequest
 {
@@ -51,7 +52,7 @@ public:
     const char* ErrorText() const noexcept { return m_errorText.data(); }
 
     /// @throws std::bad_alloc, and std::runtime_error where libcurl refuses the option
-    template <class Value> void Set(CURLoption option, Value value)
+    template <typename Value> void Set(CURLoption option, Value value)
     {
         const CURLcode result = curl_easy_setopt(m_easy.get(), option, value); // NOLINT(cppcoreguidelines-pro-type-vararg)
         if (result == CURLE_OUT_OF_MEMORY)
@@ -61,7 +62,7 @@ public:
     }
 
     /// A value of the exchange; 0 or null where curl has none.
-    template <class Value> Value Info(CURLINFO info) const noexcept
+    template <typename Value> Value Info(CURLINFO info) const noexcept
     {
         Value value = {};
         curl_easy_getinfo(m_easy.get(), info, &value); // NOLINT(cppcoreguidelines-pro-type-vararg)
@@ -85,4 +86,5 @@ private:
     std::unique_ptr<curl_slist, ListCleanup> m_headerLines;
     std::unique_ptr<CURL, EasyCleanup> m_easy; // destroyed before what it uses
 };
+
 } // namespace Quendra::Platform

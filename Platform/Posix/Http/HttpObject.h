@@ -5,10 +5,37 @@
 
 #include "../HandleTable.h"
 #include "../WinHttp.h"
-#include "Guarded.h"
+
+#include <mutex>
+#include <utility>
 
 namespace Quendra::Platform
 {
+
+/// A value that one thread may change while another reads it.
+template <typename Value> class Guarded
+{
+public:
+    explicit Guarded(Value value) : m_value(std::move(value)) {}
+
+    Value Get() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_value;
+    }
+
+    /// Changes the value atomically.
+    template <typename Change> void Update(Change change)
+    {
+        const std::lock_guard lock(m_mutex);
+        change(m_value);
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    Value m_value;
+};
+
 /// Milliseconds; 0 or less is no limit.
 struct Timeouts
 {
@@ -18,7 +45,7 @@ struct Timeouts
     int receive = 30'000;
 };
 
-/// Who is notified of what; without a callback nobody is.
+/// The status callback and the notifications that it gets; null for none.
 struct StatusListener
 {
     WINHTTP_STATUS_CALLBACK callback = nullptr;
@@ -60,4 +87,5 @@ public:
 
     Guarded<Timeouts> timeouts;
 };
+
 } // namespace Quendra::Platform

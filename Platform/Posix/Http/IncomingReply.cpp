@@ -7,18 +7,21 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
-/// The most bytes of the body that are buffered for the caller; beyond this, receiving pauses.
+
+// The most bytes of the body that are buffered for the caller; beyond this, receiving pauses.
 constexpr std::size_t kMaxBuffered = 256 * 1024;
 
-/// The most bytes of all header lines, including interim replies and trailers.
+// The most bytes of all header lines, including interim replies and trailers.
 constexpr std::uint64_t kMaxHeaderBytes = 256 * 1024;
 
 bool IsBlankLine(std::string_view line)
 {
     return line == "\r\n" || line == "\n";
 }
+
 } // namespace
 
 void IncomingReply::AttachTo(EasyHandle& easy)
@@ -83,4 +86,5 @@ std::size_t IncomingReply::OnBody(const char* bytes, std::size_t size, std::size
     reply.m_bodyBytes += length;
     return length;
 }
+
 } // namespace Quendra::Platform

@@ -14,6 +14,7 @@
 
 namespace Quendra::Platform
 {
+
 /// Buffers what curl delivers until the caller takes it. Receiving is paused while the buffer is full.
 class IncomingReply
 {
@@ -21,7 +22,7 @@ public:
     /// Sets curl's callbacks. This object must outlive the easy handle.
     void AttachTo(EasyHandle& easy);
 
-    /// Stands for a reply that curl does not deliver.
+    /// Sets a reply that curl does not deliver: that of a proxy.
     void Replace(long status, std::string_view body);
 
     /// The head of the final reply, once it has arrived.
@@ -58,4 +59,5 @@ private:
     DWORD m_error = ERROR_SUCCESS;
     bool m_isPaused = false;
 };
+
 } // namespace Quendra::Platform

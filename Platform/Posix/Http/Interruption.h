@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// What ends a call that waits for the network: another thread that closes the request's handle, or the caller's event.
+/// Ends a call that waits for the network when another thread closes the request's handle or the caller's event is signalled.
 
 #include "../Win32.h"
 
@@ -12,6 +12,7 @@
 
 namespace Quendra::Platform
 {
+
 /// A flag that is set once; setting it wakes the thread that drives the request's transfer.
 class Interruption
 {
@@ -25,7 +26,7 @@ public:
             curl_multi_wakeup(m_driven);
     }
 
-    /// An event that ends waiting calls, too; for the thread that makes these.
+    /// Sets an event that ends waiting calls, too. To be called by the thread that makes these calls.
     void SetEvent(HANDLE event) noexcept { m_event = event; }
     bool HasEvent() const noexcept { return m_event != nullptr; }
     bool IsEventSignalled() const noexcept { return m_event != nullptr && WaitForSingleObject(m_event, 0) == WAIT_OBJECT_0; }
@@ -45,4 +46,5 @@ private:
     CURLM* m_driven = nullptr;
     HANDLE m_event = nullptr;
 };
+
 } // namespace Quendra::Platform

@@ -5,6 +5,7 @@
 
 namespace Quendra::Platform
 {
+
 void OutgoingBody::AttachTo(EasyHandle& easy)
 {
     easy.Set(CURLOPT_READFUNCTION, &OutgoingBody::OnSend);
@@ -45,4 +46,5 @@ std::size_t OutgoingBody::OnSend(char* target, std::size_t size, std::size_t cou
     body.m_isPaused = sent == 0;
     return sent != 0 ? sent : CURL_READFUNC_PAUSE;
 }
+
 } // namespace Quendra::Platform

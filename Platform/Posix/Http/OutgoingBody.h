@@ -14,6 +14,7 @@
 
 namespace Quendra::Platform
 {
+
 /// Collects short writes and hands them to curl together. Sending is paused while curl asks for bytes that were not written yet.
 class OutgoingBody
 {
@@ -62,4 +63,5 @@ private:
     std::uint64_t m_taken = 0;
     bool m_isPaused = false;
 };
+
 } // namespace Quendra::Platform

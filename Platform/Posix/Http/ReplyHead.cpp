@@ -1,13 +1,15 @@
 #include "ReplyHead.h"
 
-#include "../../AsciiCase.h"
+#include "../../Ascii.h"
 #include "RequestHeaders.h"
 
 namespace Quendra::Platform
 {
+
 namespace
 {
-/// The value of a header by name and index; nothing if there are fewer of that name.
+
+// The value of a header by name and index; nothing if there are fewer of that name.
 std::optional<std::string> HeaderOf(CURL* easy, const char* name, std::size_t index = 0)
 {
     curl_header* header = nullptr;
@@ -26,6 +28,7 @@ bool IsChunked(CURL* easy)
     }
     return false;
 }
+
 } // namespace
 
 DWORD ReadReplyHead(CURL* easy, std::optional<ReplyHead>& head)
@@ -50,4 +53,5 @@ DWORD ReadReplyHead(CURL* easy, std::optional<ReplyHead>& head)
     head = {status, contentLength, HeaderOf(easy, "Location")};
     return ERROR_SUCCESS;
 }
+
 } // namespace Quendra::Platform

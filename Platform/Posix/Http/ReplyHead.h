@@ -13,6 +13,7 @@
 
 namespace Quendra::Platform
 {
+
 struct ReplyHead
 {
     long status = 0;
@@ -22,7 +23,8 @@ struct ReplyHead
 
 /// Reads the header block that has just ended on an easy handle.
 /// @param[out] head  empty for an interim reply, such as one with status 1xx: another header block follows.
-/// @return 0, or 12152 if the body's length is not a number, or there is more than one.
+/// @return 0, or ERROR_WINHTTP_INVALID_SERVER_RESPONSE if the body's length is not a number, or there is more than one.
 /// @throws std::bad_alloc
 [[nodiscard]] DWORD ReadReplyHead(CURL* easy, std::optional<ReplyHead>& head);
+
 } // namespace Quendra::Platform

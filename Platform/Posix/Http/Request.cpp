@@ -1,11 +1,10 @@
-/// @file
-/// The life of a request:
-///
-///     opened ---Send--> sent --Receive--> replied --Send--> sent ...
-///       ^                |
-///       +- Send failed --+
-///
-/// A failure after Send is final: the request stays in "sent" and returns the same error again.
+// The life of a request:
+//
+//     opened ---Send--> sent --Receive--> replied --Send--> sent ...
+//       ^                |
+//       +- Send failed --+
+//
+// A failure after Send is final: the request stays in "sent" and returns the same error again.
 
 #include "Request.h"
 
@@ -14,18 +13,20 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
+
 constexpr INTERNET_PORT kHttpPort = 80;
 constexpr INTERNET_PORT kHttpsPort = 443;
 
-/// Verbs that define a body: the length is sent even if the body is empty.
+// Verbs that define a body: the length is sent even if the body is empty.
 bool ExpectsBody(const std::string& verb)
 {
     return verb == "POST" || verb == "PUT";
 }
 
-/// curl accepts a head of less than 1 MiB, and reports a longer one as out of memory.
+// curl accepts a head of less than 1 MiB, and reports a longer one as out of memory.
 DWORD ErrorOfSize(const TransferRequest& request)
 {
     constexpr std::size_t kMaxUrlBytes = 512 * 1024;
@@ -38,7 +39,7 @@ DWORD ErrorOfSize(const TransferRequest& request)
                                              : ERROR_SUCCESS;
 }
 
-/// The time limit for connecting: curl has one limit for resolving the name and all that follows.
+// The time limit for connecting: curl has one limit for resolving the name and all that follows.
 int ConnectTimeout(const Timeouts& timeouts)
 {
     constexpr int kLongest = 0x3FFFFFFF;
@@ -46,6 +47,7 @@ int ConnectTimeout(const Timeouts& timeouts)
         return 0;
     return std::min(timeouts.connect, kLongest) + std::min(std::max(timeouts.resolve, 0), kLongest);
 }
+
 } // namespace
 
 Request::Request(std::shared_ptr<Connection> connection, std::string verb, std::string_view path, bool secure)
@@ -80,7 +82,7 @@ DWORD Request::Send(std::string_view headerLines, std::string_view body, std::ui
     return error;
 }
 
-/// Determines the body's length: from a header, else from the call, else from the verb.
+// Determines the body's length: from a header, else from the call, else from the verb.
 DWORD Request::AnnounceBody(std::string_view body, std::uint64_t totalLength)
 {
     m_bodyLength.reset();
@@ -155,4 +157,5 @@ DWORD Request::Read(char* target, std::size_t capacity, std::size_t& count)
     count = m_transfer->Take(target, capacity);
     return ERROR_SUCCESS;
 }
+
 } // namespace Quendra::Platform

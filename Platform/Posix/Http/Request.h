@@ -18,6 +18,7 @@
 
 namespace Quendra::Platform
 {
+
 /// One call at a time, except `OnClosed`. The operations return 0 or an error value.
 class Request final : public TimedObject
 {
@@ -60,4 +61,5 @@ private:
     Interruption m_interruption;
     std::unique_ptr<Transfer> m_transfer;
 };
+
 } // namespace Quendra::Platform

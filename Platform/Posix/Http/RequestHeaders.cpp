@@ -1,6 +1,6 @@
 #include "RequestHeaders.h"
 
-#include "../../AsciiCase.h"
+#include "../../Ascii.h"
 
 #include <algorithm>
 #include <charconv>
@@ -9,8 +9,10 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
+
 constexpr const char* kCookie = "Cookie";
 
 std::string_view Trim(std::string_view text)
@@ -20,6 +22,7 @@ std::string_view Trim(std::string_view text)
     text.remove_prefix(first);
     return text.substr(0, text.find_last_not_of(kSpace) + 1);
 }
+
 } // namespace
 
 DWORD RequestHeaders::AddLines(std::string_view lines, DWORD modifiers)
@@ -124,4 +127,5 @@ std::optional<std::uint64_t> ParseContentLength(std::string_view value)
     const bool fits = length <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     return error == std::errc() && stop == end && fits ? std::optional(length) : std::nullopt;
 }
+
 } // namespace Quendra::Platform

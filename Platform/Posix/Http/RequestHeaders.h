@@ -14,13 +14,15 @@
 
 namespace Quendra::Platform
 {
+
 /// Names are compared without regard to case. Text is UTF-8.
 class RequestHeaders
 {
 public:
     /// Adds header lines, separated by CR LF, LF or CR, as the `WINHTTP_ADDREQ_FLAG_*` modifiers say. Empty lines are skipped. Lines before
     /// an invalid one stay added.
-    /// @return 0, 12150 (nothing to replace), 12153 (no header line) or 12155 (there already).
+    /// @return 0, or ERROR_WINHTTP_HEADER_NOT_FOUND (nothing to replace), ERROR_WINHTTP_INVALID_HEADER (not a header line) or
+    /// ERROR_WINHTTP_HEADER_ALREADY_EXISTS.
     DWORD AddLines(std::string_view lines, DWORD modifiers);
 
     /// The first header's value, or null.
@@ -50,4 +52,5 @@ inline constexpr const char* kContentLength = "Content-Length";
 
 /// Parses the value of a Content-Length header; nothing if it is not a number.
 [[nodiscard]] std::optional<std::uint64_t> ParseContentLength(std::string_view value);
+
 } // namespace Quendra::Platform

@@ -13,6 +13,7 @@
 
 namespace Quendra::Platform
 {
+
 class Session final : public TimedObject
 {
 public:
@@ -51,4 +52,5 @@ private:
     const std::string m_server;
     const INTERNET_PORT m_port;
 };
+
 } // namespace Quendra::Platform

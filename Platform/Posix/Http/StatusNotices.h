@@ -12,6 +12,7 @@
 
 namespace Quendra::Platform
 {
+
 /// Turns what curl does into WinHTTP's notifications, on the thread that drives curl.
 class StatusNotices
 {
@@ -20,15 +21,15 @@ public:
     /// @param server  as the caller gave it, in UTF-8; must stay valid until `AttachTo`.
     StatusNotices(const HttpObject& request, std::string_view server) noexcept : m_request(request), m_server(server) {}
 
-    /// If the request has a callback, sets the hooks of an exchange; otherwise nothing is set and notified. This object must outlive the
-    /// easy handle.
+    /// Sets curl's callbacks if the request has a status callback; without one, nothing is notified. This object must outlive the easy
+    /// handle.
     /// @throws std::bad_alloc, and std::runtime_error where libcurl refuses an option
     void AttachTo(EasyHandle& easy);
 
-    /// To be called after each step of curl: notices a connection that was made, and what was sent.
+    /// To be called after each step of curl: detects a new connection and counts the bytes sent.
     void Moved() noexcept;
     void SendingRequest() noexcept;
-    /// Notifies nobody if no request was sent, because the proxy refused it.
+    /// Does nothing if a proxy refused the tunnel: no request was sent then.
     void RequestSent() noexcept;
     void ReceivingResponse() noexcept;
     void ResponseReceived(std::uint64_t bytes) noexcept;
@@ -46,11 +47,12 @@ private:
 
     const HttpObject& m_request;
     std::string_view m_server;
-    const EasyHandle* m_easy = nullptr; // null: nobody listens
+    const EasyHandle* m_easy = nullptr; // null without a status callback
     std::wstring m_name;                // of the server, or of the proxy
     bool m_isResolving = false;
     bool m_isConnecting = false;
     bool m_isSending = false;
     DWORD m_sentBytes = 0;
 };
+
 } // namespace Quendra::Platform

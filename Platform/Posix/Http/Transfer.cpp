@@ -1,18 +1,17 @@
-/// @file
-/// The phases of an exchange and their transitions:
-///
-///     connecting -----------> connected --curl is done--> over
-///         |                           |                        ^
-///         +---------------------------+--- failure, timeout, --+
-///                                          closing
-///
-/// A request pauses while its announced body is not available (`OutgoingBody`), until `Write` supplies some. A reply pauses while
-/// nobody reads it (`IncomingReply`), until `AwaitBody` finds the buffer empty. A finished exchange returns its connection at once;
-/// bytes already received can still be taken.
-///
-/// A kept connection may turn out to be closed when a request is sent on it. Unless nothing could be written, it is then unknown whether
-/// the server has received the request. curl repeats it on a new connection, which is safe for GET and HEAD only. Every other request
-/// fails, and therefore only uses connections so recent that the server has not closed them yet.
+// The phases of an exchange and their transitions:
+//
+//     connecting -----------> connected --curl is done--> over
+//         |                           |                        ^
+//         +---------------------------+--- failure, timeout, --+
+//                                          closing
+//
+// A request pauses while its announced body is not available (`OutgoingBody`), until `Write` supplies some. A reply pauses while
+// nobody reads it (`IncomingReply`), until `AwaitBody` finds the buffer empty. A finished exchange returns its connection at once;
+// bytes already received can still be taken.
+//
+// A kept connection may turn out to be closed when a request is sent on it. Unless nothing could be written, it is then unknown whether
+// the server has received the request. curl repeats it on a new connection, which is safe for GET and HEAD only. Every other request
+// fails, and therefore only uses connections so recent that the server has not closed them yet.
 
 #include "Transfer.h"
 
@@ -26,20 +25,23 @@
 
 namespace Quendra::Platform
 {
+
 namespace
 {
+
 using Clock = std::chrono::steady_clock;
 
-/// A request that must not be sent twice uses only a kept connection that was last used within this time: servers close idle connections
-/// after 5 seconds or more.
+// A request that must not be sent twice uses only a kept connection that was last used within this time: servers close idle connections
+// after 5 seconds or more.
 constexpr std::chrono::seconds kSafeIdleTime(3);
 
-/// The longest wait for curl, in milliseconds; sockets and curl's own timers end it earlier. An event does not.
+// The longest wait for curl, in milliseconds; sockets and curl's own timers end it earlier. An event does not.
 constexpr std::int64_t kLongestPoll = 60'000;
 constexpr std::int64_t kLongestPollWithEvent = 25;
 
-/// The statuses from here on refuse a request.
+// The statuses from here on refuse a request.
 constexpr long kFirstRefusal = 300;
+
 } // namespace
 
 Transfer::Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const TransferRequest& request, Interruption& interruption,
@@ -114,9 +116,9 @@ DWORD Transfer::AwaitBody(int timeout)
     return Buffered() != 0 ? ERROR_SUCCESS : m_error;
 }
 
-/// Drives the exchange until the condition holds, it ends, nothing has moved for the timeout, the request's handle is closed, or its event
-/// ends a wait.
-template <class Condition> DWORD Transfer::RunUntil(Condition condition, int timeout)
+// Drives the exchange until the condition holds, it ends, nothing has moved for the timeout, the request's handle is closed, or its event
+// ends a wait.
+template <typename Condition> DWORD Transfer::RunUntil(Condition condition, int timeout)
 {
     auto lastMove = Clock::now();
     std::optional<std::uint64_t> acknowledged;
@@ -153,7 +155,7 @@ template <class Condition> DWORD Transfer::RunUntil(Condition condition, int tim
         if (m_phase == Phase::Connected && timeout > 0)
         {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(lastMove - now).count() + timeout;
-            // What the other side acknowledges has moved, too, although curl handed it over long ago.
+            // Bytes that the peer acknowledges count as progress, too: curl may have handed them to the system long ago.
             if (m_outgoing.Taken() != 0 && (left <= 0 || !acknowledged))
             {
                 const auto last = std::exchange(acknowledged, m_connection->Acknowledged());
@@ -176,7 +178,7 @@ template <class Condition> DWORD Transfer::RunUntil(Condition condition, int tim
     }
 }
 
-/// Changes whenever something was sent or received.
+// Changes whenever something was sent or received.
 std::uint64_t Transfer::Progress() const noexcept
 {
     const auto sent = static_cast<std::uint64_t>(m_easy->Info<curl_off_t>(CURLINFO_SIZE_UPLOAD_T));
@@ -206,7 +208,7 @@ DWORD Transfer::OutcomeOf(CURLcode result)
     return error;
 }
 
-/// Takes the status of a proxy that refuses the tunnel as the reply's. curl keeps that status.
+// Takes the status of a proxy that refuses the tunnel as the reply's. curl keeps that status.
 bool Transfer::TakeProxyRefusal()
 {
     const auto status = m_easy->Info<long>(CURLINFO_HTTP_CONNECTCODE);
@@ -216,21 +218,21 @@ bool Transfer::TakeProxyRefusal()
     return true;
 }
 
-/// Whether the rest of the body is not wanted: the reply is a refusal, or the exchange is over. curl stops sending it.
+// Whether the rest of the body need not be sent, because the reply is a refusal or the exchange is over. curl then stops sending it.
 bool Transfer::TakesNoMoreBody() const noexcept
 {
     const auto& head = m_incoming.Head();
     return head && (head->status >= kFirstRefusal || m_phase == Phase::Over);
 }
 
-/// Lets curl go on in the directions that are not paused. curl delivers bytes that it kept back during this call.
+// Lets curl go on in the directions that are not paused. curl delivers bytes that it kept back during this call.
 void Transfer::Resume() noexcept
 {
     if (m_phase != Phase::Over)
         curl_easy_pause(m_easy->Get(), (m_outgoing.IsPaused() ? CURLPAUSE_SEND : 0) | (m_incoming.IsPaused() ? CURLPAUSE_RECV : 0));
 }
 
-/// Ends the exchange, once, and returns the connection. curl closes one that is in the middle of a message.
+// Ends the exchange, once, and returns the connection. curl closes one that is in the middle of a message.
 void Transfer::Finish(DWORD error) noexcept
 {
     if (m_phase == Phase::Over)
@@ -246,8 +248,8 @@ void Transfer::Finish(DWORD error) noexcept
 int Transfer::OnAboutToSend(void* self, char*, char*, int, int) noexcept
 {
     auto& transfer = *static_cast<Transfer*>(self);
-    // Called a second time where curl repeats the request on a new connection. If curl could not write to the first one, as after a reset
-    // that it did not notice before, the server has seen nothing of the request.
+    // curl calls this again when it repeats the request on a new connection. If it could not write anything to the first one, for example
+    // after a reset that it had not noticed, the server has seen nothing of the request.
     const bool isRepeated = transfer.m_phase == Phase::Connected && transfer.m_easy->Info<long>(CURLINFO_REQUEST_SIZE) != 0;
     if (isRepeated && !transfer.m_isRepeatable)
         return CURL_PREREQFUNC_ABORT;
@@ -256,4 +258,5 @@ int Transfer::OnAboutToSend(void* self, char*, char*, int, int) noexcept
     transfer.m_notices.SendingRequest();
     return CURL_PREREQFUNC_OK;
 }
+
 } // namespace Quendra::Platform

@@ -18,6 +18,7 @@
 
 namespace Quendra::Platform
 {
+
 class Transfer
 {
 public:
@@ -66,7 +67,7 @@ private:
 
     static int OnAboutToSend(void* self, char*, char*, int, int) noexcept;
 
-    template <class Condition> DWORD RunUntil(Condition condition, int timeout);
+    template <typename Condition> DWORD RunUntil(Condition condition, int timeout);
     std::uint64_t Progress() const noexcept;
     void CollectResult();
     DWORD OutcomeOf(CURLcode result);
@@ -87,4 +88,5 @@ private:
     Phase m_phase = Phase::Connecting;
     DWORD m_error = ERROR_SUCCESS;
 };
+
 } // namespace Quendra::Platform

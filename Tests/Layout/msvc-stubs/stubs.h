@@ -15,7 +15,7 @@ using uint16_t = unsigned short;
 using uint32_t = unsigned int;
 using uint64_t = unsigned long long;
 
-template <class Element> struct initializer_list
+template <typename Element> struct initializer_list
 {
     const Element* begin() const;
     const Element* end() const;
@@ -24,27 +24,27 @@ template <class Element> struct initializer_list
     size_t count;
 };
 
-template <class Element, size_t Count> struct array
+template <typename Element, size_t Count> struct array
 {
     Element& operator[](size_t index) { return elements[index]; }
 
     Element elements[Count];
 };
 
-template <class Character> class basic_string
+template <typename Character> class basic_string
 {
 };
 using string = basic_string<char>;
 using wstring = basic_string<wchar_t>;
 
-template <class Element> class list
+template <typename Element> class list
 {
 };
-template <class Element> class vector;
-template <class Object> class shared_ptr
+template <typename Element> class vector;
+template <typename Object> class shared_ptr
 {
 };
-template <class Object> class enable_shared_from_this
+template <typename Object> class enable_shared_from_this
 {
 };
 

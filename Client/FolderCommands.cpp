@@ -88,11 +88,7 @@ void RequireSafeNames(const std::wstring& source, const std::wstring& target)
 {
     if (source.find(L'\\') == std::wstring::npos && target.find(L'\\') == std::wstring::npos)
         return;
-    const auto folderOf = [](const std::wstring& path) {
-        const std::size_t backslash = path.rfind(L'\\');
-        return path.substr(0, backslash != std::wstring::npos ? backslash : path.rfind(L'/'));
-    };
-    if (EqualIgnoringCase(folderOf(source), folderOf(target)))
+    if (EqualIgnoringCase(SplitForRename(source).directory, SplitForRename(target).directory))
         throw ProgramError("A name with a backslash cannot be changed to this one in one step: move the item to another folder first");
 }
 

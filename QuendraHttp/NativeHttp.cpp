@@ -2,7 +2,7 @@
 
 #include "QuendraHttp/NativeHttp.h"
 
-#include "Operation.h"
+#include "RequestCycle/Operation.h"
 #include "TextComparison.h"
 #include "TextConversion.h"
 #include "Wiping.h"

@@ -4,7 +4,6 @@
 #include "TextConversion.h"
 #include "TransferSupport.h"
 #include "Transport/FileHandle.h"
-#include "Transport/OpenablePath.h"
 
 #include <gtest/gtest.h>
 

@@ -7,9 +7,9 @@
 
 #include "Attributes.h"
 #include "Identifier.h"
-#include "Operations/ServerPaths.h"
 #include "Replies/JsonReplies.h"
 #include "RequestCycle/Exchange.h"
+#include "ServerPath.h"
 #include "Settings.h"
 #include "TextConversion.h"
 
@@ -80,9 +80,9 @@ bool PassesEnd(std::int64_t offset, std::int64_t length, std::int64_t size)
 } // namespace
 
 ResultCode CNativeHttp::ResumableUpload(const std::wstring& localPath, const std::wstring& serverPath,
-                                        std::shared_ptr<IServerAttributes>& attributes, const GUID& uploadId, const std::int64_t* offset,
-                                        std::int64_t* length, std::int32_t beginFlag, const CancelEvent& cancelEvent,
-                                        const std::shared_ptr<IProgressCallback>& progress)
+                                        std::shared_ptr<IServerAttributes>& attributes, const Quendra::UploadId& uploadId,
+                                        const std::int64_t* offset, std::int64_t* length, std::int32_t beginFlag,
+                                        const CancelEvent& cancelEvent, const std::shared_ptr<IProgressCallback>& progress)
 {
     return RunExchange(*this, "CNativeHttp::ResumableUpload", [&, sent = attributes, progress](Exchange& exchange) {
         // The server may have sent a negative size; such a file has no chunks.
@@ -118,7 +118,7 @@ ResultCode CNativeHttp::ResumableUpload(const std::wstring& localPath, const std
     });
 }
 
-ResultCode CNativeHttp::CancelUpload(const std::wstring& serverPath, const GUID& uploadId)
+ResultCode CNativeHttp::CancelUpload(const std::wstring& serverPath, const Quendra::UploadId& uploadId)
 {
     return RunExchange(*this, "CNativeHttp::CancelUpload", [&](Exchange& exchange) {
         const std::wstring identifier = IdentifierText(uploadId);
@@ -130,7 +130,7 @@ ResultCode CNativeHttp::CancelUpload(const std::wstring& serverPath, const GUID&
     });
 }
 
-ResultCode CNativeHttp::CompleteUpload(const std::wstring& serverPath, const std::wstring& newServerPath, const GUID& uploadId,
+ResultCode CNativeHttp::CompleteUpload(const std::wstring& serverPath, const std::wstring& newServerPath, const Quendra::UploadId& uploadId,
                                        std::shared_ptr<IServerAttributes>& attributes)
 {
     return RunExchange(*this, "CNativeHttp::CompleteUpload", [&](Exchange& exchange) {
@@ -148,7 +148,7 @@ ResultCode CNativeHttp::CompleteUpload(const std::wstring& serverPath, const std
     });
 }
 
-ResultCode CNativeHttp::GetResumableUploadMetadata(const std::wstring& serverPath, const GUID& uploadId, std::int64_t* offset,
+ResultCode CNativeHttp::GetResumableUploadMetadata(const std::wstring& serverPath, const Quendra::UploadId& uploadId, std::int64_t* offset,
                                                    std::uint32_t* locked)
 {
     return RunExchange(*this, "CNativeHttp::GetResumableUploadMetadata", [&](Exchange& exchange) {

@@ -1,8 +1,9 @@
 // Downloads into a local file: a whole file, a delta against a local signature, or a range.
 
 #include "Attributes.h"
-#include "Operations/ServerPaths.h"
+#include "Operations/RevisionQuery.h"
 #include "RequestCycle/Exchange.h"
+#include "ServerPath.h"
 #include "TextComparison.h"
 
 #include <string_view>
@@ -15,7 +16,7 @@ constexpr TraceFormat<> kCancelled{"Download cancelled"};
 // A failure to add headers or the boundary does not end a delta download: the reply will report the error.
 constexpr MultipartSteps kSignatureSteps{.acceptsJson = false,
                                          .measure = "httpRequest->SendMultipartFile, error code: 0x%x",
-                                         .measureTellsZero = true,
+                                         .measureTracesZero = true,
                                          .headers = {},
                                          .start = "httpRequest->StartRequest, error code: %d",
                                          .file = "httpRequest->SendMultipartFile, error code: %d",

@@ -1,9 +1,10 @@
 // Operations on one server path that transfer no file content, and the listing of a folder.
 
 #include "Attributes.h"
-#include "Operations/ServerPaths.h"
+#include "Operations/RevisionQuery.h"
 #include "Replies/ItemParsing.h"
 #include "RequestCycle/Exchange.h"
+#include "ServerPath.h"
 #include "TextComparison.h"
 #include "TextConversion.h"
 

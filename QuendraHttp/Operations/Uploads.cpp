@@ -1,8 +1,8 @@
 // Uploads a whole file or a delta in one request. The body is a multipart form: the item's fields, then the file.
 
 #include "Attributes.h"
-#include "Operations/ServerPaths.h"
 #include "RequestCycle/Exchange.h"
+#include "ServerPath.h"
 #include "Settings.h"
 #include "Wiping.h"
 

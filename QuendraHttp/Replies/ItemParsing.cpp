@@ -3,6 +3,7 @@
 #include "Replies/ItemParsing.h"
 
 #include "Attributes.h"
+#include "ServerPath.h"
 #include "TextComparison.h"
 #include "Tracing.h"
 
@@ -71,18 +72,10 @@ ItemMembers FindMembers(const Json::Value& item)
     return members;
 }
 
-std::wstring LastComponent(const std::wstring& path)
-{
-    std::size_t separator = path.rfind(L'\\');
-    if (separator == std::wstring::npos)
-        separator = path.rfind(L'/');
-    return separator == std::wstring::npos ? std::wstring() : path.substr(separator + 1);
-}
-
 std::wstring ReadName(const ItemMembers& members)
 {
     std::wstring name = ToWide(members.name);
-    return !name.empty() ? name : LastComponent(ToWide(members.orcaPath));
+    return !name.empty() ? name : SplitForRename(ToWide(members.orcaPath)).name;
 }
 
 // A text member's value; empty where it is missing. Returns nothing for another type.

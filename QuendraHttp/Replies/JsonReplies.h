@@ -24,7 +24,7 @@
 
 /// Reads the state of a chunked upload.
 /// @param[out] offset  unchanged if the reply does not contain it, like `locked`.
-/// @return 13 if the reply is not a JSON object.
+/// @return `Result::InvalidData` if the reply is not a JSON object.
 [[nodiscard]] ResultCode GetMetaDataFromResponse(const ResponseBuffer& response, std::int64_t* offset, std::uint32_t* locked);
 
 /// Traces a reply, indented where it is JSON. Does nothing if tracing is off.

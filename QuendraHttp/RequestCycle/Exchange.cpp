@@ -184,15 +184,13 @@ Exchange& Exchange::Perform(const Judgement& row)
 
 Exchange& Exchange::PerformStreamed(const Judgement& row)
 {
-    return Step(
-               row.transferFailed,
-               [&] {
+    const auto transfer = [&] {
         ResultCode result = m_request->StartRequest(m_request->GetPostDataLength());
         if (result == Result::Success)
             result = m_request->SendPostData();
         return result == Result::Success ? m_request->ReceiveResponse(m_response) : result;
-               })
-        .Judge(row);
+    };
+    return Step(row.transferFailed, transfer).Judge(row);
 }
 
 ResultCode Exchange::SendFile(const FilePart& file, std::uint64_t* sizeOut)
@@ -210,7 +208,7 @@ Exchange& Exchange::SendMultipart(const MultipartSteps& steps, const FilePart* f
     {
         if (const ResultCode result = SendFile(*file, &fileBytes); result != Result::Success)
         {
-            m_trace.Error(steps.measure, steps.measureTellsZero ? Result::Success : result);
+            m_trace.Error(steps.measure, steps.measureTracesZero ? Result::Success : result);
             return End(result);
         }
     }
@@ -295,7 +293,7 @@ Exchange& Exchange::ReceiveIntoFile(const FileTarget& target, const Judgement& r
                      row);
 }
 
-// The transport returns a refusal as 20000 plus the status, with the reply's body unread.
+// The transport returns a refusal as `Result::RefusalBase` plus the status, with the reply's body unread.
 Exchange& Exchange::JudgeFile(ResultCode result, const Judgement& row)
 {
     if (row.refusal == RefusalCode::ErrorIdAlone && result >= Result::RefusalBase && result <= Result::LastRefusal)

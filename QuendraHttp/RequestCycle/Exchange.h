@@ -11,9 +11,9 @@
 /// Once a step has ended the operation, later steps do nothing. The result is what the chain's last call returns. Connection,
 /// request, map entry and reply are released with the exchange.
 
-#include "Operation.h"
 #include "Replies/ItemParsing.h"
 #include "RequestCycle/Judgement.h"
+#include "RequestCycle/Operation.h"
 #include "Transport/IsSignalled.h"
 
 #include "QuendraHttp/NativeHttp.h"
@@ -85,7 +85,7 @@ struct MultipartSteps
 {
     bool acceptsJson = true; ///< otherwise raw bytes.
     TraceFormat<ResultCode> measure{"SendMultipartFile failed, error code: %d"};
-    bool measureTellsZero = false; ///< the message contains 0 in place of the code.
+    bool measureTracesZero = false; ///< the message contains 0 in place of the code.
     TraceFormat<ResultCode> headers{"AddMultipartHeaders failed, error code: %d"};
     TraceFormat<ResultCode> start{"StartRequest failed, error code: %d"};
     TraceFormat<ResultCode> fields{"SendPostData failed, error code: %d"};

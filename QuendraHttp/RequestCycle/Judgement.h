@@ -25,9 +25,9 @@ enum class JudgedFirst
 /// How the code of a refusal is formed.
 enum class RefusalCode
 {
-    ErrorIdOrStatus, ///< 20000 plus the body's "errorId", or plus the status where it has none.
-    ErrorIdAlone,    ///< 20000 plus the body's "errorId", or 20000 where it has none.
-    StatusAlone,     ///< 20000 plus the status.
+    ErrorIdOrStatus, ///< `Result::RefusalBase` plus the body's "errorId", or plus the status where it has none.
+    ErrorIdAlone,    ///< `Result::RefusalBase` plus the body's "errorId", or alone where it has none.
+    StatusAlone,     ///< `Result::RefusalBase` plus the status.
     BareStatus       ///< the status.
 };
 
@@ -160,6 +160,6 @@ inline constexpr const Judgement* kAll[] = {&kEndpoints,
 
 } // namespace Judgements
 
-/// The code of a refused request: 20000 plus the decimal number in the string member "errorId" of the body, or plus the status where
-/// it has none.
+/// The code of a refused request: `Result::RefusalBase` plus the decimal number in the string member "errorId" of the body, or plus the
+/// status where it has none.
 [[nodiscard]] ResultCode MapHttpError(std::uint32_t status, const ResponseBuffer& response);

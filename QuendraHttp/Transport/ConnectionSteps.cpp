@@ -14,17 +14,21 @@ constexpr const char* kFunction = "WinHttpRequest::OnStatus";
 constexpr DWORD kSteps = WINHTTP_CALLBACK_FLAG_RESOLVE_NAME | WINHTTP_CALLBACK_FLAG_CONNECT_TO_SERVER |
                          WINHTTP_CALLBACK_STATUS_SENDING_REQUEST | WINHTTP_CALLBACK_FLAG_SECURE_FAILURE;
 
-// Why TLS failed, each as the error that stands for it alone. Several may hold.
+// A reason for which TLS failed, and the error code for it. There may be several.
 struct SecureReason
 {
     DWORD flag;
     ResultCode code;
 };
 constexpr SecureReason kSecureReasons[] = {
-    {WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA, 12045},        {WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID, 12038},
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID, 12037}, {WINHTTP_CALLBACK_STATUS_FLAG_CERT_REVOKED, 12170},
-    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_REV_FAILED, 12057},   {WINHTTP_CALLBACK_STATUS_FLAG_CERT_WRONG_USAGE, 12179},
-    {WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CERT, 12169},      {WINHTTP_CALLBACK_STATUS_FLAG_SECURITY_CHANNEL_ERROR, 12157},
+    {WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CA, ERROR_WINHTTP_SECURE_INVALID_CA},
+    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_CN_INVALID, ERROR_WINHTTP_SECURE_CERT_CN_INVALID},
+    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_DATE_INVALID, ERROR_WINHTTP_SECURE_CERT_DATE_INVALID},
+    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_REVOKED, ERROR_WINHTTP_SECURE_CERT_REVOKED},
+    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_REV_FAILED, ERROR_WINHTTP_SECURE_CERT_REV_FAILED},
+    {WINHTTP_CALLBACK_STATUS_FLAG_CERT_WRONG_USAGE, ERROR_WINHTTP_SECURE_CERT_WRONG_USAGE},
+    {WINHTTP_CALLBACK_STATUS_FLAG_INVALID_CERT, ERROR_WINHTTP_SECURE_INVALID_CERT},
+    {WINHTTP_CALLBACK_STATUS_FLAG_SECURITY_CHANNEL_ERROR, ERROR_WINHTTP_SECURE_CHANNEL_ERROR},
 };
 
 // Does not allocate, unlike `Result::MeaningOf`: an exception must not reach the system's code.
@@ -65,7 +69,7 @@ void OnStatus(HINTERNET /*request*/, DWORD_PTR /*context*/, DWORD status, LPVOID
 void TraceConnectionSteps(HINTERNET request) noexcept
 {
     const LastErrorKeeper keeper;
-    // Where errors are not listened to, neither are the other messages.
+    // A listener for the other messages also gets errors.
     if (EventProviderHandle != 0 && IsEventEnabled(EventProviderHandle, &EVT_ERROR) != 0)
         WinHttpSetStatusCallback(request, &OnStatus, kSteps, 0);
 }

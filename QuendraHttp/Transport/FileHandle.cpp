@@ -1,6 +1,6 @@
 #include "Transport/FileHandle.h"
 
-#include "Transport/OpenablePath.h"
+#include "PathUtilities.h"
 
 namespace
 {
@@ -27,6 +27,18 @@ HANDLE Open(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposi
 }
 
 } // namespace
+
+std::wstring OpenablePath(const std::wstring& path)
+{
+    constexpr std::size_t classicLimit = 248; // the limit for folders, shorter than the limit for files
+    const std::wstring absolute = PathUtilities::MakeAbsolute(path);
+    if (absolute.starts_with(L'/') || path.starts_with(L"\\\\?\\"))
+        return path; // other systems need no prefix
+    if (path.starts_with(L"\\??\\"))
+        return PathUtilities::NormalizePath(path);
+    const bool isLimited = !absolute.starts_with(L"\\\\.\\");
+    return isLimited && absolute.size() >= classicLimit ? PathUtilities::NormalizePath(absolute) : path;
+}
 
 FileHandle::FileHandle(const std::wstring& path, DWORD access, DWORD sharing, DWORD disposition)
     : m_file(Open(path, access, sharing, disposition))

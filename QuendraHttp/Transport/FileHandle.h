@@ -6,6 +6,17 @@
 #include <optional>
 #include <string>
 
+/// A caller's local path as the platform opens it, however long it is. On Windows
+///
+/// | path                                    | is opened as              |
+/// |-----------------------------------------|---------------------------|
+/// | `\\?\...`                               | it is                     |
+/// | `\??\...`                               | `\\?\...`                 |
+/// | `\\.\...`                               | it is: a device           |
+/// | any other whose absolute form is short  | it is                     |
+/// | ... reaches the classic limit           | `\\?\` and that form      |
+[[nodiscard]] std::wstring OpenablePath(const std::wstring& path);
+
 /// Lets other programs write, move and delete the file while it is open.
 inline constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
@@ -14,7 +25,7 @@ class FileHandle
 {
 public:
     /// Opens a file on a disk. A device can only be opened for writing: it has no size, and a read may block forever. The last
-    /// error is 123 for a path with a NUL, 50 for a pipe, or for reading a device, else the platform's.
+    /// error is ERROR_INVALID_NAME for a path with a NUL, ERROR_NOT_SUPPORTED for a pipe, or for reading a device, else the platform's.
     /// @param path         local path, however long.
     /// @param access       GENERIC_READ or GENERIC_WRITE.
     /// @param sharing      FILE_SHARE_ values, or 0.

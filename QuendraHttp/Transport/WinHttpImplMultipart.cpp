@@ -9,7 +9,6 @@
 #include "TextConversion.h"
 #include "Transport/FileHandle.h"
 #include "Transport/IsSignalled.h"
-#include "Transport/OpenablePath.h"
 #include "Transport/WinHttpImplRequest.h"
 #include "UrlEncoding.h"
 
@@ -33,7 +32,7 @@ bool Write(HINTERNET request, std::string_view bytes, DWORD& written)
 }
 
 // Ignores a failed write: a later write or the reply fails too.
-void WriteUnjudged(HINTERNET request, std::string_view bytes)
+void WriteIgnoringFailure(HINTERNET request, std::string_view bytes)
 {
     DWORD written = 0;
     Write(request, bytes, written);
@@ -144,9 +143,9 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
     }
     else
     {
-        WriteUnjudged(Handle(), boundaryLine);
-        WriteUnjudged(Handle(), partHeader);
-        WriteUnjudged(Handle(), kFilePartType);
+        WriteIgnoringFailure(Handle(), boundaryLine);
+        WriteIgnoringFailure(Handle(), partHeader);
+        WriteIgnoringFailure(Handle(), kFilePartType);
     }
 
     const FileHandle file(path, GENERIC_READ, kShareAll, OPEN_EXISTING);
@@ -181,7 +180,7 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
     const std::int64_t announced = measured != m_measuredLengths.end() ? measured->second : rangeLength;
     bool cancelled = false;
     const ResultCode result = SendFileRange(trace, file, *offset, announced, cancelEvent, progress.get(), cancelled);
-    WriteUnjudged(Handle(), kLineEnd);
+    WriteIgnoringFailure(Handle(), kLineEnd);
     trace.Info("Data request for '%S'", path);
     return cancelled || IsSignalled(cancelEvent) ? Result::Cancelled : result;
 }

@@ -1,6 +1,5 @@
 #include "Transport/FileHandle.h"
 #include "Transport/IsSignalled.h"
-#include "Transport/OpenablePath.h"
 #include "Transport/WinHttpImplRequest.h"
 
 #include <algorithm>
@@ -15,8 +14,8 @@ namespace
 
 constexpr DWORD kMaximumPiece = 0x500000;
 
-// Scheme, server and port of a Location header. The rest may contain secrets.
-std::wstring PlaceOf(std::wstring_view location)
+// What the trace shows of a Location header: scheme, server and port. The rest may contain secrets.
+std::wstring OriginOf(std::wstring_view location)
 {
     const auto slashes = std::min(location.find(L"//"), location.size());
     const auto scheme = location.substr(0, slashes);
@@ -34,7 +33,7 @@ std::wstring PlaceOf(std::wstring_view location)
 ResultCode WinHttpRequest::ReceiveStatusText(const FunctionTraceScope& trace, ToDebugger toDebugger, std::wstring& status,
                                              DWORD& statusBytes)
 {
-    const auto tell = [toDebugger](const wchar_t* step, DWORD error) {
+    const auto tellDebugger = [toDebugger](const wchar_t* step, DWORD error) {
         if (toDebugger == ToDebugger::Yes)
             OutputDebugStringW((std::wstring(L"ERROR: ") + step + L"() failed, error code: " + std::to_wstring(error) + L"\n").c_str());
     };
@@ -44,7 +43,7 @@ ResultCode WinHttpRequest::ReceiveStatusText(const FunctionTraceScope& trace, To
     m_sentBody.Clear();
     if (!received)
     {
-        tell(L"WinHttpReceiveResponse", receiveError);
+        tellDebugger(L"WinHttpReceiveResponse", receiveError);
         trace.Error("WinHttpReceiveResponse failed, error code: %d", receiveError);
         return receiveError;
     }
@@ -54,7 +53,7 @@ ResultCode WinHttpRequest::ReceiveStatusText(const FunctionTraceScope& trace, To
     WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_STATUS_CODE, WINHTTP_HEADER_NAME_BY_INDEX, nullptr, &statusBytes, WINHTTP_NO_HEADER_INDEX);
     if (const DWORD error = GetLastError(); error != ERROR_INSUFFICIENT_BUFFER)
     {
-        tell(L"WinHttpQueryHeaders", error);
+        tellDebugger(L"WinHttpQueryHeaders", error);
         trace.Error("WinHttpQueryHeaders failed, error code: %d", error);
         return error;
     }
@@ -70,11 +69,11 @@ ResultCode WinHttpRequest::ReceiveStatusText(const FunctionTraceScope& trace, To
     }
     trace.Info("The server answered with HTTP %S", status.c_str());
     if (status.front() == L'3')
-        TellRedirect(trace);
+        TraceRedirect(trace);
     return Result::Success;
 }
 
-void WinHttpRequest::TellRedirect(const FunctionTraceScope& trace) const
+void WinHttpRequest::TraceRedirect(const FunctionTraceScope& trace) const
 {
     const LastErrorKeeper keeper;
     DWORD size = 0;
@@ -82,7 +81,7 @@ void WinHttpRequest::TellRedirect(const FunctionTraceScope& trace) const
     std::wstring location(size / sizeof(wchar_t) + 1, L'\0');
     if (WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_LOCATION, WINHTTP_HEADER_NAME_BY_INDEX, location.data(), &size,
                             WINHTTP_NO_HEADER_INDEX))
-        trace.Warning("The server redirects to %S. Redirects are not followed.", PlaceOf(location.c_str()));
+        trace.Warning("The server redirects to %S. Redirects are not followed.", OriginOf(location.c_str()));
 }
 
 ResultCode WinHttpRequest::ReceiveResponse(ResponseBuffer& response)
@@ -172,31 +171,29 @@ ResultCode WinHttpRequest::GetResponse(const std::wstring& path, const CancelEve
         return Result::RefusalBase + m_httpStatus;
 
     ResultCode result = Result::Success;
+    // Only the low half decides: an offset that is a multiple of 4 GiB truncates the file. This is part of the interface.
+    const bool resumes = offsetLow != 0;
+    const FileHandle file(path, GENERIC_WRITE, 0, resumes ? OPEN_EXISTING : CREATE_ALWAYS);
+    const std::uint64_t offset = (std::uint64_t{offsetHigh} << 32) | offsetLow;
+    if (!file.IsOpen())
     {
-        // Only the low half decides: an offset that is a multiple of 4 GiB truncates the file. This is part of the interface.
-        const bool resumes = offsetLow != 0;
-        const FileHandle file(path, GENERIC_WRITE, 0, resumes ? OPEN_EXISTING : CREATE_ALWAYS);
-        const std::uint64_t offset = (std::uint64_t{offsetHigh} << 32) | offsetLow;
-        if (!file.IsOpen())
-        {
-            result = GetLastError();
-            trace.Error("CreateFile failed, error code: %d", result);
-        }
-        else if (resumes && !file.MoveTo(static_cast<std::int64_t>(offset)))
-        {
-            result = GetLastError();
-            trace.Error("SetFilePointer failed, error code: %d", result);
-        }
-        else
-        {
-            bool cancelled = false;
-            result = StreamIntoFile(trace, file, cancelEvent, progress.get(), cancelled);
-            trace.Info("Finished reading data");
-            if (cancelled || IsSignalled(cancelEvent))
-                result = Result::Cancelled;
-        }
-        trace.Info("Returning [%d]", result);
+        result = GetLastError();
+        trace.Error("CreateFile failed, error code: %d", result);
     }
+    else if (resumes && !file.MoveTo(static_cast<std::int64_t>(offset)))
+    {
+        result = GetLastError();
+        trace.Error("SetFilePointer failed, error code: %d", result);
+    }
+    else
+    {
+        bool cancelled = false;
+        result = StreamIntoFile(trace, file, cancelEvent, progress.get(), cancelled);
+        trace.Info("Finished reading data");
+        if (cancelled || IsSignalled(cancelEvent))
+            result = Result::Cancelled;
+    }
+    trace.Info("Returning [%d]", result);
     return result;
 }
 

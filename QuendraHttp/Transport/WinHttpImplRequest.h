@@ -83,7 +83,7 @@ private:
     ResultCode AddHeaderText(const std::wstring& text, DWORD modifiers);
     ResultCode AddSessionCookie(const FunctionTraceScope& trace);
     ResultCode ReceiveStatusText(const FunctionTraceScope& trace, ToDebugger toDebugger, std::wstring& status, DWORD& statusBytes);
-    void TellRedirect(const FunctionTraceScope& trace) const;
+    void TraceRedirect(const FunctionTraceScope& trace) const;
     ResultCode StreamIntoFile(const FunctionTraceScope& trace, const FileHandle& file, const CancelEvent* cancelEvent,
                               IProgressCallback* progress, bool& cancelled);
     ResultCode SendFileRange(const FunctionTraceScope& trace, const FileHandle& file, std::int64_t offset, std::int64_t length,

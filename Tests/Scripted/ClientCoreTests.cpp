@@ -3,7 +3,7 @@
 #include "CaseFile.h"
 #include "JsonText.h"
 #include "Operations.h"
-#include "Operations/ServerPaths.h"
+#include "Operations/RevisionQuery.h"
 #include "Replies/FeedParsing.h"
 #include "Replies/JsonLibrary.h"
 #include "Replies/JsonReplies.h"

@@ -1,7 +1,8 @@
-#include "Operations/ServerPaths.h"
+#include "Operations/RevisionQuery.h"
 
 #include "Attributes.h"
 #include "TextConversion.h"
+#include "Tracing.h"
 
 namespace
 {

@@ -40,14 +40,14 @@ struct UploadState
 UploadState AskForState(const Client& client, const std::wstring& path, const Quendra::UploadId& id)
 {
     constexpr std::int64_t kNoOffset = -1;
-    constexpr std::uint32_t kNotTold = 2;
+    constexpr std::uint32_t kNotReported = 2;
     std::int64_t offset = kNoOffset;
-    std::uint32_t locked = kNotTold;
+    std::uint32_t locked = kNotReported;
     Check("GetResumableUploadMetadata", client.Api().GetResumableUploadMetadata(path, id, &offset, &locked));
     UploadState state;
     if (offset >= 0)
         state.offset = offset;
-    if (locked != kNotTold)
+    if (locked != kNotReported)
         state.locked = locked != 0;
     return state;
 }

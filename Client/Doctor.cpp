@@ -1,5 +1,5 @@
 // Prints the library and its settings, then lets the library shake hands with the server and prints each step when it is done, as the
-// library's trace tells it:
+// library's trace reports it:
 //
 //     name -> connection -> TLS -> reply -> handshake
 //
@@ -38,21 +38,23 @@ constexpr const char* kNewCertificate = "the server needs a new certificate";
 constexpr const char* kTrace = "'--trace -' shows each request and its reply";
 
 constexpr Advice kAdvice[] = {
-    {12002, false, kServerDown},
-    {12007, false, "check the spelling of --server, the network and its name servers"},
-    {12029, false, kServerDown},
-    {12030, false, kOtherServer},
-    {12037, true, "check this machine's clock; where it is right, the server needs a new certificate"},
-    {12038, true, "name the server in --server as its certificate does"},
-    {12044, true, "the server lets only clients with a certificate in; this one has none"},
-    {12045, true, "have this machine trust the authority that issued it, where you trust it, or have the server send the whole chain"},
-    {12057, true, "check that this machine reaches the authority that issued the certificate"},
-    {12152, false, kOtherServer},
-    {12157, true, "does the port speak the TLS of https, which a bare host means too? Check --port, the server and its certificate"},
-    {12169, true, kNewCertificate},
-    {12170, true, kNewCertificate},
-    {12175, true, "check --port, the server and its certificate"},
-    {12179, true, kNewCertificate},
+    {ERROR_WINHTTP_TIMEOUT, false, kServerDown},
+    {ERROR_WINHTTP_NAME_NOT_RESOLVED, false, "check the spelling of --server, the network and its name servers"},
+    {ERROR_WINHTTP_CANNOT_CONNECT, false, kServerDown},
+    {ERROR_WINHTTP_CONNECTION_ERROR, false, kOtherServer},
+    {ERROR_WINHTTP_SECURE_CERT_DATE_INVALID, true, "check this machine's clock; where it is right, the server needs a new certificate"},
+    {ERROR_WINHTTP_SECURE_CERT_CN_INVALID, true, "name the server in --server as its certificate does"},
+    {ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED, true, "the server lets only clients with a certificate in; this one has none"},
+    {ERROR_WINHTTP_SECURE_INVALID_CA, true,
+     "have this machine trust the authority that issued it, where you trust it, or have the server send the whole chain"},
+    {ERROR_WINHTTP_SECURE_CERT_REV_FAILED, true, "check that this machine reaches the authority that issued the certificate"},
+    {ERROR_WINHTTP_INVALID_SERVER_RESPONSE, false, kOtherServer},
+    {ERROR_WINHTTP_SECURE_CHANNEL_ERROR, true,
+     "does the port speak the TLS of https, which a bare host means too? Check --port, the server and its certificate"},
+    {ERROR_WINHTTP_SECURE_INVALID_CERT, true, kNewCertificate},
+    {ERROR_WINHTTP_SECURE_CERT_REVOKED, true, kNewCertificate},
+    {ERROR_WINHTTP_SECURE_FAILURE, true, "check --port, the server and its certificate"},
+    {ERROR_WINHTTP_SECURE_CERT_WRONG_USAGE, true, kNewCertificate},
 };
 
 Advice AdviceOn(ResultCode code)
@@ -86,7 +88,8 @@ public:
         if (m_client.IsConnected())
             ShakeHands();
         else
-            End({"Server", {"none is named"}, "name one: quendra doctor --server URL; or log in first: quendra --server URL login USER"});
+            Report(
+                {"Server", {"none is named"}, "name one: quendra doctor --server URL; or log in first: quendra --server URL login USER"});
         m_document["ok"] = !m_hasFailed;
         if (m_client.PrintsJson())
             m_client.Print(m_document, {});
@@ -152,7 +155,7 @@ private:
     }
 
     // Shows a step that is done.
-    void End(const Step& step)
+    void Report(const Step& step)
     {
         constexpr const char* kIndent = "                    ";
         const bool isGood = step.next.empty();
@@ -186,13 +189,13 @@ private:
         m_client.Answers().Watch([this](std::string_view message) { TakeMessage(message); });
         const ResultCode code = m_client.Api().Init(serverMode, handshakeValue);
         m_client.Answers().Watch({});
-        EndReply();
+        ReportReply();
         if (code != Result::Success)
-            return EndFailedHandshake(code);
+            return ReportFailedHandshake(code);
         m_document["serverMode"] = serverMode;
         m_document["handshakeValue"] = handshakeValue;
         m_document["apiAtLeast13"] = m_client.Api().IsApiVersionAtLeast13();
-        End({"Handshake", {"mode " + ModeText(serverMode) + ", API version " + m_version}});
+        Report({"Handshake", {"mode " + ModeText(serverMode) + ", API version " + m_version}});
     }
 
     // Messages of the library's transport and handshake.
@@ -201,104 +204,104 @@ private:
         if (const auto name = TextAfter("Resolving the name ", message))
             m_name = Printable(*name);
         else if (const auto resolved = TextAfter("Resolved the name: ", message))
-            EndName(Printable(*resolved));
+            ReportName(Printable(*resolved));
         else if (const auto address = TextAfter("Connecting to ", message))
             m_address = Printable(*address);
         else if (message.starts_with("Connected to "))
-            EndConnection();
+            ReportConnection();
         else if (message == "Sending the request")
-            EndTls();
+            ReportTls();
         else if (const auto reason = TextAfter("The secure connection failed, error code: ", message))
             m_reasons.push_back(LeadingNumber(*reason));
         else if (const auto unsent = TextAfter("WinHttpSendRequest failed, error code: ", message))
-            EndFailed(LeadingNumber(*unsent));
+            ReportFailedRequest(LeadingNumber(*unsent));
         else if (const auto unanswered = TextAfter("WinHttpReceiveResponse failed, error code: ", message))
-            EndFailed(LeadingNumber(*unanswered));
+            ReportFailedRequest(LeadingNumber(*unanswered));
         else if (const auto path = TextAfter("Request Path: ", message))
             m_path = Printable(*path);
         else if (message.starts_with("The server answered with HTTP "))
             m_isReplyShown = false;
         else if (const auto endpoint = TextAfter("Found endpoint ", message))
-            EndEndpoints(*endpoint);
+            TakeEndpoint(*endpoint);
     }
 
-    void EndName(const std::string& address)
+    void ReportName(const std::string& address)
     {
         if (!std::exchange(m_isResolved, true))
-            End({"Name", {m_name == address ? m_name : m_name + " is " + address}});
+            Report({"Name", {m_name == address ? m_name : m_name + " is " + address}});
     }
 
-    void EndConnection()
+    void ReportConnection()
     {
         if (!std::exchange(m_isConnected, true))
-            End({"Connection", {"connected to " + m_address}});
+            Report({"Connection", {"connected to " + m_address}});
     }
 
-    void EndTls()
+    void ReportTls()
     {
         if (Server().secure && !std::exchange(m_isSecure, true))
-            End({"TLS", {"the server's certificate is accepted"}});
+            Report({"TLS", {"the server's certificate is accepted"}});
     }
 
-    void EndFailed(ResultCode code)
+    void ReportFailedRequest(ResultCode code)
     {
         if (AdviceOn(code).isAboutTls)
         {
-            EndConnection();
+            ReportConnection();
             if (m_reasons.empty())
                 m_reasons.push_back(code);
             Step step{"TLS", {}, AdviceOn(m_reasons.front()).next};
             for (const ResultCode reason : m_reasons)
                 step.lines.push_back(CodeWithMeaning(reason));
-            return End(step);
+            return Report(step);
         }
         const std::string text = CodeWithMeaning(code);
         const char* const next = AdviceOn(code).next;
         if (!m_isResolved)
-            End({"Name", {m_name + ": " + text}, next});
+            Report({"Name", {m_name + ": " + text}, next});
         else if (!m_isConnected)
-            End({"Connection", {m_address + ": " + text}, next});
+            Report({"Connection", {m_address + ": " + text}, next});
         else
-            End({"Reply", {m_path + ": " + text}, next});
+            Report({"Reply", {m_path + ": " + text}, next});
     }
 
     // The reply to the first request, as the library has understood it.
-    void EndEndpoints(std::string_view endpoint)
+    void TakeEndpoint(std::string_view endpoint)
     {
         constexpr std::string_view kPath = "path=";
-        EndReply();
+        ReportReply();
         const std::size_t path = endpoint.find(kPath) + kPath.size();
         m_version =
             Printable(endpoint.substr(0, endpoint.find(' '))) + " at " + Printable(endpoint.substr(path, endpoint.rfind(',') - path));
     }
 
-    void EndReply()
+    void ReportReply()
     {
         if (std::exchange(m_isReplyShown, true))
             return;
         const ServerAnswer answer = m_client.Answer();
         const std::string status = m_path + ": " + StatusText(answer.status);
         if (answer.status == 511)
-            End({"Reply", {status}, "log in to the network: open any http:// page in a browser"});
+            Report({"Reply", {status}, "log in to the network: open any http:// page in a browser"});
         else if (!answer.redirect.empty())
-            End({"Reply",
-                 {status + ": a redirect to " + answer.redirect},
-                 "redirects are not followed: name the address in --server, or log in to the network's portal first"});
+            Report({"Reply",
+                    {status + ": a redirect to " + answer.redirect},
+                    "redirects are not followed: name the address in --server, or log in to the network's portal first"});
         else if (answer.status >= 500)
-            End({"Reply", {status}, "the server, or a gateway before it, is out of order: try again later, then ask who runs it"});
+            Report({"Reply", {status}, "the server, or a gateway before it, is out of order: try again later, then ask who runs it"});
         else if (answer.status == 401 || answer.status == 403 || answer.status == 407)
-            End({"Reply", {status}, "something on the way wants a login of its own: a proxy, a gateway or the network's portal"});
+            Report({"Reply", {status}, "something on the way wants a login of its own: a proxy, a gateway or the network's portal"});
         else if (answer.status != 200)
-            End({"Reply", {status}, "is this the right server? " + std::string(kTrace)});
+            Report({"Reply", {status}, "is this the right server? " + std::string(kTrace)});
         else if (answer.reply.empty())
-            End({"Reply",
-                 {status + " without JSON: a web page of a portal or a proxy, or another kind of server"},
-                 "open " + Server().Text() + " in a browser to see whose page it is"});
+            Report({"Reply",
+                    {status + " without JSON: a web page of a portal or a proxy, or another kind of server"},
+                    "open " + Server().Text() + " in a browser to see whose page it is"});
         else
-            End({"Reply", {status}});
+            Report({"Reply", {status}});
     }
 
-    void EndFailedHandshake(ResultCode code)
+    void ReportFailedHandshake(ResultCode code)
     {
         Step step{"Handshake", {CodeWithMeaning(code)}, kTrace};
         if (m_hasFailed)
@@ -310,7 +313,7 @@ private:
             step.next = offers.empty() ? "is this the right server? Its /endpoints lists no versions"
                                        : "the server offers none of the versions that this library speaks: one of the two needs an update";
         }
-        End(step);
+        Report(step);
     }
 
     // The versions that the server offers.
@@ -329,7 +332,7 @@ private:
     Json::Value m_document;
     bool m_hasFailed = false;
 
-    // What the trace has told.
+    // What the messages of the trace have said so far.
     std::string m_name;
     std::string m_address;
     std::string m_path;

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// How the program tells of failures.
+/// The texts with which the program reports failures.
 
 #include "QuendraHttp/ResultCodes.h"
 

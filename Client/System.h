@@ -25,7 +25,7 @@ namespace System
 
 [[nodiscard]] std::optional<std::string> Environment(const std::string& name);
 
-/// The machine's name; empty where the system does not tell.
+/// The machine's name; empty if the system does not provide it.
 [[nodiscard]] std::wstring MachineName();
 
 /// The file of the program or library that contains a function; empty if unknown.

@@ -61,9 +61,8 @@ using ServerItemList = std::list<std::shared_ptr<IServerAttributes>>;
 /// Objects passed by shared pointer stay alive during the call: a callback may reset the caller's own pointers.
 ///
 /// Replies other than file content are held in memory, whatever their size: only a single piece is limited, to 5 MiB; a larger one ends the
-/// operation with
-/// `Result::InsufficientBuffer`. The contents of the records are not checked: a name may hold separators, be ".." or be empty. Check it
-/// before you use it in a local path.
+/// operation with `Result::InsufficientBuffer`. The contents of the records are not checked: a name may hold separators, be ".." or be
+/// empty. Check it before you use it in a local path.
 class IQuendraHttpAPI
 {
 public:
@@ -195,8 +194,8 @@ public:
     /// Slot 19. Deletes an item.
     /// @param path        server path.
     /// @param attributes  names the revision to delete; may be empty for any.
-    /// @return `Result::NotEnoughMemory` for a reply without a body; a refusal, 20000 also for a failed transfer; a platform error of the
-    ///         set-up.
+    /// @return `Result::NotEnoughMemory` for a reply without a body; a refusal, `Result::RefusalBase` also for a failed transfer; a
+    ///         platform error of the set-up.
     [[nodiscard]] virtual ResultCode DeletePath(const std::wstring& path, const std::shared_ptr<IServerAttributes>& attributes) = 0;
 
     /// Slot 20. Renames an item in its folder (over whatever has the new name), or moves it to another.
@@ -235,7 +234,7 @@ public:
     /// @param localPath           the file to send; must not change meanwhile.
     /// @param serverPath          the item's path.
     /// @param[in,out] attributes  times, attribute bits, size and revision to send; then what the server reports, also for
-    /// `Result::Conflict`.
+    ///                            `Result::Conflict`.
     /// @param deltaFlag           non-zero: `localPath` is a delta.
     /// @param cancelEvent         tested before anything is sent, after each block and once the server has answered.
     /// @param progress            may be empty.
@@ -302,8 +301,8 @@ public:
     /// @param cancelEvent         tested before anything is sent and after each block.
     /// @param progress            may be empty.
     /// @return `Result::Cancelled` when cancelled, `Result::ConnectionBroken` for a body that ends early, `Result::InsufficientBuffer` for
-    ///         a delta's name as for `UploadFile`'s; a refusal: of a whole file 20000 plus the "errorId" (20000 without one), of a delta
-    ///         20000 plus the HTTP status; a platform error.
+    ///         a delta's name as for `UploadFile`'s; a refusal: of a whole file `Result::RefusalBase` plus the "errorId" (or alone without
+    ///         one), of a delta `Result::RefusalBase` plus the HTTP status; a platform error.
     [[nodiscard]] virtual ResultCode DownloadFile(const std::wstring& serverPath, const std::wstring& localPath,
                                                   const std::shared_ptr<IServerAttributes>& attributes,
                                                   std::shared_ptr<IServerAttributes>& outAttributes, const std::wstring& signaturePath,
@@ -320,7 +319,7 @@ public:
     /// @param cancelEvent         tested like `DownloadFile`'s.
     /// @param progress            may be empty.
     /// @return `Result::Cancelled` when cancelled, `Result::ConnectionBroken` for a body that ends early, `Result::InvalidParameter` for a
-    ///         null pointer; a refusal (20000 plus the HTTP status); a platform error.
+    ///         null pointer; a refusal (`Result::RefusalBase` plus the HTTP status); a platform error.
     [[nodiscard]] virtual ResultCode DownloadData(const std::wstring& serverPath, const std::wstring& localPath,
                                                   const std::shared_ptr<IServerAttributes>& attributes,
                                                   std::shared_ptr<IServerAttributes>& outAttributes, const std::uint64_t* skip,

@@ -100,7 +100,7 @@ public:
     /// Slot 2. Adds a header, joined with a comma to one of the same name.
     /// @param name   without the colon.
     /// @param value  as it is sent.
-    /// @return 87 for a name or value with CR, LF or NUL.
+    /// @return `Result::InvalidParameter` for a name or value with CR, LF or NUL.
     virtual ResultCode AddHeader(const std::wstring& name, const std::wstring& value) = 0;
 
     /// Slot 3. Sends the headers; the body is written afterwards.
@@ -112,7 +112,7 @@ public:
     /// @param name    field name, as it is sent.
     /// @param value   value, encoded here.
     /// @param isLast  true omits the separator after the field.
-    /// @return 122 where the field's text is longer than 1024 characters; nothing is collected then.
+    /// @return `Result::InsufficientBuffer` where the field's text is longer than 1024 characters; nothing is collected then.
     virtual ResultCode AppendFormData(const char* name, const std::wstring& value, bool isLast) = 0;
 
     /// Slot 5. Writes the collected bytes and discards them, even on failure.
@@ -126,8 +126,8 @@ public:
 
     QUENDRA_OVERLOAD_PAIR(
         /// Slot 7. Measures or writes a part of a multipart body: a range of a local file. A write after a measurement with the same path,
-        /// offset and length sends exactly the measured bytes: what was appended since is ignored, and a file that has shrunk ends with 38.
-        /// Without a measurement the range is cut at the file's current end.
+        /// offset and length sends exactly the measured bytes: what was appended since is ignored, and a file that has shrunk ends with
+        /// `Result::EndOfFile`. Without a measurement the range is cut at the file's current end.
         /// @param fieldName    form field name.
         /// @param path         local file.
         /// @param fileName     the name in the part's header.
@@ -136,7 +136,8 @@ public:
         /// @param length       bytes of the range; cut at the end of the file.
         /// @param progress     may be empty.
         /// @param sizeOut      where it is given, it gets the part's size in bytes, and nothing is written.
-        /// @return 1223 when cancelled; 122 for a part header of more than 8192 bytes, nothing written; a platform error.
+        /// @return `Result::Cancelled` when cancelled; `Result::InsufficientBuffer` for a part header of more than 8192 bytes, nothing
+        ///         written; a platform error.
         virtual ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName,
                                              const CancelEvent* cancelEvent, const std::int64_t* offset, const std::int64_t* length,
                                              const std::shared_ptr<IProgressCallback>& progress, std::uint64_t* sizeOut) = 0,
@@ -147,7 +148,8 @@ public:
         /// @param cancelEvent  tested after each block; may be null.
         /// @param progress     may be empty.
         /// @param sizeOut      where it is given, it gets the part's size in bytes, and nothing is written.
-        /// @return 1223 when cancelled; 122 for a part header of more than 8192 bytes, nothing written; a platform error.
+        /// @return `Result::Cancelled` when cancelled; `Result::InsufficientBuffer` for a part header of more than 8192 bytes, nothing
+        ///         written; a platform error.
         virtual ResultCode SendMultipartFile(const char* fieldName, const std::wstring& path, const std::wstring& fileName,
                                              const CancelEvent* cancelEvent, const std::shared_ptr<IProgressCallback>& progress,
                                              std::uint64_t* sizeOut) = 0);
@@ -156,12 +158,12 @@ public:
         /// Slot 9. As slot 10, for wide text, converted to the thread's ANSI code page.
         /// @param name   field name.
         /// @param value  the field's value.
-        /// @return 122 for a part header of more than 8192 bytes, nothing collected; a platform error.
+        /// @return `Result::InsufficientBuffer` for a part header of more than 8192 bytes, nothing collected; a platform error.
         virtual ResultCode AddMultipartFormData(const wchar_t* name, const wchar_t* value) = 0,
         /// Slot 10. Collects one form field of a multipart body.
         /// @param name   field name.
         /// @param value  the field's value, sent as it is.
-        /// @return 122 for a part header of more than 8192 bytes, nothing collected; a platform error.
+        /// @return `Result::InsufficientBuffer` for a part header of more than 8192 bytes, nothing collected; a platform error.
         virtual ResultCode AddMultipartFormData(const char* name, const char* value) = 0);
 
     /// Slot 11. Collects the closing boundary of a multipart body.
@@ -179,7 +181,8 @@ public:
         /// @param progress     may be empty.
         /// @param offsetLow    the low half of the position at which the body is written.
         /// @param offsetHigh   its high half.
-        /// @return 20000 + status for a status other than 200, the file untouched; 1223 when cancelled; a platform error.
+        /// @return `Result::RefusalBase` plus the status for a status other than 200, the file untouched; `Result::Cancelled` when
+        ///         cancelled; a platform error.
         virtual ResultCode GetResponse(const std::wstring& path, const CancelEvent* cancelEvent,
                                        const std::shared_ptr<IProgressCallback>& progress, std::uint32_t offsetLow,
                                        std::uint32_t offsetHigh) = 0,
@@ -210,7 +213,7 @@ public:
 
     /// Slot 18. Receives the reply to a request that was sent, into memory. Every status is a success here.
     /// @param[out] response  replaced by the body; what it held is not freed.
-    /// @return 122 where the server announces more than 5 MiB at once; a platform error.
+    /// @return `Result::InsufficientBuffer` where the server announces more than 5 MiB at once; a platform error.
     virtual ResultCode ReceiveResponse(ResponseBuffer& response) = 0;
 
     /// Slot 19. Reads the rest of a reply's body into memory.

@@ -83,7 +83,7 @@ struct FileFacts
 [[nodiscard]] ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts);
 
 /// Creates an empty file that will replace another one, with the other's access rights if it exists.
-/// @return 0, or the platform's error: `Result::FileExists` if the file exists, `Result::AccessDenied` if the other may not be written.
+/// @return 0, or the platform's error: ERROR_FILE_EXISTS if the file exists, `Result::AccessDenied` if the other may not be written.
 [[nodiscard]] ResultCode MakeSuccessor(const std::wstring& path, const std::wstring& other);
 
 /// @param ticks  like `CAttributeTime`.

@@ -15,9 +15,6 @@ namespace
 using Days = std::chrono::sys_days;
 using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
 
-constexpr Days kEpoch = std::chrono::year{1601} / 1 / 1;
-constexpr std::int64_t kEpochToUnixSeconds = std::chrono::seconds(Days{std::chrono::year{1970} / 1 / 1} - kEpoch).count();
-constexpr std::int64_t kTicksPerSecond = 10'000'000;
 constexpr std::size_t kSecondsEnd = std::string_view("0000-00-00T00:00:00").size();
 
 // Whether a text is `2026-03-01T12:30:15`, without its seconds or without its time of day; a space may stand for the T.
@@ -86,7 +83,7 @@ std::optional<CAttributeTime> ParseTime(std::string_view text)
     if (text == "now")
     {
         const auto now = std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now());
-        return CAttributeTime(now.time_since_epoch().count() + kEpochToUnixSeconds * kTicksPerSecond);
+        return CAttributeTime(now.time_since_epoch().count() + kUnixEpochSeconds * kTicksPerSecond);
     }
 
     const bool isUtc = text.ends_with('Z');
@@ -98,9 +95,9 @@ std::optional<CAttributeTime> ParseTime(std::string_view text)
     if (!parts || !ticks)
         return std::nullopt;
     const auto seconds = UnixSeconds(*parts, isUtc);
-    if (!seconds || *seconds < -kEpochToUnixSeconds)
+    if (!seconds || *seconds < -kUnixEpochSeconds)
         return std::nullopt;
-    return CAttributeTime((*seconds + kEpochToUnixSeconds) * kTicksPerSecond + *ticks);
+    return CAttributeTime((*seconds + kUnixEpochSeconds) * kTicksPerSecond + *ticks);
 }
 
 std::string TimeForPeople(const CAttributeTime& time)
@@ -108,7 +105,7 @@ std::string TimeForPeople(const CAttributeTime& time)
     if (!time.IsSet())
         return "-";
     const std::int64_t wholeSeconds = time.GetTicks() / kTicksPerSecond;
-    const auto local = System::LocalTime(wholeSeconds - kEpochToUnixSeconds);
+    const auto local = System::LocalTime(wholeSeconds - kUnixEpochSeconds);
     if (!local)
         return ToNarrow(time.ToString());
     std::array<char, 64> text{};

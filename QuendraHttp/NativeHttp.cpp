@@ -22,8 +22,6 @@ constexpr int kTrackerEndLine = 235;
 constexpr int kGetSessionTokenLine = 624;
 constexpr int kSetSessionTokenLine = 636;
 
-constexpr std::uint32_t kStatusDenied = 401;
-
 constexpr std::wstring_view kSecureScheme = L"https://";
 constexpr std::wstring_view kSchemeEnd = L"://";
 
@@ -184,7 +182,7 @@ std::wstring CNativeHttp::GetApiBasePath()
 ResultCode CNativeHttp::CheckForChangedSessionToken(std::uint32_t status, const std::wstring& startToken, ResultCode code)
 {
     const FunctionTraceScope trace("CNativeHttp::CheckForChangedSessionToken", Unit::NativeHttp);
-    if (status != kStatusDenied)
+    if (status != HTTP_STATUS_DENIED)
         return code;
     std::wstring currentToken = SessionToken();
     const ScopedWipe wipe(currentToken);

@@ -2,6 +2,7 @@
 
 #include "TerminalText.h"
 #include "TextConversion.h"
+#include "TimeText.h"
 
 #include "Platform/Platform.h"
 #include "Platform/Posix/SystemErrors.h"
@@ -21,9 +22,6 @@ namespace System
 {
 namespace
 {
-
-constexpr std::int64_t kTicksPerSecond = 10'000'000;
-constexpr std::int64_t kUnixEpochSeconds = 11'644'473'600; // from 1601 to 1970
 
 std::error_code LastError()
 {

@@ -6,6 +6,8 @@
 #include "Transport/HeaderText.h"
 #include "Wiping.h"
 
+#include "Platform/Platform.h"
+
 #include <string_view>
 
 namespace
@@ -36,7 +38,7 @@ bool Contains(std::string_view text, std::string_view part)
 bool IsKnownDevice(const Exchange& exchange)
 {
     const std::string_view body = BodyOf(exchange.Response());
-    return exchange.Status() == 400 && Contains(body, "The user") && Contains(body, "has registered the device");
+    return exchange.Status() == HTTP_STATUS_BAD_REQUEST && Contains(body, "The user") && Contains(body, "has registered the device");
 }
 
 } // namespace

@@ -74,8 +74,8 @@ constexpr UploadKind kDelta{.endpoint = L"/delta",
 // Runs either kind of upload and takes the item from the reply.
 // @param item        what is sent; the caller keeps it alive.
 // @param attributes  the caller's; replaced by the reply's item.
-Exchange& Send(Exchange& exchange, const UploadKind& kind, const ConnectionOptions& connection, const Upload& upload,
-               const IServerAttributes& item, std::shared_ptr<IServerAttributes>& attributes)
+Exchange& PerformUpload(Exchange& exchange, const UploadKind& kind, const ConnectionOptions& connection, const Upload& upload,
+                        const IServerAttributes& item, std::shared_ptr<IServerAttributes>& attributes)
 {
     std::wstring url = exchange.ApiPath(kind.endpoint, upload.serverPath);
     const ScopedWipe wipe(url);
@@ -119,7 +119,7 @@ ResultCode CNativeHttp::_Internal_UploadFile(const std::wstring& localPath, cons
 {
     return RunExchange(*this, "CNativeHttp::_Internal_UploadFile", [&, sent = attributes](Exchange& exchange) {
         exchange.Info("Upload local path: [%S] for server path: [%S]", localPath, serverPath);
-        return Send(exchange, kWholeFile, {}, {localPath, serverPath, cancelEvent, progress}, *sent, attributes)
+        return PerformUpload(exchange, kWholeFile, {}, {localPath, serverPath, cancelEvent, progress}, *sent, attributes)
             .Info("Extracted attributes from upload reply")
             .Outcome();
     });
@@ -133,7 +133,7 @@ ResultCode CNativeHttp::_Internal_UploadDelta(const std::wstring& localPath, con
         exchange.Info("Upload local path: '%S' for server path: '%S'", localPath, serverPath);
         const ConnectionOptions connection{.sendTimeout = static_cast<std::uint32_t>(g_deltaSendTimeout.Get()),
                                            .receiveTimeout = static_cast<std::uint32_t>(g_deltaReceiveTimeout.Get())};
-        return Send(exchange, kDelta, connection, {localPath, serverPath, cancelEvent, progress}, *sent, attributes).Then([&] {
+        return PerformUpload(exchange, kDelta, connection, {localPath, serverPath, cancelEvent, progress}, *sent, attributes).Then([&] {
             exchange.Trace().Info("Extracted attributes from upload reply, Rev: %s", attributes->GetRevision());
             return Result::Success;
         });

@@ -246,7 +246,7 @@ Exchange& Exchange::Judge(const Judgement& row)
     if (row.logged == LoggedReplies::All)
         LogReply();
     const std::uint32_t status = Status();
-    if (status != kStatusOk && !(row.acceptsNoContent && status == kStatusNoContent))
+    if (status != HTTP_STATUS_OK && !(row.acceptsNoContent && status == HTTP_STATUS_NO_CONTENT))
     {
         m_trace.Error(row.refused, status);
         if (row.refusedWithoutBody && m_response.IsEmpty())
@@ -306,7 +306,7 @@ Exchange& Exchange::JudgeFile(ResultCode result, const Judgement& row)
         return End(MapHttpError(0, m_response));
     }
     Step(row.transferFailed, [&] { return result; });
-    if (m_hasEnded || Status() == kStatusOk)
+    if (m_hasEnded || Status() == HTTP_STATUS_OK)
         return *this;
     // The built-in transport succeeds only for 200; another transport may also succeed for other statuses. A whole-file download then
     // succeeds unless the session has changed.

@@ -253,7 +253,9 @@ private:
     Exchange& JudgeFile(ResultCode result, const Judgement& row);
     ResultCode CodeOfRefusal(std::uint32_t status, const Judgement& row);
 
-    // Initialises an object; returns the operation's result.
+    // Initialises a connection or a request.
+    // @param[out] result  what `Initialise` of the object returned, for the message.
+    // @return 0, or the result that the operation ends with: the last error, or for `returnsResult` and without a last error `result`.
     template <typename Object, typename Call>
     static ResultCode Initialise(const std::shared_ptr<Object>& object, bool onlyNegativeFails, bool returnsResult, ResultCode& result,
                                  const Call& call);

@@ -12,9 +12,6 @@
 #include <optional>
 #include <string>
 
-inline constexpr std::uint32_t kStatusOk = 200;
-inline constexpr std::uint32_t kStatusNoContent = 204;
-
 /// Which part of a reply is judged first.
 enum class JudgedFirst
 {

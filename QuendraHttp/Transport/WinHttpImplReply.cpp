@@ -167,7 +167,7 @@ ResultCode WinHttpRequest::GetResponse(const std::wstring& path, const CancelEve
     if (progress)
         progress->OnStatusSize(statusBytes);
     m_httpStatus = static_cast<std::uint32_t>(std::wcstol(status.c_str(), nullptr, 10));
-    if (m_httpStatus != 200)
+    if (m_httpStatus != HTTP_STATUS_OK)
         return Result::RefusalBase + m_httpStatus;
 
     ResultCode result = Result::Success;

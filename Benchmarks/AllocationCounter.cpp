@@ -11,6 +11,7 @@ namespace
 {
 
 std::atomic<std::int64_t> allocatedBytes = 0;
+std::atomic<std::int64_t> peakBytes = 0;
 
 // Every block remembers its size in front of itself.
 constexpr std::size_t kHeaderSize = alignof(std::max_align_t);
@@ -22,13 +23,21 @@ std::int64_t AllocatedBytes()
     return allocatedBytes.load(std::memory_order_relaxed);
 }
 
+std::int64_t TakePeakBytes()
+{
+    return peakBytes.exchange(AllocatedBytes(), std::memory_order_relaxed);
+}
+
 void* operator new(std::size_t size)
 {
     void* const block = std::malloc(size + kHeaderSize);
     if (block == nullptr)
         throw std::bad_alloc();
     *static_cast<std::size_t*>(block) = size;
-    allocatedBytes.fetch_add(static_cast<std::int64_t>(size), std::memory_order_relaxed);
+    const auto asked = static_cast<std::int64_t>(size);
+    const std::int64_t now = allocatedBytes.fetch_add(asked, std::memory_order_relaxed) + asked;
+    if (now > peakBytes.load(std::memory_order_relaxed)) // benchmarks allocate in one thread
+        peakBytes.store(now, std::memory_order_relaxed);
     return static_cast<std::byte*>(block) + kHeaderSize;
 }
 

@@ -7,3 +7,6 @@
 
 /// The bytes asked for by `new` and not given back yet.
 [[nodiscard]] std::int64_t AllocatedBytes();
+
+/// The most that `AllocatedBytes` was since the last call.
+[[nodiscard]] std::int64_t TakePeakBytes();

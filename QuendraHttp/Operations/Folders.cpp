@@ -27,7 +27,8 @@ ResultCode CNativeHttp::GetPathListing(const std::wstring& path, ServerItemList&
             .Perform(Judgements::kGetPathListing)
             .Then([&] {
                 ServerItemList self;
-                ExtractAttributes(exchange.Response(), children, self);
+                // A long listing's text is freed before its records take their memory.
+                ExtractAttributes(exchange.Response(), children, self, [&] { exchange.Response().Reset(); });
                 const bool isFolder = self.size() == 1;
                 if (isFolder)
                 {

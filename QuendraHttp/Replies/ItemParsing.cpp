@@ -231,7 +231,8 @@ std::uint32_t ProcessJSONArray(const Json::Value& value, ServerItemList& list, b
     return added;
 }
 
-std::uint32_t ExtractAttributes(const ResponseBuffer& response, ServerItemList& children, ServerItemList& self)
+std::uint32_t ExtractAttributes(const ResponseBuffer& response, ServerItemList& children, ServerItemList& self,
+                                const std::function<void()>& isParsed)
 {
     const FunctionTraceScope trace("CNativeHttp::ExtractAttributes", Unit::NativeHttp);
     std::uint32_t added = 0;
@@ -239,6 +240,8 @@ std::uint32_t ExtractAttributes(const ResponseBuffer& response, ServerItemList& 
         Json::Value root;
         if (!ParseJson(response, Comments::Skip, root))
             return;
+        if (isParsed)
+            isParsed();
         const auto process = HoldsElements(root) ? &ProcessJSONArray : &ProcessJSONDictionary;
         // Once as a reply that contains items, once as an item itself.
         added += process(root, children, true);

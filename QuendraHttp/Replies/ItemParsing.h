@@ -8,6 +8,7 @@
 #include "QuendraHttp/QuendraHttp.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 /// Appends the item that a JSON object describes, or the items if the object is a whole reply.
@@ -22,8 +23,10 @@ std::uint32_t ProcessJSONArray(const Json::Value& value, ServerItemList& list, b
 /// and earlier ones stay.
 /// @param[in,out] children  appended to: the items that the reply holds in its "contents" or its "document_info".
 /// @param[in,out] self      appended to: the reply itself as an item. May be the same list as `children`.
+/// @param isParsed          called before the records are made, if given: may free the body, which is not read any more.
 /// @return the number of records added to both.
-std::uint32_t ExtractAttributes(const ResponseBuffer& response, ServerItemList& children, ServerItemList& self);
+std::uint32_t ExtractAttributes(const ResponseBuffer& response, ServerItemList& children, ServerItemList& self,
+                                const std::function<void()>& isParsed = {});
 
 /// The item of a reply that describes exactly one; null for a reply that describes none or several.
 [[nodiscard]] std::shared_ptr<IServerAttributes> ExtractSingleItem(const ResponseBuffer& response);

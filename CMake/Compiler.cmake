@@ -41,6 +41,10 @@ if(QUENDRA_SANITIZE)
     add_link_options(-fsanitize=${QUENDRA_SANITIZE})
 endif()
 
+if(NOT WIN32)
+    # A call that is resolved when it is first made leaves the processor's registers on the stack, and what they just copied: a token.
+    add_link_options(LINKER:-z,now)
+endif()
 if(WIN32)
     # Windows 10 and later.
     add_compile_definitions(_WIN32_WINNT=0x0A00 UNICODE _UNICODE)

@@ -5,14 +5,21 @@
 #include "Replies/FeedParsing.h"
 #include "RequestCycle/Exchange.h"
 #include "Settings.h"
+#include "Wiping.h"
 
 ResultCode CNativeHttp::GetChanges(std::list<CNotificationAction*>& actions)
 {
     return RunExchange(*this, "CNativeHttp::GetChanges", [&](Exchange& exchange) {
         // The feed's path starts with the endpoint path even for API 1.0; the token is then the last segment.
-        std::wstring path = exchange.Server().endpointPath + L"/notifs";
+        std::wstring path = exchange.Server().endpointPath + L"/notifs/";
+        const ScopedWipe wipe(path);
         if (exchange.Server().apiVersion == kApiVersion10)
-            path += L"/" + exchange.StartToken();
+        {
+            path.reserve(path.size() + exchange.StartToken().size()); // growing would leave a copy in freed memory
+            path += exchange.StartToken();
+        }
+        else
+            path.pop_back();
         return exchange.Info("Requesting list of changes from the server.")
             .Open(L"GET", path)
             .Track(L"/notifs")

@@ -1,6 +1,7 @@
 #include "Replies/JsonLibrary.h"
 
 #include "TextConversion.h"
+#include "Wiping.h"
 
 #include <algorithm>
 
@@ -71,7 +72,7 @@ std::optional<std::string> ReplaceUnpairedSurrogates(std::string_view text)
         return std::nullopt;
     std::string mended(text);
     for (; at != std::string::npos; at = FindUnpairedSurrogate(mended, at + kEscapeLength))
-        mended.replace(at, kEscapeLength, "\\ufffd");
+        mended.replace(at, kEscapeLength, "\\ufffd"); // of the same length: nothing moves
     return mended;
 }
 
@@ -157,8 +158,11 @@ bool ParseJson(const ResponseBuffer& response, Comments comments, Json::Value& r
     if (response.data == nullptr)
         return false;
     const std::string_view text(response.data, static_cast<std::size_t>(response.length));
-    const std::optional<std::string> mended = ReplaceUnpairedSurrogates(text);
-    return ReadJson(mended ? *mended : text, comments, root);
+    std::optional<std::string> mended = ReplaceUnpairedSurrogates(text);
+    if (!mended)
+        return ReadJson(text, comments, root);
+    const ScopedWipe wipe(*mended); // the reply may be a login's
+    return ReadJson(*mended, comments, root);
 }
 
 std::string RenderJson(Json::Value& value, std::size_t room, bool& isCut)

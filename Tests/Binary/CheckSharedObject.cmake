@@ -1,5 +1,5 @@
 # Reads from libQuendraHttp.so that it exports the four functions and nothing else, and from its needs that no library slipped in; from
-# libquendra_platform.so that all its functions are in a namespace.
+# libquendra_platform.so that all its functions are in a namespace; from both that no call is resolved late.
 #
 #     cmake -DNM=nm -DOBJDUMP=objdump -DLIBRARY=libQuendraHttp.so -DPLATFORM=libquendra_platform.so -P CheckSharedObject.cmake
 
@@ -27,6 +27,13 @@ execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} OUTPUT_VARIABLE dump COMMAND_ER
 string(REGEX MATCHALL "NEEDED +[^ \n]+" lines "${dump}")
 list(TRANSFORM lines REPLACE "NEEDED +|\\.so.*" "")
 expect_within("needed libraries" "${lines}" libquendra_eventing libquendra_platform libjsoncpp libstdc++ libm libgcc_s libc ld-linux-x86-64)
+
+foreach(library ${LIBRARY} ${PLATFORM})
+    execute_process(COMMAND ${OBJDUMP} -p ${library} OUTPUT_VARIABLE dump COMMAND_ERROR_IS_FATAL ANY)
+    if(NOT dump MATCHES "FLAGS_1 +0x[0-9a-f]*[13579bdf]\n")
+        message(FATAL_ERROR "${library} is not linked with -z now")
+    endif()
+endforeach()
 
 read_exports(exports ${PLATFORM})
 list(FILTER exports INCLUDE REGEX "^T ")

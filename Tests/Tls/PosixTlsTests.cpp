@@ -1,6 +1,7 @@
 /// @file
 /// Requests over TLS: whose certificates are taken, and that a broken connection kills no process.
 
+#include "MemorySearch.h"
 #include "PosixHttpSupport.h"
 #include "RawServer.h"
 #include "TransferSupport.h"
@@ -12,6 +13,8 @@
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 #include <regex>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace HttpCalls;
 
@@ -226,6 +229,43 @@ TEST_F(PosixTls, TellsThatTheServerDemandsACertificate)
             EXPECT_EQ(outcome, Get(server));
             EXPECT_EQ(outcome, Exchange(HttpClient(server.Port()).Open(L"POST", L"/", WINHTTP_FLAG_SECURE).get(), "body"));
         }
+}
+
+TEST_F(PosixTls, LeavesNoSecretInMemory)
+{
+    constexpr std::string_view kSecret = "terces-gnol-yrev-a-8d3f6a1e9c";
+    constexpr std::size_t kBefore = 8000;
+    Trust(loopback);
+    int toChild[2] = {};
+    ASSERT_EQ(0, pipe(toChild));
+    std::uint16_t port = 0;
+    const pid_t child = fork(); // before there are copies of the server's
+    if (child == 0)
+    {
+        static_cast<void>(read(toChild[0], &port, sizeof port));
+        const HttpClient client(port);
+        auto body = Spelled<std::string>(kSecret);
+        std::vector<char> reply(2 * kBefore);
+        auto request = client.Open(L"POST", L"/", WINHTTP_FLAG_SECURE);
+        const auto size = static_cast<DWORD>(body.size());
+        WinHttpSendRequest(request.get(), nullptr, 0, body.data(), size, size, 0);
+        WinHttpReceiveResponse(request.get(), nullptr);
+        std::size_t received = 0;
+        for (DWORD count = 1; count != 0; received += count)
+            WinHttpReadData(request.get(), reply.data() + received, static_cast<DWORD>(reply.size() - received), &count);
+        const bool isComplete = received == kBefore + body.size() && CountIn(reply.data(), reply.size(), kSecret, 1) == 1;
+        explicit_bzero(body.data(), body.size());
+        explicit_bzero(reply.data(), reply.size());
+        request.reset(); // its connection is kept
+        _exit(isComplete ? CountInMemory(kSecret) : 99);
+    }
+    RawServer server(Answer(loopback, HttpReply(200, std::string(kBefore, ' ') + Spelled<std::string>(kSecret))));
+    port = server.Port();
+    ASSERT_EQ(static_cast<ssize_t>(sizeof port), write(toChild[1], &port, sizeof port));
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    close(toChild[0]), close(toChild[1]);
 }
 
 TEST_F(PosixTls, TakesACutReplyForBroken)

@@ -28,6 +28,8 @@ CURLcode CertificateDemand::Watch(CURL*, void* context, void* self) noexcept
     auto* const tls = static_cast<SSL_CTX*>(context);
     if (SSL_CTX_set_ex_data(tls, Index(), self) == 0)
         return CURLE_OUT_OF_MEMORY;
+    // Else OpenSSL keeps what it decrypted, such as a login's reply.
+    SSL_CTX_set_options(tls, SSL_OP_CLEANSE_PLAINTEXT);
     SSL_CTX_set_client_cert_cb(tls, [](SSL* connection, X509**, EVP_PKEY**) {
         static_cast<CertificateDemand*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(connection), Index()))->m_isMade = true;
         return 0; // there is none to send

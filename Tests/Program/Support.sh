@@ -8,6 +8,7 @@ set -u
 export LC_ALL=C.UTF-8
 
 platform=$1
+emulator=("${@:4}")
 server=("${@:4}" "$2")
 client=("${@:4}" "$3")
 

@@ -73,8 +73,9 @@ TEST(PosixFiles, KeepWhatFindsRoomOnAFullDisk)
     const rlimit limit{4, unlimited.rlim_max};
     ::setrlimit(RLIMIT_FSIZE, &limit);
     DWORD count = 0;
-    EXPECT_EQ(ERROR_DISK_FULL, ErrorOfCall(WriteFile(file, "abcdef", 6, &count, nullptr)));
-    ::setrlimit(RLIMIT_FSIZE, &unlimited);
+    const DWORD error = ErrorOfCall(WriteFile(file, "abcdef", 6, &count, nullptr));
+    ::setrlimit(RLIMIT_FSIZE, &unlimited); // also for what is told of a failure
+    EXPECT_EQ(ERROR_DISK_FULL, error);
     EXPECT_EQ("abcd", folder.Read("file"));
     CloseHandle(file);
 }

@@ -2,17 +2,20 @@
 
 #include "HttpServer.h"
 
+#include <ostream>
+#include <syncstream>
+
 namespace ApplianceParts
 {
 
 namespace
 {
 
-Reply Answer(const Router& router, const Request& request)
+Reply HandleOrRefuse(Services& services, const Request& request)
 {
     try
     {
-        return router.Handle(request);
+        return Handle(services, request);
     }
     catch (const ApiError& error)
     {
@@ -30,51 +33,41 @@ Reply Answer(const Router& router, const Request& request)
 
 } // namespace
 
-Appliance::Appliance(Options options, std::ostream& output)
-    : m_options(std::move(options)),
-      m_output(output),
-      m_state(m_options.root),
-      m_sessions(m_options, m_state, m_feed),
-      m_items(m_options.root, m_state, m_feed),
-      m_router(m_options.apiVersions, m_sessions),
-      m_port(m_options.port)
+Appliance::Appliance(Options options, std::ostream& output) : m_services(std::move(options), output), m_port(m_services.options.port)
 {
-    AddSessionRoutes(m_router, m_options, m_sessions, m_feed, m_items, m_state, m_output);
-    AddItemRoutes(m_router, m_items, m_state);
-    AddResumeRoutes(m_router, m_items, m_state);
 }
 
 void Appliance::Start()
 {
     FaultChooser chooseFault;
-    if (m_options.faults)
+    if (const auto& faults = m_services.options.faults)
     {
-        chooseFault = ChooseFrom(*m_options.faults, m_options.faultSeed, [this](const std::string& line) { m_output.Write(line); });
-        chooseFault = [this, choose = std::move(chooseFault)](const FaultOccasion& occasion) {
+        const auto report = [this](const std::string& line) { std::osyncstream(m_services.output) << line << std::endl; };
+        chooseFault = [this, choose = ChooseFrom(*faults, m_services.options.faultSeed, report)](const FaultOccasion& occasion) {
             return m_playsFaults ? choose(occasion) : nullptr;
         };
     }
     m_server = StartHttpServer(
-        m_options, m_port, [this](const Request& request) { return Serve(request); }, chooseFault);
+        m_services.options, m_port, [this](const Request& request) { return Answer(request); }, chooseFault);
 }
 
 void Appliance::Stop()
 {
-    m_feed.Stop();
+    m_services.feed.Stop();
     m_server = nullptr;
 }
 
 std::string Appliance::Url() const
 {
-    return (m_options.certificate.empty() ? "http://127.0.0.1:" : "https://127.0.0.1:") + std::to_string(m_port);
+    return (m_services.options.certificate.empty() ? "http://127.0.0.1:" : "https://127.0.0.1:") + std::to_string(m_port);
 }
 
-Reply Appliance::Serve(const Request& request)
+Reply Appliance::Answer(const Request& request)
 {
-    Reply reply = Answer(m_router, request);
-    if (m_options.logsRequests)
-        m_output.Write(request.method + " " + request.path + " -> " + std::to_string(reply.status) + ", " + std::to_string(reply.Length()) +
-                       " bytes");
+    Reply reply = HandleOrRefuse(m_services, request);
+    if (m_services.options.logsRequests)
+        std::osyncstream(m_services.output) << request.method << ' ' << request.path << " -> " << reply.status << ", " << reply.Length()
+                                            << " bytes" << std::endl;
     return reply;
 }
 

@@ -3,8 +3,7 @@
 /// @file
 /// The sample server as one object: for the program, and for tests that want a server in their own process.
 
-#include "ItemStore.h"
-#include "Router.h"
+#include "Routes.h"
 
 #include <atomic>
 
@@ -27,8 +26,11 @@ public:
     /// @throws std::runtime_error if the port or the certificate cannot be used.
     void Start();
 
-    /// Ends every connection, including waiting ones, and returns when all threads have ended.
+    /// Ends every connection, including waiting ones, and returns when all threads have ended. From here on nothing waits for changes.
     void Stop();
+
+    /// Answers one request, also without `Start`: for a connection that the caller has. Callable from any thread. Does not throw.
+    [[nodiscard]] Reply Answer(const Request& request);
 
     /// Plays the options' faults, which it does from the start, or none for a while. Callable from any thread.
     void PlayFaults(bool playsThem) { m_playsFaults = playsThem; }
@@ -38,15 +40,7 @@ public:
     [[nodiscard]] std::string Url() const;
 
 private:
-    Reply Serve(const Request& request);
-
-    const Options m_options;
-    LineWriter m_output;
-    const StateFolder m_state;
-    Feed m_feed;
-    Sessions m_sessions;
-    ItemStore m_items;
-    Router m_router;
+    Services m_services;
     int m_port;
     std::atomic<bool> m_playsFaults = true;
     std::shared_ptr<void> m_server;

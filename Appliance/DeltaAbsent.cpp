@@ -1,20 +1,11 @@
-#include "Delta.h"
+#include "Routes.h"
 
-namespace ApplianceParts::Delta
+namespace ApplianceParts
 {
 
-bool IsAvailable()
+Reply ExchangeDelta(const Call&)
 {
-    return false;
+    throw ApiError(501, ErrorId::Unsupported, "this build has no deltas");
 }
 
-// Never called in a build without deltas.
-void Make(const std::filesystem::path&, std::FILE&, const std::filesystem::path&)
-{
-}
-
-void Apply(std::FILE&, const std::filesystem::path&, const std::filesystem::path&)
-{
-}
-
-} // namespace ApplianceParts::Delta
+} // namespace ApplianceParts

@@ -1,12 +1,13 @@
-#include "Delta.h"
-#include "Http.h"
+// Deltas in the format of librsync's rdiff.
+
+#include "Routes.h"
 #include "System.h"
 
 #include <librsync.h>
 
 #include <array>
 
-namespace ApplianceParts::Delta
+namespace ApplianceParts
 {
 
 namespace
@@ -38,15 +39,7 @@ void CheckBlockSize(std::FILE* signature)
     std::rewind(signature);
 }
 
-} // namespace
-
-bool IsAvailable()
-{
-    // Errors are reported to the client, not logged by the library.
-    static const bool isSilent = (rs_trace_set_level(RS_LOG_EMERG), true);
-    return isSilent;
-}
-
+// Writes the delta from the file of the signature to the given one.
 void Make(const std::filesystem::path& signature, std::FILE& file, const std::filesystem::path& delta)
 {
     const auto input = System::OpenFile(signature);
@@ -61,11 +54,30 @@ void Make(const std::filesystem::path& signature, std::FILE& file, const std::fi
     });
 }
 
-void Apply(std::FILE& basis, const std::filesystem::path& delta, const std::filesystem::path& result)
+} // namespace
+
+Reply ExchangeDelta(const Call& call)
 {
-    const auto input = System::OpenFile(delta);
-    WriteFile(result, "the delta cannot be applied",
-              [&](std::FILE* output) { return rs_patch_file(&basis, input.get(), output, nullptr); });
+    // Errors are reported to the client, not logged by the library.
+    rs_trace_set_level(RS_LOG_EMERG);
+    const auto& [services, request, query, rest, session] = call;
+    const auto path = ItemPath::FromUrl(rest);
+    const TemporaryFile received(services.state);
+    const TemporaryFile result(services.state);
+    const auto [fields, hasFile] = ReadUpload(request, received.Path());
+    if (!hasFile)
+        throw Malformed("the file is missing");
+    const bool isDelta = !fields.empty();
+    const auto [item, current] = services.items.Open(path, Find(isDelta ? fields : query, "revision").value_or(""));
+    if (!isDelta)
+    {
+        Make(received.Path(), *current.file, result.Path());
+        return ContentReply({System::OpenFile(result.Path()), std::filesystem::file_size(result.Path())});
+    }
+    const auto delta = System::OpenFile(received.Path());
+    WriteFile(result.Path(), "the delta cannot be applied",
+              [&basis = *current.file, &delta](std::FILE* output) { return rs_patch_file(&basis, delta.get(), output, nullptr); });
+    return ItemReply(services.items.PutFile(path, result.Path(), ReadChanges(fields), item.revision));
 }
 
-} // namespace ApplianceParts::Delta
+} // namespace ApplianceParts

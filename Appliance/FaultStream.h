@@ -125,4 +125,18 @@ private:
     std::uint64_t m_sent = 0;
 };
 
+/// Plays the faults that are for whole connections, and serves the others.
+inline std::function<void(Socket&)> PlayAtConnections(FaultChooser choose, std::function<void(Socket&)> serve)
+{
+    return [choose = std::move(choose), serve = std::move(serve)](Socket& socket) {
+        auto fault = choose({});
+        if (!fault)
+            return serve(socket);
+        FaultStream stream(socket, socket);
+        stream.Begin(std::move(fault));
+        stream.SendReply();
+        stream.End();
+    };
+}
+
 } // namespace ApplianceParts

@@ -3,7 +3,9 @@
 #include <json/json.h>
 
 #include <algorithm>
+#include <fstream>
 #include <initializer_list>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <random>
@@ -253,6 +255,14 @@ FaultPlan ReadFaultPlan(const std::string& text)
             result.faults.push_back(std::make_shared<const Fault>(ReadFault(each, place)));
     }
     return result;
+}
+
+FaultPlan ReadFaultPlanFile(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw std::runtime_error("cannot read the plan " + path.string());
+    return ReadFaultPlan({std::istreambuf_iterator<char>(file), {}});
 }
 
 FaultChooser ChooseFrom(FaultPlan plan, std::uint64_t seed, std::function<void(const std::string& line)> report)

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -79,6 +80,9 @@ struct FaultPlan
 /// @param text  JSON, which may hold comments.
 /// @throws std::runtime_error, which names the place, if the text is not a plan.
 [[nodiscard]] FaultPlan ReadFaultPlan(const std::string& text);
+
+/// The same for the text in a file.
+[[nodiscard]] FaultPlan ReadFaultPlanFile(const std::filesystem::path& path);
 
 /// Chooses from a plan. What the Nth request meets depends on the plan, the seed and N; while faults with a `count` are left, also on the
 /// requests before it.

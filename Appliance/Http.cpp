@@ -63,6 +63,11 @@ Reply JsonReply(JsonMembers members)
     return JsonReply(JsonObject(members));
 }
 
+Reply ContentReply(FileContent content)
+{
+    return {.contentType = "application/octet-stream", .content = std::move(content)};
+}
+
 Reply ErrorReply(const ApiError& error)
 {
     auto body = JsonObject({{"errorId", std::to_string(static_cast<int>(error.id))}, {"message", error.what()}});
@@ -80,16 +85,15 @@ bool IsValidUtf8(std::string_view text)
 std::optional<std::string> PercentDecode(std::string_view text)
 {
     std::string result;
-    for (; !text.empty(); text.remove_prefix(1))
+    for (std::size_t at = 0; at < text.size(); ++at)
     {
-        auto byte = static_cast<unsigned char>(text.front());
+        auto byte = static_cast<unsigned char>(text[at]);
         if (byte == '%')
         {
-            text.remove_prefix(1);
-            const char* const end = text.data() + std::min<std::size_t>(text.size(), 2);
-            if (text.size() < 2 || std::from_chars(text.data(), end, byte, 16).ptr != end)
+            const auto digits = text.substr(at + 1, 2);
+            if (digits.size() < 2 || std::from_chars(digits.data(), digits.data() + 2, byte, 16).ptr != digits.data() + 2)
                 return std::nullopt;
-            text.remove_prefix(1);
+            at += 2;
         }
         result += static_cast<char>(byte);
     }

@@ -1,13 +1,15 @@
 #pragma once
 
 /// @file
-/// A request and its reply for the handlers, and their text formats: queries, forms, header values, JSON.
+/// A request and its reply for the handlers, and their text formats: queries, forms, multipart bodies, header values, JSON.
 
 #include <json/value.h>
 
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
+#include <ios>
 #include <map>
 #include <memory>
 #include <optional>
@@ -64,15 +66,15 @@ using Fields = std::multimap<std::string, std::string, std::less<>>;
 
 struct Request
 {
-    std::string method;
-    std::string path; ///< as in the request line, without the query: still percent-encoded.
-    Fields query;
-    std::function<std::optional<std::string>(std::string_view name)> header;
+    std::string method = {};
+    std::string path = {};  ///< as in the request line, without the query: still percent-encoded.
+    std::string query = {}; ///< still percent-encoded.
+    std::function<std::optional<std::string>(std::string_view name)> header = {};
     /// Returns the next piece of the body, valid until the next call; an empty one at the body's end. What a handler leaves is skipped.
     /// @throws ApiError if the body ends early.
-    std::function<std::string_view()> readBody;
+    std::function<std::string_view()> readBody = {};
     /// Whether the client still waits for the reply.
-    std::function<bool()> isClientWaiting;
+    std::function<bool()> isClientWaiting = {};
 };
 
 /// A range of a file, sent block by block as a reply's body.
@@ -96,6 +98,7 @@ struct Reply
 using RequestHandler = std::function<Reply(const Request&)>;
 
 [[nodiscard]] Reply JsonReply(const Json::Value& value = Json::objectValue, int status = 200);
+[[nodiscard]] Reply ContentReply(FileContent content);
 [[nodiscard]] Reply ErrorReply(const ApiError& error);
 
 using JsonMembers = std::initializer_list<std::pair<const char*, Json::Value>>;
@@ -114,6 +117,21 @@ using JsonMembers = std::initializer_list<std::pair<const char*, Json::Value>>;
 /// Reads a form-urlencoded body of at most 4 MiB.
 /// @throws ApiError if the body is not such a form.
 [[nodiscard]] Fields ReadForm(const Request& request);
+
+[[nodiscard]] bool IsMultipart(const Request& request);
+
+struct Upload
+{
+    Fields fields;
+    bool hasFile = false;
+};
+
+/// Parses a multipart body as a stream. The size and the number of fields are limited, the file's size is not.
+/// @param file  receives the bytes of the file part; opened when that part begins.
+/// @param mode  std::ios::trunc, or std::ios::app to append.
+/// @throws ApiError if the body is malformed or ends early.
+/// @throws std::system_error if the bytes cannot be written.
+[[nodiscard]] Upload ReadUpload(const Request& request, const std::filesystem::path& file, std::ios::openmode mode = std::ios::trunc);
 
 /// The text without spaces and line ends around it.
 [[nodiscard]] std::string_view Trimmed(std::string_view text);

@@ -116,31 +116,21 @@ private:
     Reply Answer(Parser& parser)
     {
         const auto& head = parser.get();
-        const std::string_view target(head.target().data(), head.target().size());
-        const auto question = std::min(target.size(), target.find('?'));
-        try
-        {
-            Request request;
-            request.method = std::string(head.method_string());
-            request.path = PathOf(parser);
-            request.query = ParseFields(target.substr(std::min(target.size(), question + 1)));
-            request.header = [&head](std::string_view name) {
-                const auto found = head.find({name.data(), name.size()});
-                return found == head.end() ? std::nullopt : std::optional(std::string(found->value()));
-            };
-            request.readBody = [this, &parser] {
-                const auto piece = ReadBody(parser);
-                if (piece.empty() && !parser.is_done())
-                    throw Malformed("the body ended early");
-                return piece;
-            };
-            request.isClientWaiting = [this] { return m_socket.IsClientWaiting(); };
-            return m_handler(request);
-        }
-        catch (const ApiError& error)
-        {
-            return ErrorReply(error);
-        }
+        const std::string_view target = head.target();
+        Request request{.method = head.method_string(), .path = std::string(PathOf(parser))};
+        request.query = target.substr(std::min(target.size(), request.path.size() + 1));
+        request.header = [&head](std::string_view name) {
+            const auto found = head.find(name);
+            return found == head.end() ? std::nullopt : std::optional<std::string>(found->value());
+        };
+        request.readBody = [this, &parser] {
+            const auto piece = ReadBody(parser);
+            if (piece.empty() && !parser.is_done())
+                throw Malformed("the body ended early");
+            return piece;
+        };
+        request.isClientWaiting = [this] { return m_socket.IsClientWaiting(); };
+        return m_handler(request);
     }
 
     // Returns the next block of the body; nothing at its end, or if the connection fails.

@@ -21,13 +21,13 @@ namespace asio = boost::asio;
 
 using asio::ip::tcp;
 
+constexpr std::size_t kMostConnections = 500; // each takes a thread, a socket and perhaps a file
 constexpr std::chrono::milliseconds kShortestWait{200};
 
 class HttpServer
 {
 public:
-    HttpServer(std::size_t mostConnections, int port, ConnectionServer serve)
-        : m_mostConnections(mostConnections), m_serve(std::move(serve))
+    HttpServer(int port, ConnectionServer serve) : m_serve(std::move(serve))
     {
         try
         {
@@ -92,7 +92,7 @@ private:
         while (!m_isStopping)
         {
             m_connections.remove_if([](const Connection& connection) { return connection.hasEnded; });
-            if (m_connections.size() < m_mostConnections)
+            if (m_connections.size() < kMostConnections)
                 return;
             const auto slowest = std::ranges::min_element(m_connections, {}, [](const auto& each) { return each.socket.WaitingSince(); });
             if (slowest->socket.WaitingSince() < Clock::now() - kShortestWait)
@@ -131,7 +131,6 @@ private:
         m_oneEnded.notify_all();
     }
 
-    const std::size_t m_mostConnections;
     const ConnectionServer m_serve;
     asio::io_context m_context;
     tcp::acceptor m_acceptor{m_context};
@@ -142,14 +141,6 @@ private:
     std::jthread m_listener; ///< joined first, then the threads of the connections.
 };
 
-void PlayAtConnection(Socket& socket, std::shared_ptr<const Fault> fault)
-{
-    FaultStream stream(socket, socket);
-    stream.Begin(std::move(fault));
-    stream.SendReply();
-    stream.End();
-}
-
 } // namespace
 
 std::shared_ptr<void> StartHttpServer(const Options& options, int& port, const RequestHandler& handler, const FaultChooser& chooseFault)
@@ -158,13 +149,8 @@ std::shared_ptr<void> StartHttpServer(const Options& options, int& port, const R
     if (!options.certificate.empty())
         serve = ServeTls(options, handler, chooseFault);
     if (chooseFault)
-        serve = [serve = std::move(serve), chooseFault](Socket& socket) {
-            if (auto fault = chooseFault({}))
-                PlayAtConnection(socket, std::move(fault));
-            else
-                serve(socket);
-        };
-    const auto server = std::make_shared<HttpServer>(options.mostConnections, port, std::move(serve));
+        serve = PlayAtConnections(chooseFault, std::move(serve));
+    const auto server = std::make_shared<HttpServer>(port, std::move(serve));
     port = server->Port();
     return server;
 }

@@ -32,6 +32,16 @@ hours FileClockLead()
     return lead;
 }
 
+std::optional<ItemTime> ReadTime(const std::optional<std::string>& text)
+{
+    if (!text || text == "INVALID")
+        return std::nullopt;
+    const auto time = ParseTime(*text);
+    if (!time)
+        throw Malformed("a time is malformed");
+    return time;
+}
+
 } // namespace
 
 std::filesystem::path ToFilePath(std::string_view name)
@@ -121,16 +131,6 @@ std::uint64_t ReadNumber(const std::string& text, const std::string& name)
     return number;
 }
 
-std::optional<ItemTime> ReadTime(const std::optional<std::string>& text)
-{
-    if (!text || text == "INVALID")
-        return std::nullopt;
-    const auto time = ParseTime(*text);
-    if (!time)
-        throw Malformed("a time is malformed");
-    return time;
-}
-
 ItemChanges ReadChanges(const Fields& fields)
 {
     constexpr std::uint64_t kUnknown = 0xFFFFFFFF;
@@ -143,7 +143,7 @@ ItemChanges ReadChanges(const Fields& fields)
 
 Json::Value ToJson(const Item& item)
 {
-    return JsonObject({{"name", item.name},
+    return JsonObject({{"name", item.path.substr(item.path.rfind('/') + 1)},
                        {"orca_path", item.path},
                        {"directory", item.isFolder},
                        {"size", Json::UInt64(item.size)},

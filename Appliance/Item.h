@@ -31,9 +31,6 @@ public:
     /// "/a/b", and "/" for the root.
     [[nodiscard]] std::string Text() const { return IsRoot() ? "/" : m_text; }
 
-    /// The last name; empty for the root.
-    [[nodiscard]] std::string Name() const { return m_text.substr(m_text.rfind('/') + 1); }
-
     /// The folder that holds this item; the root's is the root.
     [[nodiscard]] ItemPath Parent() const { return ItemPath(m_text.substr(0, m_text.rfind('/'))); }
 
@@ -66,8 +63,7 @@ inline constexpr std::uint32_t kNormalAttribute = 0x80;
 
 struct Item
 {
-    std::string path = {};
-    std::string name = {};
+    std::string path = {}; ///< "/a/b", and "/" for the root.
     bool isFolder = false;
     std::uint64_t size = 0;
     ItemTime created = {};
@@ -99,12 +95,8 @@ struct ItemChanges
 /// @throws ApiError if it is not a number, or exceeds a signed 64-bit number.
 [[nodiscard]] std::uint64_t ReadNumber(const std::string& text, const std::string& name);
 
-/// A time from a client, which sends "INVALID" for one that it does not know.
-/// @throws ApiError if it is malformed.
-[[nodiscard]] std::optional<ItemTime> ReadTime(const std::optional<std::string>& text);
-
-/// Reads the fields "creation_time", "modification_time" and "attributes" (the bits in decimal; clients send 4294967295 for bits that they
-/// do not know).
+/// Reads the fields "creation_time", "modification_time" and "attributes" (the bits in decimal). Clients send "INVALID" for a time and
+/// 4294967295 for bits that they do not know.
 /// @throws ApiError if one of the texts is malformed.
 [[nodiscard]] ItemChanges ReadChanges(const Fields& fields);
 

@@ -4,41 +4,110 @@
 /// The values of items that files cannot store, by the item's path.
 
 #include "Item.h"
-#include "LineWriter.h"
+#include "JsonText.h"
 #include "StateFolder.h"
+#include "UtcText.h"
+
+#include <map>
+#include <sstream>
 
 namespace ApplianceParts
 {
 
-/// The records in memory, and a file to which every change is appended as a line of JSON. A process that is killed leaves at most one
-/// incomplete line, which the next one skips. Opening rewrites the file without outdated entries. Callers must hold a lock.
+/// The records in memory, and a file with a line of JSON for each change, `{PATH:VALUES,...}`, where null removes a record. A process that
+/// is killed leaves at most one incomplete line, which the next one skips. Opening rewrites the file as one line. Callers must hold a lock.
 class ItemJournal
 {
 public:
     /// @throws std::system_error if the file cannot be written.
-    explicit ItemJournal(const StateFolder& state) : m_output(Load(state)) {}
+    explicit ItemJournal(const StateFolder& state) : m_state(state)
+    {
+        std::istringstream input(state.Read(kFile).value_or(""));
+        for (std::string line; std::getline(input, line);)
+            if (const auto changes = ParseJsonObject(line))
+                Apply(*changes);
+        Json::Value all(Json::objectValue);
+        for (const auto& [path, item] : m_records)
+            all[path] = ToRecord(item);
+        state.Write(kFile, JsonLine(all) + "\n");
+    }
 
-    /// The recorded values of an item; null for none. An item that was moved still has its old path and name here.
-    [[nodiscard]] const Item* Find(const std::string& path) const;
+    /// The recorded values of an item; null for none. It has no path here.
+    [[nodiscard]] const Item* Find(const std::string& path) const
+    {
+        const auto found = m_records.find(path);
+        return found == m_records.end() ? nullptr : &found->second;
+    }
 
     /// Records an item, and gives it a revision that no item has had before.
-    void Set(Item& item);
+    void Set(Item& item)
+    {
+        item.revision = RandomHex(16);
+        Change(JsonObject({{item.path.c_str(), ToRecord(item)}}));
+    }
+
     /// Removes the records of the item and all below it.
-    void Remove(const std::string& path);
+    void Remove(const std::string& path) { Change(Removal(path)); }
+
     /// Moves the records of the item and all below it; the target's records are removed.
-    void Move(const std::string& from, const std::string& to);
+    void Move(const std::string& from, const std::string& to)
+    {
+        auto changes = Removal(to);
+        for (const auto& path : Removal(from).getMemberNames())
+        {
+            changes[path] = Json::nullValue;
+            changes[to + path.substr(from.size())] = ToRecord(m_records[path]);
+        }
+        Change(changes);
+    }
 
 private:
-    // Returns the path of the file.
-    std::filesystem::path Load(const StateFolder& state);
-    void Apply(const Json::Value& entry);
-    /// Applies an entry and appends it to the file.
-    void Change(const Json::Value& entry);
-    void Erase(const std::string& path);
+    static constexpr const char* kFile = "items.jsonl";
 
+    static Json::Value ToRecord(const Item& item)
+    {
+        return JsonObject({{"created", FormatUtc(item.created)},
+                           {"modified", FormatUtc(item.modified)},
+                           {"attributes", item.attributes},
+                           {"revision", item.revision},
+                           {"stamp", Json::Int64(item.stamp)},
+                           {"size", Json::UInt64(item.size)}});
+    }
+
+    // The change that removes all that is recorded for an item and below it.
+    [[nodiscard]] Json::Value Removal(const std::string& path) const
+    {
+        Json::Value changes(Json::objectValue);
+        for (auto next = m_records.lower_bound(path); next != m_records.end() && next->first.starts_with(path); ++next)
+            if (const auto rest = next->first.substr(path.size()); rest.empty() || rest.front() == '/')
+                changes[next->first] = Json::nullValue;
+        return changes;
+    }
+
+    void Change(const Json::Value& changes)
+    {
+        Apply(changes);
+        m_state.Append(kFile, changes);
+    }
+
+    void Apply(const Json::Value& changes)
+    {
+        for (const auto& path : changes.getMemberNames())
+        {
+            const auto& record = changes[path];
+            m_records.erase(path);
+            if (record.isObject())
+                m_records[path] = {.size = record["size"].asUInt64(),
+                                   .created = ParseTime(record["created"].asString()).value_or(ItemTime()),
+                                   .modified = ParseTime(record["modified"].asString()).value_or(ItemTime()),
+                                   .attributes = record["attributes"].asUInt(),
+                                   .revision = record["revision"].asString(),
+                                   .stamp = record["stamp"].asInt64()};
+        }
+    }
+
+    const StateFolder& m_state;
     std::map<std::string, Item> m_records;
-    std::uint64_t m_lastRevision = 0;
-    LineWriter m_output;
 };
 
 } // namespace ApplianceParts

@@ -42,7 +42,6 @@ Item Describe(const ItemPath& path, const fs::path& file, bool isFolder, const I
         item.revision = isFolder ? "0" : "f" + std::to_string(stamp) + "-" + std::to_string(size);
     }
     item.path = path.Text();
-    item.name = path.Name();
     item.isFolder = isFolder;
     item.size = size;
     return item;
@@ -90,7 +89,7 @@ std::pair<Item, std::vector<Item>> ItemStore::List(const ItemPath& path) const
         if (auto child = Look(path.Child(name)))
             children.push_back(std::move(*child));
     }
-    std::sort(children.begin(), children.end(), [](const Item& left, const Item& right) { return left.name < right.name; });
+    std::sort(children.begin(), children.end(), [](const Item& left, const Item& right) { return left.path < right.path; });
     return {Require(path), children};
 }
 
@@ -151,18 +150,14 @@ Item ItemStore::Move(const ItemPath& from, const ItemPath& to, bool mayOverwrite
 
 void ItemStore::Remove(const ItemPath& path, const std::string& revision)
 {
-    const auto grave = m_state.NewTemporary();
-    {
-        const std::unique_lock lock(m_mutex);
-        const auto item = Require(path);
-        RequireMovable(path);
-        CheckRevision(item, revision);
-        fs::rename(Locate(path), grave);
-        m_journal.Remove(path.Text());
-        m_feed.Publish("delete", path.Text());
-    }
-    // Removing a large folder takes time: do it without the lock.
-    fs::remove_all(grave);
+    const TemporaryFile grave(m_state); // removing a large folder takes time, and is done without the lock
+    const std::unique_lock lock(m_mutex);
+    const auto item = Require(path);
+    RequireMovable(path);
+    CheckRevision(item, revision);
+    fs::rename(Locate(path), grave.Path());
+    m_journal.Remove(path.Text());
+    m_feed.Publish("delete", path.Text());
 }
 
 Item ItemStore::PutFile(const ItemPath& path, const fs::path& content, const ItemChanges& changes,
@@ -254,7 +249,8 @@ ApiError ToApiError(const std::error_code& error)
         return {403, ErrorId::StorageFailed, "the item cannot be used: " + error.message()};
     if (error == std::errc::file_exists || error == std::errc::directory_not_empty || error == std::errc::is_a_directory)
         return {409, ErrorId::AlreadyExists, error.message()};
-    if (error == std::errc::no_space_on_device || error == std::errc::file_too_large)
+    if (error == std::errc::no_space_on_device || error == std::errc::file_too_large || error == std::errc::io_error ||
+        error == std::io_errc::stream)
         return {507, ErrorId::StorageFailed, error.message()};
     return {500, ErrorId::StorageFailed, error.message()};
 }

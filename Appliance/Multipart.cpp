@@ -1,5 +1,6 @@
-#include "Multipart.h"
+// Bodies of multipart/form-data.
 
+#include "Http.h"
 #include "TextComparison.h"
 
 #include <algorithm>
@@ -78,16 +79,16 @@ private:
     std::string m_pending = "\r\n"; ///< received and not yet passed on; the first boundary has no line before it.
 };
 
-// The value of the header "Content-Disposition" in a part's head.
+// The line "Content-Disposition" in a part's head.
 std::string_view DispositionOf(std::string_view head)
 {
+    constexpr std::string_view kName = "Content-Disposition:";
     while (!head.empty())
     {
         const auto line = head.substr(0, head.find("\r\n"));
+        if (EqualIgnoringAsciiCase(line.substr(0, kName.size()), kName))
+            return line;
         head.remove_prefix(std::min(head.size(), line.size() + 2));
-        const auto colon = std::min(line.size(), line.find(':'));
-        if (EqualIgnoringAsciiCase(Trimmed(line.substr(0, colon)), "Content-Disposition"))
-            return line.substr(std::min(line.size(), colon + 1));
     }
     return {};
 }
@@ -108,10 +109,7 @@ Upload ReadUpload(const Request& request, const std::filesystem::path& file, std
     const std::string delimiter = "\r\n--" + *boundary;
     Upload upload;
     std::ofstream output;
-    const auto checkOutput = [&output] {
-        if (!output)
-            throw ApiError(507, ErrorId::StorageFailed, "the file cannot be written");
-    };
+    output.exceptions(std::ios::failbit | std::ios::badbit);
     BodySplitter body(request);
     body.ReadTo(delimiter, [](std::string_view) {});
     for (std::size_t parts = 0; body.HasPart(); ++parts)
@@ -132,13 +130,8 @@ Upload ReadUpload(const Request& request, const std::filesystem::path& file, std
         if (std::exchange(upload.hasFile, true))
             throw MalformedBody("it has more than one file");
         output.open(file, std::ios::out | std::ios::binary | mode);
-        checkOutput();
-        body.ReadTo(delimiter, [&](std::string_view piece) {
-            output.write(piece.data(), static_cast<std::streamsize>(piece.size()));
-            checkOutput();
-        });
+        body.ReadTo(delimiter, [&](std::string_view piece) { output.write(piece.data(), static_cast<std::streamsize>(piece.size())); });
         output.close();
-        checkOutput();
     }
     return upload;
 }

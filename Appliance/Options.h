@@ -26,7 +26,6 @@ struct Options
     bool logsRequests = false;
     std::optional<FaultPlan> faults = {};
     std::uint64_t faultSeed = 1;
-    std::size_t mostConnections = 500; ///< each takes a thread, a socket and perhaps a file.
     std::vector<std::string> apiVersions = {"1.0", "1.1", "1.2", "1.3"};
 };
 

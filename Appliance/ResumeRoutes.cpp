@@ -1,13 +1,9 @@
 #include "Identifier.h"
-#include "ItemStore.h"
 #include "JsonText.h"
-#include "Multipart.h"
-#include "Router.h"
+#include "Routes.h"
 #include "TextConversion.h"
 
-#include <condition_variable>
 #include <fstream>
-#include <set>
 
 namespace ApplianceParts
 {
@@ -15,7 +11,6 @@ namespace ApplianceParts
 namespace
 {
 
-constexpr const char* kFolder = "resume";
 constexpr std::chrono::seconds kLongestWait{5};
 
 // The headers of a request that begins an upload, with their names in the stored description.
@@ -23,8 +18,7 @@ constexpr std::pair<const char*, const char*> kDescribing[] = {{"size", "qd_file
                                                                {"creation_time", "qd_file_creation_time"},
                                                                {"modification_time", "qd_file_modification_time"},
                                                                {"attributes", "qd_attributes"},
-                                                               {"revision", "qd_revision"},
-                                                               {"expiry", "qd_expiry"}};
+                                                               {"revision", "qd_revision"}};
 
 std::string HeaderOf(const Request& request, const std::string& name)
 {
@@ -34,43 +28,13 @@ std::string HeaderOf(const Request& request, const std::string& name)
                    "the header " + name + " is missing: some proxies drop headers whose names have underscores");
 }
 
-// Exclusive use of uploads, which need not exist yet. Safe to use from several threads.
-class Leases
-{
-public:
-    // The upload is released when the result is destroyed. Waits a little: the thread of a broken connection may be about to release it.
-    std::shared_ptr<const void> Acquire(const std::string& id)
-    {
-        std::unique_lock lock(m_mutex);
-        if (!m_released.wait_for(lock, kLongestWait, [&] { return !m_busy.contains(id); }))
-            throw ApiError(423, ErrorId::Busy, "another request works on this upload");
-        m_busy.insert(id);
-        return {this, [this, id](const void*) {
-                    const std::lock_guard guard(m_mutex);
-                    m_busy.erase(id);
-                    m_released.notify_all();
-                }};
-    }
-
-    bool IsBusy(const std::string& id) const
-    {
-        const std::lock_guard guard(m_mutex);
-        return m_busy.contains(id);
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::condition_variable m_released;
-    std::set<std::string> m_busy;
-};
-
 // An upload in chunks: a file with the received bytes and a JSON file with the description, which outlive the process. Only the holder of
 // the upload's lease may access its bytes.
 class StoredUpload
 {
 public:
     StoredUpload(const StateFolder& state, const std::string& id)
-        : m_state(state), m_description(std::string(kFolder) + "/" + id + ".json"), m_bytes(state.Path(kFolder) / (id + ".bytes"))
+        : m_state(state), m_name("resume/" + id), m_bytes(state.Path(m_name + ".bytes"))
     {
     }
 
@@ -79,25 +43,24 @@ public:
     {
         Take(description);
         Discard();
-        if (!std::ofstream(m_bytes, std::ios::binary))
-            throw ApiError(507, ErrorId::StorageFailed, "the upload cannot be stored");
-        m_state.Write(m_description, JsonLine(description));
+        m_state.Write(m_name + ".bytes", "");
+        m_state.Write(m_name + ".json", JsonLine(description));
     }
 
-    // Returns whether there is such an upload, and it has not expired.
+    // Returns whether there is such an upload.
     bool Load()
     {
-        const auto description = ParseJsonObject(m_state.Read(m_description).value_or(""));
+        const auto description = ParseJsonObject(m_state.Read(m_name + ".json").value_or(""));
         // When an upload becomes an item, its bytes are moved away first.
         if (!description || !std::filesystem::exists(m_bytes))
             return false;
         Take(*description);
-        return !m_expiry || *m_expiry >= Now();
+        return true;
     }
 
     void Discard() const
     {
-        std::filesystem::remove(m_state.Path(m_description));
+        std::filesystem::remove(m_state.Path(m_name + ".json"));
         std::filesystem::remove(m_bytes);
     }
 
@@ -120,27 +83,23 @@ private:
         size = ReadNumber(Require(texts, "size"), "qd_file_size");
         changes = ReadChanges(texts);
         revision = Find(texts, "revision").value_or("");
-        m_expiry = ReadTime(Find(texts, "expiry"));
     }
 
     const StateFolder& m_state;
-    std::string m_description;
+    std::string m_name;
     std::filesystem::path m_bytes;
-    std::optional<ItemTime> m_expiry;
 };
 
 // One request to an upload.
 class ResumeCall
 {
 public:
-    ResumeCall(const Call& call, Leases& leases, const StateFolder& state, ItemStore& items)
-        : m_request(call.request),
-          m_leases(leases),
-          m_state(state),
-          m_items(items),
+    explicit ResumeCall(const Call& call)
+        : m_services(call.services),
+          m_request(call.request),
           m_path(ItemPath::FromUrl(call.rest)),
-          m_id(CheckedId(Find(call.request.query, "resume_id").value_or(""))),
-          m_upload(state, m_id)
+          m_id(CheckedId(Find(call.query, "resume_id").value_or(""))),
+          m_upload(m_services.state, m_id)
     {
     }
 
@@ -152,7 +111,7 @@ public:
         if (!newPath)
             for (const char* name : {"qd_offset", "qd_block_size"})
                 (void)HeaderOf(m_request, name);
-        const auto lease = m_leases.Acquire(m_id);
+        const auto lease = Acquire();
         if (newPath)
         {
             const auto target = ItemPath::FromText(*newPath);
@@ -173,7 +132,6 @@ public:
             return Finish(m_path, m_upload.revision);
         // An item that does not exist yet has the values that the client sent, because the client continues with what it gets.
         return ItemReply({.path = m_path.Text(),
-                          .name = m_path.Name(),
                           .size = m_upload.size,
                           .created = m_upload.changes.created.value_or(Now()),
                           .modified = m_upload.changes.modified.value_or(Now()),
@@ -185,12 +143,13 @@ public:
     {
         Load();
         // Clients expect the lock as text, not as a JSON boolean.
-        return JsonReply({{"bytes_received", Json::UInt64(m_upload.Received())}, {"is_locked", m_leases.IsBusy(m_id) ? "true" : "false"}});
+        return JsonReply(
+            {{"bytes_received", Json::UInt64(m_upload.Received())}, {"is_locked", m_services.uploads.IsTaken(m_id) ? "true" : "false"}});
     }
 
     Reply Cancel()
     {
-        const auto lease = m_leases.Acquire(m_id);
+        const auto lease = Acquire();
         Load();
         m_upload.Discard();
         return JsonReply();
@@ -204,6 +163,14 @@ private:
         if (!id)
             throw Malformed("the upload's id is missing or malformed");
         return ToNarrow(IdentifierText(*id));
+    }
+
+    // Waits a little: the thread of a broken connection may be about to release the upload.
+    std::shared_ptr<const void> Acquire()
+    {
+        if (auto lease = m_services.uploads.Acquire(m_id, kLongestWait))
+            return lease;
+        throw ApiError(423, ErrorId::Busy, "another request works on this upload");
     }
 
     void Load()
@@ -237,17 +204,16 @@ private:
     // old bytes, and what follows them is kept.
     void TakeAgain(std::uint64_t offset, std::uint64_t size)
     {
-        const TemporaryFile chunk(m_state.NewTemporary());
+        const TemporaryFile chunk(m_services.state);
         (void)ReadUpload(m_request, chunk.Path());
         if ((std::filesystem::exists(chunk.Path()) ? std::filesystem::file_size(chunk.Path()) : 0) != size)
             throw WrongLength();
         if (size == 0)
             return;
         std::fstream bytes(m_upload.Bytes(), std::ios::binary | std::ios::in | std::ios::out);
+        bytes.exceptions(std::ios::failbit | std::ios::badbit);
         bytes.seekp(static_cast<std::streamoff>(offset));
-        bytes << std::ifstream(chunk.Path(), std::ios::binary).rdbuf();
-        if (!bytes.flush())
-            throw ApiError(507, ErrorId::StorageFailed, "the upload cannot be stored");
+        bytes << std::ifstream(chunk.Path(), std::ios::binary).rdbuf() << std::flush;
     }
 
     static ApiError WrongLength() { return Malformed("the chunk is not as long as its head says"); }
@@ -259,36 +225,31 @@ private:
         if (received != m_upload.size)
             throw ApiError(409, ErrorId::Incomplete,
                            "only " + std::to_string(received) + " of " + std::to_string(m_upload.size) + " bytes have come");
-        const auto item = m_items.PutFile(path, m_upload.Bytes(), m_upload.changes, revision);
+        const auto item = m_services.items.PutFile(path, m_upload.Bytes(), m_upload.changes, revision);
         m_upload.Discard();
         return ItemReply(item);
     }
 
+    Services& m_services;
     const Request& m_request;
-    Leases& m_leases;
-    const StateFolder& m_state;
-    ItemStore& m_items;
     ItemPath m_path;
     std::string m_id;
     StoredUpload m_upload;
 };
 
+template <Reply (ResumeCall::*handle)()> Reply Answer(const Call& call)
+{
+    return (ResumeCall(call).*handle)();
+}
+
 } // namespace
 
-void AddResumeRoutes(Router& router, ItemStore& items, const StateFolder& state)
+std::span<const Route> ResumeRoutes()
 {
-    std::filesystem::create_directories(state.Path(kFolder));
-    for (const auto& entry : std::filesystem::directory_iterator(state.Path(kFolder)))
-        if (StoredUpload upload(state, ToUtf8(entry.path().stem())); !upload.Load())
-            upload.Discard();
-    const auto leases = std::make_shared<Leases>();
-    const auto add = [&](const char* method, Reply (ResumeCall::*handle)()) {
-        router.Add(method, "{api}/resume/upload/*", Access::Session,
-                   [leases, &state, &items, handle](const Call& call) { return (ResumeCall(call, *leases, state, items).*handle)(); });
-    };
-    add("POST", &ResumeCall::Post);
-    add("GET", &ResumeCall::Status);
-    add("DELETE", &ResumeCall::Cancel);
+    static constexpr Route kRoutes[] = {{"POST", "{api}/resume/upload/*", Access::Session, Answer<&ResumeCall::Post>},
+                                        {"GET", "{api}/resume/upload/*", Access::Session, Answer<&ResumeCall::Status>},
+                                        {"DELETE", "{api}/resume/upload/*", Access::Session, Answer<&ResumeCall::Cancel>}};
+    return kRoutes;
 }
 
 } // namespace ApplianceParts

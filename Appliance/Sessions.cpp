@@ -3,7 +3,8 @@
 #include "Http.h"
 #include "JsonText.h"
 
-#include <algorithm>
+#include <functional>
+#include <numeric>
 #include <stdexcept>
 #include <utility>
 
@@ -20,10 +21,8 @@ constexpr std::size_t kTokenDigits = 32;
 // Takes constant time, so that its duration does not reveal the secret.
 bool IsSame(const std::string& left, const std::string& right)
 {
-    unsigned difference = left.size() == right.size() ? 0 : 1;
-    for (std::size_t index = 0; index < std::min(left.size(), right.size()); ++index)
-        difference |= static_cast<unsigned>(static_cast<unsigned char>(left[index]) ^ static_cast<unsigned char>(right[index]));
-    return difference == 0;
+    return left.size() == right.size() &&
+           std::transform_reduce(left.begin(), left.end(), right.begin(), 0, std::bit_or<>(), std::bit_xor<>()) == 0;
 }
 
 Session ToSession(const Json::Value& saved)
@@ -33,8 +32,7 @@ Session ToSession(const Json::Value& saved)
 
 } // namespace
 
-Sessions::Sessions(const Options& options, const StateFolder& state, Feed& feed)
-    : m_user(options.user), m_password(options.password), m_needsDeviceToken(options.needsDeviceToken), m_state(state), m_feed(feed)
+Sessions::Sessions(const Options& options, const StateFolder& state, Feed& feed) : m_options(options), m_state(state), m_feed(feed)
 {
     auto saved = ParseJsonObject(state.Read(kFile).value_or("{}"));
     if (!saved)
@@ -46,15 +44,15 @@ Sessions::Sessions(const Options& options, const StateFolder& state, Feed& feed)
 
 Session Sessions::LogIn(const std::string& user, const std::string& password, const std::string& deviceId, const std::string& deviceToken)
 {
-    if (user != m_user || !IsSame(password, m_password))
+    if (user != m_options.user || !IsSame(password, m_options.password))
         throw ApiError(401, ErrorId::LoginRefused, "the user or the password is wrong");
     const std::lock_guard guard(m_mutex);
     const auto& device = std::as_const(m_saved)["devices"][deviceId];
-    if (m_needsDeviceToken && (device.isNull() || !IsSame(deviceToken, device.asString())))
+    if (m_options.needsDeviceToken && (device.isNull() || !IsSame(deviceToken, device.asString())))
         throw ApiError(401, ErrorId::DeviceNotRegistered, "the device is not registered, or its device token is wrong");
     auto& sessions = m_saved["sessions"];
-    if (sessions.size() == kMostSessions)
-        sessions.removeIndex(0, nullptr);
+    if (Json::Value oldest; sessions.size() == kMostSessions && sessions.removeIndex(0, &oldest))
+        m_feed.Close(oldest["token"].asString());
     const auto& added = sessions.append(JsonObject({{"token", RandomHex(kTokenDigits)}, {"user", user}, {"device_id", deviceId}}));
     Save();
     m_feed.Open(added["token"].asString());
@@ -100,13 +98,15 @@ void Sessions::Forget(const std::string& deviceId, const std::string& exceptToke
     for (const auto& each : m_saved["sessions"])
         if (each["device_id"] != deviceId || each["token"] == exceptToken)
             kept.append(each);
+        else
+            m_feed.Close(each["token"].asString());
     m_saved["sessions"] = kept;
     Save();
 }
 
 void Sessions::CheckUser(const std::string& user) const
 {
-    if (user != m_user)
+    if (user != m_options.user)
         throw ApiError(404, ErrorId::NotFound, "there is no such user");
 }
 

@@ -46,9 +46,7 @@ private:
     void CheckUser(const std::string& user) const;
     void Save() const;
 
-    std::string m_user;
-    std::string m_password;
-    bool m_needsDeviceToken;
+    const Options& m_options;
     const StateFolder& m_state;
     Feed& m_feed;
     mutable std::mutex m_mutex;

@@ -1,5 +1,7 @@
 #include "StateFolder.h"
 
+#include "JsonText.h"
+
 #include <fstream>
 #include <random>
 #include <system_error>
@@ -16,7 +18,7 @@ constexpr const char* kTemporary = "temporary";
 
 StateFolder::StateFolder(const std::filesystem::path& root) : m_folder(root / kName)
 {
-    std::filesystem::create_directories(m_folder);
+    std::filesystem::create_directories(m_folder / "resume");
     std::filesystem::permissions(m_folder, std::filesystem::perms::owner_all);
     // Temporary files of an earlier process.
     std::filesystem::remove_all(m_folder / kTemporary);
@@ -38,7 +40,7 @@ std::optional<std::string> StateFolder::Read(std::string_view name) const
 
 void StateFolder::Write(std::string_view name, std::string_view content) const
 {
-    const TemporaryFile temporary(NewTemporary());
+    const TemporaryFile temporary(*this);
     std::ofstream file(temporary.Path(), std::ios::binary);
     file.write(content.data(), static_cast<std::streamsize>(content.size()));
     file.close();
@@ -48,10 +50,22 @@ void StateFolder::Write(std::string_view name, std::string_view content) const
     std::filesystem::rename(temporary.Path(), Path(name));
 }
 
+void StateFolder::Append(std::string_view name, const Json::Value& line) const
+{
+    const std::lock_guard guard(m_mutex);
+    std::ofstream file(Path(name), std::ios::binary | std::ios::app);
+    if (file << JsonLine(line) << '\n' << std::flush)
+        return;
+    // A later line may find free space again, and must not continue this one.
+    file.clear();
+    file << '\n';
+    throw std::system_error(std::make_error_code(std::errc::no_space_on_device), "cannot write to " + std::string(name));
+}
+
 TemporaryFile::~TemporaryFile()
 {
     std::error_code ignored;
-    std::filesystem::remove(m_path, ignored);
+    std::filesystem::remove_all(m_path, ignored);
 }
 
 std::string RandomHex(std::size_t digits)

@@ -15,26 +15,21 @@ namespace ssl = boost::asio::ssl;
 
 constexpr std::chrono::seconds kHandshakeTimeout{30};
 
-void Check(const ErrorCode& error, const std::string& step)
-{
-    if (error)
-        throw std::runtime_error(step + ": " + error.message());
-}
-
 } // namespace
 
 ConnectionServer ServeTls(const Options& options, RequestHandler handler, FaultChooser chooseFault)
 {
     const auto context = std::make_shared<ssl::context>(ssl::context::tls_server);
-    ErrorCode error;
-    context->set_options(ssl::context::no_tlsv1 | ssl::context::no_tlsv1_1, error);
-    Check(error, "cannot prepare TLS");
-    context->use_certificate_chain_file(options.certificate.string(), error);
-    Check(error, "cannot use the certificate " + options.certificate.string());
-    context->use_private_key_file(options.privateKey.string(), ssl::context::pem, error);
-    Check(error, "cannot use the private key " + options.privateKey.string());
-    if (SSL_CTX_check_private_key(context->native_handle()) != 1)
-        throw std::runtime_error("the private key is not the certificate's");
+    context->set_options(ssl::context::no_tlsv1 | ssl::context::no_tlsv1_1);
+    try
+    {
+        context->use_certificate_chain_file(options.certificate.string());
+        context->use_private_key_file(options.privateKey.string(), ssl::context::pem); // fails if it is not the certificate's
+    }
+    catch (const boost::system::system_error& error)
+    {
+        throw std::runtime_error("cannot use --cert and --key: " + error.code().message());
+    }
     return [context, handler = std::move(handler), chooseFault = std::move(chooseFault)](Socket& socket) {
         boost::beast::ssl_stream<Socket&> stream(socket, *context);
         ErrorCode failed;

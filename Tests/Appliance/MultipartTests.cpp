@@ -1,6 +1,6 @@
 // A multipart body is the same in whatever pieces it arrives.
 
-#include "Multipart.h"
+#include "Http.h"
 #include "TransferSupport.h"
 
 #include <gtest/gtest.h>

@@ -155,7 +155,7 @@ class SampleServer(unittest.TestCase):
         # What was recorded has moved along, and is still there after a restart, behind a record that was cut off.
         self.server.stop()
         with open(self.server.root / ".quendra-appliance" / "items.jsonl", "a", encoding="utf-8") as journal:
-            journal.write('{"set":"/c/f","rev')
+            journal.write('{"/c/f":{"rev')
         self.server.start()
         self.assertEqual(self.server.item("/c/f"), {**moved, "orca_path": "/c/f"})
 

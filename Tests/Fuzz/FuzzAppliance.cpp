@@ -4,6 +4,7 @@
 #include "Appliance.h"
 #include "FuzzSupport.h"
 #include "HttpConnection.h"
+#include "JsonText.h"
 
 #include <boost/asio/io_context.hpp>
 
@@ -12,6 +13,7 @@
 #include <random>
 #include <sstream>
 #include <unistd.h>
+#include <utility>
 
 namespace
 {
@@ -49,48 +51,14 @@ private:
     std::string_view m_sends;
 };
 
-// The parts of an appliance, without a listener. The feed has stopped, so that nothing waits.
-struct Server
+// The token of a new session.
+std::string LogIn(Appliance& server)
 {
-    explicit Server(const fs::path& root)
-        : options{.root = root},
-          output(mails),
-          state(root),
-          sessions(options, state, feed),
-          items(root, state, feed),
-          router(options.apiVersions, sessions)
-    {
-        AddSessionRoutes(router, options, sessions, feed, items, state, output);
-        AddItemRoutes(router, items, state);
-        AddResumeRoutes(router, items, state);
-        feed.Stop();
-    }
-
-    Reply Serve(const Request& request) const
-    {
-        try
-        {
-            return router.Handle(request);
-        }
-        catch (const ApiError& error)
-        {
-            return ErrorReply(error);
-        }
-        catch (const std::system_error& error)
-        {
-            return ErrorReply(ToApiError(error.code()));
-        }
-    }
-
-    Options options;
-    std::ostringstream mails;
-    LineWriter output;
-    StateFolder state;
-    Feed feed;
-    Sessions sessions;
-    ItemStore items;
-    Router router;
-};
+    std::string_view form = "user_id=demo&password=demo";
+    const auto read = [&form] { return std::exchange(form, {}); };
+    const auto reply = server.Answer({.method = "POST", .path = "/sync/1.3/sessions", .readBody = read});
+    return (*ParseJsonObject(reply.text))["session_token"].asString();
+}
 
 fs::path Place()
 {
@@ -130,14 +98,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Write(upload.string() + ".json", R"({"path":"/home/h","size":"20"})");
     Write(upload.string() + ".bytes", "0123456789");
 
-    Server server(root);
-    const std::string token = server.sessions.LogIn("demo", "demo", "laptop", "").token;
+    std::ostringstream mails;
+    Appliance server({.root = root}, mails);
+    server.Stop(); // nothing waits for changes
+    const std::string token = LogIn(server);
     std::string sends = Bytes(data, size);
     for (std::size_t at = sends.find('$'); at != std::string::npos; at = sends.find('$', at + token.size()))
         sends.replace(at, 1, token);
     Socket socket((Socket::Tcp::socket(context)));
     Client client(socket, sends);
-    const RequestHandler handler = [&server](const Request& request) { return server.Serve(request); };
+    const RequestHandler handler = [&server](const Request& request) { return server.Answer(request); };
     HttpConnection<Client>(socket, client, handler, {}).Serve();
 
     Require(Contents(place / "outside") == "untouched");

@@ -2,7 +2,7 @@
 # Builds and tests everything, starting from a bare machine.
 #
 #     ./test.sh [step...]      default: all, in this order
-#     ./test.sh --long         all, and then `long`
+#     ./test.sh --long         all, and then `coverage` and `long`
 #
 #     format      clang-format finds nothing to change
 #     linux       GCC: build and all tests, the layout of the interfaces, the exports, the packages, the documents, the reference
@@ -11,6 +11,7 @@
 #     guard       instructions and system calls of fixed work are as recorded
 #     tsan        Clang with ThreadSanitizer: build and all tests
 #     windows     mingw-w64: build, all tests under Wine, the exports and imports of the DLL, the packages
+#     coverage    GCC: all tests, and the lines and branches that they run, by folder
 #     long        what takes hours: ten thousand simulations, a soak of 20 GiB, many threads, real servers, fuzzing (Docs/Reliability.md)
 #
 # Missing packages are installed first (CMake/prepare.sh). If the cross tools cannot be installed, `windows` is skipped with a message,
@@ -81,6 +82,13 @@ step_windows() {
     CMake/wine.sh "$PWD/build/windows/wineprefix" --stop
     return "$result"
 }
+step_coverage() {
+    local result=0
+    # What earlier runs counted is not what these sources do.
+    [ ! -d build/linux-coverage ] || find build/linux-coverage -name '*.gcda' -delete
+    build_and_test linux-coverage || result=1
+    Tests/Coverage.py build/linux-coverage && return "$result"
+}
 step_long() {
     build linux && build linux-tsan || return 1
     quiet "$logs/long-build.log" cmake --preset linux -DQUENDRA_BENCHMARKS=ON &&
@@ -103,6 +111,7 @@ prepare() {
     case $1 in
     format) CMake/prepare.sh tools ;;
     linux | asan | tsan) CMake/prepare.sh linux tests ;;
+    coverage) CMake/prepare.sh linux tests coverage ;;
     guard) CMake/prepare.sh linux tests guard ;;
     long) CMake/prepare.sh linux tests guard real ;;
     tidy) CMake/prepare.sh linux tests tools ;;
@@ -138,7 +147,7 @@ run_step() {
 
 steps=("$@")
 [ ${#steps[@]} -gt 0 ] || steps=(format linux guard asan tidy tsan windows)
-[ "${steps[*]}" != --long ] || steps=(format linux guard asan tidy tsan windows long)
+[ "${steps[*]}" != --long ] || steps=(format linux guard asan tidy tsan windows coverage long)
 for step in "${steps[@]}"; do
     if ! declare -F "step_$step" >/dev/null; then
         echo "test.sh: there is no step '$step'; the first lines of $0 list them" >&2

@@ -1,5 +1,5 @@
 # How every target of the project is compiled: C++20 without extensions, high warnings as errors, hidden symbols, and the
-# sanitizers that the preset asks for.
+# sanitizers or the counters of coverage that the preset asks for.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -45,6 +45,14 @@ if(NOT WIN32)
     # A call that is resolved when it is first made leaves the processor's registers on the stack, and what they just copied: a token.
     add_link_options(LINKER:-z,now)
 endif()
+
+if(QUENDRA_COVERAGE)
+    # Each line as it is written; threads count too.
+    string(REPLACE "-O2 -g" "-O0 -g1" CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
+    add_compile_options(--coverage -fprofile-abs-path -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()
+
 if(WIN32)
     # Windows 10 and later.
     add_compile_definitions(_WIN32_WINNT=0x0A00 UNICODE _UNICODE)

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Installs the missing Debian packages for building and testing the project, and builds what the cross build needs in addition.
 #
-#     CMake/prepare.sh [linux] [tests] [guard] [tools] [windows] [real]        (default: all but the last)
+#     CMake/prepare.sh [linux] [tests] [guard] [coverage] [tools] [windows] [real]        (default: all but the last)
 #
 #     linux     the compiler and the libraries of the Linux build
 #     tests     GoogleTest, Clang with its sanitizers, Doxygen, librsync's own program, what packages are made with
 #     guard     valgrind and strace
+#     coverage  gcovr
 #     tools     clang-tidy and clang-format
 #     real      the servers that Tests/RealServers puts in between; Debian starts some of them where it runs systemd
 #     windows   mingw-w64, Wine, and the libraries that Debian has no mingw packages of, in build/windows-deps
@@ -20,6 +21,7 @@ linux=(g++ cmake ninja-build pkg-config libcurl4-openssl-dev libjsoncpp-dev libu
        openssl ca-certificates)
 tests=(libgtest-dev libgmock-dev libbenchmark-dev clang libclang-rt-14-dev llvm binutils dpkg-dev file doxygen rdiff python3)
 guard=(valgrind strace python3)
+coverage=(gcovr)
 real=(nginx apache2 haproxy caddy lighttpd lighttpd-mod-openssl squid stunnel4 rdiff openssl python3)
 tools=(clang clang-tidy clang-format git)
 windows=(g++-mingw-w64-x86-64-posix wine64 pkg-config googletest libboost1.81-dev libcli11-dev cmake ninja-build dpkg-dev debian-archive-keyring openssl python3)
@@ -112,12 +114,13 @@ build_windows_libraries() {
     exec 9>&-
 }
 
-[ $# -gt 0 ] || set -- linux tests guard tools windows
+[ $# -gt 0 ] || set -- linux tests guard coverage tools windows
 packages=()
 for set_name in "$@"; do
     case $set_name in
     linux) packages+=("${linux[@]}") ;;
     tests) packages+=("${tests[@]}") ;;
+    coverage) packages+=("${coverage[@]}") ;;
     guard) packages+=("${guard[@]}") ;;
     real) packages+=("${real[@]}") ;;
     tools) packages+=("${tools[@]}") ;;

@@ -134,6 +134,7 @@ TEST(PosixFiles, FailWithTheirErrorValuesAndLeaveNothingOpen)
     const auto above = (folder / "").wstring();
     const auto pipe = (folder / "pipe").wstring();
     ASSERT_EQ(0, ::mkfifo((folder / "pipe").c_str(), 0600));
+    std::filesystem::create_symlink("loop", folder / "loop");
     const auto descriptors = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
     const auto before = descriptors();
     const std::tuple<std::wstring, DWORD, DWORD, DWORD> cases[] = {
@@ -147,6 +148,7 @@ TEST(PosixFiles, FailWithTheirErrorValuesAndLeaveNothingOpen)
         {above + std::wstring(300, L'x'), GENERIC_READ, OPEN_EXISTING, ERROR_FILENAME_EXCED_RANGE},
         {above + static_cast<wchar_t>(0xD800), GENERIC_WRITE, CREATE_ALWAYS, ERROR_INVALID_NAME},
         {file, GENERIC_READ, 99, ERROR_INVALID_PARAMETER},
+        {above + L"loop", GENERIC_READ, OPEN_EXISTING, ERROR_INVALID_NAME},
         {pipe, GENERIC_READ, OPEN_EXISTING, ERROR_NOT_SUPPORTED},
         {pipe, GENERIC_WRITE, CREATE_ALWAYS, ERROR_NOT_SUPPORTED},
         {pipe, GENERIC_READ | GENERIC_WRITE, OPEN_EXISTING, ERROR_NOT_SUPPORTED},
@@ -162,6 +164,9 @@ TEST(PosixFiles, FailWithTheirErrorValuesAndLeaveNothingOpen)
     EXPECT_EQ(before, descriptors());
 
     const HANDLE open = Open(file);
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(GetFileSizeEx(open, nullptr)));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(SetFilePointerEx(open, {}, nullptr, FILE_BEGIN + 1)));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(ReadFile(open, nullptr, 1, nullptr, nullptr)));
     // NOLINTNEXTLINE(cert-env33-c): the test's own words
     EXPECT_NE(0, std::system(("ls -l /proc/self/fd | grep -q " + (folder / "file").string()).c_str())) << "inherited by a program";
     CloseHandle(open);
@@ -262,6 +267,7 @@ TEST(PosixText, ChecksSizesAndArguments)
     EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(MultiByteToWideChar(1252, 0, "abc", -1, wide.data(), 4)));
     EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(WideCharToMultiByte(CP_UTF8, 0, L"abc", -1, narrow.data(), -1, nullptr, nullptr)));
     EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(WideCharToMultiByte(CP_UTF8, 0, L"abc", -1, narrow.data(), 4, nullptr, &used)));
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(CompareStringOrdinal(nullptr, 0, L"", 0, TRUE)));
 }
 
 // The calendar and the text of an identifier are shown over the library's own, on both platforms, but for what Wine takes for dates.
@@ -271,6 +277,7 @@ TEST(PosixTime, KnowsLeapYearsItsEndAndNow)
     for (const auto& date :
          {SYSTEMTIME{2023, 2, 0, 29, 0, 0, 0, 0}, SYSTEMTIME{1900, 2, 0, 29, 0, 0, 0, 0}, SYSTEMTIME{30828, 1, 0, 1, 0, 0, 0, 0}})
         EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(SystemTimeToFileTime(&date, &time))) << date.wYear;
+    EXPECT_EQ(ERROR_INVALID_PARAMETER, ErrorOfCall(SystemTimeToFileTime(nullptr, &time)));
     GetSystemTimeAsFileTime(&time);
     const auto ticks = static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
     EXPECT_NEAR(static_cast<double>(std::time(nullptr)), static_cast<double>(ticks / 10'000'000 - 11'644'473'600), 5.0);
@@ -336,6 +343,9 @@ TEST_F(PosixRegistry, ReadsFilesAsRegistryJsonSays)
         Write(text);
         EXPECT_EQ("no key, 2", Query(HKEY_CURRENT_USER, L"K", L"V")) << text.substr(0, 40);
     }
+    EXPECT_EQ(static_cast<LSTATUS>(ERROR_INVALID_PARAMETER), RegOpenKeyExW(HKEY_CURRENT_USER, L"K", 0, KEY_QUERY_VALUE, nullptr));
+    EXPECT_EQ(static_cast<LSTATUS>(ERROR_INVALID_HANDLE), RegQueryValueExW(nullptr, L"V", nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(0, RegCloseKey(HKEY_CURRENT_USER)) << "a root is never closed";
     ::setenv("QUENDRA_REGISTRY", (m_folder / "").c_str(), 1);
     EXPECT_EQ("no key, 2", Query(HKEY_CURRENT_USER, L"K", L"V")) << "a folder";
 }

@@ -386,9 +386,17 @@ TEST(PosixWinHttpHandles, AreChecked)
     EXPECT_EQ(12019U, ErrorOfCall(WinHttpReadData(open, &byte, 1, &count)));
     EXPECT_EQ(12019U, ErrorOfCall(WinHttpQueryDataAvailable(open, &count)));
     EXPECT_EQ(12019U, ErrorOfCall(WinHttpQueryHeaders(open, 19, nullptr, text, &size, nullptr)));
-    EXPECT_EQ(87U, ErrorOfCall(WinHttpOpen(nullptr, 1, nullptr, nullptr, 0) != nullptr));
-    EXPECT_EQ(87U, ErrorOfCall(WinHttpConnect(session, nullptr, 1, 0) != nullptr));
-    EXPECT_EQ(87U, ErrorOfCall(client.Open(L"GET /x HTTP/1.1\r\nX:") != nullptr));
+    EXPECT_EQ(12009U, ErrorOfCall(WinHttpQueryOption(open, 0, text, &size)));
+    for (const DWORD error :
+         {ErrorOfCall(WinHttpOpen(nullptr, 1, nullptr, nullptr, 0) != nullptr),
+          ErrorOfCall(WinHttpConnect(session, nullptr, 1, 0) != nullptr), ErrorOfCall(client.Open(L"GET /x HTTP/1.1\r\nX:") != nullptr),
+          ErrorOfCall(WinHttpSetOption(open, WINHTTP_OPTION_CONTEXT_VALUE, nullptr, 0)),
+          ErrorOfCall(WinHttpSetOption(open, WINHTTP_OPTION_REDIRECT_POLICY, nullptr, 0)),
+          ErrorOfCall(WinHttpQueryOption(open, WINHTTP_OPTION_CONTEXT_VALUE, text, nullptr)),
+          ErrorOfCall(WinHttpSendRequest(open, nullptr, 0, nullptr, 1, 1, 0)),
+          ErrorOfCall(WinHttpSendRequest(open, L"Content-Length: x", 17, nullptr, 0, 0, 0)),
+          ErrorOfCall(WinHttpWriteData(open, nullptr, 1, nullptr)), ErrorOfCall(WinHttpReadData(open, nullptr, 1, &count))})
+        EXPECT_EQ(87U, error);
 
     request.reset();
     for (const HINTERNET handle : {open, HINTERNET{nullptr}, HINTERNET{&byte}})

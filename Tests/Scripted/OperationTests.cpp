@@ -87,6 +87,17 @@ TEST(OperationReplies, AreNotAskedForWithoutWhatTheOperationNeeds)
     EXPECT_EQ(Perform(client, List(L"")), "87");
     EXPECT_EQ(Perform(client, Call(&Api::SetPathAttributes, L"/a", nullptr)), "87");
     EXPECT_EQ(Perform(client, Call(&Api::GenerateLink, nullptr)), "87");
+    const Operation incomplete[] = {
+        [](Api& api, Caller& caller) { return api.UploadFile(caller.local, L"/a", caller.item, nullptr, caller.cancel, nullptr); },
+        [](Api& api, Caller& caller) {
+        return api.ResumableUpload(caller.local, L"/a", caller.item, kUpload, nullptr, nullptr, 1, caller.cancel, nullptr);
+        },
+        [](Api& api, Caller& caller) {
+        return api.DownloadData(L"/a", caller.local, caller.item, caller.given, nullptr, nullptr, caller.cancel, nullptr);
+    },
+                    [](Api& api, Caller&) { return api.GetResumableUploadMetadata(L"/a", kUpload, nullptr, nullptr); }};
+    for (const auto& operation : incomplete)
+        EXPECT_EQ(Perform(client, operation), "87");
     EXPECT_EQ(OwnMessages(trace), "! Empty server path!\nRequest to set attributes for path: /a");
     EXPECT_TRUE(g_script.requests.empty());
 }

@@ -8,11 +8,13 @@ Tests/Cases/Appliance.json holds requests and their answers. Hostile.py tries th
 import json
 import pathlib
 import re
+import ssl
 import subprocess
 import sys
 import threading
 import time
 import unittest
+import urllib.request
 
 import Hostile
 
@@ -110,6 +112,8 @@ class SampleServer(unittest.TestCase):
             self.assertEqual(self.server.put("/home/f", b"x", headers={"Content-Type": kind})[0], 400)
         refused = json.loads(self.server.put(UPLOAD, b"x", api="/resume/upload")[1])
         self.assertEqual(refused["errorId"], "14", "a proxy drops qd_ headers")
+        token_path = f"/api/{self.server.token}/folders/home"
+        self.assertEqual([self.server.ask("GET", path)[0] for path in (token_path, "/api/forged/folders/home")], [200, 401])
         self.server.token = "forged"
         self.assertEqual(self.server.error("GET /folders"), "6")
         refused = json.loads(self.server.put("/home/f", b"x" * 1_000_000)[1])
@@ -165,6 +169,8 @@ class SampleServer(unittest.TestCase):
         self.assertEqual(chunk(UPLOAD, 6, b"x"), 409, "a gap")
         self.assertEqual(chunk(UPLOAD, 5, b"678901"), 400, "beyond the end")
         self.assertEqual(chunk(UPLOAD, 2**64 - 1, b"x"), 400)
+        headers = {"qd_offset": "5", "qd_block_size": "2"}
+        self.assertEqual(self.server.put(UPLOAD, b"6", headers=headers, api="/resume/upload")[0], 400, "shorter than it says")
         self.assertEqual(chunk(UPLOAD, 5, b"6", "qd_finish"), 409, "too early")
         self.assertEqual(chunk(UPLOAD.replace("/f", "/g"), 5, b"6"), 404, "another item's upload")
         for path, status in (("/home", 409), ("/../f2", 400)):
@@ -180,7 +186,7 @@ class SampleServer(unittest.TestCase):
 
         # A signature comes alone, a delta with fields.
         huge_blocks = b"rs\x01\x36\x7F\xFF\xFF\xFF\0\0\0\x08"
-        for fields, file in (([], huge_blocks), ([TIME], b"neither"), ([TIME], b"rs\x02\x36\x45\0\xFF")):
+        for fields, file in (([], huge_blocks), ([], b"rs"), ([TIME], b"neither"), ([TIME], b"rs\x02\x36\x45\0\xFF")):
             self.assertIn(self.server.put("/home/f", file, fields, api="/delta")[0], (400, 501))
         self.assertEqual((self.server.root / "home" / "f").read_bytes(), b"1234567890")
 
@@ -210,6 +216,23 @@ class SampleServer(unittest.TestCase):
         for each in waiting:
             each.join()
         self.assertLess(time.monotonic() - begun, 10)
+
+    @unittest.skipIf("exe" in str(sys.argv[1:2]), "no TLS on Windows")
+    def test_tls_needs_the_certificates_own_key(self):
+        place = self.server.place
+        for name in ("own", "other"):
+            subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-subj", "/CN=x",
+                            "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", place / f"{name}.key", "-out", place / f"{name}.pem"],
+                           check=True, capture_output=True)
+        command = [*PROGRAM, "--root", place / "tls", "--cert", place / "own.pem", "--key"]
+        refused = subprocess.run([*command, place / "other.key"], capture_output=True, text=True, timeout=60, check=False)
+        self.assertEqual((refused.returncode, "cannot use --cert and --key" in refused.stderr), (1, True), refused.stderr)
+        with subprocess.Popen([*command, place / "own.key"], stdout=subprocess.PIPE, text=True) as process:
+            url = next(line.split()[-1] for line in process.stdout if line.startswith("listening on https://"))
+            with urllib.request.urlopen(url + "/endpoints", timeout=60, context=ssl.create_default_context(cafile=place / "own.pem")) as reply:
+                self.assertIn("sync", json.load(reply))
+            process.terminate()
+        self.assertEqual(process.returncode, 0)
 
     def test_arguments_are_checked_one_by_one(self):
         for arguments, status, message in CASES["arguments"]:

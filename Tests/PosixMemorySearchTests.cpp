@@ -125,6 +125,9 @@ protected:
         {
             std::uint32_t value = 0;
             static_cast<void>(api.Login(L"ann", Secret(kPassword).text, Secret(kDeviceToken).text, L"host", caller.text, value, {}, {}));
+            // The session's token is the only one: what is searched for later may have been overwritten by chance.
+            if (ending == 200 && !GetParam().isTraced)
+                m_otherTokens += std::abs(CountInMemory(kToken) - 1);
         }
         else
             static_cast<void>(operation(api, caller));
@@ -174,12 +177,14 @@ protected:
             search(ending, "the instance's end");
         }
         std::printf("%d events hold secrets\n", g_toldSecrets);
+        std::printf("%d tokens beside the session's behind a login\n", m_otherTokens);
         std::fflush(stdout);
-        return found + g_toldSecrets;
+        return found + g_toldSecrets + m_otherTokens;
     }
 
     const TemporaryFolder m_folder;
     int m_arrived[2] = {};
+    int m_otherTokens = 0;
     std::atomic<int> m_logins = 0;
     std::atomic<int> m_tokens = 0;
     std::atomic<int> m_forProxy = 0;

@@ -89,7 +89,7 @@ std::string Used()
         }
         previous = header;
     }
-    client->GetRemoteFolderMap(caller);
+    static_cast<void>(client->GetRemoteFolderMap(caller));
     return used + g_script.requests.at(2);
 }
 

@@ -31,7 +31,9 @@ WORK = [
     ("2,000 uploads of 16 KiB", "upload", 2000, 16384, 1, (0.95, 1.2)),
     ("5,000 `GetPathAttributes`, 1 thread", "attributes", 5000, 0, 1, (0.95, 1.2)),
     ("5,000 `GetPathAttributes`, 4 threads", "attributes", 5000, 0, 4, (0.8, 1.3)),
+    ("5,000 `GetPathAttributes`, 8 threads", "attributes", 5000, 0, 8, None),
     ("5,000 `GetPathAttributes`, 32 threads", "attributes", 5000, 0, 32, (0.8, 1.3)),
+    ("5,000 `GetPathAttributes`, 64 threads", "attributes", 5000, 0, 64, None),
     ("listings of 100 items, 200 times", "listing", 200, 100, 1, None),
     ("listings of 10,000 items, 5 times", "listing", 5, 10_000, 1, None),
 ]
@@ -44,23 +46,35 @@ TLS_WORK = [
 ]
 PEERS = ["library", "no-event", "plain"]
 
+# Serves what is read from files, and passes what is posted on to the work server, over HTTP and TLS.
 NGINX = """
 daemon off; worker_processes 1; pid {folder}/pid; error_log {folder}/error.log;
 events {{ worker_connections 256; }}
 http {{
     access_log off; client_max_body_size 0; client_body_temp_path {folder}/body; proxy_temp_path {folder}/proxy;
     fastcgi_temp_path {folder}/f; uwsgi_temp_path {folder}/u; scgi_temp_path {folder}/s;
-    keepalive_requests 1000000;
+    sendfile on; keepalive_requests 1000000; default_type application/json;
     upstream work {{ server 127.0.0.1:{upstream}; keepalive 64; keepalive_requests 1000000; }}
     server {{
-        listen 127.0.0.1:{port} ssl; ssl_certificate {folder}/certificate; ssl_certificate_key {folder}/key;
-        location / {{
+        listen 127.0.0.1:{port}; listen 127.0.0.1:{tls_port} ssl;
+        ssl_certificate {folder}/certificate; ssl_certificate_key {folder}/key;
+        root {folder}/root;
+        location / {{ error_page 418 = @work; if ($request_method = POST) {{ return 418; }} }}
+        location @work {{
             proxy_pass http://work; proxy_http_version 1.1; proxy_set_header Connection "";
             proxy_buffering off; proxy_request_buffering off;
         }}
     }}
 }}
 """
+FILES = {
+    "endpoints": b'{"sync":{"1.3":{"path":"/sync"}}}',
+    "sync/init": b'{"device_token_auth":true}',
+    "sync/folders/a": b'{"name":"Quarterly report.docx","revision":"4f9c2e7a-1","directory":false,"creation_time":"2015-03-02T10:20:30.1234567Z",'
+    b'"modification_time":"2016-02-29T23:59:59.7654321Z","size":1,"attributes":32,"permissions":"WRITE","folder_permissions":"WRITE"}',
+    "sync/folders/16384": b"q" * 16384,
+    f"sync/folders/{512 * MEBIBYTE}": b"q" * (512 * MEBIBYTE),
+}
 
 
 class Bench:
@@ -81,21 +95,29 @@ class Bench:
         self.server.wait(timeout=60)
 
     @contextlib.contextmanager
-    def tls(self):
-        """Runs nginx with TLS before the server; gives its URL."""
-        with tempfile.TemporaryDirectory(dir="/dev/shm") as folder, socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            port = free.getsockname()[1]
+    def nginx(self):
+        """Runs nginx; gives its port, and its URL with TLS."""
+        with tempfile.TemporaryDirectory(dir="/dev/shm") as folder, socket.socket() as free, socket.socket() as free_for_tls:
+            os.chmod(folder, 0o755)  # its worker is another user
+            for path, content in FILES.items():
+                file = pathlib.Path(folder) / "root" / path
+                file.parent.mkdir(parents=True, exist_ok=True)
+                file.write_bytes(content)
+            ports = []
+            for each in free, free_for_tls:
+                each.bind(("127.0.0.1", 0))
+                ports.append(each.getsockname()[1])
             free.close()
+            free_for_tls.close()
             words = "req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -addext subjectAltName=DNS:localhost -out certificate -keyout key"
             subprocess.run(["openssl", *words.split()], cwd=folder, check=True, capture_output=True)
             configuration = pathlib.Path(folder) / "nginx.conf"
-            configuration.write_text(NGINX.format(folder=folder, upstream=self.port, port=port))
+            configuration.write_text(NGINX.format(folder=folder, upstream=self.port, port=ports[0], tls_port=ports[1]))
             self.environment["SSL_CERT_FILE"] = f"{folder}/certificate"
             nginx = subprocess.Popen(["nginx", "-c", configuration, "-e", f"{folder}/error.log"])
             try:
                 time.sleep(1)
-                yield f"https://localhost:{port}"
+                yield str(ports[0]), f"https://localhost:{ports[1]}"
             finally:
                 nginx.terminate()
                 nginx.wait()
@@ -193,12 +215,11 @@ def main():
             drawn.append((name, *event))
             print(*rows[-1], sep=" | ", flush=True)
 
-        for name, *work, aim in WORK:
-            compare(name, work, aim)
-        if not chosen.windows:
-            with bench.tls() as url:
-                for name, *work in TLS_WORK:
-                    compare(name, work, url=url)
+        with bench.nginx() as (port, url):
+            for name, *work, aim in WORK:
+                compare(name, work, aim, port if work[0] in ("download", "attributes") else None)
+            for name, *work in TLS_WORK if not chosen.windows else []:
+                compare(name, work, url=url)
         if not chosen.windows and not chosen.only:
             with tempfile.TemporaryDirectory(dir="/dev/shm") as folder:
                 for name, ours, theirs in whole_processes(bench, folder):
@@ -210,10 +231,14 @@ def main():
         return
     header = ["work", "rate, event", "rate, no event", "processor, event", "processor, no event", "aim: rate / processor, event"]
     text = replace_section(DOCUMENT.read_text(), "linux", table(header, rows))
-    text = replace_section(text, "listing", listing(bench))
-    text = replace_section(text, "growth", growth(chosen.rounds))
+    items, listed = listing(bench)
+    text = replace_section(text, "listing", items)
+    text = replace_section(text, "tracing", tracing(bench))
+    grown, lines = growth(chosen.rounds)
+    text = replace_section(text, "growth", grown)
     DOCUMENT.write_text(text)
     draw(ROOT / "Docs" / "Performance.svg", drawn)
+    draw_growth(ROOT / "Docs" / "Growth.svg", {**lines, "item of a listing": listed})
 
 
 def whole_processes(bench, folder):
@@ -237,21 +262,44 @@ def whole_processes(bench, folder):
 def listing(bench):
     out = subprocess.run([bench.bin / "ListingBenchmark", "--benchmark_format=json"], check=True, capture_output=True, text=True).stdout
     found = [entry for entry in json.loads(out)["benchmarks"] if entry["name"].startswith("Listing/")]
-    rows = [[f"{int(entry['name'].split('/')[1]):,}", f"{entry['ratio']:.2f}", f"{entry['bytesPerItem']:.0f}"] for entry in found]
-    return table(["items", "time beside the bare parse", "bytes that a record keeps"], rows)
+    counters = [("ratio", ".2f"), ("peakRatio", ".2f"), ("bytesPerItem", ".0f")]
+    rows = [[f"{int(entry['name'].split('/')[1]):,}"] + [format(entry[name], form) for name, form in counters] for entry in found]
+    listed = [(int(entry["name"].split("/")[1]), 1e6 / entry["items_per_second"]) for entry in found]
+    return table(["items", "time beside the bare parse", "peak memory beside it", "bytes that a record keeps"], rows), listed
+
+
+def tracing(bench):
+    out = subprocess.run([bench.bin / "TracingBenchmark", "--benchmark_format=json"], check=True, capture_output=True, text=True).stdout
+    rows = [[entry["label"], f"{entry['cpu_time']:.0f} ns"] for entry in json.loads(out)["benchmarks"]]
+    return table(["listener", "a function with one message"], rows)
 
 
 def growth(rounds):
-    rows = []
+    """What one request and one MiB cost as there are more of them: a table, and the lines of a chart."""
+    requests, mebibytes = (100, 1000, 10_000, 100_000), (1, 16, 256, 1024)
     with Bench(False) as bench:
-        for count in (100, 1000, 10_000, 100_000):
-            used = [bench.run("library", "attributes", count, 0, 1) for _ in range(max(1, min(rounds, 3)))]
-            rows.append([f"{count:,} `GetPathAttributes`", f"{statistics.median(u[1] for u in used) / count * 1e6:.1f} us a request"])
-        for mebibytes in (1, 16, 256, 1024):
-            for kind in ("download", "upload"):
-                used = [bench.run("library", kind, 1, mebibytes * MEBIBYTE, 1) for _ in range(max(1, min(rounds, 3)))]
-                rows.append([f"{kind} of {mebibytes} MiB", f"{statistics.median(u[1] for u in used) / mebibytes * 1e6:.0f} us a MiB"])
-    return table(["work", "processor time"], rows)
+
+        def cost(kind, count, size, units):
+            used = [bench.run("library", kind, count, size, 1)[1] for _ in range(min(rounds, 3))]
+            return statistics.median(used) / units * 1e6
+
+        lines = {"`GetPathAttributes`": [(count, cost("attributes", count, 0, count)) for count in requests]}
+        for kind in ("download", "upload"):
+            lines[f"MiB of one {kind}"] = [(size, cost(kind, 1, size * MEBIBYTE, size)) for size in mebibytes]
+    rows = [[f"{count:,} {name}", f"{each:.1f} us each"] for name, points in lines.items() for count, each in points]
+    return table(["work", "processor time"], rows), lines
+
+
+def draw_growth(path, lines):
+    from matplotlib import pyplot
+
+    figure, axis = pyplot.subplots(figsize=(7, 3.5))
+    for name, points in lines.items():
+        axis.plot([count for count, _ in points], [each / points[-1][1] for _, each in points], marker="o", label=name.replace("`", ""))
+    axis.set(xscale="log", ylim=(0, None), xlabel="how many", title="Processor time of each, beside the most (1)")
+    axis.legend()
+    figure.tight_layout()
+    figure.savefig(path, metadata={"Date": None})
 
 
 if __name__ == "__main__":

@@ -12,7 +12,7 @@ namespace
 {
 
 // The most bytes that one receive takes. A reply to a request with a body is short.
-constexpr long kReceiveBytes = 128 * 1024;
+constexpr long kReceiveBytes = 256 * 1024;
 constexpr long kReceiveShortBytes = 16 * 1024;
 
 // curl accepts no smaller buffer for sending.

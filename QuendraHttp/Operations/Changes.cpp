@@ -11,15 +11,13 @@ ResultCode CNativeHttp::GetChanges(std::list<CNotificationAction*>& actions)
 {
     return RunExchange(*this, "CNativeHttp::GetChanges", [&](Exchange& exchange) {
         // The feed's path starts with the endpoint path even for API 1.0; the token is then the last segment.
-        std::wstring path = exchange.Server().endpointPath + L"/notifs/";
+        std::wstring path = exchange.Server().endpointPath + L"/notifs";
         const ScopedWipe wipe(path);
         if (exchange.Server().apiVersion == kApiVersion10)
         {
-            path.reserve(path.size() + exchange.StartToken().size()); // growing would leave a copy in freed memory
-            path += exchange.StartToken();
+            path.reserve(path.size() + 1 + exchange.StartToken().size()); // growing would leave a copy of the token in freed memory
+            path.append(L"/").append(exchange.StartToken());
         }
-        else
-            path.pop_back();
         return exchange.Info("Requesting list of changes from the server.")
             .Open(L"GET", path)
             .Track(L"/notifs")

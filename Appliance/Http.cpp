@@ -76,12 +76,6 @@ Reply ErrorReply(const ApiError& error)
     return JsonReply(body, error.status);
 }
 
-// The conversion replaces what is not UTF-8.
-bool IsValidUtf8(std::string_view text)
-{
-    return ToNarrow(ToWide(text)) == text;
-}
-
 std::optional<std::string> PercentDecode(std::string_view text)
 {
     std::string result;

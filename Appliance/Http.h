@@ -105,8 +105,6 @@ using JsonMembers = std::initializer_list<std::pair<const char*, Json::Value>>;
 [[nodiscard]] Json::Value JsonObject(JsonMembers members);
 [[nodiscard]] Reply JsonReply(JsonMembers members);
 
-[[nodiscard]] bool IsValidUtf8(std::string_view text);
-
 /// Decodes %XX; nothing if an escape is malformed.
 [[nodiscard]] std::optional<std::string> PercentDecode(std::string_view text);
 

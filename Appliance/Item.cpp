@@ -3,6 +3,7 @@
 #include "StateFolder.h"
 #include "System.h"
 #include "TextComparison.h"
+#include "TextConversion.h"
 #include "UtcText.h"
 
 #include <algorithm>

@@ -2,6 +2,7 @@
 
 #include "Http.h"
 #include "TextComparison.h"
+#include "TextConversion.h"
 
 #include <algorithm>
 #include <fstream>

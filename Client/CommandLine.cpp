@@ -362,6 +362,8 @@ void AddEnvironment(Options& options, const EnvironmentLookup& environment)
 {
     const auto lookUp = [&environment](const char* name) {
         const auto value = environment(name);
+        if (value && !IsValidUtf8(*value))
+            throw UsageError(std::string(name) + " is not valid UTF-8");
         return value && !value->empty() ? value : std::nullopt;
     };
     if (!options.server)
@@ -421,7 +423,7 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments, const Environme
     GroupNewCommands(app, "The program itself");
 
     for (const auto& argument : arguments)
-        if (ToNarrow(ToWide(argument)) != argument)
+        if (!IsValidUtf8(argument))
             throw UsageError("'" + argument + "' is not valid UTF-8, which names are taken in");
     if (arguments.empty())
         throw UsageError("a command is missing");

@@ -44,7 +44,7 @@ std::optional<SavedSession> LoadSession(const std::filesystem::path& file)
     try
     {
         const auto root = ParseJsonObject(text);
-        if (!root || !(*root)["server"].isString() || !(*root)["port"].isInt() || !(*root)["token"].isString())
+        if (!root || !IsValidUtf8(text) || !(*root)["server"].isString() || !(*root)["port"].isInt() || !(*root)["token"].isString())
             NotASession(file);
         return SavedSession{MakeAddress(ParseServer((*root)["server"].asString()), (*root)["port"].asInt()), (*root)["token"].asString()};
     }

@@ -26,3 +26,8 @@ enum class NarrowEncoding
 /// @return the encoded text.
 /// @throws std::bad_alloc where memory runs out.
 [[nodiscard]] std::string ToNarrow(std::wstring_view text, NarrowEncoding encoding = NarrowEncoding::Utf8);
+
+/// @param text  any bytes.
+/// @return whether the text is valid UTF-8.
+/// @throws std::bad_alloc where memory runs out.
+[[nodiscard]] bool IsValidUtf8(std::string_view text);

@@ -65,3 +65,9 @@ std::string ToNarrow(std::wstring_view text, NarrowEncoding encoding)
     CheckedResult(WideCharToMultiByte(codePage, 0, text.data(), size, narrow.data(), static_cast<int>(narrow.size()), nullptr, nullptr));
     return narrow;
 }
+
+bool IsValidUtf8(std::string_view text)
+{
+    // The conversion replaces what is not UTF-8.
+    return ToNarrow(ToWide(text)) == text;
+}

@@ -11,6 +11,7 @@ usage ls /a --overwrite
 run 2 --json
 says '{"error":{"code":null,"meaning":"a command is missing","operation":null}}'
 on linux && usage put $'caf\xe9' / && warns 'is not valid UTF-8'
+on linux && QUENDRA_TOKEN=$'t\xff' usage ls / && warns 'QUENDRA_TOKEN is not valid UTF-8'
 usage version # no server
 usage version --server ftp://host
 usage version --server http://host/path

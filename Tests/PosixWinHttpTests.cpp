@@ -225,6 +225,24 @@ TEST(PosixWinHttpReply, MayComeBeforeTheBodyIsSent)
     }
 }
 
+TEST(PosixWinHttpReply, OfSuccessDoesNotEndTheBody)
+{
+    constexpr std::size_t kSize = 20'000'000;
+    Gate isWhole;
+    RawServer server([&isWhole](RawConnection& connection) {
+        connection.ReadHead();
+        connection.Send(HttpReply(200, "early"));
+        connection.Skip(kSize);
+        isWhole.Open();
+    });
+    auto request = HttpClient(server.Port()).Open(L"POST");
+    ASSERT_EQ(ERROR_SUCCESS, SendWhole(request.get(), {}, L"Content-Length: 20000000"));
+    EXPECT_EQ(ERROR_SUCCESS, WriteBody(request.get(), std::string(kSize, 'x')));
+    EXPECT_EQ("200 early", ReadReply(request.get()));
+    request.reset();
+    EXPECT_TRUE(isWhole.Wait());
+}
+
 // Connections.
 
 TEST(PosixWinHttpConnections, AreReusedUntilTheServerEndsThem)

@@ -1,7 +1,7 @@
 // quendra-appliance, the program: serves until it is told to stop.
 
 #include "Appliance.h"
-#include "System.h"
+#include "ProgramArguments.h"
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -17,7 +17,7 @@ int main(int count, char** arguments)
     try
     {
         int exitStatus = 0;
-        const auto options = ParseCommandLine(System::Arguments(count, arguments), std::cout, std::cerr, exitStatus);
+        const auto options = ParseCommandLine(ProgramArguments(count, arguments), std::cout, std::cerr, exitStatus);
         if (!options)
             return exitStatus;
         boost::asio::io_context context;

@@ -1,16 +1,13 @@
 #pragma once
 
 /// @file
-/// The calls that differ by operating system: waiting for sockets, files that are read while others replace them, valid file names, and the
-/// program's arguments.
+/// The calls that differ by operating system: waiting for sockets, files that are read while others replace them, valid file names.
 
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace ApplianceParts::System
 {
@@ -43,8 +40,5 @@ void Replace(const std::filesystem::path& from, const std::filesystem::path& to,
 
 /// Whether a file can have exactly this name on this system. The caller must refuse "." and "..".
 [[nodiscard]] bool IsFileName(const std::filesystem::path& name);
-
-/// The program's arguments in UTF-8, without its name.
-[[nodiscard]] std::vector<std::string> Arguments(int count, char** arguments);
 
 } // namespace ApplianceParts::System

@@ -1,4 +1,5 @@
 #include "Program.h"
+#include "ProgramArguments.h"
 #include "System.h"
 
 #include <exception>
@@ -9,7 +10,7 @@ int main(int argumentCount, char** arguments)
     try
     {
         const System::ConsoleEncoding encoding;
-        return RunProgram(System::Arguments(argumentCount, arguments));
+        return RunProgram(ProgramArguments(argumentCount, arguments));
     }
     catch (const std::exception& error)
     {

@@ -15,13 +15,9 @@
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <vector>
 
 namespace System
 {
-
-/// The program's arguments without its name. On Windows `main` gets a lossy copy; this reads the original.
-[[nodiscard]] std::vector<std::string> Arguments(int count, const char* const* values);
 
 [[nodiscard]] std::optional<std::string> Environment(const std::string& name);
 

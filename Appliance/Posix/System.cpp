@@ -1,6 +1,5 @@
 #include "System.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
@@ -46,11 +45,6 @@ void Replace(const std::filesystem::path& from, const std::filesystem::path& to,
 bool IsFileName(const std::filesystem::path& name)
 {
     return name.native().find_first_of(std::string_view("/\0", 2)) == std::string::npos;
-}
-
-std::vector<std::string> Arguments(int count, char** arguments)
-{
-    return {arguments + std::min(count, 1), arguments + count};
 }
 
 } // namespace ApplianceParts::System

@@ -1,7 +1,5 @@
 #include "System.h"
 
-#include "TextConversion.h"
-
 #include <algorithm>
 #include <array>
 #include <fcntl.h>
@@ -38,9 +36,6 @@ std::shared_ptr<std::FILE> OpenFile(const std::filesystem::path& path, std::uint
                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE)
         throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), "cannot open a file");
-    LARGE_INTEGER position{};
-    position.QuadPart = static_cast<LONGLONG>(offset);
-    SetFilePointerEx(handle, position, nullptr, FILE_BEGIN);
     // The C library has a limit of its own for open files.
     const int descriptor = _open_osfhandle(reinterpret_cast<std::intptr_t>(handle), _O_RDONLY);
     std::FILE* const file = descriptor < 0 ? nullptr : _fdopen(descriptor, "rb");
@@ -49,6 +44,7 @@ std::shared_ptr<std::FILE> OpenFile(const std::filesystem::path& path, std::uint
         (void)(descriptor < 0 ? CloseHandle(handle) : _close(descriptor));
         throw std::system_error(std::make_error_code(std::errc::too_many_files_open), "cannot open a file");
     }
+    _lseeki64(descriptor, static_cast<std::int64_t>(offset), SEEK_SET);
     return {file, &std::fclose};
 }
 
@@ -82,17 +78,6 @@ bool IsFileName(const std::filesystem::path& name)
     std::array<wchar_t, kLongestName + 10> full{};
     GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
     return path == full.data();
-}
-
-// The arguments of `main` are in the system's code page.
-std::vector<std::string> Arguments(int, char**)
-{
-    int count = 0;
-    const std::unique_ptr<wchar_t*, decltype(&LocalFree)> wide(CommandLineToArgvW(GetCommandLineW(), &count), &LocalFree);
-    std::vector<std::string> arguments;
-    for (int index = 1; index < count; ++index)
-        arguments.push_back(ToNarrow(wide.get()[index]));
-    return arguments;
 }
 
 } // namespace ApplianceParts::System

@@ -103,14 +103,6 @@ bool PrintToTerminal(std::string_view text)
 
 } // namespace
 
-std::vector<std::string> Arguments(int count, const char* const* values)
-{
-    std::vector<std::string> arguments;
-    for (int index = 1; index < count; ++index)
-        arguments.emplace_back(values[index]);
-    return arguments;
-}
-
 std::optional<std::string> Environment(const std::string& name)
 {
     const char* value = std::getenv(name.c_str());

@@ -116,16 +116,6 @@ std::error_code WriteNewFile(const std::wstring& path, std::string_view content)
 
 } // namespace
 
-std::vector<std::string> Arguments(int /*count*/, const char* const* /*values*/)
-{
-    std::vector<std::string> arguments;
-    int count = 0;
-    const LocalMemory<LPWSTR> values(CommandLineToArgvW(GetCommandLineW(), &count));
-    for (int index = 1; values != nullptr && index < count; ++index)
-        arguments.push_back(ToNarrow(values.get()[index]));
-    return arguments;
-}
-
 std::optional<std::string> Environment(const std::string& name)
 {
     const std::wstring wideName = ToWide(name);

@@ -8,32 +8,7 @@
 namespace ApplianceParts
 {
 
-namespace
-{
-
-Reply HandleOrRefuse(Services& services, const Request& request)
-{
-    try
-    {
-        return Handle(services, request);
-    }
-    catch (const ApiError& error)
-    {
-        return ErrorReply(error);
-    }
-    catch (const std::system_error& error)
-    {
-        return ErrorReply(ToApiError(error.code()));
-    }
-    catch (const std::exception& error)
-    {
-        return ErrorReply({500, ErrorId::Internal, error.what()});
-    }
-}
-
-} // namespace
-
-Appliance::Appliance(Options options, std::ostream& output) : m_services(std::move(options), output), m_port(m_services.options.port)
+Appliance::Appliance(Options options, std::ostream& output) : m_services{std::move(options), output}, m_port(m_services.options.port)
 {
 }
 
@@ -64,7 +39,7 @@ std::string Appliance::Url() const
 
 Reply Appliance::Answer(const Request& request)
 {
-    Reply reply = HandleOrRefuse(m_services, request);
+    Reply reply = Handle(m_services, request);
     if (m_services.options.logsRequests)
         std::osyncstream(m_services.output) << request.method << ' ' << request.path << " -> " << reply.status << ", " << reply.Length()
                                             << " bytes" << std::endl;

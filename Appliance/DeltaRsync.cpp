@@ -72,7 +72,7 @@ Reply ExchangeDelta(const Call& call)
     if (!isDelta)
     {
         Make(received.Path(), *current.file, result.Path());
-        return ContentReply({System::OpenFile(result.Path()), std::filesystem::file_size(result.Path())});
+        return {.content = FileContent{System::OpenFile(result.Path()), std::filesystem::file_size(result.Path())}};
     }
     const auto delta = System::OpenFile(received.Path());
     WriteFile(result.Path(), "the delta cannot be applied",

@@ -15,8 +15,9 @@ namespace
 
 constexpr std::size_t kLargestForm = 4 * 1024 * 1024;
 
-std::string DecodeField(std::string text)
+std::string DecodeField(std::string_view encoded)
 {
+    std::string text(encoded);
     std::replace(text.begin(), text.end(), '+', ' ');
     auto decoded = PercentDecode(text);
     if (!decoded || !IsValidUtf8(*decoded))
@@ -47,7 +48,7 @@ std::string Require(const Fields& fields, std::string_view name)
 
 Reply JsonReply(const Json::Value& value, int status)
 {
-    return {.status = status, .contentType = "application/json", .text = JsonLine(value)};
+    return {.status = status, .text = JsonLine(value)};
 }
 
 Json::Value JsonObject(JsonMembers members)
@@ -61,11 +62,6 @@ Json::Value JsonObject(JsonMembers members)
 Reply JsonReply(JsonMembers members)
 {
     return JsonReply(JsonObject(members));
-}
-
-Reply ContentReply(FileContent content)
-{
-    return {.contentType = "application/octet-stream", .content = std::move(content)};
 }
 
 Reply ErrorReply(const ApiError& error)
@@ -99,12 +95,11 @@ Fields ParseFields(std::string_view text)
     Fields fields;
     while (!text.empty())
     {
-        const auto pair = text.substr(0, text.find('&'));
-        text.remove_prefix(std::min(text.size(), pair.size() + 1));
-        const auto equals = std::min(pair.size(), pair.find('='));
+        const auto pair = TakeUpTo(text, "&");
+        auto value = pair;
+        const auto name = TakeUpTo(value, "=");
         if (!pair.empty())
-            fields.emplace(DecodeField(std::string(pair.substr(0, equals))),
-                           DecodeField(std::string(pair.substr(std::min(pair.size(), equals + 1)))));
+            fields.emplace(DecodeField(name), DecodeField(value));
     }
     return fields;
 }
@@ -119,6 +114,13 @@ Fields ReadForm(const Request& request)
         body += piece;
     }
     return ParseFields(body);
+}
+
+std::string_view TakeUpTo(std::string_view& text, std::string_view separator)
+{
+    const auto taken = text.substr(0, text.find(separator));
+    text.remove_prefix(std::min(text.size(), taken.size() + separator.size()));
+    return taken;
 }
 
 std::string_view Trimmed(std::string_view text)
@@ -139,10 +141,11 @@ std::optional<std::string> Parameter(std::string_view value, std::string_view na
         });
         const auto parameter = value.substr(0, static_cast<std::size_t>(end - value.begin()));
         value.remove_prefix(std::min(value.size(), parameter.size() + 1));
-        const auto equals = std::min(parameter.size(), parameter.find('='));
-        auto text = Trimmed(parameter.substr(std::min(parameter.size(), equals + 1)));
-        if (equals == parameter.size() || !EqualIgnoringAsciiCase(Trimmed(parameter.substr(0, equals)), name))
+        auto text = parameter;
+        const auto itsName = TakeUpTo(text, "=");
+        if (itsName.size() == parameter.size() || !EqualIgnoringAsciiCase(Trimmed(itsName), name))
             continue;
+        text = Trimmed(text);
         if (text.size() >= 2 && text.starts_with('"') && text.ends_with('"'))
             text = text.substr(1, text.size() - 2);
         return std::string(text);

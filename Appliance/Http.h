@@ -87,9 +87,8 @@ struct FileContent
 struct Reply
 {
     int status = 200;
-    std::string contentType = {};
-    std::string text = {};
-    std::optional<FileContent> content = {}; ///< instead of `text`.
+    std::string text = {};                   ///< JSON.
+    std::optional<FileContent> content = {}; ///< instead of `text`, as application/octet-stream.
 
     [[nodiscard]] std::uint64_t Length() const { return content ? content->length : text.size(); }
 };
@@ -98,7 +97,6 @@ struct Reply
 using RequestHandler = std::function<Reply(const Request&)>;
 
 [[nodiscard]] Reply JsonReply(const Json::Value& value = Json::objectValue, int status = 200);
-[[nodiscard]] Reply ContentReply(FileContent content);
 [[nodiscard]] Reply ErrorReply(const ApiError& error);
 
 using JsonMembers = std::initializer_list<std::pair<const char*, Json::Value>>;
@@ -130,6 +128,10 @@ struct Upload
 /// @throws ApiError if the body is malformed or ends early.
 /// @throws std::system_error if the bytes cannot be written.
 [[nodiscard]] Upload ReadUpload(const Request& request, const std::filesystem::path& file, std::ios::openmode mode = std::ios::trunc);
+
+/// Removes the text up to a separator, which is removed too, or all of it if there is no separator.
+/// @return the text before the separator.
+[[nodiscard]] std::string_view TakeUpTo(std::string_view& text, std::string_view separator);
 
 /// The text without spaces and line ends around it.
 [[nodiscard]] std::string_view Trimmed(std::string_view text);

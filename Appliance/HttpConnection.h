@@ -13,6 +13,7 @@
 #include <boost/beast/http.hpp>
 
 #include <utility>
+#include <vector>
 
 namespace ApplianceParts
 {
@@ -73,7 +74,7 @@ private:
 
         const auto& head = parser.get();
         m_isContinueExpected = boost::beast::iequals(head[Field::expect], "100-continue");
-        if (const auto fault = m_chooseFault ? m_chooseFault({head.method_string(), PathOf(parser)}) : nullptr)
+        if (const auto fault = m_chooseFault ? m_chooseFault({head.method_string(), PathOf(head.target())}) : nullptr)
         {
             m_stream.Begin(fault);
             if (fault->reply)
@@ -98,11 +99,7 @@ private:
         return m_stream.End() && parser.is_done() && parser.keep_alive();
     }
 
-    static std::string_view PathOf(const Parser& parser)
-    {
-        const std::string_view target = parser.get().target();
-        return target.substr(0, target.find('?'));
-    }
+    static std::string_view PathOf(std::string_view target) { return TakeUpTo(target, "?"); }
 
     // Accepts one length or chunked coding. With several, or with another coding, a proxy may see the body's end elsewhere.
     static bool HasClearBody(const Parser& parser)
@@ -116,9 +113,8 @@ private:
     Reply Answer(Parser& parser)
     {
         const auto& head = parser.get();
-        const std::string_view target = head.target();
-        Request request{.method = head.method_string(), .path = std::string(PathOf(parser))};
-        request.query = target.substr(std::min(target.size(), request.path.size() + 1));
+        std::string_view target = head.target();
+        Request request{.method = head.method_string(), .path = std::string(TakeUpTo(target, "?")), .query = std::string(target)};
         request.header = [&head](std::string_view name) {
             const auto found = head.find(name);
             return found == head.end() ? std::nullopt : std::optional<std::string>(found->value());
@@ -157,8 +153,8 @@ private:
         boost::beast::http::response<boost::beast::http::buffer_body> message(static_cast<boost::beast::http::status>(reply.status),
                                                                               version);
         message.set(Field::date, FormatHttpDate(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now())));
-        if (!reply.contentType.empty())
-            message.set(Field::content_type, reply.contentType);
+        if (reply.content || !reply.text.empty())
+            message.set(Field::content_type, reply.content ? "application/octet-stream" : "application/json");
         message.content_length(reply.Length());
         message.keep_alive(keepsConnection);
         boost::beast::http::response_serializer<boost::beast::http::buffer_body> serializer(message);

@@ -19,19 +19,7 @@ namespace
 
 using namespace std::chrono;
 
-using FileTime = std::filesystem::file_time_type;
-
 constexpr std::size_t kFractionDigits = 7;
-constexpr ItemTime kFirstFileTime = sys_days(year(1970) / January / 1);
-constexpr ItemTime kLastFileTime = sys_days(year(2400) / January / 1);
-
-// How far the file clock is ahead of the system clock. Standard libraries differ in the epoch and in the functions that convert, but it is
-// always a whole number of hours.
-hours FileClockLead()
-{
-    static const auto lead = round<hours>(FileTime::clock::now().time_since_epoch() - system_clock::now().time_since_epoch());
-    return lead;
-}
 
 std::optional<ItemTime> ReadTime(const std::optional<std::string>& text)
 {
@@ -50,12 +38,6 @@ std::filesystem::path ToFilePath(std::string_view name)
     return std::filesystem::path(std::u8string(name.begin(), name.end()));
 }
 
-std::string ToUtf8(const std::filesystem::path& path)
-{
-    const auto text = path.u8string();
-    return std::string(text.begin(), text.end());
-}
-
 ItemPath ItemPath::FromUrl(std::string_view encoded)
 {
     const auto text = PercentDecode(encoded);
@@ -68,12 +50,8 @@ ItemPath ItemPath::FromText(std::string_view text)
 {
     ItemPath path;
     while (!text.empty())
-    {
-        const auto name = text.substr(0, text.find('/'));
-        text.remove_prefix(std::min(text.size(), name.size() + 1));
-        if (!name.empty())
+        if (const auto name = TakeUpTo(text, "/"); !name.empty())
             path = path.Child(name);
-    }
     return path;
 }
 
@@ -109,18 +87,6 @@ std::optional<ItemTime> ParseTime(const std::string& text)
     auto fraction = parts[8].str();
     fraction.resize(kFractionDigits, '0');
     return sys_days(date) + hours(number(4)) + minutes(number(5)) + seconds(number(6)) + ItemTime::duration(std::stoi(fraction));
-}
-
-ItemTime FromFileTime(FileTime time)
-{
-    return ItemTime(floor<ItemTime::duration>(time.time_since_epoch()) - FileClockLead());
-}
-
-std::optional<FileTime> ToFileTime(ItemTime time)
-{
-    if (time < kFirstFileTime || time > kLastFileTime)
-        return std::nullopt;
-    return FileTime(duration_cast<FileTime::duration>(time.time_since_epoch() + FileClockLead()));
 }
 
 std::uint64_t ReadNumber(const std::string& text, const std::string& name)

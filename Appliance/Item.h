@@ -51,9 +51,8 @@ private:
     std::string m_text; ///< empty for the root.
 };
 
-/// Text in UTF-8 as a file system's path, and back.
+/// Text in UTF-8 as a file system's path.
 [[nodiscard]] std::filesystem::path ToFilePath(std::string_view name);
-[[nodiscard]] std::string ToUtf8(const std::filesystem::path& path);
 
 /// In steps of 100 ns, as text "2015-03-02T10:20:30.1234567Z".
 using ItemTime = std::chrono::sys_time<std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>>;
@@ -85,11 +84,6 @@ struct ItemChanges
 
 /// Reads a time with or without a fraction; nothing if it is not a time between the years 1601 and 30827.
 [[nodiscard]] std::optional<ItemTime> ParseTime(const std::string& text);
-
-[[nodiscard]] ItemTime FromFileTime(std::filesystem::file_time_type time);
-
-/// Nothing if file systems may be unable to store the time.
-[[nodiscard]] std::optional<std::filesystem::file_time_type> ToFileTime(ItemTime time);
 
 /// A number in decimal, without a sign.
 /// @throws ApiError if it is not a number, or exceeds a signed 64-bit number.

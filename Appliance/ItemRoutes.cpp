@@ -42,7 +42,7 @@ Reply Download(const Call& call, const ItemPath& path)
     auto content = call.services.items.Open(path, Find(call.query, "revision").value_or(""), skip).second;
     if (const auto count = Find(call.query, "count"))
         content.length = std::min(ReadNumber(*count, "count"), content.length);
-    return ContentReply(std::move(content));
+    return {.content = std::move(content)};
 }
 
 Reply Read(const Call& call)

@@ -12,9 +12,21 @@ namespace
 
 namespace fs = std::filesystem;
 
-std::int64_t StampOf(fs::file_time_type time)
+using namespace std::chrono;
+
+using FileTime = fs::file_time_type;
+
+std::int64_t StampOf(FileTime time)
 {
     return static_cast<std::int64_t>(time.time_since_epoch().count());
+}
+
+// How far the file clock is ahead of the system clock. Standard libraries differ in the epoch and in the functions that convert, but it is
+// always a whole number of hours.
+hours FileClockLead()
+{
+    static const auto lead = round<hours>(FileTime::clock::now().time_since_epoch() - system_clock::now().time_since_epoch());
+    return lead;
 }
 
 ApiError AlreadyExists(const ItemPath& path)
@@ -32,13 +44,14 @@ void CheckRevision(const Item& item, const std::string& revision)
 Item Describe(const ItemPath& path, const fs::path& file, bool isFolder, const Item* record)
 {
     const auto fileTime = fs::last_write_time(file);
+    const auto time = ItemTime(floor<ItemTime::duration>(fileTime.time_since_epoch()) - FileClockLead());
     const auto attributes = isFolder ? kDirectoryAttribute : kNormalAttribute;
-    Item item = record != nullptr ? *record : Item{.created = FromFileTime(fileTime), .attributes = attributes};
+    Item item = record != nullptr ? *record : Item{.created = time, .attributes = attributes};
     const auto stamp = StampOf(fileTime);
     const auto size = isFolder ? 0 : fs::file_size(file);
     if (record == nullptr || (!isFolder && (record->stamp != stamp || record->size != size)))
     {
-        item.modified = FromFileTime(fileTime);
+        item.modified = time;
         item.revision = isFolder ? "0" : "f" + std::to_string(stamp) + "-" + std::to_string(size);
     }
     item.path = path.Text();
@@ -55,11 +68,12 @@ void Apply(const ItemChanges& changes, Item& item)
     item.attributes = item.isFolder ? item.attributes | kDirectoryAttribute : item.attributes & ~kDirectoryAttribute;
 }
 
+// Leaves a file as it is if file systems may be unable to store the time.
 void SetFileTime(const fs::path& file, ItemTime time)
 {
     std::error_code ignored;
-    if (const auto fileTime = ToFileTime(time))
-        fs::last_write_time(file, *fileTime, ignored);
+    if (time >= sys_days(year(1970) / January / 1) && time <= sys_days(year(2400) / January / 1))
+        fs::last_write_time(file, FileTime(duration_cast<FileTime::duration>(time.time_since_epoch() + FileClockLead())), ignored);
 }
 
 } // namespace
@@ -83,7 +97,8 @@ std::pair<Item, std::vector<Item>> ItemStore::List(const ItemPath& path) const
     std::vector<Item> children;
     for (const auto& entry : fs::directory_iterator(Locate(path)))
     {
-        const auto name = ToUtf8(entry.path().filename());
+        const auto text = entry.path().filename().u8string();
+        const std::string name(text.begin(), text.end());
         if (!ItemPath::IsName(name, path.IsRoot()))
             continue;
         if (auto child = Look(path.Child(name)))

@@ -85,12 +85,8 @@ std::string_view DispositionOf(std::string_view head)
 {
     constexpr std::string_view kName = "Content-Disposition:";
     while (!head.empty())
-    {
-        const auto line = head.substr(0, head.find("\r\n"));
-        if (EqualIgnoringAsciiCase(line.substr(0, kName.size()), kName))
+        if (const auto line = TakeUpTo(head, "\r\n"); EqualIgnoringAsciiCase(line.substr(0, kName.size()), kName))
             return line;
-        head.remove_prefix(std::min(head.size(), line.size() + 2));
-    }
     return {};
 }
 

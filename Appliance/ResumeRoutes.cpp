@@ -13,9 +13,8 @@ namespace
 
 constexpr std::chrono::seconds kLongestWait{5};
 
-// The headers of a request that begins an upload, with their names in the stored description.
-constexpr std::pair<const char*, const char*> kDescribing[] = {{"size", "qd_file_size"},
-                                                               {"creation_time", "qd_file_creation_time"},
+// The optional headers of a request that begins an upload, with their names in the stored description.
+constexpr std::pair<const char*, const char*> kDescribing[] = {{"creation_time", "qd_file_creation_time"},
                                                                {"modification_time", "qd_file_modification_time"},
                                                                {"attributes", "qd_attributes"},
                                                                {"revision", "qd_revision"}};
@@ -28,69 +27,8 @@ std::string HeaderOf(const Request& request, const std::string& name)
                    "the header " + name + " is missing: some proxies drop headers whose names have underscores");
 }
 
-// An upload in chunks: a file with the received bytes and a JSON file with the description, which outlive the process. Only the holder of
-// the upload's lease may access its bytes.
-class StoredUpload
-{
-public:
-    StoredUpload(const StateFolder& state, const std::string& id)
-        : m_state(state), m_name("resume/" + id), m_bytes(state.Path(m_name + ".bytes"))
-    {
-    }
-
-    // Begins an empty upload; replaces an earlier one with this id.
-    void Begin(const Json::Value& description)
-    {
-        Take(description);
-        Discard();
-        m_state.Write(m_name + ".bytes", "");
-        m_state.Write(m_name + ".json", JsonLine(description));
-    }
-
-    // Returns whether there is such an upload.
-    bool Load()
-    {
-        const auto description = ParseJsonObject(m_state.Read(m_name + ".json").value_or(""));
-        // When an upload becomes an item, its bytes are moved away first.
-        if (!description || !std::filesystem::exists(m_bytes))
-            return false;
-        Take(*description);
-        return true;
-    }
-
-    void Discard() const
-    {
-        std::filesystem::remove(m_state.Path(m_name + ".json"));
-        std::filesystem::remove(m_bytes);
-    }
-
-    const std::filesystem::path& Bytes() const { return m_bytes; }
-    std::uint64_t Received() const { return std::filesystem::file_size(m_bytes); }
-
-    std::string path; ///< of the item to create.
-    std::uint64_t size = 0;
-    ItemChanges changes;
-    std::string revision; ///< of the item to replace; empty: any.
-
-private:
-    // Reads the texts that the client sent. Throws ApiError if one is malformed.
-    void Take(const Json::Value& description)
-    {
-        Fields texts;
-        for (const auto& name : description.getMemberNames())
-            texts.emplace(name, description[name].asString());
-        path = Require(texts, "path");
-        size = ReadNumber(Require(texts, "size"), "qd_file_size");
-        changes = ReadChanges(texts);
-        revision = Find(texts, "revision").value_or("");
-    }
-
-    const StateFolder& m_state;
-    std::string m_name;
-    std::filesystem::path m_bytes;
-};
-
-// One request to an upload.
+// One request to an upload in chunks. The upload is a file with the received bytes and a JSON file with the description, which outlive the
+// process. Only the holder of the upload's lease may access its bytes.
 class ResumeCall
 {
 public:
@@ -99,7 +37,9 @@ public:
           m_request(call.request),
           m_path(ItemPath::FromUrl(call.rest)),
           m_id(CheckedId(Find(call.query, "resume_id").value_or(""))),
-          m_upload(m_services.state, m_id)
+          m_bytesName("resume/" + m_id + ".bytes"),
+          m_descriptionName("resume/" + m_id + ".json"),
+          m_bytes(m_services.state.Path(m_bytesName))
     {
     }
 
@@ -116,27 +56,22 @@ public:
         {
             const auto target = ItemPath::FromText(*newPath);
             Load();
-            return Finish(target, m_path == target ? std::optional(m_upload.revision) : std::nullopt);
+            return Finish(target, m_path == target ? std::optional(m_revision) : std::nullopt);
         }
         if (m_request.header("qd_start") == "true")
-        {
-            auto description = JsonObject({{"path", m_path.Text()}, {"size", HeaderOf(m_request, "qd_file_size")}});
-            for (const auto& [name, header] : kDescribing)
-                if (const auto text = m_request.header(header))
-                    description[name] = *text;
-            m_upload.Begin(description);
-        }
-        Load();
+            Begin();
+        else
+            Load();
         TakeChunk();
         if (m_request.header("qd_finish") == "true")
-            return Finish(m_path, m_upload.revision);
+            return Finish(m_path, m_revision);
         // An item that does not exist yet has the values that the client sent, because the client continues with what it gets.
         return ItemReply({.path = m_path.Text(),
-                          .size = m_upload.size,
-                          .created = m_upload.changes.created.value_or(Now()),
-                          .modified = m_upload.changes.modified.value_or(Now()),
-                          .attributes = m_upload.changes.attributes.value_or(kNormalAttribute),
-                          .revision = m_upload.revision});
+                          .size = m_size,
+                          .created = m_changes.created.value_or(Now()),
+                          .modified = m_changes.modified.value_or(Now()),
+                          .attributes = m_changes.attributes.value_or(kNormalAttribute),
+                          .revision = m_revision});
     }
 
     Reply Status()
@@ -144,14 +79,14 @@ public:
         Load();
         // Clients expect the lock as text, not as a JSON boolean.
         return JsonReply(
-            {{"bytes_received", Json::UInt64(m_upload.Received())}, {"is_locked", m_services.uploads.IsTaken(m_id) ? "true" : "false"}});
+            {{"bytes_received", Json::UInt64(Received())}, {"is_locked", m_services.uploads.IsTaken(m_id) ? "true" : "false"}});
     }
 
     Reply Cancel()
     {
         const auto lease = Acquire();
         Load();
-        m_upload.Discard();
+        Discard();
         return JsonReply();
     }
 
@@ -173,29 +108,64 @@ private:
         throw ApiError(423, ErrorId::Busy, "another request works on this upload");
     }
 
+    // Begins an empty upload; replaces an earlier one with this id.
+    void Begin()
+    {
+        auto description = JsonObject({{"path", m_path.Text()}, {"size", HeaderOf(m_request, "qd_file_size")}});
+        for (const auto& [name, header] : kDescribing)
+            if (const auto text = m_request.header(header))
+                description[name] = *text;
+        Take(description);
+        Discard();
+        m_services.state.Write(m_bytesName, "");
+        m_services.state.Write(m_descriptionName, JsonLine(description));
+    }
+
     void Load()
     {
-        if (!m_upload.Load() || m_upload.path != m_path.Text())
+        const auto description = ParseJsonObject(m_services.state.Read(m_descriptionName).value_or(""));
+        // When an upload becomes an item, its bytes are moved away first.
+        if (!description || !std::filesystem::exists(m_bytes) || (*description)["path"] != m_path.Text())
             throw ApiError(404, ErrorId::NotFound, "there is no such upload");
+        Take(*description);
     }
+
+    // Reads the texts that the client sent. Throws ApiError if one is malformed.
+    void Take(const Json::Value& description)
+    {
+        Fields texts;
+        for (const auto& name : description.getMemberNames())
+            texts.emplace(name, description[name].asString());
+        m_size = ReadNumber(Require(texts, "size"), "qd_file_size");
+        m_changes = ReadChanges(texts);
+        m_revision = Find(texts, "revision").value_or("");
+    }
+
+    void Discard() const
+    {
+        std::filesystem::remove(m_services.state.Path(m_descriptionName));
+        std::filesystem::remove(m_bytes);
+    }
+
+    std::uint64_t Received() const { return std::filesystem::file_size(m_bytes); }
 
     // A chunk begins where the last one ended, or earlier if it is sent again. If the connection breaks, what is new is kept.
     void TakeChunk()
     {
         const auto offset = ReadNumber(HeaderOf(m_request, "qd_offset"), "qd_offset");
         const auto size = ReadNumber(HeaderOf(m_request, "qd_block_size"), "qd_block_size");
-        const auto received = m_upload.Received();
+        const auto received = Received();
         if (offset > received)
             throw ApiError(409, ErrorId::Incomplete,
                            "the chunk begins at " + std::to_string(offset) + ", but only " + std::to_string(received) + " bytes have come");
-        if (offset + size > m_upload.size)
+        if (offset + size > m_size)
             throw Malformed("the chunk ends beyond the file's end");
         if (offset < received)
             return TakeAgain(offset, size);
-        (void)ReadUpload(m_request, m_upload.Bytes(), std::ios::app);
-        if (m_upload.Received() - offset != size)
+        (void)ReadUpload(m_request, m_bytes, std::ios::app);
+        if (Received() - offset != size)
         {
-            std::filesystem::resize_file(m_upload.Bytes(), offset);
+            std::filesystem::resize_file(m_bytes, offset);
             throw WrongLength();
         }
     }
@@ -210,7 +180,7 @@ private:
             throw WrongLength();
         if (size == 0)
             return;
-        std::fstream bytes(m_upload.Bytes(), std::ios::binary | std::ios::in | std::ios::out);
+        std::fstream bytes(m_bytes, std::ios::binary | std::ios::in | std::ios::out);
         bytes.exceptions(std::ios::failbit | std::ios::badbit);
         bytes.seekp(static_cast<std::streamoff>(offset));
         bytes << std::ifstream(chunk.Path(), std::ios::binary).rdbuf() << std::flush;
@@ -221,12 +191,12 @@ private:
     // If the store refuses the item, the bytes are kept: they can still become an item at another path.
     Reply Finish(const ItemPath& path, const std::optional<std::string>& revision)
     {
-        const auto received = m_upload.Received();
-        if (received != m_upload.size)
+        const auto received = Received();
+        if (received != m_size)
             throw ApiError(409, ErrorId::Incomplete,
-                           "only " + std::to_string(received) + " of " + std::to_string(m_upload.size) + " bytes have come");
-        const auto item = m_services.items.PutFile(path, m_upload.Bytes(), m_upload.changes, revision);
-        m_upload.Discard();
+                           "only " + std::to_string(received) + " of " + std::to_string(m_size) + " bytes have come");
+        const auto item = m_services.items.PutFile(path, m_bytes, m_changes, revision);
+        Discard();
         return ItemReply(item);
     }
 
@@ -234,7 +204,14 @@ private:
     const Request& m_request;
     ItemPath m_path;
     std::string m_id;
-    StoredUpload m_upload;
+    std::string m_bytesName;
+    std::string m_descriptionName;
+    std::filesystem::path m_bytes;
+
+    // The description.
+    std::uint64_t m_size = 0;
+    ItemChanges m_changes;
+    std::string m_revision; ///< of the item to replace; empty: any.
 };
 
 template <Reply (ResumeCall::*handle)()> Reply Answer(const Call& call)

@@ -61,14 +61,7 @@ Session Authenticate(const Sessions& sessions, const Request& request, const Tar
     return std::move(*session);
 }
 
-} // namespace
-
-Services::Services(Options chosen, std::ostream& lines)
-    : options(std::move(chosen)), output(lines), state(options.root), sessions(options, state, feed), items(options.root, state, feed)
-{
-}
-
-Reply Handle(Services& services, const Request& request)
+Reply HandleOrThrow(Services& services, const Request& request)
 {
     auto query = ParseFields(request.query);
     const auto target = Locate(services.options.apiVersions, request.path);
@@ -87,6 +80,26 @@ Reply Handle(Services& services, const Request& request)
     if (isKnown)
         throw ApiError(405, ErrorId::Unsupported, "the method is not supported here");
     throw ApiError(404, ErrorId::Unsupported, "there is nothing at this address");
+}
+
+} // namespace
+
+Reply Handle(Services& services, const Request& request)
+try
+{
+    return HandleOrThrow(services, request);
+}
+catch (const ApiError& error)
+{
+    return ErrorReply(error);
+}
+catch (const std::system_error& error)
+{
+    return ErrorReply(ToApiError(error.code()));
+}
+catch (const std::exception& error)
+{
+    return ErrorReply({500, ErrorId::Internal, error.what()});
 }
 
 } // namespace ApplianceParts

@@ -13,20 +13,17 @@
 namespace ApplianceParts
 {
 
-/// Safe to use from several threads.
+/// Made of the options and the output: opens the root, and creates it if it does not exist. Safe to use from several threads.
+/// @throws std::exception if the root cannot be used.
 struct Services
 {
-    /// Opens the root, and creates it if it does not exist.
-    /// @throws std::exception if the root cannot be used.
-    Services(Options chosen, std::ostream& lines);
-
     const Options options;
     std::ostream& output; ///< receives the mails to the user; to be written through std::osyncstream.
-    const StateFolder state;
-    Feed feed;
-    Sessions sessions;
-    ItemStore items;
-    Leases uploads; ///< the uploads in chunks that requests work on.
+    const StateFolder state{options.root};
+    Feed feed{};
+    Sessions sessions{options, state, feed};
+    ItemStore items{options.root, state, feed};
+    Leases uploads{}; ///< the uploads in chunks that requests work on.
 };
 
 /// A request for a handler.
@@ -53,8 +50,7 @@ struct Route
     Reply (*handle)(const Call&);
 };
 
-/// Answers a request.
-/// @throws ApiError if there is no route for it, or its session is not valid; and what the handlers throw.
+/// Answers a request; what its handler throws as a refusal. Does not throw.
 [[nodiscard]] Reply Handle(Services& services, const Request& request);
 
 /// The common path of an API version's requests.

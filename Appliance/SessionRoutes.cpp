@@ -13,17 +13,12 @@ namespace
 // Shorter than the timeouts of clients and proxies.
 constexpr std::chrono::seconds kLongestWait{55};
 
-Json::Value Endpoint(const std::string& path)
-{
-    return JsonObject({{"path", path}, {"tos", 0}});
-}
-
 Reply Endpoints(const Call& call)
 {
     Json::Value endpoints;
     for (const auto& version : call.services.options.apiVersions)
-        endpoints["sync"][version] = Endpoint(ApiPath(version));
-    endpoints["audit"]["1"] = Endpoint("/audit/1");
+        endpoints["sync"][version] = JsonObject({{"path", ApiPath(version)}, {"tos", 0}});
+    endpoints["audit"]["1"] = JsonObject({{"path", "/audit/1"}, {"tos", 0}});
     return JsonReply(endpoints);
 }
 

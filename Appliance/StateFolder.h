@@ -3,16 +3,27 @@
 /// @file
 /// The folder, inside the root and never shown as an item, for data that files cannot store.
 
-#include <json/value.h>
+#include "JsonText.h"
 
 #include <filesystem>
+#include <fstream>
 #include <mutex>
-#include <optional>
-#include <string>
-#include <string_view>
+#include <random>
+#include <system_error>
 
 namespace ApplianceParts
 {
+
+/// @return that many hexadecimal digits from the system's random source.
+[[nodiscard]] inline std::string RandomHex(std::size_t digits)
+{
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::random_device source;
+    std::string text(digits, '0');
+    for (char& character : text)
+        character = kDigits[source() % kDigits.size()];
+    return text;
+}
 
 class StateFolder
 {
@@ -20,25 +31,48 @@ public:
     static constexpr std::string_view kName = ".quendra-appliance";
 
     /// Creates the root and the state folder if they do not exist.
-    explicit StateFolder(const std::filesystem::path& root);
+    explicit StateFolder(const std::filesystem::path& root) : m_folder(root / kName)
+    {
+        std::filesystem::create_directories(m_folder / "resume");
+        std::filesystem::permissions(m_folder, std::filesystem::perms::owner_all);
+        // Temporary files of an earlier process.
+        std::filesystem::remove_all(m_folder / kTemporary);
+        std::filesystem::create_directory(m_folder / kTemporary);
+    }
 
     /// The path of a file or folder of the state. "resume" is a folder for uploads in chunks.
     [[nodiscard]] std::filesystem::path Path(std::string_view name) const { return m_folder / name; }
 
     /// An unused path, in a folder that the next process empties.
-    [[nodiscard]] std::filesystem::path NewTemporary() const;
+    [[nodiscard]] std::filesystem::path NewTemporary() const { return m_folder / kTemporary / RandomHex(32); }
 
-    [[nodiscard]] std::optional<std::string> Read(std::string_view name) const;
+    [[nodiscard]] std::optional<std::string> Read(std::string_view name) const
+    {
+        std::ifstream file(Path(name), std::ios::binary);
+        return file ? std::optional(std::string(std::istreambuf_iterator(file), {})) : std::nullopt;
+    }
 
     /// Replaces a file's content atomically. Only the appliance's own user can read it.
     void Write(std::string_view name, std::string_view content) const;
 
     /// Adds a line of JSON to a file. Callable from any thread.
     /// @throws std::system_error if the line cannot be written.
-    void Append(std::string_view name, const Json::Value& line) const;
+    void Append(std::string_view name, const Json::Value& line) const
+    {
+        const std::lock_guard guard(m_mutex);
+        std::ofstream file(Path(name), std::ios::binary | std::ios::app);
+        if (file << JsonLine(line) << '\n' << std::flush)
+            return;
+        // A later line may find free space again, and must not continue this one.
+        file.clear();
+        file << '\n';
+        throw std::system_error(std::make_error_code(std::errc::no_space_on_device), "cannot write to " + std::string(name));
+    }
 
 private:
-    std::filesystem::path m_folder;
+    static constexpr const char* kTemporary = "temporary";
+
+    const std::filesystem::path m_folder;
     mutable std::mutex m_mutex; ///< one line at a time.
 };
 
@@ -47,7 +81,11 @@ class TemporaryFile
 {
 public:
     explicit TemporaryFile(const StateFolder& state) : m_path(state.NewTemporary()) {}
-    ~TemporaryFile();
+    ~TemporaryFile()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
 
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
@@ -55,10 +93,19 @@ public:
     [[nodiscard]] const std::filesystem::path& Path() const { return m_path; }
 
 private:
-    std::filesystem::path m_path;
+    const std::filesystem::path m_path;
 };
 
-/// @return that many hexadecimal digits from the system's random source.
-[[nodiscard]] std::string RandomHex(std::size_t digits);
+inline void StateFolder::Write(std::string_view name, std::string_view content) const
+{
+    const TemporaryFile temporary(*this);
+    std::ofstream file(temporary.Path(), std::ios::binary);
+    file.write(content.data(), static_cast<std::streamsize>(content.size()));
+    file.close();
+    if (!file)
+        throw std::system_error(std::make_error_code(std::errc::io_error), "cannot write " + std::string(name));
+    std::filesystem::permissions(temporary.Path(), std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    std::filesystem::rename(temporary.Path(), Path(name));
+}
 
 } // namespace ApplianceParts

@@ -114,9 +114,7 @@ ResultCode CNativeHttp::SetHandshakeTimeouts(const FunctionTraceScope& trace)
 {
     if (SetTimeouts(m_session.get(), kHandshakeTimeouts))
         return Result::Success;
-    const DWORD error = GetLastError();
-    trace.Error("WinHttpSetTimeouts failed, error code: %d", error);
-    return FoldIntoHResult(error);
+    return FoldIntoHResult(TraceLastError(trace, "WinHttpSetTimeouts failed, error code: %d"));
 }
 
 ResultCode CNativeHttp::ChooseVersion(const FunctionTraceScope& trace, ServerState& server)

@@ -1,7 +1,6 @@
 #include "Transport/WinHttpImpl.h"
 
 #include "Settings.h"
-#include "Tracing.h"
 #include "Transport/WinHttpImplRequest.h"
 
 namespace
@@ -25,6 +24,13 @@ void CloseQuietly(HINTERNET handle)
 ResultCode FoldIntoHResult(DWORD error) noexcept
 {
     return static_cast<std::int32_t>(error) > 0 ? 0x80070000U | (error & 0xFFFFU) : static_cast<ResultCode>(error);
+}
+
+ResultCode TraceLastError(const FunctionTraceScope& trace, const TraceFormat<DWORD>& failed)
+{
+    const DWORD error = GetLastError();
+    trace.Error(failed, error);
+    return error;
 }
 
 WinHttpHandle::WinHttpHandle()
@@ -61,11 +67,7 @@ ResultCode WinHttpHandle::SetOption(DWORD option, void* buffer, DWORD length)
 {
     const FunctionTraceScope trace("WinHttpHandle::SetOption", Unit::WinHttpImpl);
     if (!WinHttpSetOption(Handle(), option, buffer, length))
-    {
-        const DWORD error = GetLastError();
-        trace.Error("WinHttpSetOption failed, error code: %d", error);
-        return FoldIntoHResult(error);
-    }
+        return FoldIntoHResult(TraceLastError(trace, "WinHttpSetOption failed, error code: %d"));
     trace.Info("Successfully set option on http handle");
     return Result::Success;
 }
@@ -74,11 +76,7 @@ ResultCode WinHttpHandle::QueryOption(DWORD option, void* buffer, DWORD& length)
 {
     const FunctionTraceScope trace("WinHttpHandle::QueryOption", Unit::WinHttpImpl);
     if (!WinHttpQueryOption(Handle(), option, buffer, &length))
-    {
-        const DWORD error = GetLastError();
-        trace.Error("WinHttpQueryOption failed, error code: %d", error);
-        return FoldIntoHResult(error);
-    }
+        return FoldIntoHResult(TraceLastError(trace, "WinHttpQueryOption failed, error code: %d"));
     trace.Info("Successfully retrieved option on http handle");
     return Result::Success;
 }
@@ -88,25 +86,13 @@ ResultCode WinHttpSession::Initialise()
     const FunctionTraceScope trace("WinHttpSession::Initialise", Unit::WinHttpImpl);
     // Send no User-Agent header.
     if (!Attach(WinHttpOpen(nullptr, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0)))
-    {
-        const DWORD error = GetLastError();
-        trace.Error("WinHttpOpen failed, error code: %d", error);
-        return FoldIntoHResult(error);
-    }
+        return FoldIntoHResult(TraceLastError(trace, "WinHttpOpen failed, error code: %d"));
     if (!SetTimeouts(kSessionTimeouts.resolve, kSessionTimeouts.connect, kSessionTimeouts.send, kSessionTimeouts.receive))
-    {
-        const DWORD error = GetLastError();
-        trace.Error("WinHttpSetTimeouts failed, error code: %d", error);
-        return FoldIntoHResult(error);
-    }
+        return FoldIntoHResult(TraceLastError(trace, "WinHttpSetTimeouts failed, error code: %d"));
     // Never follow redirects: they would send the token or a password to another URL.
     DWORD never = WINHTTP_OPTION_REDIRECT_POLICY_NEVER;
     if (!WinHttpSetOption(Handle(), WINHTTP_OPTION_REDIRECT_POLICY, &never, sizeof never))
-    {
-        const DWORD error = GetLastError();
-        trace.Error("WinHttpSetOption failed, error code: %d", error);
-        return FoldIntoHResult(error);
-    }
+        return FoldIntoHResult(TraceLastError(trace, "WinHttpSetOption failed, error code: %d"));
     trace.Info("Successfully initialised http session");
     return Result::Success;
 }
@@ -137,11 +123,7 @@ ResultCode WinHttpConnection::Initialise(const std::wstring& server, std::uint16
 {
     const FunctionTraceScope trace("WinHttpConnection::Initialise", Unit::WinHttpImpl);
     if (!Attach(WinHttpConnect(session->GetHandle(), server.c_str(), port, 0)))
-    {
-        const DWORD error = GetLastError();
-        trace.Error("WinHttpConnect failed, error code: %d", error);
-        return FoldIntoHResult(error);
-    }
+        return FoldIntoHResult(TraceLastError(trace, "WinHttpConnect failed, error code: %d"));
 
     // Read all four settings on the first connection, even those that are overridden.
     const std::int32_t connect = g_connectTimeout.Get();

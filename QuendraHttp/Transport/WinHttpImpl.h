@@ -4,6 +4,7 @@
 /// The library's own transport: thin classes over WinHTTP, each owning one handle. `WinHttpImpl.cpp` holds handle, session,
 /// connection and factory; requests are in `WinHttpImplRequest.h`.
 
+#include "Tracing.h"
 #include "Wiping.h"
 
 #include "Platform/Platform.h"
@@ -18,6 +19,10 @@
 /// Its form is that of the platform's HRESULT_FROM_WIN32
 /// (https://learn.microsoft.com/windows/win32/api/winerror/nf-winerror-hresult_from_win32).
 [[nodiscard]] ResultCode FoldIntoHResult(DWORD error) noexcept;
+
+/// Traces the last error with a message.
+/// @return the last error.
+[[nodiscard]] ResultCode TraceLastError(const FunctionTraceScope& trace, const TraceFormat<DWORD>& failed);
 
 /// A session's timeouts, in milliseconds; 0 for no limit.
 struct SessionTimeouts

@@ -160,11 +160,7 @@ ResultCode WinHttpRequest::SendMultipartFile(const char* fieldName, const std::w
 
     const std::optional<std::int64_t> size = file.Size();
     if (!size)
-    {
-        const DWORD error = GetLastError();
-        trace.Error("GetFileSizeEx failed, error code: %d", error);
-        return error;
-    }
+        return TraceLastError(trace, "GetFileSizeEx failed, error code: %d");
     const std::int64_t rangeLength = LengthInFile(*size, *offset, *length);
     const std::tuple range(path, *offset, *length);
     if (sizeOut != nullptr)
@@ -190,11 +186,7 @@ ResultCode WinHttpRequest::SendFileRange(const FunctionTraceScope& trace, const 
 {
     // An empty range may start beyond the end of the file.
     if (length > 0 && !file.MoveTo(offset))
-    {
-        const DWORD error = GetLastError();
-        trace.Error("SetFilePointerEx failed, error code: %d", error);
-        return error;
-    }
+        return TraceLastError(trace, "SetFilePointerEx failed, error code: %d");
     std::array<char, kBlockBytes> block; // NOLINT(cppcoreguidelines-pro-type-member-init): only bytes that were read are used
     for (std::int64_t remaining = length; remaining > 0 && !cancelled;)
     {
@@ -209,11 +201,7 @@ ResultCode WinHttpRequest::SendFileRange(const FunctionTraceScope& trace, const 
         }
         DWORD written = 0;
         if (!Write(Handle(), {block.data(), read}, written))
-        {
-            const DWORD error = GetLastError();
-            trace.Error("WinHttpWriteData failed, error=%d", error);
-            return error;
-        }
+            return TraceLastError(trace, "WinHttpWriteData failed, error=%d");
         remaining -= written;
         if (progress != nullptr)
             progress->OnBlock(written, static_cast<std::uint64_t>(offset + length - remaining));

@@ -62,11 +62,7 @@ ResultCode WinHttpRequest::ReceiveStatusText(const FunctionTraceScope& trace, To
     DWORD size = statusBytes;
     if (!WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_STATUS_CODE, WINHTTP_HEADER_NAME_BY_INDEX, status.data(), &size,
                              WINHTTP_NO_HEADER_INDEX))
-    {
-        const DWORD error = GetLastError();
-        trace.Error("WinHttpQueryHeaders failed, error code: %d", error);
-        return error;
-    }
+        return TraceLastError(trace, "WinHttpQueryHeaders failed, error code: %d");
     trace.Info("The server answered with HTTP %S", status.c_str());
     if (status.front() == L'3')
         TraceRedirect(trace);
@@ -176,15 +172,9 @@ ResultCode WinHttpRequest::GetResponse(const std::wstring& path, const CancelEve
     const FileHandle file(path, GENERIC_WRITE, 0, resumes ? OPEN_EXISTING : CREATE_ALWAYS);
     const std::uint64_t offset = (std::uint64_t{offsetHigh} << 32) | offsetLow;
     if (!file.IsOpen())
-    {
-        result = GetLastError();
-        trace.Error("CreateFile failed, error code: %d", result);
-    }
+        result = TraceLastError(trace, "CreateFile failed, error code: %d");
     else if (resumes && !file.MoveTo(static_cast<std::int64_t>(offset)))
-    {
-        result = GetLastError();
-        trace.Error("SetFilePointer failed, error code: %d", result);
-    }
+        result = TraceLastError(trace, "SetFilePointer failed, error code: %d");
     else
     {
         bool cancelled = false;
@@ -211,11 +201,7 @@ ResultCode WinHttpRequest::StreamIntoFile(const FunctionTraceScope& trace, const
         // Clear the last error, so that an error from an earlier call is not reported for this transfer.
         SetLastError(ERROR_SUCCESS);
         if (!WinHttpQueryDataAvailable(Handle(), &available))
-        {
-            const DWORD error = GetLastError();
-            trace.Error("WinHttpQueryDataAvailable failed, error code: %d", error);
-            return error;
-        }
+            return TraceLastError(trace, "WinHttpQueryDataAvailable failed, error code: %d");
         if (available == 0)
         {
             const DWORD error = GetLastError();
@@ -228,11 +214,7 @@ ResultCode WinHttpRequest::StreamIntoFile(const FunctionTraceScope& trace, const
         if (block.size() < available)
             block.resize(available);
         if (!WinHttpReadData(Handle(), block.data(), available, &read))
-        {
-            const DWORD error = GetLastError();
-            trace.Error("WinHttpReadData failed, error code: %d", error);
-            return error;
-        }
+            return TraceLastError(trace, "WinHttpReadData failed, error code: %d");
         DWORD written = 0;
         SetLastError(ERROR_SUCCESS);
         if (!WriteFile(file.Get(), block.data(), read, &written, nullptr) || written < read)

@@ -35,11 +35,7 @@ ResultCode WinHttpRequest::Initialise(const std::wstring& path, const std::wstri
 
     LPCWSTR acceptTypes[] = {acceptType, nullptr};
     if (!Attach(WinHttpOpenRequest(connection->GetHandle(), verb.c_str(), path.c_str(), nullptr, WINHTTP_NO_REFERER, acceptTypes, flags)))
-    {
-        const DWORD error = GetLastError();
-        trace.Error("WinHttpOpenRequest failed, error code: %d", error);
-        return FoldIntoHResult(error);
-    }
+        return FoldIntoHResult(TraceLastError(trace, "WinHttpOpenRequest failed, error code: %d"));
     TraceConnectionSteps(Handle());
     trace.Info("WinHttpRequest successfully initialised");
     return Result::Success;
@@ -130,11 +126,7 @@ ResultCode WinHttpRequest::SendRequest()
 {
     const FunctionTraceScope trace("WinHttpRequest::SendRequest", Unit::WinHttpImpl);
     if (!WinHttpSendRequest(Handle(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, m_body.Data(), m_body.Length(), m_body.Length(), 0))
-    {
-        const DWORD error = GetLastError();
-        trace.Error("WinHttpSendRequest failed, error code: %d", error);
-        return error;
-    }
+        return TraceLastError(trace, "WinHttpSendRequest failed, error code: %d");
     m_body.MoveTo(m_sentBody);
     trace.Info("Request successfully sent");
     return Result::Success;
@@ -149,11 +141,7 @@ ResultCode WinHttpRequest::StartRequest(std::uint64_t contentLength)
 
     // Announce the length in the header only: the call's DWORD argument cannot hold 64 bits.
     if (!WinHttpSendRequest(Handle(), header.c_str(), kWholeText, WINHTTP_NO_REQUEST_DATA, 0, 0, 0))
-    {
-        const DWORD error = GetLastError();
-        trace.Error("WinHttpSendRequest failed, error code: %d", error);
-        return error;
-    }
+        return TraceLastError(trace, "WinHttpSendRequest failed, error code: %d");
     return Result::Success;
 }
 

@@ -10,7 +10,6 @@
 ///
 /// Sending is in `WinHttpImplRequest.cpp`, replies in `WinHttpImplReply.cpp`, multipart bodies in `WinHttpImplMultipart.cpp`.
 
-#include "Tracing.h"
 #include "Transport/BodyBuffer.h"
 #include "Transport/WinHttpImpl.h"
 

@@ -41,13 +41,13 @@ ResultCode CNativeHttp::GetRemoteFolderMap(std::vector<CMapping*>& mappings)
             static_cast<void>(home.release());
             return Result::Success;
         }
-        if (exchange.Info("Retrieving remote folder mappings").Connect().HasEnded())
-            ResetTimeouts();
         const auto path = [&] {
             return exchange.ApiPath(L"/folders") + L"?includeAll=true&timeout=" +
                    std::to_wstring(Settings::ReadNumber(Tuning::kMappingWait.name, Tuning::kMappingWait.defaultValue));
         };
-        return exchange.OpenRequest(L"GET", path, {.failed = "WinHttpRequest failed to initialise, error code: 0x%x"})
+        return exchange.Info("Retrieving remote folder mappings")
+            .Connect({.resetsTimeouts = true})
+            .OpenRequest(L"GET", path, {.failed = "WinHttpRequest failed to initialise, error code: 0x%x"})
             .Perform(Judgements::kGetRemoteFolderMap)
             .Then([&] {
                 const std::uint32_t count = GetMappingsFromResponse(exchange.Response(), mappings);

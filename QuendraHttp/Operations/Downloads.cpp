@@ -103,13 +103,12 @@ ResultCode CNativeHttp::DownloadData(const std::wstring& serverPath, const std::
     return RunExchange(*this, "CNativeHttp::DownloadData", [&, attributes, progress](Exchange& exchange) {
         if (skip == nullptr || count == nullptr)
             return Result::InvalidParameter;
-        if (exchange.Info("Download data request for LocalPath: %S, ServerPath: %S", localPath, serverPath).Connect().HasEnded())
-            ResetTimeouts();
         const auto path = [&] {
             return exchange.ApiPath(L"/folders", serverPath) + L"?skip=" + std::to_wstring(*skip) + L"&count=" + std::to_wstring(*count) +
                    RevisionSuffix("&", attributes.get());
         };
-        return exchange
+        return exchange.Info("Download data request for LocalPath: %S, ServerPath: %S", localPath, serverPath)
+            .Connect({.resetsTimeouts = true})
             .OpenRequest(L"GET", path,
                          {.path = "DownloadData request [%S]", .failed = "WinHttpRequest failed to initialise, error code: 0x%x"})
             .Track(serverPath)

@@ -106,7 +106,7 @@ ResultCode CNativeHttp::Register(const std::wstring& userId, const std::wstring&
         };
         exchange.Connect();
         post(L"/registrations", {});
-        if (!exchange.HasEnded() && IsKnownDevice(exchange))
+        if (IsKnownDevice(exchange))
         {
             exchange.Info("The user has registered the device previously, sending re-registration request");
             post(L"/registrations/resend", {.failed = "Failed to initialise WinHttpRequest. Error 0x%08x", .onlyNegativeFails = true});

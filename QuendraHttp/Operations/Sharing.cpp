@@ -24,14 +24,10 @@ ResultCode CNativeHttp::GenerateLink(std::shared_ptr<ShareRequest> request)
 ResultCode CNativeHttp::PublishSyncStats(const std::string& data)
 {
     return RunExchange(*this, "CNativeHttp::PublishSyncStats", [&](Exchange& exchange) {
-        exchange.Connect();
         const std::wstring& path = exchange.Server().loggingEndpointPath;
-        if (!exchange.HasEnded() && path.empty())
-        {
-            exchange.Trace().Error("This server does not have an auditing end point");
-            return Result::ServerDisabled;
-        }
-        return exchange.Info("Publishing auditing data to endpoint [%S]", path)
+        return exchange.Connect()
+            .EndIf([&path] { return path.empty(); }, Result::ServerDisabled, "This server does not have an auditing end point")
+            .Info("Publishing auditing data to endpoint [%S]", path)
             .OpenRequest(L"POST", path)
             .Field("data", ToWide(data))
             .Perform(Judgements::kPublishSyncStats)

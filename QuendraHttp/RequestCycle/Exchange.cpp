@@ -104,6 +104,8 @@ Exchange& Exchange::Connect(const ConnectionOptions& options)
         m_trace.Error(options.failedTo, m_server.serverName, m_server.port, result);
     else
         m_trace.Error(options.failed, result);
+    if (options.resetsTimeouts)
+        m_client.ResetTimeouts();
     return End(failed);
 }
 
@@ -133,15 +135,6 @@ Exchange& Exchange::Track(const std::wstring& key)
     if (!m_hasEnded)
         m_tracker.emplace(m_client.m_requests, m_client.m_requestsLock, m_request, key, m_startToken);
     return *this;
-}
-
-Exchange& Exchange::StopIfCancelled(const CancelEvent* cancelEvent, const TraceFormat<>& message)
-{
-    if (m_hasEnded || !IsSignalled(cancelEvent))
-        return *this;
-    if (message.IsSet())
-        m_trace.Error(message);
-    return End(Result::Cancelled);
 }
 
 Exchange& Exchange::AppendField(const char* name, const std::wstring& value, bool isLast)
@@ -177,7 +170,7 @@ Exchange& Exchange::Perform(const Judgement& row)
 {
     if (!row.refusesFailedTransfer)
         return SendAndReceive(row.transferFailed).Judge(row);
-    if (!m_hasEnded && SendAndReceive(row.transferFailed).HasEnded())
+    if (!m_hasEnded && SendAndReceive(row.transferFailed).m_hasEnded)
         return End(MapHttpError(0, m_response));
     return Judge(row);
 }

@@ -58,6 +58,7 @@ struct ConnectionOptions
     bool onlyNegativeFails = false;   ///< a positive result of `Initialise` is a success.
     std::uint32_t sendTimeout = 0;    ///< milliseconds; 0 for the setting's value.
     std::uint32_t receiveTimeout = 0; ///< milliseconds; 0 for the setting's value.
+    bool resetsTimeouts = false;      ///< a failure gives the session the timeouts that it had before its first connection.
 };
 
 /// How to open a request and how to report a failure.
@@ -136,8 +137,8 @@ public:
     [[nodiscard]] const std::wstring& StartToken() const noexcept { return m_startToken; }
     [[nodiscard]] const OwnedResponse& Response() const noexcept { return m_response; }
     [[nodiscard]] OwnedResponse& Response() noexcept { return m_response; }
-    [[nodiscard]] std::uint32_t Status() const { return m_request->GetHTTPStatus(); }
-    [[nodiscard]] bool HasEnded() const noexcept { return m_hasEnded; }
+    /// The reply's status; 0 once a step has ended the operation.
+    [[nodiscard]] std::uint32_t Status() const { return m_hasEnded ? 0 : m_request->GetHTTPStatus(); }
 
     /// The path of a request to the synchronisation API.
     /// @param endpoint    such as L"/folders".
@@ -188,8 +189,21 @@ public:
     /// Makes the request findable for `CloseRequestHandle` until the exchange ends.
     Exchange& Track(const std::wstring& key);
 
+    /// Traces a message and ends the operation if a condition holds.
+    template <std::predicate Condition> Exchange& EndIf(const Condition& condition, ResultCode result, const TraceFormat<>& message)
+    {
+        if (m_hasEnded || !condition())
+            return *this;
+        if (message.IsSet())
+            m_trace.Error(message);
+        return End(result);
+    }
+
     /// Ends the operation with `Result::Cancelled` if the caller's cancel event is signalled.
-    Exchange& StopIfCancelled(const CancelEvent* cancelEvent, const TraceFormat<>& message = {});
+    Exchange& StopIfCancelled(const CancelEvent* cancelEvent, const TraceFormat<>& message = {})
+    {
+        return EndIf([cancelEvent] { return IsSignalled(cancelEvent); }, Result::Cancelled, message);
+    }
 
     /// Appends a field of a urlencoded form.
     Exchange& Field(const char* name, const std::wstring& value) { return AppendField(name, value, false); }

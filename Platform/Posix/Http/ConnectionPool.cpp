@@ -22,12 +22,12 @@ constexpr std::chrono::seconds kLongestIdle(50);
 } // namespace
 
 PooledConnection::PooledConnection(std::string origin, CertificateStore& trusted)
-    : m_origin(std::move(origin)), m_demand(trusted), m_multi(curl_multi_init())
+    : m_origin(std::move(origin)), m_certificateRequest(trusted), m_multi(curl_multi_init())
 {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg)
     if (!m_multi || curl_multi_setopt(m_multi.get(), CURLMOPT_MAXCONNECTS, 1L) != CURLM_OK)
         throw std::bad_alloc();
-    m_demand.AttachTo(m_common);
+    m_certificateRequest.AttachTo(m_common);
     m_common.Set(CURLOPT_SOCKOPTFUNCTION, &PooledConnection::OnOpened);
     m_common.Set(CURLOPT_SOCKOPTDATA, static_cast<void*>(this));
     m_common.Set(CURLOPT_CLOSESOCKETFUNCTION, &PooledConnection::OnClosing);

@@ -7,7 +7,7 @@
 /// at a time uses it. The most recently used one is reused first: sequential requests share one TCP connection, concurrent requests use one
 /// each.
 
-#include "CertificateDemand.h"
+#include "ClientCertificateRequest.h"
 #include "CurlShare.h"
 
 #include <curl/curl.h>
@@ -39,7 +39,7 @@ public:
     /// The server: scheme, name and port, as they stand in a URL.
     const std::string& Origin() const noexcept { return m_origin; }
 
-    CertificateDemand& Demand() noexcept { return m_demand; }
+    ClientCertificateRequest& CertificateRequest() noexcept { return m_certificateRequest; }
 
     /// How many bytes the other side's system has acknowledged. What curl has handed to this system may take minutes to get there.
     std::uint64_t Acknowledged() const noexcept;
@@ -58,7 +58,7 @@ private:
 
     const std::string m_origin;
     std::vector<curl_socket_t> m_sockets; // several while curl tries addresses side by side
-    CertificateDemand m_demand;
+    ClientCertificateRequest m_certificateRequest;
     EasyHandle m_common;
     std::unique_ptr<CURLM, Cleanup> m_multi;
     Clock::time_point m_lastUsed = Clock::now();

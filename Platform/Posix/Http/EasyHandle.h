@@ -4,6 +4,7 @@
 /// Easy handles of libcurl: one with the options that all requests over a connection share, and its copy for each request.
 
 #include "../Secret.h"
+#include "../WinHttp.h"
 
 #include <curl/curl.h>
 
@@ -14,6 +15,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Quendra::Platform
@@ -86,5 +88,10 @@ private:
     std::unique_ptr<curl_slist, ListCleanup> m_headerLines;
     std::unique_ptr<CURL, EasyCleanup> m_easy; // destroyed before what it uses
 };
+
+/// curl's result as one of WinHTTP's error values.
+/// @param isConnected  whether the request was being sent, or at least a connection was established.
+/// @param text  curl's error text, or "".
+[[nodiscard]] DWORD Win32ErrorOf(CURLcode result, bool isConnected, std::string_view text) noexcept;
 
 } // namespace Quendra::Platform

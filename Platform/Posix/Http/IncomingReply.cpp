@@ -1,6 +1,8 @@
 #include "IncomingReply.h"
 
+#include "../../Ascii.h"
 #include "../CallGuard.h"
+#include "RequestHeaders.h"
 
 #include <algorithm>
 #include <cstring>
@@ -20,6 +22,51 @@ constexpr std::uint64_t kMaxHeaderBytes = 256 * 1024;
 bool IsBlankLine(std::string_view line)
 {
     return line == "\r\n" || line == "\n";
+}
+
+// The value of a header by name and index; nothing if there are fewer of that name.
+std::optional<std::string> HeaderOf(CURL* easy, const char* name, std::size_t index = 0)
+{
+    curl_header* header = nullptr;
+    if (curl_easy_header(easy, name, index, CURLH_HEADER, -1, &header) != CURLHE_OK)
+        return std::nullopt;
+    return std::string(header->value);
+}
+
+bool IsChunked(CURL* easy)
+{
+    for (std::size_t index = 0; const auto coding = HeaderOf(easy, "Transfer-Encoding", index); ++index)
+    {
+        const auto last = std::min(coding->find_last_of(", \t") + 1, coding->size()); // npos + 1 is 0
+        if (EqualIgnoringAsciiCase(std::string_view(*coding).substr(last), "chunked"))
+            return true;
+    }
+    return false;
+}
+
+// Reads the header block that has just ended on an easy handle. The head stays empty for an interim reply, such as one with status 1xx:
+// another header block follows. Returns an error if the body's length is not a number, or there is more than one.
+DWORD ReadReplyHead(CURL* easy, std::optional<ReplyHead>& head)
+{
+    constexpr long kSwitchingProtocols = 101;
+    long status = 0;
+    curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status); // NOLINT(cppcoreguidelines-pro-type-vararg)
+    head.reset();
+    if (status / 100 == 1 && status != kSwitchingProtocols)
+        return ERROR_SUCCESS;
+    std::optional<std::uint64_t> contentLength;
+    if (!IsChunked(easy))
+    {
+        for (std::size_t index = 0; const auto text = HeaderOf(easy, kContentLength, index); ++index)
+        {
+            const auto length = ParseContentLength(*text);
+            if (!length || (contentLength && *contentLength != *length))
+                return ERROR_WINHTTP_INVALID_SERVER_RESPONSE;
+            contentLength = length;
+        }
+    }
+    head = {status, contentLength, HeaderOf(easy, "Location")};
+    return ERROR_SUCCESS;
 }
 
 } // namespace

@@ -3,17 +3,26 @@
 /// @file
 /// The receiving half of an exchange: the reply's head, and its body as far as it is buffered.
 
+#include "../WinHttp.h"
 #include "EasyHandle.h"
-#include "ReplyHead.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
 namespace Quendra::Platform
 {
+
+/// What the transport evaluates of a reply's status and headers.
+struct ReplyHead
+{
+    long status = 0;
+    std::optional<std::uint64_t> contentLength; ///< empty if the body is chunked
+    std::optional<std::string> location;
+};
 
 /// Buffers what curl delivers until the caller takes it. Receiving is paused while the buffer is full.
 class IncomingReply

@@ -22,8 +22,8 @@ public:
     {
         const std::lock_guard lock(m_mutex);
         m_raised.store(true, std::memory_order_release);
-        if (m_driven != nullptr)
-            curl_multi_wakeup(m_driven);
+        if (m_multi != nullptr)
+            curl_multi_wakeup(m_multi);
     }
 
     /// Sets an event that ends waiting calls, too. To be called by the thread that makes these calls.
@@ -34,16 +34,16 @@ public:
     bool IsRaised() const noexcept { return m_raised.load(std::memory_order_acquire); }
 
     /// Sets the multi handle that `Raise` wakes up (null: none). It must stay valid until another one is set.
-    void SetDriven(CURLM* multi) noexcept
+    void SetMulti(CURLM* multi) noexcept
     {
         const std::lock_guard lock(m_mutex);
-        m_driven = multi;
+        m_multi = multi;
     }
 
 private:
     std::mutex m_mutex;
     std::atomic<bool> m_raised{false};
-    CURLM* m_driven = nullptr;
+    CURLM* m_multi = nullptr;
     HANDLE m_event = nullptr;
 };
 

@@ -15,8 +15,6 @@
 
 #include "Transfer.h"
 
-#include "CurlErrors.h"
-
 #include <algorithm>
 #include <chrono>
 #include <new>
@@ -56,13 +54,13 @@ Transfer::Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const Tra
 {
     m_easy->Set(CURLOPT_PREREQFUNCTION, &Transfer::OnAboutToSend);
     m_easy->Set(CURLOPT_PREREQDATA, static_cast<void*>(this));
-    m_connection->Demand().Reset();
+    m_connection->CertificateRequest().Reset();
     m_outgoing.AttachTo(*m_easy);
     m_incoming.AttachTo(*m_easy);
     m_notices.AttachTo(*m_easy);
     if (curl_multi_add_handle(m_connection->Multi(), m_easy->Get()) != CURLM_OK)
         throw std::bad_alloc();
-    m_interruption.SetDriven(m_connection->Multi());
+    m_interruption.SetMulti(m_connection->Multi());
 }
 
 Transfer::~Transfer()
@@ -200,7 +198,7 @@ DWORD Transfer::OutcomeOf(CURLcode result)
     // A server that refuses may also close the connection while the body is being sent; its reply counts.
     if (m_incoming.IsComplete() || (m_phase == Phase::Connecting && TakeProxyRefusal()))
         return ERROR_SUCCESS;
-    if (result == CURLE_SSL_CONNECT_ERROR && m_connection->Demand().IsMade())
+    if (result == CURLE_SSL_CONNECT_ERROR && m_connection->CertificateRequest().IsReceived())
         return ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED;
     const DWORD error = Win32ErrorOf(result, m_phase == Phase::Connected, m_easy->ErrorText());
     if (error == ERROR_WINHTTP_SECURE_FAILURE)
@@ -239,7 +237,7 @@ void Transfer::Finish(DWORD error) noexcept
         return;
     m_phase = Phase::Over;
     m_error = error;
-    m_interruption.SetDriven(nullptr);
+    m_interruption.SetMulti(nullptr);
     curl_multi_remove_handle(m_connection->Multi(), m_easy->Get());
     m_easy.reset();
     m_connection.reset();

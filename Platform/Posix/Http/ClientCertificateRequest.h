@@ -11,25 +11,25 @@ namespace Quendra::Platform
 
 /// Up to TLS 1.2 a server that demands a client certificate ends the handshake with an alert that has many possible causes. Only the
 /// request for a certificate before it identifies this cause. Used by one thread at a time; outlives the connections that it watches.
-class CertificateDemand
+class ClientCertificateRequest
 {
 public:
     /// @param trusted  the authorities that the connections trust; must outlive this object.
-    explicit CertificateDemand(CertificateStore& trusted) noexcept : m_trusted(trusted) {}
+    explicit ClientCertificateRequest(CertificateStore& trusted) noexcept : m_trusted(trusted) {}
 
     /// Watches the TLS connections that the handle or a copy of it opens.
     /// @throws what `EasyHandle::Set` throws
     void AttachTo(EasyHandle& easy);
 
-    /// Forgets what was asked so far.
-    void Reset() noexcept { m_isMade = false; }
-    bool IsMade() const noexcept { return m_isMade; }
+    /// Forgets the requests so far.
+    void Reset() noexcept { m_isReceived = false; }
+    bool IsReceived() const noexcept { return m_isReceived; }
 
 private:
     static CURLcode Watch(CURL* easy, void* context, void* self) noexcept;
 
     CertificateStore& m_trusted;
-    bool m_isMade = false;
+    bool m_isReceived = false;
 };
 
 } // namespace Quendra::Platform

@@ -1,4 +1,4 @@
-#include "CertificateDemand.h"
+#include "ClientCertificateRequest.h"
 
 #include <openssl/ssl.h>
 
@@ -16,14 +16,14 @@ int Index() noexcept
 
 } // namespace
 
-void CertificateDemand::AttachTo(EasyHandle& easy)
+void ClientCertificateRequest::AttachTo(EasyHandle& easy)
 {
     m_trusted.AttachTo(easy);
-    easy.Set(CURLOPT_SSL_CTX_FUNCTION, &CertificateDemand::Watch);
+    easy.Set(CURLOPT_SSL_CTX_FUNCTION, &ClientCertificateRequest::Watch);
     easy.Set(CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
 }
 
-CURLcode CertificateDemand::Watch(CURL*, void* context, void* self) noexcept
+CURLcode ClientCertificateRequest::Watch(CURL*, void* context, void* self) noexcept
 {
     auto* const tls = static_cast<SSL_CTX*>(context);
     if (SSL_CTX_set_ex_data(tls, Index(), self) == 0)
@@ -31,10 +31,10 @@ CURLcode CertificateDemand::Watch(CURL*, void* context, void* self) noexcept
     // Else OpenSSL keeps what it decrypted, such as a login's reply.
     SSL_CTX_set_options(tls, SSL_OP_CLEANSE_PLAINTEXT);
     SSL_CTX_set_client_cert_cb(tls, [](SSL* connection, X509**, EVP_PKEY**) {
-        static_cast<CertificateDemand*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(connection), Index()))->m_isMade = true;
+        static_cast<ClientCertificateRequest*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(connection), Index()))->m_isReceived = true;
         return 0; // there is none to send
     });
-    return static_cast<CertificateDemand*>(self)->m_trusted.ApplyTo(*tls);
+    return static_cast<ClientCertificateRequest*>(self)->m_trusted.ApplyTo(*tls);
 }
 
 } // namespace Quendra::Platform

@@ -37,7 +37,7 @@ class World
 public:
     explicit World(unsigned count)
     {
-        std::ifstream plan(QUENDRA_SOURCE_DIR "/Tests/Simulation/Faults.json");
+        std::ifstream plan(QUENDRA_SOURCE_DIR "/Tests/Simulation/Network.json");
         m_plan = ApplianceParts::ReadFaultPlan({std::istreambuf_iterator<char>(plan), {}});
         m_options.root = files / "root";
         m_options.user = "ann"; // as `LogIn` does

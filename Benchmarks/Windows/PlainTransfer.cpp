@@ -1,4 +1,5 @@
 #include "PlainTransfer.h"
+
 #include "TextConversion.h"
 
 #include "Platform/Platform.h"

@@ -1,4 +1,5 @@
 #include "RegistryValues.h"
+
 #include "TextConversion.h"
 
 #include "Platform/Platform.h"

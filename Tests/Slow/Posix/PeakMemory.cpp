@@ -1,4 +1,4 @@
-#include "PeakMemory.h"
+#include "Slow/PeakMemory.h"
 
 #include <fstream>
 #include <string>

@@ -3,7 +3,7 @@
 
 #include "CaseFile.h"
 #include "JsonText.h"
-#include "PosixHttpSupport.h"
+#include "Posix/HttpSupport.h"
 #include "TextConversion.h"
 #include "TransferSupport.h"
 

@@ -33,11 +33,11 @@ inline std::string Content(std::size_t size, unsigned salt)
     return content;
 }
 
-class Client
+class SimulatedClient
 {
 public:
     /// @param largest  the bytes of a file.
-    Client(World& world, unsigned seed, unsigned number, unsigned largest)
+    SimulatedClient(World& world, unsigned seed, unsigned number, unsigned largest)
         : m_world(world),
           m_instance(world.instances[number % world.instances.size()]->Api()),
           m_ownsFeed(number < world.instances.size()),

@@ -7,14 +7,14 @@
 //
 // A thread's operations and what ends them depend on the seed alone, when they meet does not.
 
-#include "Client.h"
+#include "Simulation/SimulatedClient.h"
 
 #include <array>
 #include <malloc.h>
 
 namespace
 {
-using Clients = std::list<Client>;
+using Clients = std::list<SimulatedClient>;
 
 Clients MakeClients(World& world, unsigned seed, unsigned count, unsigned largest)
 {
@@ -39,13 +39,13 @@ std::string FailureOf(const std::function<void()>& run)
 }
 
 /// What all clients do, each on a thread of its own. Throws what failed, with what led to it.
-void Together(Clients& clients, const std::function<void(Client&)>& run)
+void Together(Clients& clients, const std::function<void(SimulatedClient&)>& run)
 {
     std::mutex mutex;
     std::string failures;
     {
         std::list<std::jthread> threads;
-        for (Client& client : clients)
+        for (SimulatedClient& client : clients)
             threads.emplace_back([&] {
                 const auto failure = FailureOf([&] { run(client); });
                 const std::lock_guard guard(mutex);
@@ -59,9 +59,9 @@ void Together(Clients& clients, const std::function<void(Client&)>& run)
 void RunClients(World& world, Clients& clients, unsigned seed, unsigned steps)
 {
     world.Restart(seed % 2 != 0 ? seed : 0);
-    Together(clients, [steps](Client& client) { client.Run(steps); });
+    Together(clients, [steps](SimulatedClient& client) { client.Run(steps); });
     world.Restart(0);
-    Together(clients, [](Client& client) { client.Run(0); });
+    Together(clients, [](SimulatedClient& client) { client.Run(0); });
 }
 
 void RunSeed(unsigned seed)
@@ -70,7 +70,7 @@ void RunSeed(unsigned seed)
     Clients clients = MakeClients(world, seed, 3, 300'000);
     RunClients(world, clients, seed, 40);
     world.Stop();
-    Together(clients, [](Client& client) { client.CompareFiles(); });
+    Together(clients, [](SimulatedClient& client) { client.CompareFiles(); });
 }
 
 void RunSeeds(unsigned first, unsigned count)
@@ -118,7 +118,7 @@ void Soak(unsigned requests, unsigned mib)
     {
         Clients clients = MakeClients(world, round, 4, 8'000'000);
         RunClients(world, clients, round, 50);
-        Together(clients, [](Client& client) { client.Remove(); });
+        Together(clients, [](SimulatedClient& client) { client.Remove(); });
         clients.clear();
         if (share() / 10 < tenths)
             continue;
@@ -137,7 +137,7 @@ void RunThreads(unsigned count, unsigned steps)
 {
     World world(1);
     Clients clients = MakeClients(world, 1, count, 1000);
-    Together(clients, [steps](Client& client) { client.Mix(steps); });
+    Together(clients, [steps](SimulatedClient& client) { client.Mix(steps); });
     std::cout << world.requests << " operations on " << count << " threads\n";
 }
 } // namespace

@@ -1,7 +1,7 @@
 /// @file
 /// Every wait of a request has an end: its timeout, or the closing of its handle from another thread.
 
-#include "PosixHttpSupport.h"
+#include "Posix/HttpSupport.h"
 #include "RawServer.h"
 #include "TransferSupport.h"
 

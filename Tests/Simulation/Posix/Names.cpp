@@ -1,6 +1,6 @@
 // The look-up of names, before the system's: some of the simulation's are lost.
 
-#include "World.h"
+#include "Simulation/World.h"
 
 #include <dlfcn.h>
 #include <netdb.h>

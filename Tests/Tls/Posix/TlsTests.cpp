@@ -2,7 +2,7 @@
 /// Requests over TLS: whose certificates are taken, and that a broken connection kills no process.
 
 #include "MemorySearch.h"
-#include "PosixHttpSupport.h"
+#include "Posix/HttpSupport.h"
 #include "RawServer.h"
 #include "TransferSupport.h"
 

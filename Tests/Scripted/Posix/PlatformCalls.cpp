@@ -1,6 +1,6 @@
 // Calls outside WinHTTP, and of the C library: each is the system's own, found behind this program's, unless it is to fail.
 
-#include "PlatformSteps.h"
+#include "Scripted/PlatformSteps.h"
 
 #include "Platform/Platform.h"
 

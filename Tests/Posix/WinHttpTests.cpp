@@ -2,7 +2,7 @@
 /// WinHTTP's calls over curl: what goes over the wire, what comes back from it, and every way in which it goes wrong.
 
 #include "CaseFile.h"
-#include "PosixHttpSupport.h"
+#include "Posix/HttpSupport.h"
 #include "RawServer.h"
 #include "TextConversion.h"
 

@@ -10,11 +10,14 @@ answer() { # path, body
 answer endpoints '{"sync":{"1.3":{"path":"/sync/1.3","tos":0}}}'
 answer sync/1.3/init '{"device_token_auth":true}'
 refuse() { printf 'HTTP/1.0 %s No\r\n%b\r\n' "$1" "${2-}" >"$work/tls/endpoints"; } # status, headers
-certificate() { # name, names, days
+printf '%s\n' '[ca]' default_ca=own '[own]' "database=$work/issued" "new_certs_dir=$work" rand_serial=yes unique_subject=no default_md=sha256 \
+    policy=all '[all]' commonName=supplied >"$work/ca"
+: >"$work/issued"
+certificate() { # name, names, first day, last day
     openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout "$work/key.pem" -out "$work/request" -subj "/CN=$1" \
         2>/dev/null
-    openssl x509 -req -in "$work/request" -signkey "$work/key.pem" -extfile <(echo "subjectAltName=$2") -days "$3" \
-        -out "$work/$1.pem" 2>/dev/null
+    openssl ca -config "$work/ca" -selfsign -keyfile "$work/key.pem" -in "$work/request" -extfile <(echo "subjectAltName=$2") \
+        -startdate "$(date -ud "$3" +%Y%m%d%H%M%SZ)" -enddate "$(date -ud "$4" +%Y%m%d%H%M%SZ)" -batch -notext -out "$work/$1.pem" 2>/dev/null
 }
 # trust ADD|DELETE NAME: changes the authorities of Wine's machine, which are in its registry: a kind, 1, the length, the certificate.
 trust() {
@@ -48,11 +51,13 @@ distrusts() {
     [ "$requests" = 0 ] || complain 'a request went to a server that is not trusted'
     on linux && says "FAILED  TLS         $3 (" "-> $4"
 }
-certificate expired DNS:localhost -1
+certificate expired DNS:localhost '2 days ago' yesterday
 distrusts expired expired 12037 "check this machine's clock; where it is right, the server needs a new certificate"
-certificate other DNS:other.test 2
+certificate early DNS:localhost tomorrow '2 days'
+distrusts early early 12037 "check this machine's clock"
+certificate other DNS:other.test yesterday tomorrow
 distrusts other other 12038 'name the server in --server as its certificate does'
-certificate own DNS:localhost 2
+certificate own DNS:localhost yesterday tomorrow
 distrusts own '' 12045 'have this machine trust the authority'
 rm "$work/tls/sync/1.3/init"
 with_certificate own own doctor

@@ -233,7 +233,7 @@ void AddTransferCommands(CLI::App& app, Command::Any& chosen)
         "  quendra get /docs/plan.txt plan.txt\n"
         "  quendra get /films/long.mkv long.mkv --skip 100MB --count 50MB\n"
         "  quendra get /docs/plan.txt plan.delta --signature plan.sig\n"
-        "A range that starts at 0 makes LOCAL anew; any other goes to its own position of LOCAL, which must exist.");
+        "A range that starts at 0 replaces LOCAL; any other is written at its own position of LOCAL, which must exist.");
     get.Positional("PATH", &Command::Get::path, ServerPath, "The file on the server");
     get.Positional("LOCAL", &Command::Get::local, kText,
                    "The local file, or a folder to write it into; but for a range, a file that exists is replaced once all has come");

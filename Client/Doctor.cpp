@@ -305,7 +305,7 @@ private:
     {
         Step step{"Handshake", {CodeWithMeaning(code)}, kTrace};
         if (m_hasFailed)
-            step.next = "mend what failed above; '--trace -' shows each request";
+            step.next = "fix what failed above; '--trace -' shows each request";
         else if (code == Result::IncompatibleServer)
         {
             const auto offers = Offers(m_client.Answer().reply);

@@ -70,10 +70,10 @@ std::optional<std::string> ReplaceUnpairedSurrogates(std::string_view text)
     std::size_t at = FindUnpairedSurrogate(text, 0);
     if (at == std::string_view::npos)
         return std::nullopt;
-    std::string mended(text);
-    for (; at != std::string::npos; at = FindUnpairedSurrogate(mended, at + kEscapeLength))
-        mended.replace(at, kEscapeLength, "\\ufffd"); // of the same length: nothing moves
-    return mended;
+    std::string replaced(text);
+    for (; at != std::string::npos; at = FindUnpairedSurrogate(replaced, at + kEscapeLength))
+        replaced.replace(at, kEscapeLength, "\\ufffd"); // of the same length: nothing moves
+    return replaced;
 }
 
 std::size_t QuotedBytes(std::string_view text)
@@ -158,11 +158,11 @@ bool ParseJson(const ResponseBuffer& response, Comments comments, Json::Value& r
     if (response.data == nullptr)
         return false;
     const std::string_view text(response.data, static_cast<std::size_t>(response.length));
-    std::optional<std::string> mended = ReplaceUnpairedSurrogates(text);
-    if (!mended)
+    std::optional<std::string> replaced = ReplaceUnpairedSurrogates(text);
+    if (!replaced)
         return ReadJson(text, comments, root);
-    const ScopedWipe wipe(*mended); // the reply may be a login's
-    return ReadJson(*mended, comments, root);
+    const ScopedWipe wipe(*replaced); // the reply may be a login's
+    return ReadJson(*replaced, comments, root);
 }
 
 std::string RenderJson(Json::Value& value, std::size_t room, bool& isCut)

@@ -23,11 +23,11 @@ namespace
 using Names = std::initializer_list<const char*>;
 using Pieces = std::vector<FaultPiece>;
 
-/// An object of a plan. Whatever is wrong with it is thrown with its place.
+// An object of a plan. Whatever is wrong with it is thrown with its place.
 class PlanObject
 {
 public:
-    /// @param known  the names that its members may have.
+    // @param known  the names that its members may have.
     PlanObject(const Json::Value& value, std::string place, Names known) : m_value(value), m_place(std::move(place))
     {
         Demand(value.isObject(), "is not an object");
@@ -213,7 +213,7 @@ std::vector<Json::Value> Expand(const Json::Value& fault)
     return {fault};
 }
 
-/// Random numbers that are the same on every system.
+// Random numbers that are the same on every system.
 class Chances
 {
 public:
@@ -270,8 +270,8 @@ FaultChooser ChooseFrom(FaultPlan plan, std::uint64_t seed, std::function<void(c
     struct State
     {
         std::mutex mutex;
-        std::map<bool, std::uint64_t> numbers;              ///< of the requests, of the connections.
-        std::map<const Fault*, std::uint64_t> playedFaults; ///< how often.
+        std::map<bool, std::uint64_t> numbers;              // of the requests, of the connections.
+        std::map<const Fault*, std::uint64_t> playedFaults; // how often.
     };
     return [plan = std::move(plan), seed, report = std::move(report),
             state = std::make_shared<State>()](const FaultOccasion& occasion) -> std::shared_ptr<const Fault> {

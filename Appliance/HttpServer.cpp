@@ -64,7 +64,7 @@ private:
 
         Socket socket;
         bool hasEnded = false;
-        std::jthread thread; ///< joined first.
+        std::jthread thread; // joined first.
     };
 
     void Listen()
@@ -138,7 +138,7 @@ private:
     std::condition_variable m_oneEnded;
     std::atomic<bool> m_isStopping = false;
     std::list<Connection> m_connections;
-    std::jthread m_listener; ///< joined first, then the threads of the connections.
+    std::jthread m_listener; // joined first, then the threads of the connections.
 };
 
 } // namespace

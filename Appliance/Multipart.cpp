@@ -77,7 +77,7 @@ private:
     }
 
     const Request& m_request;
-    std::string m_pending = "\r\n"; ///< received and not yet passed on; the first boundary has no line before it.
+    std::string m_pending = "\r\n"; // received and not yet passed on; the first boundary has no line before it.
 };
 
 // The line "Content-Disposition" in a part's head.

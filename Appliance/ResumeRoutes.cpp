@@ -211,7 +211,7 @@ private:
     // The description.
     std::uint64_t m_size = 0;
     ItemChanges m_changes;
-    std::string m_revision; ///< of the item to replace; empty: any.
+    std::string m_revision; // of the item to replace; empty: any.
 };
 
 template <Reply (ResumeCall::*handle)()> Reply Answer(const Call& call)

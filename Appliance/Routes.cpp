@@ -12,8 +12,8 @@ constexpr const char* kApi = "{api}";
 
 struct Target
 {
-    std::string path;  ///< as in routes, with "{api}".
-    std::string token; ///< from the path; empty if it has none.
+    std::string path;  // as in routes, with "{api}".
+    std::string token; // from the path; empty if it has none.
 };
 
 // The path after a prefix, if the prefix ends at a component boundary.

@@ -101,7 +101,7 @@ Json::Value OkDocument()
     return document;
 }
 
-Json::Value JsonText(const std::wstring& text)
+Json::Value TextOrNull(const std::wstring& text)
 {
     return text.empty() ? Json::Value() : Json::Value(ToNarrow(text));
 }

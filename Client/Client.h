@@ -71,4 +71,4 @@ void PrintFailure(const Options& options, const std::string& meaning, const Json
 [[nodiscard]] Json::Value OkDocument();
 
 /// A text of the library's as a JSON value; null for an empty one.
-[[nodiscard]] Json::Value JsonText(const std::wstring& text);
+[[nodiscard]] Json::Value TextOrNull(const std::wstring& text);

@@ -24,7 +24,7 @@ Json::Value ItemDocument(const std::shared_ptr<IServerAttributes>& item)
     if (!item)
         return {};
     Json::Value document;
-    document["name"] = JsonText(item->GetName());
+    document["name"] = TextOrNull(item->GetName());
     document["directory"] = IsDirectory(*item);
     document["size"] = item->HasSize() ? Json::Value(static_cast<Json::Int64>(item->GetSize())) : Json::Value();
     document["created"] = TimeDocument(item->GetCreationTime());
@@ -33,7 +33,7 @@ Json::Value ItemDocument(const std::shared_ptr<IServerAttributes>& item)
     document["readOnly"] = item->IsReadOnly();
     document["folderReadOnly"] = item->IsFolderReadOnly();
     // The revision has the bytes that the server sent, which may be invalid UTF-8.
-    document["revision"] = JsonText(ToWide(item->GetRevision()));
+    document["revision"] = TextOrNull(ToWide(item->GetRevision()));
     return document;
 }
 

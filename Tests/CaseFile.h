@@ -13,8 +13,8 @@
 #include <map>
 #include <string>
 
-/// @return the cases of a file in Tests/Cases, which may hold comments. Where the JSON library has to correct them, as the library does with
-/// replies, `ReadCases` in Operations.h reads them.
+/// @return the cases of a file in Tests/Cases, which may hold comments. Where the JSON library has to correct them, as the library does
+/// with replies, `ReadCases` in Operations.h reads them.
 /// @param name  of the file, without its folder.
 inline Json::Value ReadCaseFile(const std::string& name)
 {

@@ -22,11 +22,11 @@ template <typename Parse> std::string ReadAs(std::string reply, const Parse& par
     std::string again = reply;
     const std::uint32_t count = parse(AsReply(reply), caller);
     EXPECT_EQ(count, caller.actions.size() + caller.mappings.size());
-    std::string told = caller.Told();
+    std::string outputs = caller.Outputs();
     for (const std::string& error : trace.Messages(EVT_ERROR))
-        told += error.starts_with("JSON library has thrown a runtime_error exception (") && !error.ends_with("()!") ? "!" : error;
+        outputs += error.starts_with("JSON library has thrown a runtime_error exception (") && !error.ends_with("()!") ? "!" : error;
     EXPECT_EQ(parse(AsReply(again), caller), count) << "what was there does not count";
-    return told;
+    return outputs;
 }
 
 TEST(FeedParsing, RepliesAreReadAsFeedJsonSays)

@@ -119,10 +119,10 @@ struct Caller
     operator std::wstring&() { return text; }
 
     /// All outputs, separated by commas; items by their names.
-    [[nodiscard]] std::string Told() const
+    [[nodiscard]] std::string Outputs() const
     {
-        std::string told;
-        const auto add = [&told](const std::string& each) { told += told.empty() || each.empty() ? each : ", " + each; };
+        std::string outputs;
+        const auto add = [&outputs](const std::string& each) { outputs += outputs.empty() || each.empty() ? each : ", " + each; };
         for (const CNotificationAction* action : actions)
             add(Describe(*action));
         for (const CMapping* mapping : mappings)
@@ -131,7 +131,7 @@ struct Caller
             add(ToNarrow(child->GetName()));
         add(given ? ToNarrow(given->GetName()) : "");
         add(ToNarrow(text));
-        return told;
+        return outputs;
     }
 };
 

@@ -74,8 +74,8 @@ Exchange& Exchange::End(ResultCode result)
 }
 
 template <typename Object, typename Call>
-ResultCode Exchange::Initialise(const std::shared_ptr<Object>& object, bool onlyNegativeFails, bool returnsResult, ResultCode& result,
-                                const Call& call)
+ResultCode Exchange::TryInitialise(const std::shared_ptr<Object>& object, bool onlyNegativeFails, bool returnsResult, ResultCode& result,
+                                   const Call& call)
 {
     SetLastError(ERROR_SUCCESS);
     result = object ? call(*object) : Result::InvalidHandle;
@@ -94,7 +94,7 @@ Exchange& Exchange::Connect(const ConnectionOptions& options)
     const auto& session = m_client.m_session;
     m_connection = session ? m_client.m_factory->CreateConnection() : nullptr;
     ResultCode result = Result::Success;
-    const ResultCode failed = Initialise(m_connection, options.onlyNegativeFails, false, result, [&](IWinHttpConnection& connection) {
+    const ResultCode failed = TryInitialise(m_connection, options.onlyNegativeFails, false, result, [&](IWinHttpConnection& connection) {
         return connection.Initialise(m_server.serverName, static_cast<std::uint16_t>(m_server.port), session, options.sendTimeout,
                                      options.receiveTimeout);
     });
@@ -121,7 +121,7 @@ Exchange& Exchange::OpenRequest(const wchar_t* verb, std::wstring path, const Re
     m_request = m_client.m_factory->CreateRequest(m_client.m_session);
     ResultCode result = Result::Success;
     const ResultCode failed =
-        Initialise(m_request, options.onlyNegativeFails, options.returnsResult, result, [&](IWinHttpRequest& request) {
+        TryInitialise(m_request, options.onlyNegativeFails, options.returnsResult, result, [&](IWinHttpRequest& request) {
             return request.Initialise(path, verb, m_connection, nullptr, m_server.secure ? WINHTTP_FLAG_SECURE : 0);
         });
     if (failed == Result::Success)

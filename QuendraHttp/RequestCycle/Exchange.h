@@ -271,8 +271,8 @@ private:
     // @param[out] result  what `Initialise` of the object returned, for the message.
     // @return 0, or the result that the operation ends with: the last error, or for `returnsResult` and without a last error `result`.
     template <typename Object, typename Call>
-    static ResultCode Initialise(const std::shared_ptr<Object>& object, bool onlyNegativeFails, bool returnsResult, ResultCode& result,
-                                 const Call& call);
+    static ResultCode TryInitialise(const std::shared_ptr<Object>& object, bool onlyNegativeFails, bool returnsResult, ResultCode& result,
+                                    const Call& call);
 
     CNativeHttp& m_client;
     const FunctionTraceScope& m_trace;

@@ -1,5 +1,4 @@
-/// @file
-/// Every wait of a request has an end: its timeout, or the closing of its handle from another thread.
+// Every wait of a request has an end: its timeout, or the closing of its handle from another thread.
 
 #include "Posix/HttpSupport.h"
 #include "RawServer.h"
@@ -18,11 +17,11 @@ using namespace std::chrono_literals;
 
 namespace
 {
-/// A thread that resolves names may outlive the request that it does so for.
+// A thread that resolves names may outlive the request that it does so for.
 std::shared_ptr<Gate> resolutionGate;
 } // namespace
 
-/// Stands before the system's: the name "lost.test" does not exist, and "stuck.test" is not resolved before its gate opens.
+// Stands before the system's: the name "lost.test" does not exist, and "stuck.test" is not resolved before its gate opens.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                                                                   addrinfo** result)
 {
@@ -41,8 +40,8 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
 
 namespace
 {
-/// What a call returns that is ended while it is blocked: while its thread, which does nothing else, sleeps, and for longer than the 200
-/// milliseconds after which curl looks again by itself at a new connection.
+// What a call returns that is ended while it is blocked: while its thread, which does nothing else, sleeps, and for longer than the 200
+// milliseconds after which curl looks again by itself at a new connection.
 std::string EndWithin(const HttpHandle& request, const std::function<std::string(HINTERNET)>& call, const std::function<void()>& end)
 {
     std::promise<pid_t> thread;

@@ -1,5 +1,4 @@
-/// @file
-/// The Win32 calls outside WinHTTP, over POSIX.
+// The Win32 calls outside WinHTTP, over POSIX.
 
 #include "CaseFile.h"
 #include "JsonText.h"
@@ -290,7 +289,7 @@ protected:
 
     void Write(const std::string& text) const { static_cast<void>(m_folder.Write("registry.json", text)); }
 
-    /// The value's type and data, or the error value; asks for the size, then for the data, as the library does.
+    // The value's type and data, or the error value; asks for the size, then for the data, as the library does.
     static std::string Query(HKEY root, const std::wstring& path, const std::wstring& name)
     {
         HKEY key = nullptr;

@@ -1,5 +1,4 @@
-/// @file
-/// WinHTTP's calls over curl: what goes over the wire, what comes back from it, and every way in which it goes wrong.
+// WinHTTP's calls over curl: what goes over the wire, what comes back from it, and every way in which it goes wrong.
 
 #include "CaseFile.h"
 #include "Posix/HttpSupport.h"
@@ -14,13 +13,13 @@ using namespace HttpCalls;
 
 namespace
 {
-/// Answers every request with 200 and this body.
+// Answers every request with 200 and this body.
 RawServer::Script AnswerAll(const std::string& body)
 {
     return AnswerEach([body](const std::string&) { return HttpReply(200, body); });
 }
 
-/// The last request, with "|" for the end of each line; the version and host of its first two are left out where they are right.
+// The last request, with "|" for the end of each line; the version and host of its first two are left out where they are right.
 std::string LastRequest(const RawServer& server)
 {
     const auto request = server.Requests().back();

@@ -36,7 +36,7 @@ std::string Perform(ScriptedClient& client, const Operation& run)
     caller.local = folder.Write("local", std::string(100, 'x'));
     caller.signature = folder.Write("signature", "x");
     const std::string code = std::to_string(run(client.Api(), caller));
-    return caller.Told().empty() ? code : code + " " + caller.Told();
+    return caller.Outputs().empty() ? code : code + " " + caller.Outputs();
 }
 
 // The operation's own messages, errors with "! ". The transport's are left out, and the lines of a traced reply: they do not begin with a

@@ -78,7 +78,7 @@ struct ForeignTransport : WinHttpFactory
     }
 };
 
-/// Begins the script anew.
+/// Restarts the script.
 struct NewScript
 {
     NewScript() { g_script = {}; }

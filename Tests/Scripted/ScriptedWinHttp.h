@@ -95,5 +95,5 @@ struct WinHttpScript
     std::uintptr_t nextHandle = 0x1000;
 };
 
-/// The script that the calls follow; set anew by each test.
+/// The script that the calls follow; set by each test.
 extern WinHttpScript g_script;

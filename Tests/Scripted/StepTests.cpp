@@ -92,7 +92,7 @@ protected:
         {
             t_steps = nullptr; // The caller has no memory for its arguments: the library throws nothing.
         }
-        return outcome + (caller.Told().empty() ? "" : " ") + caller.Told();
+        return outcome + (caller.Outputs().empty() ? "" : " ") + caller.Outputs();
     }
 
     const Json::Value m_cases = ReadCaseFile("Steps.json");
@@ -101,7 +101,7 @@ protected:
 
 private:
     // A message without what differs from run to run, and without the values of headers.
-    std::string Told(std::string message) const
+    std::string Comparable(std::string message) const
     {
         const std::string path = (m_folder / "sent").string();
         if (const std::size_t at = message.find(path); at != std::string::npos)
@@ -116,7 +116,7 @@ private:
         const Uncounted pause;
         auto& self = *static_cast<Steps*>(context);
         if (event->descriptor->level == EVT_ERROR.level)
-            self.m_errors += "; " + self.Told(event->message);
+            self.m_errors += "; " + self.Comparable(event->message);
     }
 
     const TemporaryFolder m_folder;

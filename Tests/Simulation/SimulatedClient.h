@@ -11,7 +11,7 @@
 inline constexpr ResultCode kNotFound = Result::RefusalBase + 5;
 inline constexpr ResultCode kExists = Result::RefusalBase + 7;
 
-/// Whether an operation, or a ranged download, was refused for want of a session.
+/// Whether an operation, or a ranged download, was refused because there was no valid session.
 inline bool LacksSession(ResultCode code)
 {
     return code == Result::SessionInvalid || code == Result::Retry || code == Result::RefusalBase + 401;
@@ -230,7 +230,7 @@ private:
         return {isFolder, content, item.GetAttributes(), item.GetLastWriteTime().GetTicks(), item.GetRevision()};
     }
 
-    /// What the server has in the client's folder. The content of a known revision is not fetched anew.
+    /// What the server has in the client's folder. The content of a known revision is not fetched again.
     Tree Look()
     {
         Tree seen = {{m_home, {.isFolder = true}}};

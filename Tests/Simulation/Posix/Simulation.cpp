@@ -24,7 +24,7 @@ Clients MakeClients(World& world, unsigned seed, unsigned count, unsigned larges
     return clients;
 }
 
-/// @return the check that does not hold; empty: all do.
+// @return the check that does not hold; empty: all do.
 std::string FailureOf(const std::function<void()>& run)
 {
     try
@@ -38,7 +38,7 @@ std::string FailureOf(const std::function<void()>& run)
     }
 }
 
-/// What all clients do, each on a thread of its own. Throws what failed, with what led to it.
+// What all clients do, each on a thread of its own. Throws what failed, with what led to it.
 void Together(Clients& clients, const std::function<void(SimulatedClient&)>& run)
 {
     std::mutex mutex;
@@ -55,7 +55,7 @@ void Together(Clients& clients, const std::function<void(SimulatedClient&)>& run
     Check(failures.empty(), failures);
 }
 
-/// Faults for odd seeds, then none, and a last look at all.
+// Faults for odd seeds, then none, and a last look at all.
 void RunClients(World& world, Clients& clients, unsigned seed, unsigned steps)
 {
     world.Restart(seed % 2 != 0 ? seed : 0);
@@ -95,7 +95,7 @@ void RunSeeds(unsigned first, unsigned count)
     Check(passed == count, "not all");
 }
 
-/// What the process holds: KiB of memory, descriptors, threads.
+// What the process holds: KiB of memory, descriptors, threads.
 std::array<std::size_t, 3> Holdings()
 {
     const auto count = [](const char* folder) {

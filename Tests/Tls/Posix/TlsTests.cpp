@@ -1,5 +1,4 @@
-/// @file
-/// Requests over TLS: whose certificates are taken, and that a broken connection kills no process.
+// Requests over TLS: whose certificates are taken, and that a broken connection kills no process.
 
 #include "MemorySearch.h"
 #include "Posix/HttpSupport.h"
@@ -26,7 +25,7 @@ template <auto Free> struct Freeing
 };
 template <typename Type, auto Free> using Owned = std::unique_ptr<Type, Freeing<Free>>;
 
-/// OpenSSL takes TLS 1.0 here, as an administrator may have set it for the sake of another program.
+// OpenSSL takes TLS 1.0 here, as an administrator may have set it for the sake of another program.
 const bool g_takesOldVersions = [] {
     const TemporaryFolder folder;
     const auto file = (folder / "openssl.cnf").string();
@@ -35,10 +34,10 @@ const bool g_takesOldVersions = [] {
     return OPENSSL_init_ssl(OPENSSL_INIT_LOAD_CONFIG, nullptr) == 1;
 }();
 
-/// A certificate with its key; self-signed unless it has an issuer.
+// A certificate with its key; self-signed unless it has an issuer.
 struct Certificate
 {
-    /// @param begin, end  days from now.
+    // @param begin, end  days from now.
     explicit Certificate(const char* subjects, long begin = -2, long end = 1, const Certificate* issuer = nullptr)
         : key(EVP_EC_gen("P-256")), certificate(X509_new())
     {
@@ -62,14 +61,14 @@ struct Certificate
     const Owned<X509, X509_free> certificate;
 };
 
-/// What the server saw: bytes of requests, and connections that go on with the session of an earlier one.
+// What the server saw: bytes of requests, and connections that go on with the session of an earlier one.
 struct Seen
 {
     std::atomic<int> bytes = 0;
     std::atomic<int> resumptions = 0;
 };
 
-/// The server's end of TLS: answers each request of a connection, or, with an end to make of it, the first.
+// The server's end of TLS: answers each request of a connection, or, with an end to make of it, the first.
 RawServer::Script Answer(const Certificate& own, const std::string& reply, const std::function<void(RawConnection&)>& end = {},
                          int verification = SSL_VERIFY_NONE, Seen* seen = nullptr, int newest = TLS1_3_VERSION)
 {
@@ -119,7 +118,7 @@ class PosixTls : public testing::Test
 protected:
     PosixTls() { ::setenv("SSL_CERT_DIR", "/nonexistent", 1); }
 
-    /// From now on, in place of any other.
+    // From now on, in place of any other.
     void Trust(const Certificate& certificate) const
     {
         const auto file = (folder / "trusted.crt").string();

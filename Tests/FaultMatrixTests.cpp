@@ -36,7 +36,7 @@ struct TimedTransport : WinHttpFactory
 // Whether a fault cannot be played here.
 bool IsException(const std::string& fault)
 {
-    static const Json::Value exceptions = ReadCaseFile("Faults.json")["exceptions"][QUENDRA_BUILD_KIND];
+    static const Json::Value exceptions = ReadCaseFile("FaultCases.json")["exceptions"][QUENDRA_BUILD_KIND];
     const auto isNamed = [&fault](const Json::Value& each) { return fault.find(each[0].asString()) != std::string::npos; };
     return std::any_of(exceptions.begin(), exceptions.end(), isNamed);
 }

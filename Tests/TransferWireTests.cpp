@@ -259,7 +259,7 @@ TEST_F(TransferWire, ABrokenOrRefusedTransferEndsInItsCodeAndNoneInASuccess)
         EXPECT_EQ(std::filesystem::remove(folder / "target"), !body.isNull()) << "one without a body to keep makes no file";
         EXPECT_TRUE(std::filesystem::remove(folder / "sent")) << "nobody holds it open";
     };
-    for (const Json::Value& each : CasesOf("Faults.json", "endings of transfers"))
+    for (const Json::Value& each : CasesOf("FaultCases.json", "endings of transfers"))
         for (const bool resets : {false, true})
         {
             SCOPED_TRACE(each[0].asString() + (resets ? ", reset" : ", closed"));

@@ -76,7 +76,7 @@ Operation OperationOf(const std::string& name, const Json::Value& arguments)
     if (name == "rename")
         return Call(&Api::RenamePath, text(0), text(1), arguments[2].asUInt());
     if (name == "share")
-        return Call(&Api::GenerateLink, std::make_shared<ShareRequest>(ShareRequest{L"name", L"text", {L"/a", L"/b"}, {L"x@y"}}));
+        return Call(&Api::GenerateLink, std::make_shared<ShareRequest>(ShareRequest{L"name", L"text", {L"/a", L"/b"}, {L"x@y", L"z@y"}}));
     if (name == "audit")
         return Call(&Api::PublishSyncStats, arguments[0].asString());
     if (name == "login")

@@ -6,6 +6,7 @@
 Tests/Cases/Appliance.json holds requests and their answers. Hostile.py tries the same server for longer and harder.
 """
 import json
+import os
 import pathlib
 import re
 import ssl
@@ -62,8 +63,8 @@ class Server(Hostile.Server):
         headers = {"qd_file_size": "10", "qd_offset": str(offset), "qd_block_size": str(len(data)), flag: "true"}
         return self.put(target, data, headers=headers, api="/resume/upload")[0]
 
-    def received(self):
-        return self.json("GET /resume/upload" + UPLOAD)["bytes_received"]
+    def received(self, member="bytes_received"):
+        return self.json("GET /resume/upload" + UPLOAD)[member]
 
     def statuses(self, sent):
         """The statuses of all replies to what a connection sends, when nothing more will come, one space behind each."""
@@ -137,6 +138,10 @@ class SampleServer(unittest.TestCase):
         self.assertEqual((self.server.content("/home/f"), self.server.item("/home/f")), (b"old content", first))
         # A file that somebody changes in the folder itself is another revision.
         outside = self.server.root / "home" / "f"
+        written = outside.stat()
+        outside.write_bytes(b"changed outside, with its old time")
+        os.utime(outside, ns=(written.st_atime_ns, written.st_mtime_ns))
+        self.assertEqual(self.server.error(f"DELETE /folders/home/f?revision={first['revision']}"), "1077")
         outside.write_bytes(b"changed outside")
         refused = self.server.put("/home/f", b"lost", [("operation", "create"), ("revision", first["revision"])])[1]
         self.assertEqual(json.loads(refused)["errorId"], "1077")
@@ -171,18 +176,31 @@ class SampleServer(unittest.TestCase):
         self.assertEqual(chunk(UPLOAD, 2**64 - 1, b"x"), 400)
         headers = {"qd_offset": "5", "qd_block_size": "2"}
         self.assertEqual(self.server.put(UPLOAD, b"6", headers=headers, api="/resume/upload")[0], 400, "shorter than it says")
+        self.assertEqual(self.server.received(), 5)
         self.assertEqual(chunk(UPLOAD, 5, b"6", "qd_finish"), 409, "too early")
         self.assertEqual(chunk(UPLOAD.replace("/f", "/g"), 5, b"6"), 404, "another item's upload")
         for path, status in (("/home", 409), ("/../f2", 400)):
             self.assertEqual(self.server.request("POST /resume/upload" + UPLOAD, "", {"qd_new_path": path})[0], status)
         self.assertEqual(chunk(UPLOAD, 0, b"12345"), 200, "a late chunk of a connection that the client has closed")
+        headers = {"qd_offset": "0", "qd_block_size": "5"}
+        self.assertEqual(self.server.put(UPLOAD, b"9", headers=headers, api="/resume/upload")[0], 400, "shorter than it says")
         self.assertEqual(self.server.received(), 6, "it takes nothing back")
         late = (f"POST {Hostile.API}/resume/upload{UPLOAD} HTTP/1.1\r\nCookie: session_token={self.server.token}\r\nqd_offset: 0\r\n"
                 "qd_block_size: 5\r\nContent-Type: multipart/form-data; boundary=B\r\nContent-Length: 100\r\n\r\n"
                 '--B\r\nContent-Disposition: form-data; name="file"; filename="x"\r\n\r\n99999')
+        with Hostile.socket.create_connection(("127.0.0.1", self.server.port), timeout=60) as connection:
+            connection.sendall(late.encode())
+            latest = time.monotonic() + 60
+            while self.server.received("is_locked") != "true":
+                self.assertLess(time.monotonic(), latest, "the upload is not locked while a chunk comes")
         self.assertEqual(self.server.statuses(late.encode()), "400 ")
         self.assertEqual(self.server.received(), 6, "a late chunk that breaks off takes nothing back")
+        self.assertEqual(chunk(UPLOAD, 6, b"7890"), 200)
+        self.assertEqual(self.server.upload("/home/g", b"another item"), 200)
+        self.assertEqual(self.server.request("POST /resume/upload" + UPLOAD, "", {"qd_new_path": "/home/g"})[0], 409)
         self.assertEqual(chunk(UPLOAD, 3, b"4567890", "qd_finish"), 200, "a chunk that was sent before may come again")
+        self.assertEqual(self.server.content("/home/g"), b"another item")
+        self.assertEqual([*(self.server.root / ".quendra-appliance" / "resume").iterdir()], [])
 
         # A signature comes alone, a delta with fields.
         huge_blocks = b"rs\x01\x36\x7F\xFF\xFF\xFF\0\0\0\x08"

@@ -28,8 +28,8 @@ trust() {
     [ "$1" = DELETE ] || value=(/v Blob /t REG_BINARY /d "2000000001000000${size:2}${size:0:2}0000$(od -An -v -tx1 "$der" | tr -d ' \n')")
     "${emulator[@]}" reg "$1" "$key" "${value[@]}" /f >/dev/null || complain "the authority $2 cannot be changed"
 }
-# with_certificate NAME TRUSTED COMMAND...: runs a command against a server with the certificate; one is trusted. Wine's WinHTTP takes no
-# addresses in certificates.
+# with_certificate NAME TRUSTED COMMAND...: runs a command against a server with the certificate; one is trusted. Unless `expected` is 0
+# it fails. Wine's WinHTTP takes no addresses in certificates.
 with_certificate() {
     local fd text tlsPid tls
     [ -z "$2" ] || on linux || trust ADD "$2"
@@ -38,7 +38,7 @@ with_certificate() {
     started+=("$tlsPid")
     while read -r -t 30 -u "$fd" text && [[ $text != ACCEPT* ]]; do :; done
     tls=https://localhost:${text##*:}
-    SSL_CERT_FILE=${2:+$work/$2.pem} run 1 "${@:3}" --server "$tls"
+    SSL_CERT_FILE=${2:+$work/$2.pem} run "${expected:-1}" "${@:3}" --server "$tls"
     kill "$tlsPid"
     requests=$(grep -c '^FILE:' <&"$fd") # those whose first byte the server could read
     exec {fd}<&-
@@ -87,6 +87,13 @@ if on linux; then # the rest is the same
     echo mine >"$work/page"
     with_certificate own own get /page "$work/page"
     warns 'Of /page came 130 bytes in place of 70000'
+    answer 'sync/1.3/folders/page?skip=2&count=7' few
+    echo mine >"$work/range"
+    with_certificate own own get /page "$work/range" --skip 2 --count 7
+    warns 'Of /page came 3 bytes in place of 7'
+    answer 'sync/1.3/folders/page?revision=old' old # its size is its own
+    expected=0 with_certificate own own get /page "$work/old" --revision old
+    [ "$(<"$work/old")" = old ] || complain 'the older revision is not what came'
     printf 'HTTP/1.0 429 No\r\n\r\nLater' >"$work/tls/sync/1.3/folders/page"
     with_certificate own own get /page "$work/page"
     warns 'GetPathAttributes failed: 20429 ('

@@ -5,6 +5,7 @@
 big=$work/big
 head -c 24M /dev/urandom >"$big"
 has_bytes() { find "$root/.quendra-appliance" -type f -size +600k | grep -q .; }
+is_longer() { [ "$(stat -c %s "$1")" -gt "$2" ]; }
 upload_id() { # reads it from the line that the upload begins with
     line
     id=${REPLY#Upload id: }
@@ -12,16 +13,16 @@ upload_id() { # reads it from the line that the upload begins with
 }
 # interrupt_upload TARGET: Ctrl-C while chunks are on their way; sets id.
 interrupt_upload() {
-    begin put "$(native "$big")" "$1" --chunk-size 256kB
+    begin put "$(native "$big")" "$1" --chunk-size 256kB --revision r1
     upload_id
     until_true has_bytes
     kill -INT "$pid"
     end 130
-    warns 'ResumableUpload failed: 1223 (cancelled)' "--chunk-size 262144 --resume $id" 'to resume: quendra put '
+    warns 'ResumableUpload failed: 1223 (cancelled)' "--revision r1 --chunk-size 262144 --resume $id" 'to resume: quendra put '
 }
 follow_hint() { # status, errors: does what they say
     local rest=${2#*to receive the rest: quendra }
-    rest=${rest%%;*}
+    rest=${rest%%[;$'\r\n']*}
     on windows && rest=${rest//\\/\\\\} # its shell takes them as they stand
     eval "run $1 $rest"
 }
@@ -58,10 +59,18 @@ end 130
 warns 'DownloadFile failed: 1223 (cancelled)' 'to receive the rest: quendra get /home/big ' '; then rename '
 [ "$(<"$work/big2")" = before ] || complain 'the interrupted download replaced the file'
 hint=$err
+head -c 1000 "$big" >"$work/range"
+begin get /home/big "$(native "$work/range")" --skip 1000 --count 20000000
+until_true is_longer "$work/range" 500000
+kill -INT "$pid"
+end 130
+rangeHint=$err
 restart_server
 follow_hint 0 "$hint"
 same "$work/big2.part" "$big"
 rm "$work/big2.part"
+follow_hint 0 "$rangeHint"
+head -c 20001000 "$big" | cmp - "$work/range" || complain 'the rest of the range is not what was left of it'
 restart_server --faults "$(native "$plan")"
 # A server that dies: the hint names the revision, so that the rest is not that of another one.
 begin get /home/big "$(native "$work/big2")"

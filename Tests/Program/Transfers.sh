@@ -24,6 +24,7 @@ cp "$file" "$deep$name"
 run 0 put "$(native "$deep$name")" "/home/$name"
 run 0 get "/home/$name" "$(native "${deep%/}")" --json # a folder: the item's name in it
 says "\"name\":\"$name\""
+matches '"revision":"[^"]'
 same "$deep$name" "$file"
 run 0 get "/home/$name" "$(native "$deep$name 2")"
 says "Downloaded /home/$name to "
@@ -46,6 +47,16 @@ printf mine | tee "$work/mine/part" "$work/mine/part.part" >/dev/null
 run 0 get $whole "$(native "$work/mine/part")"
 same "$work/mine/part" "$file"
 [ "$(ls "$work/mine")$(<"$work/mine/part.part")" = $'part\npart.partmine' ] || complain 'the download left or changed a file beside'
+if on linux; then
+    long=$work/mine/$(printf 'n%.0s' {1..255})
+    run 0 get $whole "$long"
+    same "$long" "$file"
+    ln -s part "$work/mine/link"
+    echo old >"$work/mine/part"
+    run 0 get $whole "$work/mine/link"
+    [ -L "$work/mine/link" ] || complain 'the download replaced a link'
+    same "$work/mine/part" "$file"
+fi
 [ "$(TZ=UTC stat -c %y "$work/mine/part")" = '2024-02-29 12:00:00.000000000 +0000' ] || complain 'it has not the time of the item'
 
 # Ranges land at their own position.
@@ -56,6 +67,13 @@ range --skip 100000 --count 150000 --json
 same "$work/part" "$file"
 range --skip 4GB --count 5 # beyond the end nothing comes, and nothing is lost
 same "$work/part" "$file"
+if on linux; then
+    truncate -s 4G "$root/home/huge" "$work/huge"
+    echo behind | tee -a "$root/home/huge" >/dev/null
+    run 0 get /home/huge "$work/huge" --skip 4GB --count 7
+    [ "$(stat -c %s "$work/huge") $(tail -c 7 "$work/huge")" = '4294967303 behind' ] || complain 'the range behind 4 GiB is not in its place'
+    rm "$root/home/huge" "$work/huge"
+fi
 run 1 get $whole "$(native "$work/other")" --skip 5 # a file that is not there has no position 5
 
 # Deltas.

@@ -41,12 +41,15 @@ if(QUENDRA_SANITIZE)
     add_link_options(-fsanitize=${QUENDRA_SANITIZE})
 endif()
 
-# quendra_compile_lightly(sources...): for what reads a command line with a large library of headers, once a process.
-function(quendra_compile_lightly)
-    if(NOT MSVC AND NOT QUENDRA_COVERAGE)
-        set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "-O1;-g1")
-    endif()
-endfunction()
+# Options for tests, which run about once for each time that they are compiled, and for what reads a command line with a large library of
+# headers.
+if(MSVC OR QUENDRA_COVERAGE)
+    set(QUENDRA_LIGHTLY)
+elseif(QUENDRA_SANITIZE)
+    set(QUENDRA_LIGHTLY -O0 -g1)
+else()
+    set(QUENDRA_LIGHTLY -O1 -g1)
+endif()
 
 if(NOT WIN32)
     # A call that is resolved when it is first made leaves the processor's registers on the stack, and what they just copied: a token.

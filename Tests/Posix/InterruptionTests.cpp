@@ -1,5 +1,7 @@
 // Every wait of a request has an end: its timeout, or the closing of its handle from another thread.
 
+#include "LibraryOverWire.h"
+#include "Operations.h"
 #include "Posix/HttpSupport.h"
 #include "RawServer.h"
 #include "TransferSupport.h"
@@ -109,6 +111,27 @@ TEST(PosixInterruption, EndsEveryWaitWithoutProgress)
     resolutionGate->Open();
     ASSERT_NE(FALSE, WinHttpSetTimeouts(toSilent.session.get(), 0, 0, 0, 1000));
     EXPECT_EQ("200 ok", toSilent.Get(L"/slow"));
+}
+
+TEST(PosixInterruption, EndTransfersWhoseServerIsSilent)
+{
+    const TemporaryFolder folder;
+    for (const auto& [name, transfer] : FileTransfers(1000))
+    {
+        SCOPED_TRACE(name);
+        const Event event;
+        const Library wire([&](RawConnection& connection) {
+            std::string request;
+            while (!(request = AnswerHandshake(connection.ReadRequest(), "1.3")).empty())
+                connection.Send(request);
+            event.Signal();
+            connection.Hold();
+        });
+        Caller caller;
+        caller.local = caller.signature = folder.Write("file", std::string(1000, 'x'));
+        caller.cancel = event;
+        EXPECT_EQ(transfer(wire.Api(), caller), Result::Cancelled);
+    }
 }
 
 TEST(PosixInterruption, SpareABodyThatLeavesSlowly)

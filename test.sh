@@ -12,7 +12,8 @@
 #     tsan        Clang with ThreadSanitizer: build and all tests
 #     windows     mingw-w64: build, all tests under Wine, the exports and imports of the DLL, the packages
 #     coverage    GCC: all tests, and the lines and branches that they run, by folder
-#     long        what takes hours: ten thousand simulations, a soak of 20 GiB, many threads, real servers, fuzzing (Docs/Reliability.md)
+#     long        what takes hours: ten thousand simulations, a soak of 20 GiB, many threads, all faults under Wine, real servers, fuzzing
+#                (Docs/Reliability.md)
 #
 # Missing packages are installed first (CMake/prepare.sh). If the cross tools cannot be installed, `windows` is skipped with a message,
 # except in CI (CI=true), where that is a failure. Logs: build/logs.
@@ -44,7 +45,8 @@ run_ctest() {
     local log=$logs/$1-tests.log result repeat=()
     # Wine occasionally loses a process under load; a real fault fails again.
     [ "$1" != windows ] || repeat=(--repeat until-pass:2)
-    ctest --preset "$1" --parallel "$jobs" "${repeat[@]}" >"$log" 2>&1
+    # Most tests wait for something.
+    ctest --preset "$1" --parallel $((2 * jobs)) "${repeat[@]}" >"$log" 2>&1
     result=$?
     grep -vE '^ *[0-9]+/[0-9]+ Test .* Passed |^ *Start +[0-9]+: |^Test project ' "$log" | tail -n 400
     local counts
@@ -99,6 +101,9 @@ step_long() {
     run_long threads "$simulation" threads 64 1000
     run_long race-threads build/linux-tsan/bin/Simulation threads 32 1000
     run_long race-seeds build/linux-tsan/bin/Simulation seeds 1 500
+    if [ -e build/windows/bin/QuendraHttpTests.exe ]; then
+        run_long wine-faults CMake/wine.sh "$PWD/build/windows/wineprefix" build/windows/bin/QuendraHttpTests.exe '--gtest_filter=*FaultMatrix*'
+    fi
     run_long real-servers Tests/RealServers/RealServers.py build/linux/bin
     run_long hostile Tests/Appliance/Hostile.py build/linux/bin/quendra-appliance
     run_long fuzz ./fuzz.sh 60

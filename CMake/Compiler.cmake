@@ -41,8 +41,7 @@ if(QUENDRA_SANITIZE)
     add_link_options(-fsanitize=${QUENDRA_SANITIZE})
 endif()
 
-# Options for tests, which run about once for each time that they are compiled, and for what reads a command line with a large library of
-# headers.
+# Options for what reads a command line with a large library of headers.
 if(MSVC OR QUENDRA_COVERAGE)
     set(QUENDRA_LIGHTLY)
 elseif(QUENDRA_SANITIZE)

@@ -50,7 +50,7 @@ struct Route
     Reply (*handle)(const Call&);
 };
 
-/// Answers a request; what its handler throws as a refusal. Does not throw.
+/// Answers a request. What its handler throws becomes a refusal.
 [[nodiscard]] Reply Handle(Services& services, const Request& request);
 
 /// The common path of an API version's requests.

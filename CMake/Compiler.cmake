@@ -41,13 +41,13 @@ if(QUENDRA_SANITIZE)
     add_link_options(-fsanitize=${QUENDRA_SANITIZE})
 endif()
 
-# Options for what reads a command line with a large library of headers.
+# Options for the sources that include CLI11: they take long to compile, and run once a process.
 if(MSVC OR QUENDRA_COVERAGE)
-    set(QUENDRA_LIGHTLY)
+    set(QUENDRA_QUICK_COMPILE)
 elseif(QUENDRA_SANITIZE)
-    set(QUENDRA_LIGHTLY -O0 -g1)
+    set(QUENDRA_QUICK_COMPILE -O0 -g1)
 else()
-    set(QUENDRA_LIGHTLY -O1 -g1)
+    set(QUENDRA_QUICK_COMPILE -O1 -g1)
 endif()
 
 if(NOT WIN32)

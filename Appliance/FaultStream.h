@@ -28,6 +28,7 @@ public:
     {
         m_fault = std::move(fault);
         m_sent = 0;
+        m_blockLeft = 0;
     }
 
     /// Sends the fault's own reply.
@@ -96,13 +97,17 @@ private:
         const Fault& fault = *m_fault;
         if (m_sent == fault.stallAt)
             m_socket.WaitForEnd(fault.stall);
-        m_socket.WaitForEnd(fault.pause);
+        if (m_blockLeft == 0) // one pause for a block, however many pieces it is written in
+        {
+            m_socket.WaitForEnd(fault.pause);
+            m_blockLeft = fault.blockSize;
+        }
         error = {};
         if (m_sent == fault.cut)
             error = boost::asio::error::broken_pipe;
         if (error || bytes.size() == 0)
             return 0;
-        auto most = std::min<std::uint64_t>(bytes.size(), fault.blockSize);
+        auto most = std::min<std::uint64_t>(bytes.size(), m_blockLeft);
         for (const auto stop :
              {fault.cut, fault.stallAt, fault.corrupt, fault.corrupt == Fault::kNever ? fault.corrupt : fault.corrupt + 1})
             if (stop > m_sent)
@@ -116,6 +121,7 @@ private:
         m_socket.BeginStep(kStepTimeout);
         const auto written = m_stream.write_some(boost::asio::buffer(bytes, static_cast<std::size_t>(most)), error);
         m_sent += written;
+        m_blockLeft -= written;
         return written;
     }
 
@@ -123,6 +129,7 @@ private:
     Stream& m_stream;
     std::shared_ptr<const Fault> m_fault;
     std::uint64_t m_sent = 0;
+    std::uint64_t m_blockLeft = 0;
 };
 
 /// Plays the faults that are for whole connections, and serves the others.

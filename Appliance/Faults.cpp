@@ -9,7 +9,6 @@
 #include <map>
 #include <mutex>
 #include <random>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -242,7 +241,13 @@ FaultPlan ReadFaultPlan(const std::string& text)
     Json::CharReaderBuilder builder;
     builder["rejectDupKeys"] = builder["failIfExtra"] = true;
     if (!Json::parseFromStream(builder, stream, &root, &errors))
-        throw std::runtime_error("the plan is no JSON: " + std::regex_replace(errors, std::regex("^\\* |\n *"), " "));
+    {
+        std::string told;
+        std::istringstream words(errors); // in lines, each error behind an asterisk
+        for (std::string word; words >> word;)
+            told += word != "*" ? " " + word : "";
+        throw std::runtime_error("the plan is no JSON:" + told);
+    }
     const PlanObject plan(root, "the plan", {"chance", "faults"});
     plan.Demand(plan["faults"].isArray() && !plan["faults"].empty(), "needs a list of 'faults'");
     FaultPlan result{.chance = plan.Chance(), .faults = {}};

@@ -7,9 +7,10 @@
 #include "UtcText.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <limits>
-#include <regex>
+#include <string_view>
 
 namespace ApplianceParts
 {
@@ -76,17 +77,31 @@ ItemTime Now()
 
 std::optional<ItemTime> ParseTime(const std::string& text)
 {
-    static const std::regex form(R"((\d{1,5})-(\d\d?)-(\d\d?)T(\d\d?):(\d\d?):(\d\d?)(\.(\d{1,30}))?Z)");
-    std::smatch parts;
-    if (!std::regex_match(text, parts, form))
+    std::string_view rest = text;
+    // Takes what stands before a number, and 1 to `most` digits.
+    const auto take = [&rest](std::string_view before, std::size_t most) {
+        const auto first = rest.starts_with(before) ? before.size() : rest.size();
+        const auto end = std::min({rest.find_first_not_of("0123456789", first), rest.size(), first + most});
+        const std::string digits(rest.substr(first, end - first));
+        rest.remove_prefix(digits.empty() ? 0 : end);
+        return digits;
+    };
+    constexpr std::array<std::string_view, 6> kBefore = {"", "-", "-", "T", ":", ":"};
+    std::array<int, 6> numbers = {};
+    for (std::size_t i = 0; i < numbers.size(); ++i)
+    {
+        const std::string digits = take(kBefore.at(i), i == 0 ? 5 : 2);
+        if (digits.empty())
+            return std::nullopt;
+        numbers.at(i) = std::stoi(digits);
+    }
+    std::string fraction = take(".", 30);
+    const auto [inYear, inMonth, inDay, hour, minute, second] = numbers;
+    const year_month_day date{year(inYear), month(static_cast<unsigned>(inMonth)), day(static_cast<unsigned>(inDay))};
+    if (rest != "Z" || !date.ok() || inYear < 1601 || inYear > 30827 || hour > 23 || minute > 59 || second > 59)
         return std::nullopt;
-    const auto number = [&parts](std::size_t index) { return std::stoi(parts[index]); };
-    const year_month_day date(year(number(1)), month(static_cast<unsigned>(number(2))), day(static_cast<unsigned>(number(3))));
-    if (!date.ok() || number(1) < 1601 || number(1) > 30827 || number(4) > 23 || number(5) > 59 || number(6) > 59)
-        return std::nullopt;
-    auto fraction = parts[8].str();
     fraction.resize(kFractionDigits, '0');
-    return sys_days(date) + hours(number(4)) + minutes(number(5)) + seconds(number(6)) + ItemTime::duration(std::stoi(fraction));
+    return sys_days(date) + hours(hour) + minutes(minute) + seconds(second) + ItemTime::duration(std::stoi(fraction));
 }
 
 std::uint64_t ReadNumber(const std::string& text, const std::string& name)

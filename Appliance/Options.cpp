@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <ostream>
-#include <regex>
+#include <string>
 
 namespace ApplianceParts
 {
@@ -17,8 +17,10 @@ namespace
 // Clients support only these versions.
 std::string CheckVersion(const std::string& text)
 {
-    static const std::regex pattern("1(\\.([0-9]|[1-4][0-9]|50))?");
-    return std::regex_match(text, pattern) ? "" : "the versions of the API are 1 and 1.0 to 1.50";
+    bool isSupported = text == "1";
+    for (int minor = 0; minor <= 50; ++minor)
+        isSupported = isSupported || text == "1." + std::to_string(minor);
+    return isSupported ? "" : "the versions of the API are 1 and 1.0 to 1.50";
 }
 
 // An option that names a file or folder. An unset variable of a script gives an empty name, which would stand for the working folder.

@@ -13,6 +13,9 @@ if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
     set(CMAKE_BUILD_TYPE RelWithDebInfo)
 endif()
 
+# Stacks need only the lines of the debug information; the rest takes a fifth of the time to compile. Debug has all of it.
+string(REPLACE "-O2 -g" "-O2 -g1" CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
+
 # For C++ only: the resource compiler does not support these options.
 add_library(quendra_warnings INTERFACE)
 if(MSVC)
@@ -34,9 +37,8 @@ else()
 endif()
 
 if(QUENDRA_SANITIZE)
-    # Light optimisation: the sanitized programs compile and run faster than unoptimised ones, and their stacks stay readable. Of the debug
-    # information, stacks need only the lines.
-    string(REPLACE "-O2 -g" "-O1 -g1" CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
+    # Light optimisation: the sanitized programs compile and run faster than unoptimised ones, and their stacks stay readable.
+    string(REPLACE "-O2" "-O1" CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
     add_compile_options(-fsanitize=${QUENDRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${QUENDRA_SANITIZE})
 endif()
@@ -57,7 +59,7 @@ endif()
 
 if(QUENDRA_COVERAGE)
     # Each line as it is written; threads count too.
-    string(REPLACE "-O2 -g" "-O0 -g1" CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
+    string(REPLACE "-O2" "-O0" CMAKE_CXX_FLAGS_RELWITHDEBINFO "${CMAKE_CXX_FLAGS_RELWITHDEBINFO}")
     add_compile_options(--coverage -fprofile-abs-path -fprofile-update=atomic)
     add_link_options(--coverage)
 endif()

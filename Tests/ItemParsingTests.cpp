@@ -1,6 +1,7 @@
 #include "Attributes.h"
 #include "CaseFile.h"
 #include "Operations.h"
+#include "Patterns.h"
 #include "Replies/ItemParsing.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
@@ -8,8 +9,6 @@
 #include "QuendraHttp/NativeHttp.h"
 
 #include <gtest/gtest.h>
-
-#include <regex>
 
 namespace
 {
@@ -60,8 +59,8 @@ TEST(ItemParsingTests, ItemsAreReadAsItemsJsonSays)
 // for its times alone.
 std::string Extracted(std::string reply)
 {
-    reply = std::regex_replace(reply, std::regex("\\$times"), kTimes);
-    reply = std::regex_replace(reply, std::regex("\\$(\\w)"), R"("name":"$1",)" + kRest);
+    reply = ReplaceAll(reply, "\\$times", kTimes);
+    reply = ReplaceAll(reply, "\\$(\\w)", R"("name":"$1",)" + kRest);
     const TraceCapture trace;
     ServerItemList children;
     ServerItemList self;

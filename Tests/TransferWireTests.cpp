@@ -4,6 +4,7 @@
 #include "CaseFile.h"
 #include "LibraryOverWire.h"
 #include "Operations.h"
+#include "Patterns.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
 #include "TransferSupport.h"
@@ -13,7 +14,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <tuple>
 #include <utility>
@@ -135,9 +135,9 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
         EXPECT_TRUE(!IsDownload(name) || caller.given == caller.item);
 
         const std::string request = library.LastRequest();
-        const std::regex anyBoundary(R"(\{[-0-9A-F]{36}\})");
-        EXPECT_LE(std::set<std::string>(std::sregex_token_iterator(request.begin(), request.end(), anyBoundary), {}).size(), 1U);
-        const std::string masked = std::regex_replace(request, anyBoundary, "G");
+        const auto boundaries = FindAll(request, R"(\{[-0-9A-F]{36}\})");
+        EXPECT_LE((std::set<std::vector<std::string>>(boundaries.begin(), boundaries.end()).size()), 1U);
+        const std::string masked = ReplaceAll(request, R"(\{[-0-9A-F]{36}\})", "G");
         EXPECT_EQ(masked.substr(0, masked.find(" HTTP/1.1\r\n")), fill(each["line"].asString()));
         std::string headers;
         for (const std::string& line : HeaderLines(masked))

@@ -1,12 +1,12 @@
 // Tables of the documents that repeat those of the library.
 
+#include "Patterns.h"
 #include "RequestCycle/Judgement.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <iterator>
-#include <regex>
 
 namespace
 {
@@ -48,14 +48,13 @@ TEST(Documents, ShowWhatOperationsMakeOfAReply)
     const std::string document{std::istreambuf_iterator<char>(file), {}};
     EXPECT_NE(document.find(table), std::string::npos) << "Docs/Rest.md should hold:\n" << table;
 
-    const std::regex slot("\\| \\d+ \\| `(\\w+)` \\| ([^|]+) \\|");
     int requests = 0;
-    for (auto found = std::sregex_iterator(document.begin(), document.end(), slot); found != std::sregex_iterator(); ++found)
+    for (const auto& slot : FindAll(document, "\\| \\d+ \\| `(\\w+)` \\| ([^|]+) \\|"))
     {
-        if ((*found)[2] == "none" || (*found)[1] == "Init")
+        if (slot[2] == "none" || slot[1] == "Init")
             continue;
         ++requests;
-        EXPECT_NE(table.find("| " + (*found)[1].str()), std::string::npos) << (*found)[1] << " has no row in Judgements::kAll";
+        EXPECT_NE(table.find("| " + slot[1]), std::string::npos) << slot[1] << " has no row in Judgements::kAll";
     }
     EXPECT_EQ(requests, 21);
 }

@@ -1,12 +1,12 @@
 // WinHTTP's calls over curl: what goes over the wire, what comes back from it, and every way in which it goes wrong.
 
 #include "CaseFile.h"
+#include "Patterns.h"
 #include "Posix/HttpSupport.h"
 #include "RawServer.h"
 #include "TextConversion.h"
 
 #include <cstdlib>
-#include <regex>
 #include <vector>
 
 using namespace HttpCalls;
@@ -24,8 +24,8 @@ std::string LastRequest(const RawServer& server)
 {
     const auto request = server.Requests().back();
     const auto end = request.find("\r\n\r\n") + 4;
-    const std::regex usual(" HTTP/1\\.1\r\nHost: (127\\.0\\.0\\.1|localhost):" + std::to_string(server.Port()));
-    return std::regex_replace(std::regex_replace(request.substr(0, end), usual, ""), std::regex("\r\n"), "|") + request.substr(end);
+    const std::string usual = " HTTP/1\\.1\r\nHost: (127\\.0\\.0\\.1|localhost):" + std::to_string(server.Port());
+    return ReplaceAll(ReplaceAll(request.substr(0, end), usual, ""), "\r\n", "|") + request.substr(end);
 }
 
 std::wstring Wide(const Json::Value& text)
@@ -348,8 +348,8 @@ TEST(PosixWinHttpStatus, TellsEachStep)
         const HttpHandle request(WinHttpOpenRequest(connected.get(), L"GET", L"/", nullptr, WINHTTP_NO_REFERER, nullptr, 0));
         const auto outcome = Exchange(request.get(), body);
         const auto sent = server.Requests().empty() ? 0 : server.Requests().back().size();
-        EXPECT_EQ(std::regex_replace(told, std::regex("sent #"), "sent " + std::to_string(sent)),
-                  outcome + ": " + std::regex_replace(record.Take(), std::regex("received \\d+"), "received #"));
+        EXPECT_EQ(ReplaceAll(told, "sent #", "sent " + std::to_string(sent)),
+                  outcome + ": " + ReplaceAll(record.Take(), "received \\d+", "received #"));
     }
     ::unsetenv("http_proxy");
 }

@@ -2,6 +2,7 @@
 
 #include "JsonText.h"
 #include "Operations.h"
+#include "Patterns.h"
 #include "ScriptedClient.h"
 #include "TraceCapture.h"
 #include "Tracing.h"
@@ -12,7 +13,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <regex>
 #include <set>
 
 namespace
@@ -67,7 +67,7 @@ TEST(OperationReplies, EndInTheirCodeRecordsAndMessages)
         else
             client.Negotiate(version);
         client->SetSessionToken(L"old");
-        g_script.replies = {{200, std::regex_replace(body, std::regex("\"?\\$item\"?"), kItem), 0, {}}};
+        g_script.replies = {{200, ReplaceAll(body, "\"?\\$item\"?", kItem), 0, {}}};
         TraceCapture trace;
         EXPECT_EQ(Perform(client, kOperations.at(each["operation"].asString())), each["gives"].asString());
         std::string messages;

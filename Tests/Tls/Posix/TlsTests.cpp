@@ -1,6 +1,7 @@
 // Requests over TLS: whose certificates are taken, and that a broken connection kills no process.
 
 #include "MemorySearch.h"
+#include "Patterns.h"
 #include "Posix/HttpSupport.h"
 #include "RawServer.h"
 #include "TransferSupport.h"
@@ -11,7 +12,6 @@
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
-#include <regex>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -166,8 +166,8 @@ TEST_F(PosixTls, TakesTrustedCertificatesOfTheRightHostOnly)
         StatusRecord record(client.connection.get());
         EXPECT_EQ(outcome, client.Get(L"/", WINHTTP_FLAG_SECURE));
         EXPECT_EQ(*outcome == '2' ? 1U : 2U, server.ConnectionCount()) << "kept where it is good";
-        const auto text = std::regex_replace(record.Take(), std::regex("(sent|received) \\d+"), "$1");
-        EXPECT_EQ(told, std::regex_replace(text, std::regex("^.*connected 127.0.0.1, "), ""));
+        const auto text = ReplaceAll(record.Take(), "(sent|received) \\d+", "$1");
+        EXPECT_EQ(told, ReplaceAll(text, "^.*connected 127.0.0.1, ", ""));
         EXPECT_EQ(*outcome != '2', seen.bytes == 0) << "nothing of a request goes to a server that is refused";
     }
     RawServer plain([](RawConnection& connection) { connection.Send("HTTP/1.1 400 What\r\n\r\n"); });

@@ -107,6 +107,7 @@ until_true() {
     local limit=$((SECONDS + 30))
     until "$@"; do
         [ $SECONDS -lt $limit ] || { complain "never true: $*" && return; }
+        sleep 0.02
     done
 }
 

@@ -31,7 +31,8 @@ public:
     virtual void Upload(const std::string& path, const std::string& file) = 0;
 };
 
-std::unique_ptr<PlainTransfer> ConnectPlainly(const BenchmarkServer& server);
+/// @param testsEvent  tests a cancel event after each block, as the library does. Of no effect on Linux: libcurl knows no events.
+std::unique_ptr<PlainTransfer> ConnectPlainly(const BenchmarkServer& server, bool testsEvent);
 
 /// The processor time that the process has used, in seconds.
 double ProcessorSeconds();

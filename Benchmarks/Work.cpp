@@ -4,7 +4,8 @@
 //     work PEER KIND SERVER COUNT [SIZE] [THREADS]        prints the elapsed and the processor time, in seconds
 //
 // SERVER is a port of 127.0.0.1, or a URL with a port.
-// PEER is `library` (with a cancel event and a progress callback, as clients use it), `no-event` (the library without them) or `plain`.
+// PEER is `library` (with a cancel event and a progress callback, as clients use it), `no-event` (the library without them), `plain` or, on
+// Windows, `plain-event`, which tests a cancel event after each block, too.
 // KIND is `attributes`, `idle` (the same after SIZE seconds), `listing` (of SIZE items), `download` or `upload` (of SIZE bytes); COUNT
 // requests in all. Connections and the handshake are made before the time is taken.
 // With QUENDRA_TIMELINE=FILE the library's trace becomes a timeline in that file.
@@ -200,14 +201,14 @@ private:
 
 void Perform(const std::string& peer, const Work& work, int count, int threads)
 {
-    Require(peer == "library" || peer == "no-event" || peer == "plain", "unknown peer " + peer);
+    Require(peer == "library" || peer == "no-event" || peer == "plain" || peer == "plain-event", "unknown peer " + peer);
     Require(work.kind == "attributes" || work.kind == "idle" || work.kind == "listing" || work.kind == "download" || work.kind == "upload",
             "unknown kind " + work.kind);
     const auto folder = std::filesystem::temp_directory_path() / ("quendra-work-" + std::to_string(work.server.port) + peer);
     std::filesystem::create_directories(folder);
     const std::shared_ptr<void> atEnd(nullptr, [&](void*) { std::filesystem::remove_all(folder); });
 
-    const auto client = peer == "plain" ? nullptr : std::make_unique<Client>(work, peer == "library");
+    const auto client = peer.starts_with("plain") ? nullptr : std::make_unique<Client>(work, peer == "library");
     std::vector<std::unique_ptr<PlainTransfer>> connections(static_cast<std::size_t>(threads));
     std::latch ready(threads + 1);
     std::vector<std::thread> all;
@@ -222,7 +223,7 @@ void Perform(const std::string& peer, const Work& work, int count, int threads)
                     out.write(block.data(), static_cast<std::streamsize>(std::min<std::uint64_t>(left, block.size())));
             }
             auto& plain = connections[static_cast<std::size_t>(i)];
-            plain = client ? nullptr : ConnectPlainly(work.server);
+            plain = client ? nullptr : ConnectPlainly(work.server, peer == "plain-event");
             const Request request = client ? client->RequestOf() : RequestOf(work, *plain);
             request(file);
             ready.arrive_and_wait();

@@ -101,7 +101,7 @@ private:
 
 } // namespace
 
-std::unique_ptr<PlainTransfer> ConnectPlainly(const BenchmarkServer& server)
+std::unique_ptr<PlainTransfer> ConnectPlainly(const BenchmarkServer& server, bool /*testsEvent*/)
 {
     return std::make_unique<CurlTransfer>(server);
 }

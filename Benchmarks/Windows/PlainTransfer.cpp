@@ -21,11 +21,12 @@ struct CloseInternet
 };
 using Internet = std::unique_ptr<std::remove_pointer_t<HINTERNET>, CloseInternet>;
 
-struct CloseFile
+struct CloseKernelObject
 {
-    void operator()(HANDLE file) const { CloseHandle(file); }
+    void operator()(HANDLE object) const { CloseHandle(object); }
 };
-using File = std::unique_ptr<std::remove_pointer_t<HANDLE>, CloseFile>;
+using File = std::unique_ptr<std::remove_pointer_t<HANDLE>, CloseKernelObject>;
+using Event = File;
 
 void Require(bool succeeded, const char* step)
 {
@@ -43,8 +44,9 @@ File Open(const std::string& path, DWORD access, DWORD disposition)
 class WinHttpTransfer final : public PlainTransfer
 {
 public:
-    explicit WinHttpTransfer(const BenchmarkServer& server)
-        : m_session(WinHttpOpen(L"bare", WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0)),
+    WinHttpTransfer(const BenchmarkServer& server, bool testsEvent)
+        : m_cancel(testsEvent ? CreateEventW(nullptr, TRUE, FALSE, nullptr) : nullptr),
+          m_session(WinHttpOpen(L"bare", WINHTTP_ACCESS_TYPE_NO_PROXY, WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0)),
           m_connection(
               WinHttpConnect(m_session.get(), ToWide(server.origin.substr(std::string_view("http://").size())).c_str(), server.port, 0))
     {
@@ -83,6 +85,7 @@ public:
             Require(ReadFile(source.get(), block.data(), kUploadBlock, &read, nullptr) && read != 0, "ReadFile");
             Require(WinHttpWriteData(request.get(), block.data(), read, &written), "WinHttpWriteData");
             left -= written;
+            TestEvent();
         }
         Receive(request.get(), [](const char*, DWORD) {});
     }
@@ -98,7 +101,9 @@ private:
         return request;
     }
 
-    template <typename Take> static void Receive(HINTERNET request, const Take& take)
+    void TestEvent() const { Require(!m_cancel || WaitForSingleObject(m_cancel.get(), 0) == WAIT_TIMEOUT, "The test of the event"); }
+
+    template <typename Take> void Receive(HINTERNET request, const Take& take) const
     {
         Require(WinHttpReceiveResponse(request, nullptr), "WinHttpReceiveResponse");
         std::vector<char> block;
@@ -109,18 +114,20 @@ private:
             DWORD read = 0;
             Require(WinHttpReadData(request, block.data(), available, &read), "WinHttpReadData");
             take(block.data(), read);
+            TestEvent();
         }
     }
 
+    const Event m_cancel;
     Internet m_session;
     Internet m_connection;
 };
 
 } // namespace
 
-std::unique_ptr<PlainTransfer> ConnectPlainly(const BenchmarkServer& server)
+std::unique_ptr<PlainTransfer> ConnectPlainly(const BenchmarkServer& server, bool testsEvent)
 {
-    return std::make_unique<WinHttpTransfer>(server);
+    return std::make_unique<WinHttpTransfer>(server, testsEvent);
 }
 
 double ProcessorSeconds()

@@ -283,7 +283,7 @@ FaultChooser ChooseFrom(FaultPlan plan, std::uint64_t seed, std::function<void(c
         const std::lock_guard guard(state->mutex);
         const bool isConnection = occasion.method.empty();
         const auto number = ++state->numbers[isConnection];
-        // A connection cannot be told from its requests' faults: it takes part in the draw, and passes where one of those is drawn.
+        // The requests of a new connection are not known yet. If a fault for requests is drawn for it, it gets none.
         std::vector<std::shared_ptr<const Fault>> candidates;
         std::ranges::copy_if(plan.faults, std::back_inserter(candidates), [&](const auto& fault) {
             return state->playedFaults[fault.get()] < fault->count &&

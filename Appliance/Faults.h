@@ -26,7 +26,7 @@ struct FaultPiece
     std::uint64_t times = 1;
 };
 
-/// What becomes of the connection behind a fault.
+/// What happens to the connection after a fault.
 enum class FaultEnd
 {
     Keep,
@@ -46,7 +46,7 @@ struct Fault
     std::uint64_t count = kNever; ///< how often it is played, at most.
 
     bool isAtConnection = false;  ///< before the client has sent anything.
-    std::uint64_t reads = kNever; ///< bytes of the request's body that are read, about.
+    std::uint64_t reads = kNever; ///< about how many bytes of the request's body are read.
     /// Sent in place of the server's reply: the request has no effect. Nothing: the request is served, and its reply is changed as follows.
     std::optional<std::vector<FaultPiece>> reply = {};
 

@@ -27,7 +27,7 @@ public:
         m_queues.try_emplace(token);
     }
 
-    /// Ends that. The session's waits end, too.
+    /// Stops keeping actions for a session, and ends its waits.
     void Close(const std::string& token)
     {
         const std::lock_guard guard(m_mutex);

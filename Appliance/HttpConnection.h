@@ -180,7 +180,7 @@ private:
     const FaultChooser& m_chooseFault;
     boost::beast::flat_buffer m_buffer{2 * kBlockSize};
     std::vector<char> m_block = std::vector<char>(kBlockSize);
-    bool m_isContinueExpected = false; ///< the client waits for a sign before it sends the body.
+    bool m_isContinueExpected = false; ///< the client has sent "Expect: 100-continue".
     bool m_isBroken = false;           ///< the body cannot be read to its end.
 };
 

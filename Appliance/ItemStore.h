@@ -51,7 +51,7 @@ private:
     [[nodiscard]] std::optional<Item> LookForTarget(const ItemPath& path) const;
     [[nodiscard]] Item Require(const ItemPath& path) const;
     void RequireFolder(const ItemPath& path) const;
-    /// Refuses to move the root and the home folder.
+    /// Refuses to delete, move or rename the root and the home folder.
     void RequireMovable(const ItemPath& path) const;
     /// Records an item's values, and publishes the action.
     Item Record(const ItemPath& path, Item item, const std::string& action, const std::string& target = {});

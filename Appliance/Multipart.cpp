@@ -57,7 +57,7 @@ public:
         return text;
     }
 
-    // Whether a part follows the boundary that was just skipped. Its line end stays: an empty head is followed by the empty line at once.
+    // Whether a part follows the boundary that was just skipped. Its line end stays: a part without headers needs it as its empty line.
     bool HasPart()
     {
         while (m_pending.size() < 2)

@@ -170,8 +170,8 @@ private:
         }
     }
 
-    // The chunk may be a late one, of a connection that the client has closed. It takes nothing back: only a whole one is written, over the
-    // old bytes, and what follows them is kept.
+    // The chunk may be a late one, of a connection that the client has closed. It never shortens the upload: a whole chunk overwrites its
+    // range, and a part of one is dropped.
     void TakeAgain(std::uint64_t offset, std::uint64_t size)
     {
         const TemporaryFile chunk(m_services.state);

@@ -13,7 +13,7 @@
 namespace ApplianceParts
 {
 
-/// Made of the options and the output: opens the root, and creates it if it does not exist. Safe to use from several threads.
+/// What all routes share. The constructor opens the root, and creates it if it does not exist. Safe to use from several threads.
 /// @throws std::exception if the root cannot be used.
 struct Services
 {

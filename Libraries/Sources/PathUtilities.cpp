@@ -12,8 +12,8 @@ namespace
 
 constexpr std::wstring_view kExtendedPrefix = L"\\\\?\\";
 
-// The native form of a path differs from the extended one in its prefix only, but every "??" in the path is replaced. Do not change it:
-// callers compare paths that this function has returned.
+// Only the prefix of the native form differs from the extended form's, but a later "??" is replaced, too. Do not change it: callers compare
+// paths that this function has returned.
 std::wstring FromNativeForm(std::wstring path)
 {
     constexpr std::wstring_view kMarks = L"??";

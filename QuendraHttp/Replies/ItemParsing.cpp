@@ -15,7 +15,7 @@
 namespace
 {
 
-// Do not change: it is used as a zero-terminated text and begins with zero, so no name is refused. That is part of the interface.
+// Do not change: its first character is NUL, so as a zero-terminated text it is empty, and no name is refused. Callers rely on that.
 constexpr wchar_t kForbiddenCharacters[] = {0x00, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0x09, 0x10, 0x11,  0x12, 0x13,
                                             0x14, 0x15, 0x16, 0x17, 0x18, 0x19, 0x20, 0x21, 0x22, 0x23, 0x24, 0x25,  0x26, 0x27,
                                             0x28, 0x29, 0x30, 0x31, L'"', L'*', L'/', L':', L'<', L'>', L'?', L'\\', L'|', 0};
@@ -84,7 +84,7 @@ std::optional<std::string_view> ReadText(const Json::Value* member)
     return member != nullptr ? StringIn(*member) : std::string_view();
 }
 
-// The type that messages name; a missing member's is given as a string's.
+// The type to name in messages. A missing member is reported as a string.
 Json::ValueType TypeOf(const Json::Value* member)
 {
     return member != nullptr ? member->type() : Json::stringValue;
@@ -133,7 +133,7 @@ bool ReadTimes(const ItemMembers& members, IServerAttributes& record, const Func
     }
     else
     {
-        // The same text as above, for a different member; do not change it.
+        // The text names the wrong member. Do not change it: people search traces for it.
         trace.Error("Invalid or missing 'creation_time' in server response.");
     }
     return true;
@@ -243,7 +243,7 @@ std::uint32_t ExtractAttributes(const ResponseBuffer& response, ServerItemList& 
         if (isParsed)
             isParsed();
         const auto process = HoldsElements(root) ? &ProcessJSONArray : &ProcessJSONDictionary;
-        // Once as a reply that contains items, once as an item itself.
+        // First the items that the reply contains, then the reply itself as an item.
         added += process(root, children, true);
         added += process(root, self, false);
     });

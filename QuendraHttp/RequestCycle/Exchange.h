@@ -86,7 +86,7 @@ struct MultipartSteps
 {
     bool acceptsJson = true; ///< otherwise raw bytes.
     TraceFormat<ResultCode> measure{"SendMultipartFile failed, error code: %d"};
-    bool measureTracesZero = false; ///< the message contains 0 in place of the code.
+    bool measureTracesZero = false; ///< the message says 0 whatever the code is, as it always has.
     TraceFormat<ResultCode> headers{"AddMultipartHeaders failed, error code: %d"};
     TraceFormat<ResultCode> start{"StartRequest failed, error code: %d"};
     TraceFormat<ResultCode> fields{"SendPostData failed, error code: %d"};
@@ -120,7 +120,7 @@ inline constexpr ItemTaking kUploadedItem{.taken = "Extracted attributes from up
 class Exchange
 {
 public:
-    /// Copies the server's state and the session token, which becomes the start token.
+    /// Copies the server's state, and the session token, to notice another login in the meantime.
     /// @param client, trace  outlive the exchange.
     Exchange(CNativeHttp& client, const FunctionTraceScope& trace);
 

@@ -41,7 +41,7 @@ struct Judgement
 {
     const char* operation; ///< as in `Docs/Rest.md`.
     JudgedFirst first = JudgedFirst::Body;
-    /// The result of a reply without a body (with `JudgedFirst::Status`: of a successful one); nothing if no body is needed.
+    /// With `JudgedFirst::Body` the result of any reply without a body, with `Status` of a 200 or 204 without one. Nothing: none is needed.
     std::optional<ResultCode> withoutBody = Result::NotEnoughMemory;
     /// The result of a refusal without a body, if it differs from the refusal's code.
     std::optional<ResultCode> refusedWithoutBody = std::nullopt;

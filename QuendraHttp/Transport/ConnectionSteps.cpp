@@ -69,7 +69,7 @@ void OnStatus(HINTERNET /*request*/, DWORD_PTR /*context*/, DWORD status, LPVOID
 void TraceConnectionSteps(HINTERNET request) noexcept
 {
     const LastErrorKeeper keeper;
-    // A listener for the other messages also gets errors.
+    // A listener for information or warnings also listens for errors.
     if (EventProviderHandle != 0 && IsEventEnabled(EventProviderHandle, &EVT_ERROR) != 0)
         WinHttpSetStatusCallback(request, &OnStatus, kSteps, 0);
 }

@@ -74,7 +74,7 @@ private:
     std::atomic<HINTERNET> m_handle{nullptr};
 };
 
-/// The process's WinHTTP session and the session token.
+/// An instance's WinHTTP session and its session token.
 class WinHttpSession : public WinHttpHandle, public IWinHttpSession
 {
 public:

@@ -77,7 +77,7 @@ private:
     };
 
     ResultCode SendRequest();
-    // Lets calls that wait for the network see the caller's event, where the platform's can.
+    // On Linux, calls that wait for the network then end when the event is signalled. WinHTTP has no such option.
     void WatchEvent(const CancelEvent* cancelEvent) const noexcept;
     ResultCode AddHeaderText(const std::wstring& text, DWORD modifiers);
     ResultCode AddSessionCookie(const FunctionTraceScope& trace);

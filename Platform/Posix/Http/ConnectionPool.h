@@ -33,7 +33,7 @@ public:
 
     CURLM* Multi() const noexcept { return m_multi.get(); }
 
-    /// What the handles of its requests are copies of.
+    /// The easy handle that each request duplicates.
     const EasyHandle& Common() const noexcept { return m_common; }
 
     /// The server: scheme, name and port, as they stand in a URL.
@@ -41,7 +41,7 @@ public:
 
     ClientCertificateRequest& CertificateRequest() noexcept { return m_certificateRequest; }
 
-    /// How many bytes the other side's system has acknowledged. What curl has handed to this system may take minutes to get there.
+    /// How many bytes the peer's TCP has acknowledged. Bytes that curl has written to the socket may wait there for minutes.
     std::uint64_t Acknowledged() const noexcept;
 
     Clock::duration IdleTime() const noexcept { return Clock::now() - m_lastUsed; }

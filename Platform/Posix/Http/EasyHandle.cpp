@@ -82,7 +82,7 @@ void EasyHandle::SetBody(const TransferRequest& request)
 {
     if (request.bodyLength)
     {
-        // For every verb: curl then adds only the length header.
+        // Whatever the verb is: curl then adds Content-Length and no other header.
         Set(CURLOPT_UPLOAD, 1L);
         Set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(*request.bodyLength));
         Set(CURLOPT_UPLOAD_BUFFERSIZE,

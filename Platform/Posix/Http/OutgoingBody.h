@@ -57,7 +57,7 @@ public:
 private:
     static std::size_t OnSend(char* target, std::size_t size, std::size_t count, void* self) noexcept;
 
-    std::string m_collected; // parts of multipart bodies, which hold no password or token: forms with one are offered at once
+    std::string m_collected;                   // of multipart bodies, which hold no password or token. Forms with one go to curl at once.
     std::array<std::string_view, 2> m_offered; // not taken yet: the collected bytes, and the last write
     std::uint64_t m_left;
     std::uint64_t m_taken = 0;

@@ -37,7 +37,7 @@ constexpr std::chrono::seconds kSafeIdleTime(3);
 constexpr std::int64_t kLongestPoll = 60'000;
 constexpr std::int64_t kLongestPollWithEvent = 25;
 
-// The statuses from here on refuse a request.
+// The lowest status with which a server does not want the rest of the body.
 constexpr long kFirstRefusal = 300;
 
 } // namespace

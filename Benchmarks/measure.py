@@ -208,6 +208,12 @@ def main():
     options.add_argument("--only", default="", help="only the work whose name has this; nothing is written")
     chosen = options.parse_args()
 
+    if not chosen.only and not chosen.windows:
+        import matplotlib  # told before minutes are spent
+
+        for program in "ListingBenchmark", "TracingBenchmark", "quendra":
+            if not (ROOT / "build/linux/bin" / program).exists():
+                sys.exit(f"build {program} first")
     rows, drawn = [], []
     # Under Wine each test of an event is a call to the Wine server, for every program that can be cancelled.
     plain_event = "plain-event" if chosen.windows else "plain"

@@ -209,7 +209,7 @@ def main():
     chosen = options.parse_args()
 
     if not chosen.only and not chosen.windows:
-        import matplotlib  # told before minutes are spent
+        import matplotlib  # fails here, not after ten minutes
 
         for program in "ListingBenchmark", "TracingBenchmark", "quendra":
             if not (ROOT / "build/linux/bin" / program).exists():

@@ -135,9 +135,10 @@ TEST_F(TransferWire, RequestsGoOutWholeAndNothingMore)
         EXPECT_TRUE(!IsDownload(name) || caller.given == caller.item);
 
         const std::string request = library.LastRequest();
-        const auto boundaries = FindAll(request, R"(\{[-0-9A-F]{36}\})");
+        const std::string anyBoundary = R"(\{[-0-9A-F]{36}\})";
+        const auto boundaries = FindAll(request, anyBoundary);
         EXPECT_LE((std::set<std::vector<std::string>>(boundaries.begin(), boundaries.end()).size()), 1U);
-        const std::string masked = ReplaceAll(request, R"(\{[-0-9A-F]{36}\})", "G");
+        const std::string masked = ReplaceAll(request, anyBoundary, "G");
         EXPECT_EQ(masked.substr(0, masked.find(" HTTP/1.1\r\n")), fill(each["line"].asString()));
         std::string headers;
         for (const std::string& line : HeaderLines(masked))

@@ -86,7 +86,7 @@ struct MultipartSteps
 {
     bool acceptsJson = true; ///< otherwise raw bytes.
     TraceFormat<ResultCode> measure{"SendMultipartFile failed, error code: %d"};
-    bool measureTracesZero = false; ///< the message says 0 whatever the code is, as it always has.
+    bool measureTracesZero = false; ///< the message says 0 whatever the code is. That is part of the interface.
     TraceFormat<ResultCode> headers{"AddMultipartHeaders failed, error code: %d"};
     TraceFormat<ResultCode> start{"StartRequest failed, error code: %d"};
     TraceFormat<ResultCode> fields{"SendPostData failed, error code: %d"};

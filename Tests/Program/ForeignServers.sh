@@ -59,7 +59,9 @@ certificate other DNS:other.test yesterday tomorrow
 distrusts other other 12038 'name the server in --server as its certificate does'
 certificate own DNS:localhost yesterday tomorrow
 distrusts own '' 12045 'have this machine trust the authority'
-printf 'HTTP/1.0 503 No\r\nContent-Length: 0\r\n\r\n' >"$work/tls/sync/1.3/init" # Wine waits a minute for a body without a length
+rm "$work/tls/sync/1.3/init" # what OpenSSL's server then sends has no head
+# For the head Wine would wait a minute.
+on windows && printf 'HTTP/1.0 503 No\r\nContent-Length: 0\r\n\r\n' >"$work/tls/sync/1.3/init"
 with_certificate own own doctor
 says "ok      TLS         the server's certificate is accepted" 'ok      Reply       /endpoints: HTTP 200' 'FAILED  '
 [ "$requests" != 0 ] || complain 'no request went to a server that is trusted'

@@ -26,13 +26,18 @@ TIME = ("modification_time", "2020-03-02T10:20:30.123Z")
 
 
 class Server(Hostile.Server):
+    arguments = ()
+
     def __init__(self):
         super().__init__(PROGRAM)
 
+    @staticmethod
+    def shown(path):
+        """A path as the server sees it: Wine shows this machine's files on a drive of its own."""
+        return "Z:" + str(path).replace("/", "\\") if PROGRAM[-1].endswith(".exe") else str(path)
+
     def command(self):
-        # Wine shows this machine's files on a drive of its own.
-        root = "Z:" + str(self.root).replace("/", "\\") if PROGRAM[-1].endswith(".exe") else str(self.root)
-        return [*PROGRAM, "--root", root]
+        return [*PROGRAM, "--root", self.shown(self.root), *self.arguments]
 
     def stop(self):
         """@return the status that it ends with; 0 under Wine, which ends a process like SIGKILL."""
@@ -251,6 +256,16 @@ class SampleServer(unittest.TestCase):
                 self.assertIn("sync", json.load(reply))
             process.terminate()
         self.assertEqual(process.returncode, 0)
+
+    def test_a_slow_reply_pauses_once_before_each_block(self):
+        plan = self.server.place / "plan"
+        plan.write_text('{"faults": [{"name": "slow", "path": "/endpoints", "blocks": {"bytes": 100000, "ms": 400}}]}')
+        self.server.stop()
+        self.server.arguments = ["--faults", self.server.shown(plan)]
+        self.server.start()
+        begun = time.monotonic()
+        self.assertEqual(self.server.ask("GET", "/endpoints")[0], 200)
+        self.assertAlmostEqual(time.monotonic() - begun, 0.6, delta=0.2)  # the reply is shorter than a block
 
     def test_arguments_are_checked_one_by_one(self):
         for arguments, status, message in CASES["arguments"]:

@@ -288,12 +288,12 @@ BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID bu
         if (!isKnown || name != nullptr || length == nullptr)
             return ERROR_INVALID_PARAMETER;
         if (level == WINHTTP_QUERY_STATUS_CODE)
-            return DeliverText(std::to_wstring(reply->status), buffer, length);
+            return DeliverText(ToWideText(std::to_string(reply->status)), buffer, length);
         std::optional<std::wstring> header;
         if (level == WINHTTP_QUERY_LOCATION && reply->location)
             header = ToWideText(*reply->location);
         else if (level == WINHTTP_QUERY_CONTENT_LENGTH && reply->contentLength)
-            header = std::to_wstring(*reply->contentLength);
+            header = ToWideText(std::to_string(*reply->contentLength));
         if (!header || (index != nullptr && *index != 0))
             return ERROR_WINHTTP_HEADER_NOT_FOUND;
         const DWORD error = DeliverText(*header, buffer, length);

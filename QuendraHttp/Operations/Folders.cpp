@@ -33,7 +33,7 @@ ResultCode CNativeHttp::GetPathListing(const std::wstring& path, ServerItemList&
                 if (isFolder)
                 {
                     exchange.Trace().Info("Extracted attributes from reply buffer");
-                    folder = self.front();
+                    exchange.Replace(folder, self.front());
                 }
                 else
                 {

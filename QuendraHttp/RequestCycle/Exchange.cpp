@@ -328,7 +328,7 @@ Exchange& Exchange::TakeItem(const ItemTaking& taking, std::shared_ptr<IServerAt
     }
     if (taking.taken.IsSet())
         m_trace.Info(taking.taken);
-    attributes = std::move(item);
+    Replace(attributes, std::move(item));
     return *this;
 }
 
@@ -339,7 +339,7 @@ Exchange& Exchange::TakeItemOfConflict(std::shared_ptr<IServerAttributes>& attri
     if (auto current = ExtractSingleItem(m_response))
     {
         m_trace.Info("Extracted attributes from upload reply");
-        attributes = std::move(current);
+        Replace(attributes, std::move(current));
     }
     return *this;
 }

@@ -249,6 +249,12 @@ public:
     /// @param[in,out] attributes  replaced on success.
     Exchange& TakeItemOfConflict(std::shared_ptr<IServerAttributes>& attributes);
 
+    /// Replaces a record of the caller's. The old one is kept to the operation's end: the caller's path may be one of its texts.
+    void Replace(std::shared_ptr<IServerAttributes>& attributes, std::shared_ptr<IServerAttributes> item) noexcept
+    {
+        m_replaced = std::exchange(attributes, std::move(item));
+    }
+
     /// Runs the operation's last step unless an earlier step has ended it.
     /// @return the operation's result.
     template <std::invocable Last> ResultCode Then(const Last& last)
@@ -281,6 +287,7 @@ private:
     std::shared_ptr<IWinHttpConnection> m_connection;
     std::shared_ptr<IWinHttpRequest> m_request;
     OwnedResponse m_response;
+    std::shared_ptr<IServerAttributes> m_replaced;
     std::optional<CNativeHttp::RequestHandleTracker> m_tracker;
     ResultCode m_result = Result::Success;
     bool m_hasEnded = false;

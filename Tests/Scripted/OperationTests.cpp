@@ -102,6 +102,27 @@ TEST(OperationReplies, AreNotAskedForWithoutWhatTheOperationNeeds)
     EXPECT_TRUE(g_script.requests.empty());
 }
 
+TEST(OperationReplies, MayReplaceTheRecordThatHoldsThePath)
+{
+    const std::string path = "/a folder whose name takes memory of its own";
+    for (const std::string& message :
+         {"Received directory contents for path: " + path, "Successfully renamed path: " + path + " to path: /b"})
+    {
+        ScriptedClient client;
+        client.Negotiate();
+        g_script.replies = {{200, kItem, 0, {}}};
+        Caller caller;
+        caller.given = MakeItem(0, "");
+        caller.given->SetAlternatePath(ToWide(path));
+        const std::wstring& asked = caller.given->GetAlternatePath();
+        const TraceCapture trace;
+        EXPECT_EQ(message.starts_with("R") ? client->GetPathListing(asked, caller.children, caller.given, nullptr)
+                                           : client->RenamePath(asked, L"/b", 1, caller.given),
+                  0U);
+        EXPECT_TRUE(trace.Has(EVT_INFO, message)) << trace;
+    }
+}
+
 // Has the client's next operation fail before its n-th request, or in the answer to it.
 void Break(ScriptedClient& client, const std::string& what, int request)
 {

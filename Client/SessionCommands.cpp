@@ -35,13 +35,13 @@ std::wstring AskForPassword(const std::wstring& user)
     return ToWide(line);
 }
 
-// The reply with the policy also contains the session token, which is left out.
+// The reply with the policy also contains the session token, which is left out. Empty where the reply cannot be read: the library takes
+// more for JSON than this parser.
 std::string PolicyText(const std::wstring& reply)
 {
-    const std::string text = ToNarrow(reply);
-    auto root = ParseJsonObject(text);
+    auto root = ParseJsonObject(ToNarrow(reply));
     if (!root)
-        return text;
+        return {};
     root->removeMember("session_token");
     return JsonLine(*root);
 }
@@ -112,8 +112,9 @@ void Execute(Client& client, const Login& command)
     std::string text = "Logged in to " + client.Server().Text() + " as " + Printable(command.user) + ".\n";
     if (!policy.empty())
     {
-        document["policy"] = PolicyText(policy);
-        text += "The server sent a policy; --json shows it.\n";
+        const std::string shown = PolicyText(policy);
+        document["policy"] = shown;
+        text += shown.empty() ? "The server sent a policy that cannot be read.\n" : "The server sent a policy; --json shows it.\n";
     }
     client.Print(document, text);
 }

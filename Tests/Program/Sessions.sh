@@ -76,4 +76,13 @@ for text in '' '[]' $'{"server":"a","port":80,"token":"t\xff"}' '{"server":1}' '
 done
 run 0 logout
 
+# A reply that the library reads and this program does not: nothing of it shows, for the token is in it.
+stop_server
+cat >"$work/plan" <<'END'
+{"faults": [{"name": "policy", "path": "/sessions", "status": 200, "body": "{\"session_token\":\"s3cret\",\"policy_block\":{\"a\":\"\\ud800\"}}"}]}
+END
+start_server --faults "$(native "$work/plan")"
+QUENDRA_PASSWORD=$password run 0 login demo --json --server "$url"
+prints '{"handshakeValue":0,"ok":true,"policy":""}'
+
 finish

@@ -56,26 +56,15 @@ std::string Head(char phase, std::chrono::duration<double, std::micro> time)
     return text.data();
 }
 
-// What stands before session tokens in messages, and where they end: in the reply to a login, the two messages with tokens, and the
-// paths of API 1.0.
-struct Secret
-{
-    std::string_view before;
-    std::string_view ends; // one of these characters, else the end of the message
-};
-constexpr Secret kSecrets[] = {
-    {"session_token", ""}, {"New session token: ", ""}, {"OriginalSession ", ""}, {"/api/", "/?"}, {"/notifs/", "/?"},
-};
+// What stands before session tokens in messages: in the reply to a login, the two messages with tokens, and the paths of API 1.0.
+constexpr std::string_view kBeforeSecrets[] = {"session_token", "New session token: ", "OriginalSession ", "/api/", "/notifs/"};
 
+// Cuts to the end of the message: a token may have any character, also a slash or a question mark.
 std::string WithoutSecrets(std::string text)
 {
-    for (const auto& [before, ends] : kSecrets)
-        for (std::size_t at = text.find(before); at != std::string::npos; at = text.find(before, at))
-        {
-            at += before.size();
-            const std::size_t end = ends.empty() ? std::string::npos : text.find_first_of(ends, at);
-            text.replace(at, end == std::string::npos ? end : end - at, "[cut]");
-        }
+    for (const std::string_view before : kBeforeSecrets)
+        if (const std::size_t at = text.find(before); at != std::string::npos)
+            text.replace(at + before.size(), std::string::npos, "[cut]");
     return text;
 }
 

@@ -118,9 +118,10 @@ public:
 private:
     static std::size_t BytesOf(const Json::Value& value, std::size_t line)
     {
-        constexpr std::size_t kLongestNumber = 32;
         const std::optional<std::string_view> text = StringIn(value);
-        return text ? QuotedBytes(*text) : value.isArray() || value.isObject() ? line : kLongestNumber;
+        if (text)
+            return QuotedBytes(*text);
+        return value.isArray() || value.isObject() ? line : std::max(value.asString().size(), std::string_view("null").size());
     }
 
     static std::size_t CommentBytes(const Json::Value& value, std::size_t line)

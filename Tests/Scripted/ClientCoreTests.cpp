@@ -106,7 +106,7 @@ TEST(ClientSettings, FunctionsAreIdentifiedByTheirLines)
     static_cast<void>(client->Register(L"ann", L"id"));
     static_cast<void>(client->Login(L"ann", L"p", L"", L"", text, value, {}, {}));
     client->SetSessionToken(L"t/1");
-    client->GetSessionToken(text);
+    EXPECT_EQ(client->GetSessionToken(text), 0U);
     EXPECT_TRUE(dynamic_cast<CNativeHttp&>(client.Api()).GetApiBasePath() == L"/api/t/1");
     static_cast<void>(AddRevision("?", "1"));
     const std::pair<const char*, int> lines[] = {
@@ -219,6 +219,7 @@ TEST(RepliesInTheTrace, AreCutWhereTheyWouldBeManyTimesTheirSize)
         std::size_t atLeast = 60; // bytes shown
     } cases[] = {
         {"a listing", "[" + Repeated(item, 2000) + "1]", false, 200000},
+        {"numbers", "[" + Repeated("1,", 1000) + "1]", false, 5000},
         {"a long listing", "[" + Repeated(item, 20000) + "1]", true, 700000},
         {"nesting", "[" + Repeated(nested, 10) + "1]", true},
         {"nesting below members", "{" + Repeated(R"("a":{)", 900) + Repeated("}", 901), true},

@@ -17,10 +17,12 @@
 
 namespace HttpCalls
 {
-/// 0, or the last error.
+/// 0, or the last error, which the next call then has to set anew.
 inline DWORD ErrorOfCall(BOOL result)
 {
-    return result != FALSE ? ERROR_SUCCESS : GetLastError();
+    const DWORD error = result != FALSE ? ERROR_SUCCESS : GetLastError();
+    SetLastError(ERROR_SUCCESS);
+    return error;
 }
 
 struct CloseHttpHandle

@@ -7,6 +7,10 @@
 #include "TextConversion.h"
 
 #include <cstdlib>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <set>
+#include <sys/socket.h>
 #include <vector>
 
 using namespace HttpCalls;
@@ -203,7 +207,7 @@ TEST(PosixWinHttpReply, MayComeBeforeTheBodyIsSent)
     // The server stops reading; it answers and waits, or answers and ends in order, or breaks off. Or the sender stops.
     const std::tuple<std::string, void (RawConnection::*)(), std::size_t, DWORD, const char*> cases[] = {
         {"HTTP/1.1 401 No\r\nContent-Length: 3\r\n\r\nno", &RawConnection::Hold, 100'000'000, 0, "12002 no"},
-        {HttpReply(401, "no"), &RawConnection::AwaitEnd, 100'000'000, 0, "401 no"},
+        {HttpReply(400, "no"), &RawConnection::AwaitEnd, 100'000'000, 0, "400 no"},
         {"", &RawConnection::Reset, 100'000'000, 12030, "12030"},
         {HttpReply(200, "early"), &RawConnection::AwaitEnd, 0, 0, "200 early"},
     };
@@ -212,7 +216,9 @@ TEST(PosixWinHttpReply, MayComeBeforeTheBodyIsSent)
         RawServer server([reply = reply, end = end](RawConnection& connection) {
             connection.ReadHead();
             connection.Skip(1);
-            connection.Send(reply);
+            connection.Send(reply.substr(0, reply.size() / 2));
+            Gate().Wait(std::chrono::milliseconds(20)); // not the whole reply at once
+            connection.Send(reply.substr(reply.size() / 2));
             (connection.*end)();
         });
         const auto request = HttpClient(server.Port()).Open(L"POST");
@@ -317,6 +323,28 @@ TEST(PosixWinHttpConnections, CarryChangesOnlyWhileTheyAreYoung)
     EXPECT_EQ("200", Exchange(client.Open(L"DELETE").get()));
     EXPECT_EQ("200", Exchange(client.Open(L"POST").get(), "body"));
     EXPECT_EQ(2U, server.ConnectionCount());
+}
+
+// A router on the way may forget a connection on which nothing moves.
+TEST(PosixWinHttpConnections, AreProbedWhileNothingMoves)
+{
+    RawServer server(AnswerAll(""));
+    const HttpClient client(server.Port());
+    EXPECT_EQ("200", client.Get());
+    std::multiset<std::vector<int>> probes; // whether there are any, and the seconds before the first and the next ones
+    for (int descriptor = 0; descriptor < 100; ++descriptor)
+    {
+        std::vector<int> values;
+        for (const auto& [level, option] : {std::pair{SOL_SOCKET, SO_KEEPALIVE}, {IPPROTO_TCP, TCP_KEEPIDLE}, {IPPROTO_TCP, TCP_KEEPINTVL}})
+        {
+            int value = 0;
+            socklen_t size = sizeof value;
+            static_cast<void>(::getsockopt(descriptor, level, option, &value, &size));
+            values.push_back(value);
+        }
+        probes.insert(values);
+    }
+    EXPECT_EQ(1U, probes.count({1, 30, 10}));
 }
 
 // Notifications.

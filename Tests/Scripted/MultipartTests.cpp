@@ -144,7 +144,7 @@ TEST(Boundary, IsFreshForEachRequestAndTheMarkerOneForAll)
     {
         const std::wstring value = WinHttpRequest::GenerateRandomValue();
         EXPECT_TRUE(value.size() == 38 && value.front() == L'{' && value.find_first_not_of(L"0123456789ABCDEF-", 1) == 37);
-        EXPECT_TRUE(value[15] == L'4' && value.back() == L'}') << "a random one";
+        EXPECT_TRUE(value[15] == L'4' && value.find_first_of(L"89AB", 20) == 20 && value.back() == L'}') << "a random one";
         ASSERT_TRUE(values.insert(value).second);
     }
     const std::wstring marker = WinHttpRequest::GetMarker();

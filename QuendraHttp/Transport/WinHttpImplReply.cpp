@@ -1,6 +1,7 @@
 #include "Transport/FileHandle.h"
 #include "Transport/IsSignalled.h"
 #include "Transport/WinHttpImplRequest.h"
+#include "Wiping.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -26,6 +27,25 @@ std::wstring OriginOf(std::wstring_view location)
     server = server.substr(0, server.find_first_of(L"/\\?#"));
     server.remove_prefix(server.rfind(L'@') + 1);
     return std::wstring(scheme) + L"//" + std::wstring(server);
+}
+
+// Grows a block like realloc. Where that moves a block, it leaves the old bytes behind: among them a login's token, which is in the first
+// piece. Larger blocks are no login's, and to copy them for each piece would take long.
+char* Grow(char* block, std::size_t length, std::size_t size)
+{
+    // NOLINTBEGIN(cppcoreguidelines-no-malloc): the caller frees it
+    constexpr std::size_t kLargestOfLogins = 64 * 1024;
+    if (length == 0 || length > kLargestOfLogins)
+        return static_cast<char*>(std::realloc(block, size));
+    auto* const grown = static_cast<char*>(std::malloc(size));
+    if (grown != nullptr)
+    {
+        std::memcpy(grown, block, length);
+        WipeMemory(block, length);
+        std::free(block);
+    }
+    return grown;
+    // NOLINTEND(cppcoreguidelines-no-malloc)
 }
 
 } // namespace
@@ -71,10 +91,13 @@ ResultCode WinHttpRequest::ReceiveStatusText(const FunctionTraceScope& trace, To
 
 void WinHttpRequest::TraceRedirect(const FunctionTraceScope& trace) const
 {
+    if (!trace.IsEnabled(EVT_WARNING))
+        return;
     const LastErrorKeeper keeper;
     DWORD size = 0;
     WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_LOCATION, WINHTTP_HEADER_NAME_BY_INDEX, nullptr, &size, WINHTTP_NO_HEADER_INDEX);
     std::wstring location(size / sizeof(wchar_t) + 1, L'\0');
+    const ScopedWipe wipe(location);
     if (WinHttpQueryHeaders(Handle(), WINHTTP_QUERY_LOCATION, WINHTTP_HEADER_NAME_BY_INDEX, location.data(), &size,
                             WINHTTP_NO_HEADER_INDEX))
         trace.Warning("The server redirects to %S. Redirects are not followed.", OriginOf(location.c_str()));
@@ -112,8 +135,8 @@ ResultCode WinHttpRequest::ReadResponse(ResponseBuffer& response)
             return Result::Success;
         }
 
-        auto* grown =
-            static_cast<char*>(std::realloc(response.data, response.length + available + 1)); // NOLINT(cppcoreguidelines-no-malloc)
+        char* const grown =
+            Grow(response.data, static_cast<std::size_t>(response.length), static_cast<std::size_t>(response.length + available + 1));
         if (grown == nullptr)
         {
             std::free(response.data); // NOLINT(cppcoreguidelines-no-malloc)

@@ -30,7 +30,7 @@ enum Ending
     Closed,
     Cancelled,
 };
-constexpr int kEndings[] = {200, 401, 500, Cut, NoReply, Silence, Closed, Cancelled};
+constexpr int kEndings[] = {200, 307, 401, 500, Cut, NoReply, Silence, Closed, Cancelled};
 
 struct Case
 {
@@ -91,14 +91,24 @@ protected:
         m_logins += isLogin ? 1 : 0;
         m_tokens += HeaderValue(head, "Cookie") == "session_token=" + Spelled<std::string>(kToken) ? 1 : 0;
         m_forProxy += HeaderValue(head, "Proxy-Authorization") == "Basic " + Spelled<std::string>(kForProxy) ? 1 : 0;
-        const std::string body = isLogin ? R"({"other":"\ud800","session_token":")" + Spelled<std::string>(kToken) + "\"}" : kReply;
+        const std::string body =
+            isLogin ? R"({"other":"\ud800","session_token":")" + Spelled<std::string>(kToken) + "\"}" + std::string(8000, ' ') : kReply;
         if (ending >= Silence && ending < 0)
         {
             EXPECT_EQ(write(m_arrived[1], "r", 1), 1);
             connection.Read(1);
         }
         if (ending > 0)
-            connection.Send(HttpReply(ending, ending == 200 ? body : R"({"errorId":"6"})"));
+        {
+            const auto path = head.find('/');
+            const auto location = "Location: " + head.substr(path, head.find(' ', path) - path) + "\r\n";
+            const auto reply = HttpReply(ending, ending == 200 ? body : R"({"errorId":"6"})", ending == 307 ? location : "");
+            const std::size_t first = isLogin ? std::min<std::size_t>(reply.size(), 400) : reply.size();
+            connection.Send(reply.substr(0, first));
+            if (first != reply.size())
+                Gate().Wait(std::chrono::milliseconds(20)); // the rest moves what came before
+            connection.Send(reply.substr(first));
+        }
         if (ending == Cut)
             connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 9999\r\n\r\n" + body);
         if (ending < 0)

@@ -289,14 +289,14 @@ BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID bu
             return ERROR_INVALID_PARAMETER;
         if (level == WINHTTP_QUERY_STATUS_CODE)
             return DeliverText(ToWideText(std::to_string(reply->status)), buffer, length);
-        std::optional<std::wstring> header;
+        std::optional<WipedAtEnd<std::wstring>> header; // a location may hold the session token
         if (level == WINHTTP_QUERY_LOCATION && reply->location)
-            header = ToWideText(*reply->location);
+            header = WipedAtEnd<std::wstring>{ToWideText(*reply->location)};
         else if (level == WINHTTP_QUERY_CONTENT_LENGTH && reply->contentLength)
-            header = ToWideText(std::to_string(*reply->contentLength));
+            header = WipedAtEnd<std::wstring>{ToWideText(std::to_string(*reply->contentLength))};
         if (!header || (index != nullptr && *index != 0))
             return ERROR_WINHTTP_HEADER_NOT_FOUND;
-        const DWORD error = DeliverText(*header, buffer, length);
+        const DWORD error = DeliverText(header->text, buffer, length);
         if (index != nullptr && error == ERROR_SUCCESS)
             ++*index;
         return error;

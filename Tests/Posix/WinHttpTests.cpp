@@ -7,6 +7,7 @@
 #include "TextConversion.h"
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <set>
@@ -164,15 +165,18 @@ TEST(PosixWinHttpReply, IsTakenForWhatItIs)
     const std::string ok = "HTTP/1.1 200 OK\r\n";
     const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
     std::string trailers;
+    std::string lengths;
     std::string interims;
     for (int count = 0; count < 400; ++count)
     {
         trailers += "T: " + std::string(1000, 'x') + "\r\n";
+        lengths += "Content-Length: 0\r\n";
         interims += "HTTP/1.1 103 Hints\r\nX: " + std::string(1000, 'x') + "\r\n\r\n";
     }
     add(ok + "X: " + std::string(110'000, 'x') + "\r\n\r\n", "12152", "12019");
     add(chunked + "3\r\nabc\r\n0\r\n" + trailers + "\r\n", "12152 abc", "12150");
     add(chunked + "0\r\nT: " + std::string(110'000, 'x') + "\r\n\r\n", "12030", "12150");
+    add(ok + lengths + "\r\n", "12152", "12019");
     add(interims + ok + "\r\n", "12152", "12019");
     for (const Json::Value& each : std::as_const(cases))
     {
@@ -208,6 +212,7 @@ TEST(PosixWinHttpReply, MayComeBeforeTheBodyIsSent)
     const std::tuple<std::string, void (RawConnection::*)(), std::size_t, DWORD, const char*> cases[] = {
         {"HTTP/1.1 401 No\r\nContent-Length: 3\r\n\r\nno", &RawConnection::Hold, 100'000'000, 0, "12002 no"},
         {HttpReply(400, "no"), &RawConnection::AwaitEnd, 100'000'000, 0, "400 no"},
+        {HttpReply(200, "yes"), &RawConnection::Hold, 100'000'000, 12002, "12002 yes"},
         {"", &RawConnection::Reset, 100'000'000, 12030, "12030"},
         {HttpReply(200, "early"), &RawConnection::AwaitEnd, 0, 0, "200 early"},
     };
@@ -222,7 +227,7 @@ TEST(PosixWinHttpReply, MayComeBeforeTheBodyIsSent)
             (connection.*end)();
         });
         const auto request = HttpClient(server.Port()).Open(L"POST");
-        ASSERT_NE(FALSE, WinHttpSetTimeouts(request.get(), 0, 0, 0, 500));
+        ASSERT_NE(FALSE, WinHttpSetTimeouts(request.get(), 0, 0, 500, 500));
         ASSERT_EQ(ERROR_SUCCESS, SendWhole(request.get(), {}, L"Content-Length: 100000001"));
         EXPECT_EQ(error, WriteBody(request.get(), std::string(size, 'x')));
         EXPECT_EQ(error, WriteBody(request.get(), "x"));
@@ -308,6 +313,24 @@ TEST(PosixWinHttpConnections, AreNotUsedTwiceForWhatTheServerMayHaveTaken)
     }
 }
 
+TEST(PosixWinHttpConnections, AreNotUsedOnceSomethingHasComeUnasked)
+{
+    RawServer server([](RawConnection& connection) {
+        connection.ReadRequest();
+        connection.Send(HttpReply(200, "own"));
+        Gate().Wait(std::chrono::milliseconds(20)); // else it is in the same segment, which curl sees by itself
+        connection.Send(HttpReply(408, "late"));
+        connection.Hold();
+    });
+    const HttpClient client(server.Port());
+    for (const wchar_t* const verb : {L"GET", L"POST", L"GET"})
+    {
+        EXPECT_EQ("200 own", Exchange(client.Open(verb).get()));
+        Gate().Wait(std::chrono::milliseconds(100));
+    }
+    EXPECT_EQ(3U, server.ConnectionCount());
+}
+
 TEST(PosixWinHttpConnections, CarryChangesOnlyWhileTheyAreYoung)
 {
     RawServer server(AnswerAll(""));
@@ -331,7 +354,8 @@ TEST(PosixWinHttpConnections, AreProbedWhileNothingMoves)
     RawServer server(AnswerAll(""));
     const HttpClient client(server.Port());
     EXPECT_EQ("200", client.Get());
-    std::multiset<std::vector<int>> probes; // whether there are any, and the seconds before the first and the next ones
+    // Whether there are any, the seconds before the first and the next ones, and that a program which is started does not get the socket.
+    std::multiset<std::vector<int>> probes;
     for (int descriptor = 0; descriptor < 100; ++descriptor)
     {
         std::vector<int> values;
@@ -342,9 +366,10 @@ TEST(PosixWinHttpConnections, AreProbedWhileNothingMoves)
             static_cast<void>(::getsockopt(descriptor, level, option, &value, &size));
             values.push_back(value);
         }
+        values.push_back(::fcntl(descriptor, F_GETFD));
         probes.insert(values);
     }
-    EXPECT_EQ(1U, probes.count({1, 30, 10}));
+    EXPECT_EQ(1U, probes.count({1, 30, 10, FD_CLOEXEC}));
 }
 
 // Notifications.

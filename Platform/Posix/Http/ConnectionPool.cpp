@@ -3,10 +3,13 @@
 #include "../CallGuard.h"
 
 #include <algorithm>
+#include <ctime>
+#include <fcntl.h>
 #include <iterator>
 #include <linux/tcp.h>
 #include <netinet/in.h>
 #include <new>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -22,16 +25,34 @@ constexpr std::chrono::seconds kLongestIdle(50);
 } // namespace
 
 PooledConnection::PooledConnection(std::string origin, CertificateStore& trusted)
-    : m_origin(std::move(origin)), m_certificateRequest(trusted), m_multi(curl_multi_init())
+    : m_origin(std::move(origin)), m_alerts(trusted), m_multi(curl_multi_init())
 {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg)
     if (!m_multi || curl_multi_setopt(m_multi.get(), CURLMOPT_MAXCONNECTS, 1L) != CURLM_OK)
         throw std::bad_alloc();
-    m_certificateRequest.AttachTo(m_common);
+    // Without descriptors curl makes a handle whose waits nothing ends.
+    if (curl_multi_wakeup(m_multi.get()) != CURLM_OK)
+        throw std::bad_alloc();
+    m_alerts.AttachTo(m_common);
     m_common.Set(CURLOPT_SOCKOPTFUNCTION, &PooledConnection::OnOpened);
     m_common.Set(CURLOPT_SOCKOPTDATA, static_cast<void*>(this));
     m_common.Set(CURLOPT_CLOSESOCKETFUNCTION, &PooledConnection::OnClosing);
     m_common.Set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(this));
+}
+
+PooledConnection::Clock::time_point PooledConnection::Clock::now() noexcept
+{
+    timespec time = {};
+    ::clock_gettime(CLOCK_BOOTTIME, &time);
+    return time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+}
+
+bool PooledConnection::HasInput() const noexcept
+{
+    return std::any_of(m_sockets.begin(), m_sockets.end(), [](curl_socket_t socket) {
+        pollfd entry{socket, POLLIN, 0};
+        return ::poll(&entry, 1, 0) != 0;
+    });
 }
 
 std::uint64_t PooledConnection::Acknowledged() const noexcept
@@ -48,6 +69,7 @@ std::uint64_t PooledConnection::Acknowledged() const noexcept
 
 int PooledConnection::OnOpened(void* self, curl_socket_t socket, curlsocktype) noexcept
 {
+    ::fcntl(socket, F_SETFD, FD_CLOEXEC); // NOLINT(cppcoreguidelines-pro-type-vararg): a program that the host starts does not get it
     const DWORD error = ErrorOf([&]() -> DWORD {
         static_cast<PooledConnection*>(self)->m_sockets.push_back(socket);
         return ERROR_SUCCESS;
@@ -64,14 +86,20 @@ int PooledConnection::OnClosing(void* self, curl_socket_t socket) noexcept
 ConnectionPool::Borrowed ConnectionPool::Borrow(const std::string& origin, CertificateStore& trusted)
 {
     std::unique_ptr<PooledConnection> connection;
-    Connections expired; // closed outside the lock
+    Connections unusable; // closed outside the lock
     {
         const std::lock_guard lock(m_mutex);
-        expired = TakeExpired();
-        const auto mostRecent = std::find_if(m_idle.rbegin(), m_idle.rend(), [&](const auto& idle) { return idle->Origin() == origin; });
-        if (mostRecent != m_idle.rend())
+        unusable = TakeExpired();
+        while (!connection)
         {
-            connection = std::move(*mostRecent);
+            const auto isForOrigin = [&](const auto& idle) { return idle->Origin() == origin; };
+            const auto mostRecent = std::find_if(m_idle.rbegin(), m_idle.rend(), isForOrigin);
+            if (mostRecent == m_idle.rend())
+                break;
+            if ((*mostRecent)->HasInput())
+                unusable.push_back(std::move(*mostRecent));
+            else
+                connection = std::move(*mostRecent);
             m_idle.erase(std::next(mostRecent).base());
         }
     }
@@ -92,6 +120,8 @@ ConnectionPool::Connections ConnectionPool::TakeExpired()
 void ConnectionPool::Return::operator()(PooledConnection* connection) const noexcept
 {
     std::unique_ptr<PooledConnection> owned(connection);
+    if (owned->IsDiscarded())
+        return;
     try
     {
         Connections expired; // closed outside the lock

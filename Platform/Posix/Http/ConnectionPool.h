@@ -7,8 +7,8 @@
 /// at a time uses it. The most recently used one is reused first: sequential requests share one TCP connection, concurrent requests use one
 /// each.
 
-#include "ClientCertificateRequest.h"
 #include "CurlShare.h"
+#include "TlsAlerts.h"
 
 #include <curl/curl.h>
 
@@ -26,7 +26,14 @@ namespace Quendra::Platform
 class PooledConnection
 {
 public:
-    using Clock = std::chrono::steady_clock;
+    /// Time that passes while the machine is suspended, too: the server closes idle connections meanwhile.
+    struct Clock
+    {
+        using duration = std::chrono::nanoseconds;
+        using time_point = std::chrono::time_point<Clock, duration>;
+
+        static time_point now() noexcept;
+    };
 
     /// @throws what `EasyHandle::Set` throws
     PooledConnection(std::string origin, CertificateStore& trusted);
@@ -39,10 +46,17 @@ public:
     /// The server: scheme, name and port, as they stand in a URL.
     const std::string& Origin() const noexcept { return m_origin; }
 
-    ClientCertificateRequest& CertificateRequest() noexcept { return m_certificateRequest; }
+    TlsAlerts& Alerts() noexcept { return m_alerts; }
 
     /// How many bytes the peer's TCP has acknowledged. Bytes that curl has written to the socket may wait there for minutes.
     std::uint64_t Acknowledged() const noexcept;
+
+    /// Whether something has arrived while the connection was idle: its end, or bytes that the next request would take for its reply.
+    bool HasInput() const noexcept;
+
+    /// Has the connection closed when it is returned.
+    void Discard() noexcept { m_isDiscarded = true; }
+    bool IsDiscarded() const noexcept { return m_isDiscarded; }
 
     Clock::duration IdleTime() const noexcept { return Clock::now() - m_lastUsed; }
     void SetUsed() noexcept { m_lastUsed = Clock::now(); }
@@ -58,10 +72,11 @@ private:
 
     const std::string m_origin;
     std::vector<curl_socket_t> m_sockets; // several while curl tries addresses side by side
-    ClientCertificateRequest m_certificateRequest;
+    TlsAlerts m_alerts;
     EasyHandle m_common;
     std::unique_ptr<CURLM, Cleanup> m_multi;
     Clock::time_point m_lastUsed = Clock::now();
+    bool m_isDiscarded = false;
 };
 
 /// Lends a session's connections and keeps the idle ones. Thread-safe.

@@ -24,28 +24,21 @@ bool IsBlankLine(std::string_view line)
     return line == "\r\n" || line == "\n";
 }
 
+// A server that sends more headers of one name than this is refused: curl looks through all headers for each.
+constexpr std::size_t kMostOfOneName = 100;
+
 // The value of a header by name and index; nothing if there are fewer of that name.
-std::optional<std::string> HeaderOf(CURL* easy, const char* name, std::size_t index = 0)
+std::optional<SecretText> HeaderOf(CURL* easy, const char* name, std::size_t index = 0)
 {
     curl_header* header = nullptr;
     if (curl_easy_header(easy, name, index, CURLH_HEADER, -1, &header) != CURLHE_OK)
         return std::nullopt;
-    return std::string(header->value);
-}
-
-bool IsChunked(CURL* easy)
-{
-    for (std::size_t index = 0; const auto coding = HeaderOf(easy, "Transfer-Encoding", index); ++index)
-    {
-        const auto last = std::min(coding->find_last_of(", \t") + 1, coding->size()); // npos + 1 is 0
-        if (EqualIgnoringAsciiCase(std::string_view(*coding).substr(last), "chunked"))
-            return true;
-    }
-    return false;
+    return SecretText(header->value);
 }
 
 // Reads the header block that has just ended on an easy handle. The head stays empty for an interim reply, such as one with status 1xx:
-// another header block follows. Returns an error if the body's length is not a number, or there is more than one.
+// another header block follows. Returns an error if the body's length is not a number, or there is more than one, or if the body has
+// another coding than "chunked": none was asked for, and its end would be unclear.
 DWORD ReadReplyHead(CURL* easy, std::optional<ReplyHead>& head)
 {
     constexpr long kSwitchingProtocols = 101;
@@ -54,18 +47,22 @@ DWORD ReadReplyHead(CURL* easy, std::optional<ReplyHead>& head)
     head.reset();
     if (status / 100 == 1 && status != kSwitchingProtocols)
         return ERROR_SUCCESS;
-    std::optional<std::uint64_t> contentLength;
-    if (!IsChunked(easy))
+    bool isChunked = false;
+    for (std::size_t index = 0; const auto coding = HeaderOf(easy, "Transfer-Encoding", index); ++index)
     {
-        for (std::size_t index = 0; const auto text = HeaderOf(easy, kContentLength, index); ++index)
-        {
-            const auto length = ParseContentLength(*text);
-            if (!length || (contentLength && *contentLength != *length))
-                return ERROR_WINHTTP_INVALID_SERVER_RESPONSE;
-            contentLength = length;
-        }
+        if (index == kMostOfOneName || !EqualIgnoringAsciiCase(*coding, "chunked"))
+            return ERROR_WINHTTP_INVALID_SERVER_RESPONSE;
+        isChunked = true;
     }
-    head = {status, contentLength, HeaderOf(easy, "Location")};
+    std::optional<std::uint64_t> contentLength;
+    for (std::size_t index = 0; const auto text = isChunked ? std::nullopt : HeaderOf(easy, kContentLength, index); ++index)
+    {
+        const auto length = ParseContentLength(*text);
+        if (index == kMostOfOneName || !length || (contentLength && *contentLength != *length))
+            return ERROR_WINHTTP_INVALID_SERVER_RESPONSE;
+        contentLength = length;
+    }
+    head = {status, contentLength, isChunked, HeaderOf(easy, "Location")};
     return ERROR_SUCCESS;
 }
 
@@ -83,7 +80,14 @@ void IncomingReply::AttachTo(EasyHandle& easy)
 void IncomingReply::Replace(long status, std::string_view body)
 {
     m_buffer.assign(body);
-    m_head = ReplyHead{status, std::nullopt, std::nullopt};
+    m_head = ReplyHead{.status = status, .contentLength = {}, .location = {}};
+}
+
+bool IncomingReply::EndsWithConnection() const noexcept
+{
+    constexpr long kNoContent = 204;
+    constexpr long kNotModified = 304;
+    return m_head && !m_head->contentLength && !m_head->isChunked && m_head->status != kNoContent && m_head->status != kNotModified;
 }
 
 std::size_t IncomingReply::Take(char* target, std::size_t capacity) noexcept

@@ -21,7 +21,8 @@ struct ReplyHead
 {
     long status = 0;
     std::optional<std::uint64_t> contentLength; ///< empty if the body is chunked
-    std::optional<std::string> location;
+    bool isChunked = false;
+    std::optional<SecretText> location; ///< may hold the session token, as the path that was asked for
 };
 
 /// Buffers what curl delivers until the caller takes it. Receiving is paused while the buffer is full.
@@ -39,6 +40,9 @@ public:
 
     /// Whether the announced length has arrived.
     bool IsComplete() const noexcept { return m_head && m_head->contentLength && m_bodyBytes >= *m_head->contentLength; }
+
+    /// Whether there is a body that only the end of the connection ends.
+    bool EndsWithConnection() const noexcept;
 
     std::size_t Buffered() const noexcept { return m_buffer.size() - m_bufferRead; }
 

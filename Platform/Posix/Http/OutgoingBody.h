@@ -24,7 +24,7 @@ public:
     static constexpr std::size_t kCollectedBytes = 256 * 1024;
 
     /// @param length  as announced to the server.
-    explicit OutgoingBody(std::uint64_t length) noexcept : m_left(length) {}
+    explicit OutgoingBody(std::uint64_t length) noexcept : m_length(length), m_left(length) {}
 
     /// Sets curl's callback. This object must outlive the easy handle.
     void AttachTo(EasyHandle& easy);
@@ -49,6 +49,8 @@ public:
     /// Announced bytes that were not added yet.
     std::uint64_t Left() const noexcept { return m_left; }
     std::uint64_t Taken() const noexcept { return m_taken; }
+    /// Whether curl has taken all announced bytes.
+    bool IsWholeTaken() const noexcept { return m_taken == m_length; }
 
     bool IsPaused() const noexcept { return m_isPaused; }
     /// @return whether it was paused.
@@ -59,6 +61,7 @@ private:
 
     std::string m_collected;                   // of multipart bodies, which hold no password or token. Forms with one go to curl at once.
     std::array<std::string_view, 2> m_offered; // not taken yet: the collected bytes, and the last write
+    const std::uint64_t m_length;
     std::uint64_t m_left;
     std::uint64_t m_taken = 0;
     bool m_isPaused = false;

@@ -50,11 +50,12 @@ Transfer::Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const Tra
       m_outgoing(request.bodyLength.value_or(0)),
       m_easy(std::make_unique<EasyHandle>(m_connection->Common(), request, share,
                                           !request.IsRepeatable() && m_connection->IdleTime() >= kSafeIdleTime)),
-      m_isRepeatable(request.IsRepeatable())
+      m_isRepeatable(request.IsRepeatable()),
+      m_hasReplyBody(request.verb != "HEAD")
 {
     m_easy->Set(CURLOPT_PREREQFUNCTION, &Transfer::OnAboutToSend);
     m_easy->Set(CURLOPT_PREREQDATA, static_cast<void*>(this));
-    m_connection->CertificateRequest().Reset();
+    m_connection->Alerts().Reset();
     m_outgoing.AttachTo(*m_easy);
     m_incoming.AttachTo(*m_easy);
     m_notices.AttachTo(*m_easy);
@@ -195,10 +196,15 @@ DWORD Transfer::OutcomeOf(CURLcode result)
 {
     if (m_incoming.Error() != ERROR_SUCCESS)
         return m_incoming.Error();
-    // A server that refuses may also close the connection while the body is being sent; its reply counts.
-    if (m_incoming.IsComplete() || (m_phase == Phase::Connecting && TakeProxyRefusal()))
+    // The end of the connection ends such a body. With TLS the server says that it is the end (RFC 9112, 9.8).
+    if (result == CURLE_OK && m_hasReplyBody && m_incoming.EndsWithConnection() && m_connection->Origin().starts_with("https:") &&
+        !m_connection->Alerts().IsEnded())
+        return ERROR_WINHTTP_CONNECTION_ERROR;
+    // A server that refuses may also close the connection while the body is being sent; its reply counts. Success without the whole body
+    // does not.
+    if ((m_incoming.IsComplete() && (IsRefused() || m_outgoing.IsWholeTaken())) || (m_phase == Phase::Connecting && TakeProxyRefusal()))
         return ERROR_SUCCESS;
-    if (result == CURLE_SSL_CONNECT_ERROR && m_connection->CertificateRequest().IsReceived())
+    if (result == CURLE_SSL_CONNECT_ERROR && m_connection->Alerts().WantsCertificate())
         return ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED;
     const DWORD error = Win32ErrorOf(result, m_phase == Phase::Connected, m_easy->ErrorText());
     if (error == ERROR_WINHTTP_SECURE_FAILURE)
@@ -216,18 +222,31 @@ bool Transfer::TakeProxyRefusal()
     return true;
 }
 
-// Whether the rest of the body need not be sent, because the reply is a refusal or the exchange is over. curl then stops sending it.
-bool Transfer::TakesNoMoreBody() const noexcept
+bool Transfer::IsRefused() const noexcept
 {
     const auto& head = m_incoming.Head();
-    return head && (head->status >= kFirstRefusal || m_phase == Phase::Over);
+    return head && head->status >= kFirstRefusal;
+}
+
+// Whether the rest of the body need not be sent, because the reply is a refusal or the exchange is over. curl then stops sending it. An
+// exchange that broke before curl had taken the whole body has failed.
+bool Transfer::TakesNoMoreBody() const noexcept
+{
+    return IsRefused() || (m_incoming.Head() && m_phase == Phase::Over && (m_error == ERROR_SUCCESS || m_outgoing.IsWholeTaken()));
 }
 
 // Lets curl go on in the directions that are not paused. curl delivers bytes that it kept back during this call.
-void Transfer::Resume() noexcept
+void Transfer::Resume()
 {
-    if (m_phase != Phase::Over)
+    if (m_phase == Phase::Over)
+        return;
+    const CURLcode result =
         curl_easy_pause(m_easy->Get(), (m_outgoing.IsPaused() ? CURLPAUSE_SEND : 0) | (m_incoming.IsPaused() ? CURLPAUSE_RECV : 0));
+    if (result == CURLE_OK)
+        return;
+    // curl 7.88 may crash when a handle is used again whose memory has run out here.
+    m_connection->Discard();
+    Finish(m_incoming.Error() != ERROR_SUCCESS ? m_incoming.Error() : ERROR_NOT_ENOUGH_MEMORY);
 }
 
 // Ends the exchange, once, and returns the connection. curl closes one that is in the middle of a message.

@@ -73,7 +73,8 @@ private:
     DWORD OutcomeOf(CURLcode result);
     bool TakeProxyRefusal();
     bool TakesNoMoreBody() const noexcept;
-    void Resume() noexcept;
+    bool IsRefused() const noexcept;
+    void Resume();
     void Finish(DWORD error) noexcept;
 
     ConnectionPool::Borrowed m_connection;
@@ -84,6 +85,7 @@ private:
     std::unique_ptr<EasyHandle> m_easy; // destroyed before what it uses
 
     const bool m_isRepeatable;
+    const bool m_hasReplyBody;
     unsigned m_timesConnected = 0;
     Phase m_phase = Phase::Connecting;
     DWORD m_error = ERROR_SUCCESS;

@@ -70,7 +70,7 @@ struct Seen
 
 // The server's end of TLS: answers each request of a connection, or, with an end to make of it, the first.
 RawServer::Script Answer(const Certificate& own, const std::string& reply, const std::function<void(RawConnection&)>& end = {},
-                         int verification = SSL_VERIFY_NONE, Seen* seen = nullptr, int newest = TLS1_3_VERSION)
+                         int verification = SSL_VERIFY_NONE, Seen* seen = nullptr, int newest = TLS1_3_VERSION, bool endsTls = false)
 {
     const std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
     SSL_CTX_set_max_proto_version(context.get(), newest);
@@ -109,6 +109,8 @@ RawServer::Script Answer(const Certificate& own, const std::string& reply, const
                 seen->resumptions += SSL_session_reused(tls.get());
             complete([&] { return SSL_write(tls.get(), reply.data(), static_cast<int>(reply.size())); });
         } while (!end);
+        if (endsTls)
+            complete([&] { return SSL_shutdown(tls.get()) + 1; });
         end(connection);
     };
 }
@@ -270,8 +272,16 @@ TEST_F(PosixTls, LeavesNoSecretInMemory)
 TEST_F(PosixTls, TakesACutReplyForBroken)
 {
     Trust(loopback);
-    RawServer server(Answer(loopback, "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly so much", [](RawConnection&) {}));
-    EXPECT_EQ("12030 only so much", Get(server));
+    for (const auto& [header, endsTls, outcome] : {std::tuple("200 OK\r\nContent-Length: 100", true, "12030 only so much"),
+                                                   {"200 OK", false, "12030 only so much"},
+                                                   {"200 OK", true, "200 only so much"},
+                                                   {"204 No", false, "204"}})
+    {
+        const auto reply = std::string("HTTP/1.1 ") + header + "\r\n\r\nonly so much";
+        RawServer server(Answer(
+            loopback, reply, [](RawConnection&) {}, SSL_VERIFY_NONE, nullptr, TLS1_3_VERSION, endsTls));
+        EXPECT_EQ(outcome, Get(server));
+    }
 }
 
 TEST_F(PosixTls, SurvivesAResetWhileWriting)

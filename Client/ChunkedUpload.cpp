@@ -118,6 +118,7 @@ private:
 
     std::shared_ptr<IServerAttributes> SendChunk(const Cancellation& cancellation, const std::shared_ptr<Progress>& progress)
     {
+        CheckUnchanged();
         auto attributes = m_file.Attributes(m_command.revision);
         const std::int32_t beginFlag = m_offset == 0 ? 1 : 0;
         std::int64_t length = std::min(static_cast<std::int64_t>(*m_command.chunkSize), m_file.facts.size - m_offset);
@@ -137,6 +138,15 @@ private:
         }
         m_offset += length;
         return attributes;
+    }
+
+    // Parts of two versions must not become one file.
+    void CheckUnchanged() const
+    {
+        System::FileFacts now;
+        Check("ResumableUpload", System::ReadFileFacts(m_file.path, now));
+        if (now.size != m_file.facts.size || now.modifiedTicks != m_file.facts.modifiedTicks)
+            throw ProgramError(Printable(m_file.name) + " has changed since the upload began: put it anew");
     }
 
     std::string ResumeCommand() const

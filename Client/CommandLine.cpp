@@ -81,6 +81,14 @@ std::uint64_t SizeArgument(const std::string& option, const std::string& text, s
     return size;
 }
 
+// An empty text would count as none, and the command would replace or delete whatever is there.
+std::string RevisionArgument(const std::string& text)
+{
+    if (text.empty())
+        throw UsageError("--revision cannot be empty");
+    return text;
+}
+
 // The text below a command's options in the help.
 std::string Footer(const std::string& examples)
 {
@@ -122,10 +130,11 @@ public:
         return Add(name, member, convert, description);
     }
 
+    // The parser counts a flag down where its value says no, as in "--recursive=false".
     CLI::Option* Flag(const std::string& name, bool Type::*member, const std::string& description)
     {
-        return m_app->add_flag_function(
-            name, [command = m_command, member](std::int64_t) { command.get()->*member = true; }, description);
+        const auto take = [command = m_command, member](std::int64_t count) { command.get()->*member = count > 0; };
+        return m_app->add_flag_function(name, take, description);
     }
 
     CLI::Option* Size(const std::string& name, std::optional<std::uint64_t> Type::*member, const std::string& description,
@@ -215,7 +224,7 @@ void AddFolderCommands(CLI::App& app, Command::Any& chosen)
     CommandBuilder<Command::Remove> remove(app, chosen, "rm", "Delete an item",
                                            "  quendra rm /docs/old.txt --revision 7\n  quendra rm /docs/2025 --recursive");
     remove.Positional("PATH", &Command::Remove::path, ServerPath, "The item on the server");
-    remove.Named("--revision", &Command::Remove::revision, kNarrow, "Delete this revision only")->type_name("REVISION");
+    remove.Named("--revision", &Command::Remove::revision, RevisionArgument, "Delete this revision only")->type_name("REVISION");
     remove.Flag("--recursive", &Command::Remove::recursive, "Delete also a folder that is not empty, with all that is in it");
 
     CommandBuilder<Command::Move> move(app, chosen, "mv", "Rename or move an item",
@@ -237,7 +246,7 @@ void AddTransferCommands(CLI::App& app, Command::Any& chosen)
     get.Positional("PATH", &Command::Get::path, ServerPath, "The file on the server");
     get.Positional("LOCAL", &Command::Get::local, kText,
                    "The local file, or a folder to write it into; but for a range, a file that exists is replaced once all has come");
-    get.Named("--revision", &Command::Get::revision, kNarrow, "Download this revision")->type_name("REVISION");
+    get.Named("--revision", &Command::Get::revision, RevisionArgument, "Download this revision")->type_name("REVISION");
     CLI::Option* signature = get.Named("--signature", &Command::Get::signature, kText, "Signature of the local copy: download a delta");
     signature->type_name("FILE")->check([](const std::string& text) { return text.empty() ? "it names no file" : std::string(); });
     get.Size("--skip", &Command::Get::skip, "First byte of the range")->excludes(signature);
@@ -251,7 +260,7 @@ void AddTransferCommands(CLI::App& app, Command::Any& chosen)
         "  quendra put long.mkv /films/long.mkv --chunk-size 8MB --resume 0F8FAD5B-D9CB-469F-A165-70867728950E");
     put.Positional("LOCAL", &Command::Put::local, kText, "The local file");
     put.Positional("PATH", &Command::Put::path, ServerTarget, "The file on the server, or the folder to put it into");
-    put.Named("--revision", &Command::Put::revision, kNarrow, "Replace this revision only")->type_name("REVISION");
+    put.Named("--revision", &Command::Put::revision, RevisionArgument, "Replace this revision only")->type_name("REVISION");
     CLI::Option* delta = put.Flag("--delta", &Command::Put::delta, "LOCAL is a delta against what the server has");
     CLI::Option* chunkSize = put.Size("--chunk-size", &Command::Put::chunkSize, "Upload in chunks of this size", 1);
     chunkSize->excludes(delta);

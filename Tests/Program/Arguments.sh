@@ -44,4 +44,7 @@ done
 run 0 completion bash
 run 2 completion fish
 
+usage rm /home/d --revision ''
+warns '--revision cannot be empty'
+
 finish

@@ -99,6 +99,16 @@ prints 'Abandoned the upload to /home/big.'
 run 1 upload-cancel /home/big "$id" --json
 run 1 put "$(native "$file")" /home/big --chunk-size 32MB --resume "$id"
 
+# Parts of two versions of a file do not become one.
+begin put "$(native "$big")" /home/changing --chunk-size 256kB
+upload_id
+until_true has_bytes
+touch "$big"
+end 1
+warns 'big has changed since the upload began: put it anew'
+run 1 stat /home/changing
+run 0 upload-cancel /home/changing "$id"
+
 # All bytes have come, but another item took the place: it is finished under another name.
 run 0 put "$(native "$file")" /home/taken
 begin put "$(native "$file")" /home/taken --chunk-size 100000 --revision stale

@@ -10,6 +10,7 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <locale>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -51,8 +52,10 @@ const Step* StepOf(const Event& event)
 // The members of every record of an event.
 std::string Head(char phase, std::chrono::duration<double, std::micro> time)
 {
+    const auto nanoseconds = static_cast<long long>(std::chrono::duration_cast<std::chrono::nanoseconds>(time).count());
     std::array<char, 64> text{};
-    std::snprintf(text.data(), text.size(), R"("ph":"%c","ts":%.3f)", phase, time.count());
+    // Not as a double: a program's locale may have a decimal comma.
+    std::snprintf(text.data(), text.size(), R"("ph":"%c","ts":%lld.%03lld)", phase, nanoseconds / 1000, nanoseconds % 1000);
     return text.data();
 }
 
@@ -96,6 +99,7 @@ class Timeline
 public:
     explicit Timeline(std::string_view path) : m_file(std::filesystem::path(std::u8string(path.begin(), path.end())), std::ios::binary)
     {
+        m_file.imbue(std::locale::classic()); // numbers without a thousands separator
         const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
         const std::string name = Quoted("QuendraHttp, from " + FormatUtc(now));
         Write(R"("name":"process_name","ph":"M","args":{"name":)" + name + "}", CurrentThreadId());

@@ -11,6 +11,7 @@
 #include <climits>
 
 #include <atomic>
+#include <locale>
 #include <map>
 #include <system_error>
 #include <thread>
@@ -163,8 +164,16 @@ std::string RecordsOf(unsigned thread, const std::string& timeline)
     return told;
 }
 
+// A program's locale may have such numbers, which JSON has not.
+struct Grouped : std::numpunct<char>
+{
+    [[nodiscard]] char do_thousands_sep() const override { return ','; }
+    [[nodiscard]] std::string do_grouping() const override { return "\1"; }
+};
+
 TEST(TimelineTest, ShowsEventsAsTimelineJsonSays)
 {
+    const auto previous = std::locale::global(std::locale(std::locale::classic(), new Grouped));
     const TemporaryFolder folder;
     const auto path = folder / "" / std::filesystem::path(u8"time\u00E4 \u4E2D.json");
     const std::u8string name = path.u8string();
@@ -196,6 +205,7 @@ TEST(TimelineTest, ShowsEventsAsTimelineJsonSays)
     EXPECT_EQ(contents(), crashed + "\n]\n");
     EXPECT_EQ(OpenTimeline((folder / "absent" / "time.json").string().c_str()), nullptr);
     EXPECT_EQ(CloseTimeline(nullptr), 1);
+    std::locale::global(previous);
 }
 
 void CountEvent(void* context, const Eventing::Event*)

@@ -3,6 +3,7 @@
 #include "Routes.h"
 #include "TextConversion.h"
 
+#include <algorithm>
 #include <fstream>
 
 namespace ApplianceParts
@@ -162,7 +163,15 @@ private:
             throw Malformed("the chunk ends beyond the file's end");
         if (offset < received)
             return TakeAgain(offset, size);
-        (void)ReadUpload(m_request, m_bytes, std::ios::app);
+        try
+        {
+            (void)ReadUpload(m_request, m_bytes, std::ios::app);
+        }
+        catch (...)
+        {
+            std::filesystem::resize_file(m_bytes, std::min(Received(), offset + size)); // a client may send more than it announced
+            throw;
+        }
         if (Received() - offset != size)
         {
             std::filesystem::resize_file(m_bytes, offset);

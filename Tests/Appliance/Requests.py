@@ -257,6 +257,13 @@ class SampleServer(unittest.TestCase):
             process.terminate()
         self.assertEqual(process.returncode, 0)
 
+    def test_a_broken_chunk_leaves_no_more_than_was_announced(self):
+        head = (f"POST {Hostile.API}/resume/upload{UPLOAD} HTTP/1.1\r\nCookie: session_token={self.server.token}\r\nqd_start: true\r\n"
+                "qd_file_size: 10\r\nqd_offset: 0\r\nqd_block_size: 5\r\nContent-Type: multipart/form-data; boundary=B\r\n"
+                "Content-Length: 999\r\n\r\n--B\r\nContent-Disposition: form-data; name=\"file\"; filename=\"x\"\r\n\r\n")
+        self.server.statuses(head.encode() + b"x" * 50)
+        self.assertLessEqual(int(self.server.received()), 5)
+
     def test_a_slow_reply_pauses_once_before_each_block(self):
         plan = self.server.place / "plan"
         plan.write_text('{"faults": [{"name": "slow", "path": "/endpoints", "blocks": {"bytes": 100000, "ms": 400}}]}')

@@ -138,23 +138,18 @@ ResultCode CNativeHttp::ChooseVersion(const FunctionTraceScope& trace, ServerSta
     server.endpointPath = chosen->endpoint.path;
     server.handshakeValue = static_cast<std::uint32_t>(chosen->endpoint.tos >> 2);
 
-    if (!logging.empty())
-    {
-        if (const auto entry = logging.find(L"1"); entry != logging.end())
-        {
-            trace.Info("Found logging API version %d.%d", 1, 0);
-            server.loggingEndpointPath = entry->second.path;
-        }
-        else
-        {
-            trace.Info("Logging not supported on this appliance");
-        }
-    }
+    const auto entry = logging.find(L"1");
+    if (entry != logging.end())
+        trace.Info("Found logging API version %d.%d", 1, 0);
+    else if (!logging.empty())
+        trace.Info("Logging not supported on this appliance");
     ChangeServer([&](ServerState& state) {
         state.apiVersion = server.apiVersion;
         state.endpointPath = server.endpointPath;
         state.handshakeValue = server.handshakeValue;
-        state.loggingEndpointPath = server.loggingEndpointPath;
+        // Else what another thread's handshake has found stays.
+        if (entry != logging.end())
+            state.loggingEndpointPath = entry->second.path;
     });
     return Result::Success;
 }

@@ -32,7 +32,7 @@ OwnedResponse::~OwnedResponse()
 
 void OwnedResponse::Reset() noexcept
 {
-    if (m_holdsSecret)
+    if (m_holdsSecret && data != nullptr)
         WipeMemory(data, static_cast<std::size_t>(length));
     std::free(data); // NOLINT(cppcoreguidelines-no-malloc): the transport allocates it with malloc
     data = nullptr;

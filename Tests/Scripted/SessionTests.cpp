@@ -99,6 +99,19 @@ TEST(Handshake, ThatFailedIsMadeAnewAsAWhole)
                                                 "WinHttpConnection failed to initialise, error code: 9", "Bad response to Init request!"}));
 }
 
+TEST(Handshake, KeepsTheLoggingEndpointThatAnotherOneFinds)
+{
+    ScriptedClient client;
+    g_script.replies = {{200, "", 0,
+                         [&] {
+        g_script.replies = {{200, R"({"sync":{"1.3":{"path":"/p"}},"audit":{"1":{"path":"/audit"}}})", 0, {}}, kMode, kMode};
+        EXPECT_EQ(ShakeHands(client), kDone);
+        g_script.pieces = {{static_cast<DWORD>(kOffer.body.size()), kOffer.body, 0, 0}};
+                         }}};
+    EXPECT_EQ(ShakeHands(client), kDone);
+    EXPECT_EQ(client->PublishSyncStats("x"), 0U);
+}
+
 TEST(Handshake, TalksToOneServerWhateverIsSetMeanwhile)
 {
     ScriptedClient client;

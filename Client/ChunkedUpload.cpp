@@ -130,7 +130,7 @@ private:
             // The server keeps the bytes, but refuses to complete the upload at this path.
             if (code == Result::Conflict && !cancellation.IsRequested())
                 m_client.Note("quendra: to finish it under another path: quendra upload-complete " + System::ShellWord(ToNarrow(m_target)) +
-                              " NEWPATH " + m_idText);
+                              " NEWPATH " + m_idText + m_client.ServerOption());
             else
                 m_client.Note("quendra: to resume: " + ResumeCommand());
             // Throws: the code is no success.
@@ -154,7 +154,7 @@ private:
         std::string command = "quendra put " + System::ShellWord(ToNarrow(m_command.local)) + " " + System::ShellWord(ToNarrow(m_target));
         if (!m_command.revision.empty())
             command += " --revision " + System::ShellWord(m_command.revision);
-        return command + " --chunk-size " + std::to_string(*m_command.chunkSize) + " --resume " + m_idText;
+        return command + " --chunk-size " + std::to_string(*m_command.chunkSize) + " --resume " + m_idText + m_client.ServerOption();
     }
 
     Client& m_client;

@@ -76,6 +76,11 @@ void Client::Note(const std::string& line) const
     std::cerr << line << '\n' << std::flush;
 }
 
+std::string Client::ServerOption() const
+{
+    return m_options.server ? " --server " + System::ShellWord(m_server.Text()) : std::string();
+}
+
 void Client::ReportFailure(const std::string& operation, ResultCode code, const std::string& advice) const
 {
     const std::string meaning = FailureMeaning(code, m_answers.Answer(), advice, m_options.server ? m_server.Text() : std::string());

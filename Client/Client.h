@@ -33,6 +33,10 @@ public:
     [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
     [[nodiscard]] const ServerAddress& Server() const { return m_server; }
 
+    /// What a command that is advised ends with, so that it goes to the same server: " --server URL", or nothing where the saved session
+    /// names it.
+    [[nodiscard]] std::string ServerOption() const;
+
     /// Whether to show progress: standard error is a terminal, and neither `--quiet` nor `--json` is given.
     [[nodiscard]] bool ShowsProgress() const;
 

@@ -181,7 +181,7 @@ private:
         command += " --skip " + std::to_string(position);
         if (m_command.count)
             command += " --count " + std::to_string(m_skip + m_count - position);
-        return command;
+        return command + m_client.ServerOption();
     }
 
     Client& m_client;

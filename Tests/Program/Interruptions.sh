@@ -52,11 +52,11 @@ run 1 upload-status /home/big "$id"
 
 # A download that is interrupted: its request is closed. What was there stays until all has come.
 echo before >"$work/big2"
-begin get /home/big "$(native "$work/big2")"
+begin get /home/big "$(native "$work/big2")" --server "$url"
 until_true [ -s "$work/big2.part" ]
 kill -INT "$pid"
 end 130
-warns 'DownloadFile failed: 1223 (cancelled)' 'to receive the rest: quendra get /home/big ' '; then rename '
+warns 'DownloadFile failed: 1223 (cancelled)' 'to receive the rest: quendra get /home/big ' '--server' "$url" '; then rename '
 [ "$(<"$work/big2")" = before ] || complain 'the interrupted download replaced the file'
 hint=$err
 head -c 1000 "$big" >"$work/range"

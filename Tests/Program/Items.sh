@@ -50,8 +50,8 @@ warns ': 21077 (' 'changed'
 run 0 rm /home/Reports/old/local
 run 1 rm /home/Reports
 warns '/home/Reports is a folder that is not empty: --recursive'
-run 0 rm /home/Reports/old
 run 1 rm /home/Reports --recursive=false
+run 0 rm /home/Reports/old
 run 0 rm /home/Reports --recursive --json
 prints '{"ok":true}'
 

@@ -33,8 +33,8 @@ public:
     [[nodiscard]] IQuendraHttpAPI& Api() const { return *m_api; }
     [[nodiscard]] const ServerAddress& Server() const { return m_server; }
 
-    /// What a command that is advised ends with, so that it goes to the same server: " --server URL", or nothing where the saved session
-    /// names it.
+    /// The end of a command that the user is advised to run, so that it goes to the same server: " --server URL", or nothing if the server
+    /// is the saved session's.
     [[nodiscard]] std::string ServerOption() const;
 
     /// Whether to show progress: standard error is a terminal, and neither `--quiet` nor `--json` is given.

@@ -37,8 +37,8 @@ struct WinHttpScript
     /// A step of the transport that ends in what the library's own never returns there, as another transport may.
     struct Foreign
     {
-        std::string
-            step;     ///< "connect", "open", "field", "last field", "wide part", "part", "end multipart", "reply" or "file"; empty: none.
+        /// "connect", "open", "field", "last field", "wide part", "part", "end multipart", "reply" or "file"; empty: none.
+        std::string step;
         int call = 1; ///< which of them, from 1.
         ResultCode result = 0;
         DWORD lastError = 0;

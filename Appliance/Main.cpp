@@ -16,6 +16,7 @@ int main(int count, char** arguments)
 {
     try
     {
+        ReserveStandardStreams();
         int exitStatus = 0;
         const auto options = ParseCommandLine(ProgramArguments(count, arguments), std::cout, std::cerr, exitStatus);
         if (!options)

@@ -151,7 +151,7 @@ private:
 
     std::string ResumeCommand() const
     {
-        std::string command = "quendra put " + System::ShellWord(ToNarrow(m_command.local)) + " " + System::ShellWord(ToNarrow(m_target));
+        std::string command = "quendra put " + LocalWord(m_command.local) + " " + System::ShellWord(ToNarrow(m_target));
         if (!m_command.revision.empty())
             command += " --revision " + System::ShellWord(m_command.revision);
         return command + " --chunk-size " + std::to_string(*m_command.chunkSize) + " --resume " + m_idText + m_client.ServerOption();

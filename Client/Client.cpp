@@ -62,13 +62,7 @@ bool Client::ShowsProgress() const
 
 void Client::Print(const Json::Value& document, const std::string& text) const
 {
-    if (m_options.json)
-        std::cout << JsonLine(document) << '\n';
-    else
-        std::cout << text;
-    std::cout << std::flush;
-    if (!std::cout)
-        throw ProgramError("The result cannot be written to standard output");
+    PrintOutput(m_options.json ? JsonLine(document) + '\n' : text);
 }
 
 void Client::Note(const std::string& line) const
@@ -83,9 +77,16 @@ std::string Client::ServerOption() const
 
 void Client::ReportFailure(const std::string& operation, ResultCode code, const std::string& advice) const
 {
-    const std::string meaning = FailureMeaning(code, m_answers.Answer(), advice, m_options.server ? m_server.Text() : std::string());
+    const std::string meaning = FailureMeaning(code, m_answers.Answer(), advice, ServerOption());
     Note("quendra: " + operation + " failed: " + CodeText(code) + " (" + meaning + ")");
     PrintFailure(m_options, meaning, operation, code);
+}
+
+void PrintOutput(const std::string& text)
+{
+    std::cout << text << std::flush;
+    if (!std::cout)
+        throw ProgramError("The result cannot be written to standard output");
 }
 
 void PrintFailure(const Options& options, const std::string& meaning, const Json::Value& operation, const Json::Value& code)

@@ -68,6 +68,10 @@ private:
     std::unique_ptr<IQuendraHttpAPI, ApiDeleter> m_api;
 };
 
+/// Prints on standard output.
+/// @throws ProgramError
+void PrintOutput(const std::string& text);
+
 /// Prints a failure on standard output where `--json` asks for it. Operation and code are null where the program itself failed.
 void PrintFailure(const Options& options, const std::string& meaning, const Json::Value& operation = {}, const Json::Value& code = {});
 

@@ -3,6 +3,7 @@
 #include "Completion.h"
 #include "Failures.h"
 #include "Identifier.h"
+#include "TerminalText.h"
 #include "TextConversion.h"
 #include "TimeText.h"
 
@@ -37,6 +38,13 @@ std::wstring ServerTarget(const std::string& text)
     if (text.ends_with('/') && path != L"/")
         path += L'/';
     return path;
+}
+
+std::wstring LocalFileArgument(const std::string& text)
+{
+    if (text.empty())
+        throw UsageError("an empty text is no local file");
+    return ToWide(text);
 }
 
 CAttributeTime TimeArgument(const std::string& text)
@@ -98,6 +106,8 @@ std::string Footer(const std::string& examples)
 // A path after `--to` would be read as another recipient, but belongs to the list before `--to`.
 std::wstring Recipient(const std::string& text)
 {
+    if (text.empty())
+        throw UsageError("share: an empty text is no recipient");
     if (text.starts_with('/'))
         throw UsageError("share: '" + text + "' is a path, not a recipient: write quendra share PATH... --to RECIPIENT...");
     return ToWide(text);
@@ -244,11 +254,12 @@ void AddTransferCommands(CLI::App& app, Command::Any& chosen)
         "  quendra get /docs/plan.txt plan.delta --signature plan.sig\n"
         "A range that starts at 0 replaces LOCAL; any other is written at its own position of LOCAL, which must exist.");
     get.Positional("PATH", &Command::Get::path, ServerPath, "The file on the server");
-    get.Positional("LOCAL", &Command::Get::local, kText,
+    get.Positional("LOCAL", &Command::Get::local, LocalFileArgument,
                    "The local file, or a folder to write it into; but for a range, a file that exists is replaced once all has come");
     get.Named("--revision", &Command::Get::revision, RevisionArgument, "Download this revision")->type_name("REVISION");
-    CLI::Option* signature = get.Named("--signature", &Command::Get::signature, kText, "Signature of the local copy: download a delta");
-    signature->type_name("FILE")->check([](const std::string& text) { return text.empty() ? "it names no file" : std::string(); });
+    CLI::Option* signature =
+        get.Named("--signature", &Command::Get::signature, LocalFileArgument, "Signature of the local copy: download a delta");
+    signature->type_name("FILE");
     get.Size("--skip", &Command::Get::skip, "First byte of the range")->excludes(signature);
     get.Size("--count", &Command::Get::count, "Bytes of the range")->excludes(signature);
 
@@ -258,7 +269,7 @@ void AddTransferCommands(CLI::App& app, Command::Any& chosen)
         "  quendra put plan.delta /docs/plan.txt --delta --revision 7\n"
         "  quendra put long.mkv /films/long.mkv --chunk-size 8MB\n"
         "  quendra put long.mkv /films/long.mkv --chunk-size 8MB --resume 0F8FAD5B-D9CB-469F-A165-70867728950E");
-    put.Positional("LOCAL", &Command::Put::local, kText, "The local file");
+    put.Positional("LOCAL", &Command::Put::local, LocalFileArgument, "The local file");
     put.Positional("PATH", &Command::Put::path, ServerTarget, "The file on the server, or the folder to put it into");
     put.Named("--revision", &Command::Put::revision, RevisionArgument, "Replace this revision only")->type_name("REVISION");
     CLI::Option* delta = put.Flag("--delta", &Command::Put::delta, "LOCAL is a delta against what the server has");
@@ -433,7 +444,7 @@ CommandLine ParseCommandLine(std::vector<std::string> arguments, const Environme
 
     for (const auto& argument : arguments)
         if (!IsValidUtf8(argument))
-            throw UsageError("'" + argument + "' is not valid UTF-8, which names are taken in");
+            throw UsageError("'" + Printable(std::string_view(argument)) + "' is not valid UTF-8, which names are taken in");
     if (arguments.empty())
         throw UsageError("a command is missing");
     std::reverse(arguments.begin(), arguments.end()); // the order in which the parser takes a vector

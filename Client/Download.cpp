@@ -123,7 +123,7 @@ private:
         {
             part.Keep();
             m_client.Note("quendra: to receive the rest: " + RestCommand(part.Shown(), part.Size()) + "; then rename " +
-                          Word(part.Shown()) + " to " + Word(part.ShownTarget()));
+                          LocalWord(part.Shown()) + " to " + LocalWord(part.ShownTarget()));
         }
         Check(Operation(), code);
         CheckLength(part.Size());
@@ -171,11 +171,9 @@ private:
     // The revision of the reply: only the rest of that revision may be appended.
     [[nodiscard]] const std::string& Revision() const { return m_command.revision.empty() ? m_knownRevision : m_command.revision; }
 
-    static std::string Word(const std::wstring& text) { return System::ShellWord(ToNarrow(text)); }
-
     [[nodiscard]] std::string RestCommand(const std::wstring& local, std::uint64_t position) const
     {
-        std::string command = "quendra get " + Word(m_command.path) + " " + Word(local);
+        std::string command = "quendra get " + System::ShellWord(ToNarrow(m_command.path)) + " " + LocalWord(local);
         if (!Revision().empty())
             command += " --revision " + System::ShellWord(Revision());
         command += " --skip " + std::to_string(position);

@@ -35,7 +35,7 @@ std::string StatusText(std::uint32_t status)
     return "HTTP " + std::to_string(status) + text.substr(0, text.find(':'));
 }
 
-std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const std::string& advice, const std::string& namedServer)
+std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const std::string& advice, const std::string& serverOption)
 {
     std::string text = Result::MeaningOf(code);
     if (!answer.redirect.empty())
@@ -52,7 +52,7 @@ std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const st
     if (!advice.empty())
         text += "; " + advice;
     if (NeedsDoctor(code))
-        text += "; 'quendra doctor" + (namedServer.empty() ? "" : " --server " + namedServer) + "' tells why";
+        text += "; 'quendra doctor" + serverOption + "' tells why";
     return text;
 }
 

@@ -11,11 +11,11 @@
 struct ServerAnswer;
 
 /// The text for a failed operation: the code's meaning, the server's message, advice, and what to do next.
-/// @param answer       the server's answer to the operation.
-/// @param advice       may be empty.
-/// @param namedServer  the server that the user has named; empty for that of the saved session.
+/// @param answer        the server's answer to the operation.
+/// @param advice        may be empty.
+/// @param serverOption  as `Client::ServerOption` gives it.
 [[nodiscard]] std::string FailureMeaning(ResultCode code, const ServerAnswer& answer, const std::string& advice = {},
-                                         const std::string& namedServer = {});
+                                         const std::string& serverOption = {});
 
 /// `HTTP 503, the server is not available now`
 [[nodiscard]] std::string StatusText(std::uint32_t status);

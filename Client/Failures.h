@@ -5,6 +5,7 @@
 
 #include "QuendraHttp/ResultCodes.h"
 
+#include <istream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -73,4 +74,18 @@ inline void Check(const char* operation, ResultCode code)
 {
     if (code != Result::Success)
         throw OperationFailed(operation, code);
+}
+
+/// @param name  what the stream is, for the message.
+/// @return what the stream holds.
+/// @throws ProgramError if it cannot be read.
+inline std::string ReadAll(std::istream& stream, const std::string& name)
+{
+    std::string text;
+    char block[4096];
+    while (stream.read(block, sizeof block) || stream.gcount() > 0)
+        text.append(block, static_cast<std::size_t>(stream.gcount()));
+    if (!stream.eof())
+        throw ProgramError(name + " cannot be read");
+    return text;
 }

@@ -9,6 +9,7 @@ int main(int argumentCount, char** arguments)
 {
     try
     {
+        ReserveStandardStreams();
         const System::ConsoleEncoding encoding;
         return RunProgram(ProgramArguments(argumentCount, arguments));
     }

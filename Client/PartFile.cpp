@@ -35,10 +35,7 @@ std::wstring Beside(const std::wstring& path, const std::wstring& name)
 
 PartFile::PartFile(std::wstring target, std::wstring shown) : m_target(std::move(target)), m_shownTarget(std::move(shown))
 {
-    std::error_code error;
-    if (std::filesystem::is_symlink(System::ToPath(m_target), error))
-        if (const auto real = std::filesystem::weakly_canonical(System::ToPath(m_target), error); !error)
-            m_target = m_shownTarget = System::ToText(real);
+    FollowLinks();
     System::FileFacts facts;
     if (System::ReadFileFacts(m_target, facts) == Result::Success && !facts.isRegular)
         throw ProgramError(Printable(m_shownTarget) + " is not a regular file: get replaces no other");
@@ -51,6 +48,9 @@ PartFile::PartFile(std::wstring target, std::wstring shown) : m_target(std::move
         m_shown = Beside(m_shownTarget, name);
         code = System::MakeSuccessor(m_path, m_target);
     }
+    if (code == ERROR_FILE_EXISTS)
+        throw ProgramError("Beside " + Printable(m_shownTarget) + " are " + std::to_string(kMostParts) +
+                           " part files of interrupted downloads: remove those that nobody needs");
     if (code != Result::Success)
         throw ProgramError(Printable(m_shownTarget) + " cannot be written: " + CodeText(code) + ", " + Result::MeaningOf(code));
 }
@@ -60,6 +60,22 @@ PartFile::~PartFile()
     std::error_code ignored;
     if (!m_isKept)
         std::filesystem::remove(System::ToPath(m_path), ignored);
+}
+
+// The file that a link leads to need not exist yet.
+void PartFile::FollowLinks()
+{
+    constexpr int kMostLinks = 40;
+    std::error_code error;
+    std::filesystem::path target = System::ToPath(m_target);
+    for (int links = 0; links < kMostLinks && std::filesystem::is_symlink(target, error); ++links)
+    {
+        const std::filesystem::path next = std::filesystem::read_symlink(target, error);
+        if (error)
+            return;
+        target = target.parent_path() / next;
+        m_target = m_shownTarget = System::ToText(target);
+    }
 }
 
 std::uint64_t PartFile::Size() const

@@ -35,6 +35,8 @@ public:
     void ReplaceTarget();
 
 private:
+    void FollowLinks();
+
     std::wstring m_target;
     std::wstring m_shownTarget;
     std::wstring m_path;

@@ -202,7 +202,7 @@ int RunProgram(const std::vector<std::string>& arguments)
     }
     catch (const HelpRequest& help)
     {
-        std::cout << help.text << std::flush;
+        PrintOutput(help.text);
         return ExitStatus::Done;
     }
     catch (const UsageError& error)

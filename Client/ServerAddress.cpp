@@ -24,9 +24,12 @@ int DefaultPort(bool secure)
     return secure ? kHttpsPort : kHttpPort;
 }
 
+// What stands before an "@" may be a password.
 [[noreturn]] void Refuse(std::string_view text, const std::string& reason)
 {
-    throw UsageError("--server " + std::string(text) + ": " + reason);
+    const std::size_t at = text.rfind('@');
+    throw UsageError("--server " + (at == std::string_view::npos ? std::string(text) : "..." + std::string(text.substr(at))) + ": " +
+                     reason);
 }
 
 // Where the host ends: at the colon before a port, or at the end.

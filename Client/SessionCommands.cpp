@@ -97,6 +97,9 @@ void Execute(Client& client, const Register& command)
 
 void Execute(Client& client, const Login& command)
 {
+    const auto file = SessionFilePath();
+    if (file.empty())
+        throw ProgramError("There is no folder for the session: name a file in QUENDRA_SESSION");
     std::wstring policy;
     std::uint32_t handshakeValue = 0;
     const std::wstring password = AskForPassword(command.user);
@@ -104,7 +107,6 @@ void Execute(Client& client, const Login& command)
                                       VersionNumberUtil::GetModuleVersion(), VersionNumberUtil::GetOsVersion()));
     std::wstring token;
     Check("GetSessionToken", client.Api().GetSessionToken(token));
-    const auto file = SessionFilePath();
     SaveSession(file, {client.Server(), ToNarrow(token)});
 
     Json::Value document = OkDocument();

@@ -6,7 +6,6 @@
 #include "TextConversion.h"
 
 #include <fstream>
-#include <iterator>
 
 namespace
 {
@@ -37,16 +36,15 @@ std::optional<SavedSession> LoadSession(const std::filesystem::path& file)
     if (file.empty() || !std::filesystem::exists(file, ignored))
         return std::nullopt;
     std::ifstream stream(file, std::ios::binary);
-    const std::string text(std::istreambuf_iterator<char>(stream), {});
-    if (!stream.is_open() || stream.bad())
-        throw ProgramError("The saved session in " + Named(file) + " cannot be read");
+    const std::string text = ReadAll(stream, "The saved session in " + Named(file));
 
     try
     {
         const auto root = ParseJsonObject(text);
         if (!root || !IsValidUtf8(text) || !(*root)["server"].isString() || !(*root)["port"].isInt() || !(*root)["token"].isString())
             NotASession(file);
-        return SavedSession{MakeAddress(ParseServer((*root)["server"].asString()), (*root)["port"].asInt()), (*root)["token"].asString()};
+        return SavedSession{MakeAddress(ParseServer((*root)["server"].asString()), ParsePort((*root)["port"].asString())),
+                            (*root)["token"].asString()};
     }
     catch (const Json::Exception&)
     {
@@ -60,8 +58,6 @@ std::optional<SavedSession> LoadSession(const std::filesystem::path& file)
 
 void SaveSession(const std::filesystem::path& file, const SavedSession& session)
 {
-    if (file.empty())
-        throw ProgramError("There is no folder for the session: name a file in QUENDRA_SESSION");
     Json::Value root;
     root["server"] = session.server.Url();
     root["port"] = session.server.port;

@@ -10,7 +10,6 @@
 
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <vector>
 
@@ -57,14 +56,6 @@ Json::Value MappingDocument(const CMapping& mapping)
     document["allowSharing"] = mapping.AllowSharing != 0;
     document["type"] = static_cast<Json::UInt>(mapping.Type);
     return document;
-}
-
-std::string ReadAll(std::istream& stream, const std::string& name)
-{
-    std::string text(std::istreambuf_iterator<char>(stream), {});
-    if (stream.bad())
-        throw ProgramError(name + " cannot be read");
-    return text;
 }
 
 std::string ReadAuditData(const std::string& name)

@@ -103,7 +103,7 @@ private:
     [[maybe_unused]] unsigned m_previous = 0; // unused on systems that need not restore a code page
 };
 
-/// Receives the user's Ctrl-C for its lifetime.
+/// Receives the user's Ctrl-C for its lifetime, and what else asks the program to end.
 class InterruptWatch
 {
 public:

@@ -79,6 +79,12 @@ void CheckTransfer(const char* operation, ResultCode code, const Cancellation& c
     Check(operation, code);
 }
 
+std::string LocalWord(const std::wstring& path)
+{
+    // A name that begins with a dash would be taken for an option.
+    return System::ShellWord(ToNarrow(path.starts_with(L'-') ? L"./" + path : path));
+}
+
 std::string UploadedText(const LocalFile& file, const std::wstring& target, const std::shared_ptr<IServerAttributes>& item)
 {
     return "Uploaded " + Printable(file.name) + " to " + Printable(target) + " (" +

@@ -40,6 +40,9 @@ struct LocalFile
 void CheckTransfer(const char* operation, ResultCode code, const Cancellation& cancellation,
                    const std::shared_ptr<IServerAttributes>& attributes);
 
+/// A local path, as the user wrote it, as a word of a command that the user is advised to run.
+[[nodiscard]] std::string LocalWord(const std::wstring& path);
+
 /// The text of an upload's result, its line ended.
 [[nodiscard]] std::string UploadedText(const LocalFile& file, const std::wstring& target, const std::shared_ptr<IServerAttributes>& item);
 

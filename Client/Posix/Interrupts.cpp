@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <iterator>
 #include <thread>
 #include <unistd.h>
 
@@ -18,6 +19,9 @@ static_assert(std::atomic<int>::is_always_lock_free);
 
 constexpr char kInterrupted = 'i';
 constexpr char kStop = 's';
+
+// Ctrl-C, the end of the session, and `kill`.
+constexpr int kSignals[] = {SIGINT, SIGHUP, SIGTERM};
 
 extern "C" void OnInterrupt(int /*signal*/)
 {
@@ -42,12 +46,19 @@ public:
         struct sigaction action = {};
         action.sa_handler = OnInterrupt;
         action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND); // the second one ends the program
-        sigaction(SIGINT, &action, &m_previous);
+        for (std::size_t index = 0; index < std::size(kSignals); ++index)
+        {
+            sigaction(kSignals[index], &action, &m_previous[index]);
+            // nohup ignores SIGHUP. A shell that starts a program in the background ignores SIGINT, which is watched all the same.
+            if (kSignals[index] != SIGINT && m_previous[index].sa_handler == SIG_IGN)
+                sigaction(kSignals[index], &m_previous[index], nullptr);
+        }
     }
 
     ~SignalWatch() override
     {
-        sigaction(SIGINT, &m_previous, nullptr);
+        for (std::size_t index = 0; index < std::size(kSignals); ++index)
+            sigaction(kSignals[index], &m_previous[index], nullptr);
         wakeDescriptor.store(-1);
         [[maybe_unused]] const ssize_t written = write(m_pipe[1], &kStop, 1);
         m_thread.join();
@@ -58,7 +69,7 @@ public:
 private:
     int m_pipe[2] = {-1, -1};
     std::thread m_thread;
-    struct sigaction m_previous = {};
+    struct sigaction m_previous[std::size(kSignals)] = {};
 };
 
 } // namespace

@@ -47,15 +47,17 @@ private:
     int m_value;
 };
 
-// Switches echoing off. SIGINT interrupts the read, so that echoing is switched on again before the program ends.
+// Switches echoing off. A signal that ends the program interrupts the read first, so that echoing is switched on again.
 class SilentTerminal
 {
 public:
     SilentTerminal()
     {
+        s_signal = 0;
         struct sigaction action = {};
-        action.sa_handler = [](int) {};
-        sigaction(SIGINT, &action, &m_previousAction);
+        action.sa_handler = [](int signal) { s_signal = signal; };
+        for (std::size_t index = 0; index < std::size(kSignals); ++index)
+            sigaction(kSignals[index], &action, &m_previousActions[index]);
         tcgetattr(STDIN_FILENO, &m_previous);
         termios silent = m_previous;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
@@ -66,15 +68,21 @@ public:
     ~SilentTerminal()
     {
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &m_previous);
-        sigaction(SIGINT, &m_previousAction, nullptr);
+        for (std::size_t index = 0; index < std::size(kSignals); ++index)
+            sigaction(kSignals[index], &m_previousActions[index], nullptr);
     }
+
+    // The signal that has come, or 0.
+    [[nodiscard]] static int Signal() { return s_signal; }
 
     SilentTerminal(const SilentTerminal&) = delete;
     SilentTerminal& operator=(const SilentTerminal&) = delete;
 
 private:
+    static constexpr int kSignals[] = {SIGINT, SIGHUP, SIGTERM, SIGQUIT};
+    inline static volatile std::sig_atomic_t s_signal = 0;
     termios m_previous = {};
-    struct sigaction m_previousAction = {};
+    struct sigaction m_previousActions[std::size(kSignals)] = {};
 };
 
 std::int64_t ToTicks(std::int64_t seconds, std::int64_t nanoseconds)
@@ -94,6 +102,14 @@ bool WriteAll(int file, std::string_view content)
         content.remove_prefix(static_cast<std::size_t>(written));
     }
     return true;
+}
+
+// `\x1B`
+std::string HexadecimalEscape(char character)
+{
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    const auto byte = static_cast<unsigned char>(character);
+    return {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
 }
 
 bool PrintToTerminal(std::string_view text)
@@ -186,10 +202,10 @@ std::optional<std::string> AskSecretly(const std::string& prompt)
             line.push_back(character);
         error = errno;
     }
-    if (count < 0 && error == EINTR)
+    if (count < 0 && error == EINTR && SilentTerminal::Signal() != 0)
     {
         PrintToTerminal("\n");
-        std::raise(SIGINT);
+        std::raise(SilentTerminal::Signal());
     }
     return count == 1 || !line.empty() ? std::optional(line) : std::nullopt;
 }
@@ -232,13 +248,13 @@ std::string ShellWord(std::string_view text)
     {
         if (character == '\'')
             quoted += isPrintable ? "'\\''" : "\\'";
-        else if (character == '\\' && !isPrintable)
-            quoted += "\\\\";
+        else if (!isPrintable && (character == '\\' || character < ' ' || character > '~'))
+            quoted += HexadecimalEscape(character);
         else
             quoted += character;
     }
     // Control characters need the shell's $'...' quoting.
-    return isPrintable ? "'" + quoted + "'" : "$'" + Printable(std::string_view(quoted)) + "'";
+    return isPrintable ? "'" + quoted + "'" : "$'" + quoted + "'";
 }
 
 ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)

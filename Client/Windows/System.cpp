@@ -271,21 +271,19 @@ bool IsFileName(const std::wstring& name)
 
 std::string ShellWord(std::string_view text)
 {
-    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_./:=+@\\";
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_./:=+\\";
     const std::string printable = Printable(text);
     if (!printable.empty() && printable.find_first_not_of(kPlain) == std::string::npos)
         return printable;
-    // A backslash needs no escape except before a quote.
-    std::string quoted = "\"";
-    std::size_t backslashes = 0;
-    for (const char character : printable)
-    {
-        if (character == '"')
-            quoted.append(backslashes + 1, '\\');
-        backslashes = character == '\\' ? backslashes + 1 : 0;
-        quoted += character;
-    }
-    return quoted.append(backslashes, '\\') + "\"";
+    // No quoting protects these in both cmd and PowerShell, which takes curved quotation marks for straight ones: the command then names
+    // nothing, but runs nothing else either.
+    constexpr std::wstring_view kUnsafe = L"\"%$`\u201C\u201D\u201E";
+    std::wstring quoted = ToWide(printable);
+    std::ranges::replace_if(
+        quoted, [kUnsafe](wchar_t character) { return kUnsafe.find(character) != std::wstring_view::npos; }, L'?');
+    // A backslash needs no escape except before the closing quote.
+    const std::size_t backslashes = quoted.size() - (quoted.find_last_not_of(L'\\') + 1); // npos + 1 is 0
+    return "\"" + ToNarrow(quoted) + std::string(backslashes, '\\') + "\"";
 }
 
 ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)

@@ -16,3 +16,8 @@ std::vector<std::string> ProgramArguments(int /*count*/, const char* const* /*va
         arguments.push_back(ToNarrow(wide.get()[index]));
     return arguments;
 }
+
+// A stream without a handle takes none of the program's later ones.
+void ReserveStandardStreams()
+{
+}

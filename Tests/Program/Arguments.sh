@@ -28,6 +28,8 @@ usage put a /b --chunk-size 1 --delta
 usage put a /b --resume $id
 usage upload-status /a 1
 usage share /a
+usage share /a --to '' && warns 'is no recipient'
+usage get /a '' && warns 'is no local file'
 usage share /a --to bob /b && warns "'/b' is a path" 'share PATH... --to'
 
 commands='handshake version doctor register login logout ls stat mkdir touch rm mv get put upload-status upload-cancel upload-complete
@@ -43,6 +45,9 @@ on windows || for command in $commands; do
 done
 run 0 completion bash
 run 2 completion fish
+if on linux; then
+    "${client[@]}" --help >/dev/full 2>"$work/err" && complain 'help that cannot be written counts as shown'
+fi
 
 usage rm /home/d --revision ''
 warns '--revision cannot be empty'

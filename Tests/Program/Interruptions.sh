@@ -62,7 +62,7 @@ hint=$err
 head -c 1000 "$big" >"$work/range"
 begin get /home/big "$(native "$work/range")" --skip 1000 --count 20000000
 until_true is_longer "$work/range" 500000
-kill -INT "$pid"
+on windows && kill -INT "$pid" || kill -TERM "$pid"
 end 130
 rangeHint=$err
 restart_server

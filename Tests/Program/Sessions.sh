@@ -69,12 +69,18 @@ prints '{"ok":true}'
 [ ! -e "$session" ] || complain 'the session file is still there'
 run 0 logout
 prints 'There is no saved session.'
-for text in '' '[]' $'{"server":"a","port":80,"token":"t\xff"}' '{"server":1}' '{"server":"a/b","port":80,"token":"t"}' '{"server":"a","port":1e99,"token":"t"}'; do
+for text in '' '[]' $'{"server":"a","port":80,"token":"t\xff"}' '{"server":1}' '{"server":"a/b","port":80,"token":"t"}' '{"server":"a","port":65536,"token":"t"}' '{"server":"a","port":1e99,"token":"t"}'; do
     printf %s "$text" >"$session"
     run 1 version
     warns 'session.json does not hold a session' "'quendra logout' removes it"
 done
 run 0 logout
+if on linux; then
+    mkdir "$session"
+    run 1 version
+    warns 'session.json cannot be read'
+    rmdir "$session"
+fi
 
 # A reply that the library reads and this program does not: nothing of it shows, for the token is in it.
 stop_server

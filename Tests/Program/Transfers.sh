@@ -54,8 +54,15 @@ if on linux; then
     ln -s part "$work/mine/link"
     echo old >"$work/mine/part"
     run 0 get $whole "$work/mine/link"
-    [ -L "$work/mine/link" ] || complain 'the download replaced a link'
+    ln -s later "$work/mine/early"
+    run 0 get $whole "$work/mine/early"
+    [ -L "$work/mine/link" ] && [ -L "$work/mine/early" ] || complain 'the download replaced a link'
     same "$work/mine/part" "$file"
+    same "$work/mine/later" "$file"
+    # No connection gets the descriptor of a stream that the program was started without: the result would go there.
+    "${client[@]}" get $whole "$work/got" <&- >&- 2>&- && complain 'it has written a result somewhere'
+    same "$work/got" "$file"
+    rm "$work/got"
 fi
 [ "$(TZ=UTC stat -c %y "$work/mine/part")" = '2024-02-29 12:00:00.000000000 +0000' ] || complain 'it has not the time of the item'
 

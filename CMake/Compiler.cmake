@@ -21,6 +21,7 @@ add_library(quendra_warnings INTERFACE)
 if(MSVC)
     target_compile_options(quendra_warnings INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:/W4;/WX>")
     add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:/permissive-;/utf-8;/Zc:__cplusplus>")
+    add_compile_definitions(_CRT_SECURE_NO_WARNINGS) # it warns of functions of the C standard, such as getenv
 else()
     target_compile_options(quendra_warnings INTERFACE
         "$<$<COMPILE_LANGUAGE:CXX>:-Wall;-Wextra;-Wpedantic;-Werror;-Wshadow;-Wconversion;-Wsign-conversion;-Wold-style-cast>"

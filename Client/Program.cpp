@@ -79,8 +79,9 @@ private:
     // What it will contain is for its owner only.
     static std::filesystem::path PreparedFile(const std::string& file)
     {
-        std::filesystem::path path = System::ToPath(System::LocalPath(ToWide(file)));
-        if (!std::filesystem::exists(path))
+        const std::wstring local = System::LocalPath(ToWide(file));
+        std::filesystem::path path = System::ToPath(local);
+        if (System::FileFacts facts; System::ReadFileFacts(local, facts) != Result::Success)
             if (const std::error_code failure = System::WritePrivateFile(path, {}))
                 throw std::system_error(failure);
         return path;

@@ -1,6 +1,7 @@
 #include "ServerAddress.h"
 
 #include "Failures.h"
+#include "System.h"
 #include "TextComparison.h"
 
 #include <algorithm>
@@ -110,6 +111,13 @@ ServerText ParseServer(std::string_view text)
     if (hostLength == 0)
         Refuse(text, "there is no host in it");
     server.host = LowerCase(rest.substr(0, hostLength));
+    if (std::ranges::any_of(server.host, [](char character) { return static_cast<unsigned char>(character) > 0x7F; }))
+    {
+        const auto ascii = System::AsciiHost(server.host);
+        if (!ascii)
+            Refuse(text, "that is no host's name");
+        server.host = *ascii;
+    }
     if (hostLength < rest.size())
         server.port = ParsePort(rest.substr(hostLength + 1));
     return server;

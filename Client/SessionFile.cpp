@@ -25,7 +25,7 @@ std::string Named(const std::filesystem::path& file)
 std::filesystem::path SessionFilePath()
 {
     if (const auto named = System::Environment("QUENDRA_SESSION"); named && !named->empty())
-        return System::ToPath(ToWide(*named));
+        return System::ToPath(System::LocalPath(ToWide(*named)));
     const auto folder = System::ConfigurationFolder();
     return folder.empty() ? folder : folder / "quendra" / "session.json";
 }

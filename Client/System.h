@@ -46,6 +46,10 @@ namespace System
 /// @return nothing at the end of the input.
 [[nodiscard]] std::optional<std::string> AskSecretly(const std::string& prompt);
 
+/// A host name with other than ASCII letters in the form that the system's HTTP library takes: on Windows in Punycode (RFC 3492).
+/// @return nothing for a text that is no name.
+[[nodiscard]] std::optional<std::string> AsciiHost(const std::string& host);
+
 /// The user's local time; nothing for a moment that the system cannot convert.
 [[nodiscard]] std::optional<std::tm> LocalTime(std::int64_t unixSeconds);
 

@@ -7,6 +7,8 @@
 #if defined(_WIN32)
 #include "QuendraHttp/Platform.h"
 
+// Otherwise the Windows SDK declares the calls as imported, and the tests could not replace them.
+#define _WINHTTP_INTERNAL_ // NOLINT(bugprone-reserved-identifier)
 // It needs the types of <windows.h>.
 #include <winhttp.h>
 

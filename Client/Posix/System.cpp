@@ -210,6 +210,11 @@ std::optional<std::string> AskSecretly(const std::string& prompt)
     return count == 1 || !line.empty() ? std::optional(line) : std::nullopt;
 }
 
+std::optional<std::string> AsciiHost(const std::string& host)
+{
+    return host; // libcurl converts it
+}
+
 std::optional<std::tm> LocalTime(std::int64_t unixSeconds)
 {
     const auto moment = static_cast<std::time_t>(unixSeconds);

@@ -209,13 +209,27 @@ std::optional<std::string> AskSecretly(const std::string& prompt)
     wchar_t character = 0;
     while (ReadConsoleW(input, &character, 1, &count, nullptr) && count == 1 && character != L'\n')
         line.push_back(character);
-    const bool ended = count == 1;
+    // Ctrl-Z at the start of a line is the end of the input.
+    const bool ended = count == 1 && !line.starts_with(L'\x1A');
+    if (!ended && line.starts_with(L'\x1A'))
+        line.clear();
     WriteFile(errors, "\r\n", 2, &count, nullptr);
     if (!ended && line.empty())
         return std::nullopt;
     if (line.ends_with(L'\r'))
         line.pop_back();
     return ToNarrow(line);
+}
+
+std::optional<std::string> AsciiHost(const std::string& host)
+{
+    constexpr int kLongest = 256; // a name has up to 253 characters
+    wchar_t ascii[kLongest] = {};
+    // Without the rule that a name has letters, digits and hyphens only, which Wine applies before the conversion.
+    const int length = IdnToAscii(0, ToWide(host).c_str(), -1, ascii, kLongest);
+    const std::string name = ToNarrow(ascii);
+    const bool isName = length > 0 && name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-._") == std::string::npos;
+    return isName ? std::optional(name) : std::nullopt;
 }
 
 std::optional<std::tm> LocalTime(std::int64_t unixSeconds)
@@ -256,15 +270,18 @@ bool IsFileName(const std::wstring& name)
 {
     // With the long-path prefix the system would accept names that other programs cannot open.
     constexpr std::wstring_view kForbidden = L"<>:\"/\\|?*";
-    constexpr std::wstring_view kDeviceNames[] = {L"CON", L"PRN", L"AUX", L"NUL"};
+    constexpr std::wstring_view kDeviceNames[] = {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"};
     constexpr std::wstring_view kNumberedDevices[] = {L"COM", L"LPT"};
     const auto isForbidden = [=](wchar_t character) { return character < L' ' || kForbidden.find(character) != std::wstring_view::npos; };
     if (name.empty() || name.back() == L'.' || name.back() == L' ' || std::ranges::any_of(name, isForbidden))
         return false;
-    const std::wstring_view stem = std::wstring_view(name).substr(0, name.find(L'.'));
+    constexpr std::wstring_view kDeviceDigits = L"123456789\u00B9\u00B2\u00B3";
+    std::wstring_view stem = std::wstring_view(name).substr(0, name.find(L'.'));
+    stem = stem.substr(0, stem.find_last_not_of(L' ') + 1);
     const auto isStem = [stem](std::wstring_view device) { return EqualIgnoringCase(stem, device); };
-    const auto isNumbered = [stem](std::wstring_view device) {
-        return stem.size() == 4 && stem.back() >= L'1' && stem.back() <= L'9' && EqualIgnoringCase(stem.substr(0, 3), device);
+    const auto isNumbered = [=](std::wstring_view device) {
+        return stem.size() == 4 && kDeviceDigits.find(stem.back()) != std::wstring_view::npos &&
+               EqualIgnoringCase(stem.substr(0, 3), device);
     };
     return std::ranges::none_of(kDeviceNames, isStem) && std::ranges::none_of(kNumberedDevices, isNumbered);
 }
@@ -290,8 +307,14 @@ ResultCode ReadFileFacts(const std::wstring& path, FileFacts& facts)
 {
     if (path.starts_with(kDevices))
         return Result::Success;
-    WIN32_FILE_ATTRIBUTE_DATA data = {};
-    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
+    // Not GetFileAttributesEx, which describes a link in place of the file that it leads to. A folder is opened with this flag only.
+    const HANDLE file = CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return GetLastError();
+    const Handle fileOwner(file);
+    BY_HANDLE_FILE_INFORMATION data = {};
+    if (!GetFileInformationByHandle(file, &data))
         return GetLastError();
     facts.isFolder = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     facts.isRegular = !facts.isFolder;
@@ -307,7 +330,12 @@ ResultCode MakeSuccessor(const std::wstring& path, const std::wstring& other)
     const DWORD attributes = GetFileAttributesW(other.c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0)
         return ERROR_ACCESS_DENIED;
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD size = 0;
+    GetFileSecurityW(other.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+    std::vector<std::max_align_t> rights(size / sizeof(std::max_align_t) + 1);
+    const bool hasRights = GetFileSecurityW(other.c_str(), DACL_SECURITY_INFORMATION, rights.data(), size, &size) != 0;
+    SECURITY_ATTRIBUTES security = {sizeof(SECURITY_ATTRIBUTES), rights.data(), FALSE};
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, hasRights ? &security : nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE)
         return GetLastError();
     CloseHandle(file);

@@ -196,6 +196,8 @@ BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD lengt
             return ERROR_SUCCESS;
         });
     return With<TimedObject>(handle, [&](const std::shared_ptr<TimedObject>& object) -> DWORD {
+        if (option == WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT)
+            return ERROR_SUCCESS;
         if (option == WINHTTP_OPTION_REDIRECT_POLICY)
         {
             DWORD policy = 0;

@@ -62,6 +62,7 @@ inline constexpr DWORD WINHTTP_OPTION_RESOLVE_TIMEOUT = 2;
 inline constexpr DWORD WINHTTP_OPTION_CONNECT_TIMEOUT = 3;
 inline constexpr DWORD WINHTTP_OPTION_SEND_TIMEOUT = 5;
 inline constexpr DWORD WINHTTP_OPTION_RECEIVE_TIMEOUT = 6;
+inline constexpr DWORD WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT = 7;
 inline constexpr DWORD WINHTTP_OPTION_CONTEXT_VALUE = 45;
 inline constexpr DWORD WINHTTP_OPTION_REDIRECT_POLICY = 88;
 inline constexpr DWORD WINHTTP_OPTION_REDIRECT_POLICY_NEVER = 0;
@@ -127,7 +128,7 @@ QUENDRA_PLATFORM_API WINHTTP_STATUS_CALLBACK WinHttpSetStatusCallback(HINTERNET 
                                                                       DWORD notifications, DWORD_PTR reserved) noexcept;
 /// Supports the context value on any handle, the four timeout options, of 4 bytes each, on a session or a request, and the redirect policy
 /// "never", which always applies on Linux; another policy fails with ERROR_INVALID_PARAMETER, another option with
-/// ERROR_WINHTTP_INVALID_OPTION.
+/// ERROR_WINHTTP_INVALID_OPTION. The time for a reply's headers has no effect: on Linux the receive timeout alone limits it.
 QUENDRA_PLATFORM_API BOOL WinHttpSetOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD length) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpQueryOption(HINTERNET handle, DWORD option, LPVOID buffer, DWORD* length) noexcept;
 /// A line without a name and a colon fails with ERROR_WINHTTP_INVALID_HEADER; lines before it stay added.

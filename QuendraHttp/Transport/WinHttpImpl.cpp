@@ -100,7 +100,12 @@ ResultCode WinHttpSession::Initialise()
 int WinHttpSession::SetTimeouts(std::int32_t resolve, std::int32_t connect, std::int32_t send, std::int32_t receive)
 {
     const FunctionTraceScope trace("WinHttpSession::SetTimeouts", Unit::WinHttpImpl);
-    return WinHttpSetTimeouts(Handle(), resolve, connect, send, receive);
+    const BOOL isSet = WinHttpSetTimeouts(Handle(), resolve, connect, send, receive);
+    // WinHTTP also limits the time until all headers of a reply have come: to 90 seconds unless this option sets another limit.
+    DWORD headers = receive > 0 ? static_cast<DWORD>(receive) : INFINITE;
+    if (isSet)
+        WinHttpSetOption(Handle(), WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &headers, sizeof headers);
+    return isSet;
 }
 
 void WinHttpSession::SetSessionToken(const std::wstring& token)

@@ -44,8 +44,10 @@ run 1 get $whole "$(native "$work/got")" --revision stale
 run 0 touch $whole --modified 2024-02-29T12:00:00Z
 mkdir "$work/mine"
 printf mine | tee "$work/mine/part" "$work/mine/part.part" >/dev/null
+chmod 600 "$work/mine/part"
 run 0 get $whole "$(native "$work/mine/part")"
 same "$work/mine/part" "$file"
+[[ $(stat -c %A "$work/mine/part") == -rw*--- ]] || complain 'the download let others read the file'
 [ "$(ls "$work/mine")$(<"$work/mine/part.part")" = $'part\npart.partmine' ] || complain 'the download left or changed a file beside'
 if on linux; then
     long=$work/mine/$(printf 'n%.0s' {1..255})

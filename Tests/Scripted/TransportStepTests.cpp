@@ -42,7 +42,7 @@ TEST_F(TransportSteps, AFailureIsFoldedAndKeepsItsReasonWhileHandlesAreClosed)
         EXPECT_EQ(g_script.closed.size(), 1U);
         EXPECT_EQ(GetLastError(), error);
         DWORD length = 0;
-        g_script.Fail("WinHttpSetOption", error, 2);
+        g_script.Fail("WinHttpSetOption", error, 3);
         g_script.Fail("WinHttpQueryOption", error);
         EXPECT_EQ(session->SetOption(3, nullptr, 0), folded);
         EXPECT_EQ(session->QueryOption(3, nullptr, length), folded);

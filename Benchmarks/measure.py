@@ -5,8 +5,10 @@
 
 Needs a build with -DQUENDRA_BENCHMARKS=ON in build/linux (or build/windows), python3-matplotlib, nginx, openssl, and a machine that does nothing else.
 Peers run in turn, as library, no event, plain, plain, no event, library; each round gives one ratio of each kind, and the tables show the
-median and the quartiles of the rounds. Under Wine the plain loop runs with a cancel event, too, and the work is a tenth. Files are in memory
-(/dev/shm).
+median and the quartiles of the rounds. Files are in memory (/dev/shm).
+
+Under Wine the plain loop runs with a cancel event, too, the work is a tenth, and all programs share one processor: each call to the Wine server
+is a change between processes, and on two processors its cost depends on where the kernel puts them.
 """
 import argparse
 import contextlib
@@ -214,6 +216,8 @@ def main():
         for program in "ListingBenchmark", "TracingBenchmark", "quendra":
             if not (ROOT / "build/linux/bin" / program).exists():
                 sys.exit(f"build {program} first")
+    if chosen.windows:
+        os.sched_setaffinity(0, {min(os.sched_getaffinity(0))})
     rows, drawn = [], []
     # Under Wine each test of an event is a call to the Wine server, for every program that can be cancelled.
     plain_event = "plain-event" if chosen.windows else "plain"

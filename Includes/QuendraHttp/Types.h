@@ -13,8 +13,8 @@
 #include <string>
 
 /// Holds the platform event with which a caller cancels an operation. The caller owns the event and keeps it until
-/// the operation returns; any thread may signal it: the operation then ends with `Result::Cancelled` at its next test. A null event never
-/// cancels.
+/// the operation returns; any thread may signal it: the operation then ends with `Result::Cancelled` at its next test. It has to be
+/// a manual-reset event: an auto-reset one is reset by the first of several tests. A null event never cancels.
 struct CancelEvent
 {
     void* event = nullptr; ///< the platform's `HANDLE`; the caller closes it.

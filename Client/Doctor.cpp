@@ -44,7 +44,7 @@ constexpr Advice kAdvice[] = {
     {ERROR_WINHTTP_CONNECTION_ERROR, false, kOtherServer},
     {ERROR_WINHTTP_SECURE_CERT_DATE_INVALID, true, "check this machine's clock; where it is right, the server needs a new certificate"},
     {ERROR_WINHTTP_SECURE_CERT_CN_INVALID, true, "name the server in --server as its certificate does"},
-    {ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED, true, "the server lets only clients with a certificate in; this one has none"},
+    {ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED, true, "the server asks for a certificate of the client; the library gives none"},
     {ERROR_WINHTTP_SECURE_INVALID_CA, true,
      "have this machine trust the authority that issued it, where you trust it, or have the server send the whole chain"},
     {ERROR_WINHTTP_SECURE_CERT_REV_FAILED, true, "check that this machine reaches the authority that issued the certificate"},

@@ -25,7 +25,7 @@ constexpr std::chrono::seconds kLongestIdle(50);
 } // namespace
 
 PooledConnection::PooledConnection(std::string origin, CertificateStore& trusted)
-    : m_origin(std::move(origin)), m_alerts(trusted), m_multi(curl_multi_init())
+    : m_origin(std::move(origin)), m_tlsMessages(trusted), m_multi(curl_multi_init())
 {
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg)
     if (!m_multi || curl_multi_setopt(m_multi.get(), CURLMOPT_MAXCONNECTS, 1L) != CURLM_OK)
@@ -33,7 +33,7 @@ PooledConnection::PooledConnection(std::string origin, CertificateStore& trusted
     // Without descriptors curl makes a handle whose waits nothing ends.
     if (curl_multi_wakeup(m_multi.get()) != CURLM_OK)
         throw std::bad_alloc();
-    m_alerts.AttachTo(m_common);
+    m_tlsMessages.AttachTo(m_common);
     m_common.Set(CURLOPT_SOCKOPTFUNCTION, &PooledConnection::OnOpened);
     m_common.Set(CURLOPT_SOCKOPTDATA, static_cast<void*>(this));
     m_common.Set(CURLOPT_CLOSESOCKETFUNCTION, &PooledConnection::OnClosing);

@@ -8,7 +8,7 @@
 /// each.
 
 #include "CurlShare.h"
-#include "TlsAlerts.h"
+#include "TlsMessages.h"
 
 #include <curl/curl.h>
 
@@ -46,7 +46,7 @@ public:
     /// The server: scheme, name and port, as they stand in a URL.
     const std::string& Origin() const noexcept { return m_origin; }
 
-    TlsAlerts& Alerts() noexcept { return m_alerts; }
+    TlsMessages& TlsMessagesSeen() noexcept { return m_tlsMessages; }
 
     /// How many bytes the peer's TCP has acknowledged. Bytes that curl has written to the socket may wait there for minutes.
     std::uint64_t Acknowledged() const noexcept;
@@ -72,7 +72,7 @@ private:
 
     const std::string m_origin;
     std::vector<curl_socket_t> m_sockets; // several while curl tries addresses side by side
-    TlsAlerts m_alerts;
+    TlsMessages m_tlsMessages;
     EasyHandle m_common;
     std::unique_ptr<CURLM, Cleanup> m_multi;
     Clock::time_point m_lastUsed = Clock::now();

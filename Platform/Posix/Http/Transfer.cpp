@@ -55,7 +55,7 @@ Transfer::Transfer(ConnectionPool::Borrowed connection, CURLSH* share, const Tra
 {
     m_easy->Set(CURLOPT_PREREQFUNCTION, &Transfer::OnAboutToSend);
     m_easy->Set(CURLOPT_PREREQDATA, static_cast<void*>(this));
-    m_connection->Alerts().Reset();
+    m_connection->TlsMessagesSeen().Reset();
     m_outgoing.AttachTo(*m_easy);
     m_incoming.AttachTo(*m_easy);
     m_notices.AttachTo(*m_easy);
@@ -198,13 +198,13 @@ DWORD Transfer::OutcomeOf(CURLcode result)
         return m_incoming.Error();
     // The end of the connection ends such a body. With TLS the server says that it is the end (RFC 9112, 9.8).
     if (result == CURLE_OK && m_hasReplyBody && m_incoming.EndsWithConnection() && m_connection->Origin().starts_with("https:") &&
-        !m_connection->Alerts().IsEnded())
+        !m_connection->TlsMessagesSeen().IsEnded())
         return ERROR_WINHTTP_CONNECTION_ERROR;
     // A server that refuses may also close the connection while the body is being sent; its reply counts. Success without the whole body
     // does not.
     if ((m_incoming.IsComplete() && (IsRefused() || m_outgoing.IsWholeTaken())) || (m_phase == Phase::Connecting && TakeProxyRefusal()))
         return ERROR_SUCCESS;
-    if (result == CURLE_SSL_CONNECT_ERROR && m_connection->Alerts().WantsCertificate())
+    if (result == CURLE_SSL_CONNECT_ERROR && m_connection->TlsMessagesSeen().WantsCertificate())
         return ERROR_WINHTTP_CLIENT_AUTH_CERT_NEEDED;
     const DWORD error = Win32ErrorOf(result, m_phase == Phase::Connected, m_easy->ErrorText());
     if (error == ERROR_WINHTTP_SECURE_FAILURE)

@@ -1,7 +1,8 @@
 #pragma once
 
 /// @file
-/// What a server has said on TLS itself: that it wants a client certificate, and that it has sent everything.
+/// The messages of TLS itself that tell why a connection ended: that the server wants a client certificate, and that it has sent
+/// everything.
 
 #include "CertificateStore.h"
 #include "EasyHandle.h"
@@ -10,11 +11,11 @@ namespace Quendra::Platform
 {
 
 /// Used by one thread at a time; outlives the connections that it watches.
-class TlsAlerts
+class TlsMessages
 {
 public:
     /// @param trusted  the authorities that the connections trust; must outlive this object.
-    explicit TlsAlerts(CertificateStore& trusted) noexcept : m_trusted(trusted) {}
+    explicit TlsMessages(CertificateStore& trusted) noexcept : m_trusted(trusted) {}
 
     /// Watches the TLS connections that the handle or a copy of it opens.
     /// @throws what `EasyHandle::Set` throws

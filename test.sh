@@ -6,10 +6,10 @@
 #
 #     format      clang-format finds nothing to change
 #     linux       GCC: build and all tests, the layout of the interfaces, the exports, the packages, the documents, the reference
-#     asan        Clang with AddressSanitizer and UndefinedBehaviorSanitizer: build and all tests
+#     asan        Clang with AddressSanitizer and UndefinedBehaviorSanitizer: build, and all tests but the slow ones, the packages and the documents
 #     tidy        clang-tidy finds nothing
 #     guard       instructions and system calls of fixed work are as recorded
-#     tsan        Clang with ThreadSanitizer: build and all tests
+#     tsan        Clang with ThreadSanitizer: build, and the same tests as asan
 #     windows     mingw-w64: build, all tests under Wine, the exports and imports of the DLL, the packages
 #     coverage    GCC: all tests, and the lines and branches that they run, by folder
 #     long        what takes hours: ten thousand simulations, a soak of 20 GiB, many threads, all faults under Wine, real servers, fuzzing

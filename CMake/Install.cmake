@@ -52,8 +52,10 @@ install(FILES Eventing/Eventing.h Eventing/EventSink.h Eventing/Timeline.h DESTI
 list(TRANSFORM QUENDRA_CLIENT_HEADERS PREPEND Libraries/Includes/ OUTPUT_VARIABLE recordHeaders)
 install(FILES ${recordHeaders} QuendraHttp/VersionNumberUtil.h DESTINATION ${headerFolder} COMPONENT Development)
 
-install(FILES README.md CHANGELOG.md DESTINATION ${documentFolder} COMPONENT Development)
-install(DIRECTORY Docs DESTINATION ${documentFolder} COMPONENT Development FILES_MATCHING PATTERN "*.md" PATTERN "Examples/*.cpp")
+install(FILES README.md CONTRIBUTING.md CHANGELOG.md DESTINATION ${documentFolder} COMPONENT Development)
+install(DIRECTORY Docs DESTINATION ${documentFolder} COMPONENT Development
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "Examples/*.cpp")
+install(FILES Appliance/Faults.json DESTINATION ${documentFolder}/Appliance COMPONENT Development)
 
 # find_package(QuendraHttp) and pkg-config.
 install(EXPORT QuendraHttpTargets NAMESPACE QuendraHttp:: DESTINATION ${configFolder} COMPONENT Development)

@@ -151,7 +151,7 @@ public:
                       std::uint64_t smallest = 0)
     {
         const auto convert = [name, smallest](const std::string& text) { return SizeArgument(name, text, smallest); };
-        CLI::Option* option = Add(name, member, convert, description + ", in bytes or like 8MB");
+        CLI::Option* option = Add(name, member, convert, description + ", in bytes or like 8MB (1 MB is 1024 KB)");
         return option->type_name("SIZE");
     }
 
@@ -196,7 +196,7 @@ void AddSessionCommands(CLI::App& app, Command::Any& chosen)
                                        "  quendra --server https://files.example.com handshake");
     CommandBuilder<Command::Version>(app, chosen, "version", "Ask the server for its version", "  quendra version --json");
     CommandBuilder<Command::Doctor>(app, chosen, "doctor",
-                                    "Show the settings, and shake hands with the server step by step; what fails says what to try next",
+                                    "Show the settings, then the handshake with the server step by step, with advice for a step that fails",
                                     "  quendra doctor\n  quendra doctor --server https://files.example.com --json");
     CommandBuilder<Command::Register>(app, chosen, "register", "Register this device for a user; the server sends the user an e-mail",
                                       "  quendra --server https://files.example.com --device laptop register ann")
@@ -255,7 +255,7 @@ void AddTransferCommands(CLI::App& app, Command::Any& chosen)
         "A range that starts at 0 replaces LOCAL; any other is written at its own position of LOCAL, which must exist.");
     get.Positional("PATH", &Command::Get::path, ServerPath, "The file on the server");
     get.Positional("LOCAL", &Command::Get::local, LocalFileArgument,
-                   "The local file, or a folder to write it into; but for a range, a file that exists is replaced once all has come");
+                   "The local file, or a folder to write it into. A file that exists is replaced when the whole download is there");
     get.Named("--revision", &Command::Get::revision, RevisionArgument, "Download this revision")->type_name("REVISION");
     CLI::Option* signature =
         get.Named("--signature", &Command::Get::signature, LocalFileArgument, "Signature of the local copy: download a delta");
@@ -312,7 +312,7 @@ void AddFeedAndSharingCommands(CLI::App& app, Command::Any& chosen)
     CommandBuilder<Command::Audit>(app, chosen, "audit", "Publish audit data",
                                    "  quendra audit report.json\n  quendra audit - < report.json")
         .Positional("FILE", &Command::Audit::file, kNarrow,
-                    "A local file in UTF-8, up to 1024 characters when escaped for a form; - is standard input");
+                    "A local file in UTF-8, up to 1018 characters when escaped for a form; - is standard input");
     CommandBuilder<Command::WipeAcknowledgement>(app, chosen, "wipe-ack", "Tell the server that a device carried out a remote wipe",
                                                  "  quendra wipe-ack ann LAPTOP-7")
         .Positional("USER", &Command::WipeAcknowledgement::user, kText, "The user's name")
@@ -326,7 +326,7 @@ void AddOptions(CLI::App& app, Options& options)
     };
     addText(
         "--server", "URL", [&options](const std::string& text) { options.server = ParseServer(text); },
-        "https://host, which is also meant by a bare host, or http://host; default: QUENDRA_SERVER, else the saved session's");
+        "https://host or http://host; a host alone means https; default: QUENDRA_SERVER, else the saved session's");
     addText(
         "--port", "N", [&options](const std::string& text) { options.port = ParsePort(text); },
         "default: QUENDRA_PORT, else 443 for https, else 80");
@@ -343,7 +343,7 @@ void AddOptions(CLI::App& app, Options& options)
         "--timeline", "FILE", [&options](const std::string& text) { options.timeline = text; },
         "the trace as JSON that a browser shows as a picture over time (ui.perfetto.dev), without session tokens");
     app.add_flag("--json", options.json, "the result as one JSON document on standard output");
-    app.add_flag("--quiet", options.quiet, "neither progress bar nor what is waited for");
+    app.add_flag("--quiet", options.quiet, "no progress bar, and no messages about waiting");
 }
 
 // The options of the program, followed by those of each command.

@@ -19,8 +19,8 @@ namespace Eventing
 
 /// Formats an event as one line, without a line end:
 ///
-///     2026-03-01T12:00:00.250Z    4711 ENTER NativeHttp:602       CNativeHttp::Login
-///     2026-03-01T12:00:00.251Z    4711 INFO  NativeHttp:610         CNativeHttp::Login: Request Path: /login
+///     2026-03-01T12:00:00.250Z    4711 ENTER NativeHttp:652       CNativeHttp::Login
+///     2026-03-01T12:00:00.251Z    4711 INFO  NativeHttp:660         CNativeHttp::Login: Request Path: /sync/sessions
 ///
 /// The fields are the UTC time, the thread, the kind, source unit and line, and, indented by call depth, function and message. The whole
 /// line is escaped, so that text from a server cannot look like another line.

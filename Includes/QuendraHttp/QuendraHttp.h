@@ -48,8 +48,8 @@ using ServerItemList = std::list<std::shared_ptr<IServerAttributes>>;
 /// A client of one server. Every operation blocks until it has finished and may be called from any thread.
 ///
 /// An operation returns 0 on success, else a code of `Result` or of the platform; nothing is thrown. If memory runs out, it returns
-/// `Result::Failed`. Outputs are set on success only, unless stated otherwise. The order of the operations is part of the contract with
-/// callers built by other compilers.
+/// `Result::Failed`. Outputs are set on success only, unless stated otherwise; what is passed by reference to be replaced may have changed.
+/// The order of the operations is part of the contract with callers built by other compilers.
 ///
 /// A server path begins at the user's root with "/" and is separated by "/"; it is not encoded. A local path is one of the platform's and
 /// names a regular file: `Result::AccessDenied` for a folder, `Result::NotSupported` for a pipe, a socket or a device (but a device on
@@ -74,8 +74,9 @@ public:
     /// @param[out] serverMode      1 legacy, 2 device-token authentication.
     /// @param[out] handshakeValue  the server's "tos" value divided by 4, rounded down; set as soon as a version is chosen, even if the
     ///                             mode is not found.
-    /// @return `Result::IncompatibleServer` for a server without a compatible API version, `Result::BadReply` for a reply without a
-    ///         readable mode, `Result::NotEnoughMemory` for none; a refusal; a platform error, as an HRESULT if the timeouts cannot be set.
+    /// @return `Result::IncompatibleServer` for a server without a compatible API version, or where it cannot be asked for its versions,
+    ///         whatever the reason; `Result::BadReply` for a reply without a readable mode, `Result::NotEnoughMemory` for none; a refusal
+    ///         to tell the mode; a platform error, as an HRESULT if the timeouts cannot be set.
     [[nodiscard]] virtual ResultCode Init(std::uint32_t& serverMode, std::uint32_t& handshakeValue) = 0;
 
     /// Slot 2. Asks the server for its version.
@@ -108,7 +109,8 @@ public:
     /// @return 0; `Result::InvalidParameter` for a null pointer.
     virtual ResultCode SetDeviceName(const wchar_t* name) = 0;
 
-    /// Slot 8. Performs the handshake (see `Init`), then opens a session for a user; later requests carry its token.
+    /// Slot 8. Performs the handshake (see `Init`), then opens a session for a user, also where the handshake failed; later requests carry
+    /// its token. To send the password only to a server that completed the handshake, call `Init` first.
     /// @param userId                the user's name.
     /// @param password              never traced.
     /// @param deviceToken           sent unless the server is in legacy mode.

@@ -36,7 +36,7 @@ inline constexpr ResultCode IncompatibleServer = 19006;    ///< defined by this 
 inline constexpr ResultCode RefusalBase = 20000;           ///< a refusal is this plus the reply's "errorId", else plus the HTTP status.
 inline constexpr ResultCode SessionInvalid = 20006;        ///< the refusal with the errorId 6.
 inline constexpr ResultCode Conflict = 21077;              ///< the refusal with the errorId 1077; it carries the item's current attributes.
-inline constexpr ResultCode LastRefusal = 27775; ///< the highest refusal whose reply a whole download reads; higher refusals exist.
+inline constexpr ResultCode LastRefusal = 27775; ///< up to this code `DownloadFile` reads the reply's "errorId"; higher refusals exist.
 inline constexpr ResultCode Failed = 0x80004005; ///< E_FAIL.
 
 } // namespace Result

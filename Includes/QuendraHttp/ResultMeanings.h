@@ -155,11 +155,13 @@ inline std::string MeaningOfRefusal(ResultCode error)
 
 /// Tells whether the server refused.
 /// @param code  as an operation returned it.
-/// @return true for 20000 and more, and for the bare HTTP status that a few operations return.
+/// @return true for 20000 to 0x80004E1F, `Result::Failed` aside, and for a bare HTTP status, as `AcknowledgeRemoteWipe` returns it, unless
+///         `kMeanings` has the number as an error of the platform.
 [[nodiscard]] inline bool IsRefusal(ResultCode code)
 {
     constexpr ResultCode kLargestErrorId = 0x7FFFFFFF;
-    return (code >= RefusalBase && code <= RefusalBase + kLargestErrorId && code != Failed) || Detail::IsHttpStatus(code);
+    return (code >= RefusalBase && code <= RefusalBase + kLargestErrorId && code != Failed) ||
+           (Detail::IsHttpStatus(code) && Detail::TextOf(kMeanings, code).empty());
 }
 
 /// What a code means and, where there is something, what to do about it.

@@ -88,7 +88,8 @@ public:
     virtual ~IWinHttpRequest() = default; // slot 0
 
     /// Slot 1. Opens the request; nothing is sent.
-    /// @param path        path and query, as they go into the request line; no CR, LF or NUL.
+    /// @param path        path and query, as they go into the request line; no CR, LF or NUL. One, of `AcknowledgeRemoteWipe`, has no
+    ///                    slash at its begin: it goes out with one.
     /// @param verb        the HTTP method.
     /// @param connection  an initialised connection.
     /// @param acceptType  a media type to accept, or null.

@@ -143,18 +143,18 @@ QUENDRA_PLATFORM_API BOOL WinHttpSendRequest(HINTERNET request, LPCWSTR headers,
 /// as written.
 QUENDRA_PLATFORM_API BOOL WinHttpWriteData(HINTERNET request, LPCVOID buffer, DWORD bytes, DWORD* bytesWritten) noexcept;
 /// Redirects are not followed. A reply fails with ERROR_WINHTTP_INVALID_SERVER_RESPONSE if its length is not a number or is stated twice
-/// with different values, if its header lines, trailers included, exceed 256 KiB, or if one of them exceeds 100 KiB. A length is ignored if
-/// the body is chunked.
+/// with different values, if its header lines, trailers included, exceed 256 KiB, if one of them exceeds 100 KiB, if over 100 of them state
+/// a length or a coding, or if its transfer coding is not "chunked". A length is ignored if the body is chunked.
 QUENDRA_PLATFORM_API BOOL WinHttpReceiveResponse(HINTERNET request, LPVOID reserved) noexcept;
-/// Supports the status code, the content length and the location, as text; others fail with ERROR_INVALID_PARAMETER.
+/// Supports the status code, the content length, the location and the transfer coding, as text; others fail with ERROR_INVALID_PARAMETER.
 QUENDRA_PLATFORM_API BOOL WinHttpQueryHeaders(HINTERNET request, DWORD level, LPCWSTR name, LPVOID buffer, DWORD* length,
                                               DWORD* index) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpQueryDataAvailable(HINTERNET request, DWORD* bytes) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpReadData(HINTERNET request, LPVOID buffer, DWORD bytes, DWORD* bytesRead) noexcept;
 QUENDRA_PLATFORM_API BOOL WinHttpCloseHandle(HINTERNET handle) noexcept;
 
-/// Not one of WinHTTP's: lets calls on a request that wait for the network end with ERROR_CANCELLED, at most 25 ms after the event was
-/// signalled. A wait that sees an auto-reset event resets it.
+/// Not one of WinHTTP's: lets calls on a request that wait for the network end with ERROR_CANCELLED after the event was signalled;
+/// it is tested every 25 ms. A wait that sees an auto-reset event resets it.
 /// @param event  must stay valid until the request's handle is closed; null: none.
 QUENDRA_PLATFORM_API void EndOnEvent(HINTERNET request, HANDLE event) noexcept;
 

@@ -24,7 +24,7 @@ enum class RefusalCode
 {
     ErrorIdOrStatus, ///< `Result::RefusalBase` plus the body's "errorId", or plus the status where it has none.
     ErrorIdAlone,    ///< `Result::RefusalBase` plus the body's "errorId", or alone where it has none.
-    StatusAlone,     ///< `Result::RefusalBase` plus the status.
+    StatusAlone,     ///< `Result::RefusalBase` plus the status: the built-in transport's own code for a reply into a file.
     BareStatus       ///< the status.
 };
 
@@ -41,7 +41,7 @@ struct Judgement
 {
     const char* operation; ///< as in `Docs/Rest.md`.
     JudgedFirst first = JudgedFirst::Body;
-    /// With `JudgedFirst::Body` the result of any reply without a body, with `Status` of a 200 or 204 without one. Nothing: none is needed.
+    /// The result without a body: with `JudgedFirst::Body` for any status, with `Status` for 200 and 204. Nothing: no body is needed.
     std::optional<ResultCode> withoutBody = Result::NotEnoughMemory;
     /// The result of a refusal without a body, if it differs from the refusal's code.
     std::optional<ResultCode> refusedWithoutBody = std::nullopt;

@@ -43,7 +43,7 @@ events() { # id, level, opcode, task, keyword of each descriptor of version 0 an
 check 'Docs/Tracing.md: the events' "$(events)" \
     "$(sed -nE 's/^\| [a-z]+ \| ([0-9]+) \| ([0-9]+) \| ([0-9]+) \| ([0-9]+) \| (0x[0-9]+) \|$/\1 \2 \3 \4 \5/p' Docs/Tracing.md)"
 
-for document in README.md CHANGELOG.md Docs/*.md; do
+for document in README.md CONTRIBUTING.md CHANGELOG.md Docs/*.md; do
     missing=$(grep -oE '\]\([^)#:]+\)' "$document" | tr -d ']()' | sort -u |
         while read -r link; do [ -e "$(dirname "$document")/$link" ] || echo "$link"; done)
     check "$document: links" '' "$missing"

@@ -1,8 +1,6 @@
 #include "Item.h"
 
-#include "StateFolder.h"
 #include "System.h"
-#include "TextComparison.h"
 #include "TextConversion.h"
 #include "UtcText.h"
 
@@ -58,16 +56,14 @@ ItemPath ItemPath::FromText(std::string_view text)
 
 ItemPath ItemPath::Child(std::string_view name) const
 {
-    if (!IsName(name, IsRoot()))
+    if (!IsName(name))
         throw ApiError(400, ErrorId::NameNotAllowed, "the name is not allowed");
     return ItemPath(m_text + "/" + std::string(name));
 }
 
-bool ItemPath::IsName(std::string_view name, bool isInRoot)
+bool ItemPath::IsName(std::string_view name)
 {
-    // File systems that ignore case do so for at least the letters of the state folder.
-    return !name.empty() && name != "." && name != ".." && IsValidUtf8(name) && System::IsFileName(ToFilePath(name)) &&
-           !(isInRoot && EqualIgnoringAsciiCase(name, StateFolder::kName));
+    return !name.empty() && name != "." && name != ".." && IsValidUtf8(name) && System::IsFileName(ToFilePath(name));
 }
 
 ItemTime Now()

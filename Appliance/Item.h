@@ -43,7 +43,7 @@ public:
     bool operator==(const ItemPath&) const = default;
 
     /// Whether an item may have this name.
-    [[nodiscard]] static bool IsName(std::string_view name, bool isInRoot);
+    [[nodiscard]] static bool IsName(std::string_view name);
 
 private:
     explicit ItemPath(std::string text) : m_text(std::move(text)) {}

@@ -99,9 +99,7 @@ std::pair<Item, std::vector<Item>> ItemStore::List(const ItemPath& path) const
     {
         const auto text = entry.path().filename().u8string();
         const std::string name(text.begin(), text.end());
-        if (!ItemPath::IsName(name, path.IsRoot()))
-            continue;
-        if (auto child = Look(path.Child(name)))
+        if (auto child = ItemPath::IsName(name) ? Look(path.Child(name), true) : std::nullopt)
             children.push_back(std::move(*child));
     }
     std::sort(children.begin(), children.end(), [](const Item& left, const Item& right) { return left.path < right.path; });
@@ -197,12 +195,16 @@ Item ItemStore::PutFile(const ItemPath& path, const fs::path& content, const Ite
     return Record(path, item, "upload");
 }
 
-// Links are not followed and not shown to clients.
-std::optional<Item> ItemStore::Look(const ItemPath& path) const
+// Links are not followed and not shown to clients, nor is the state folder, by any of the names that a file system has for it.
+std::optional<Item> ItemStore::Look(const ItemPath& path, bool isInKnownFolder) const
 {
-    for (auto folder = path.Parent(); !folder.IsRoot(); folder = folder.Parent())
-        if (!fs::is_directory(fs::symlink_status(Locate(folder))))
+    for (auto at = path; !at.IsRoot(); at = isInKnownFolder ? ItemPath() : at.Parent())
+    {
+        std::error_code none;
+        if ((at != path && !fs::is_directory(fs::symlink_status(Locate(at)))) ||
+            (at.Parent().IsRoot() && fs::equivalent(Locate(at), m_root / StateFolder::kName, none)))
             return std::nullopt;
+    }
     const auto file = Locate(path);
     const auto status = path.IsRoot() ? fs::status(file) : fs::symlink_status(file);
     if (!fs::is_directory(status) && !fs::is_regular_file(status))

@@ -46,7 +46,8 @@ public:
 private:
     [[nodiscard]] std::filesystem::path Locate(const ItemPath& path) const;
     /// Nothing if there is no item.
-    [[nodiscard]] std::optional<Item> Look(const ItemPath& path) const;
+    /// @param isInKnownFolder  the folder that holds it has been looked at.
+    [[nodiscard]] std::optional<Item> Look(const ItemPath& path, bool isInKnownFolder = false) const;
     /// The same for an item that is about to be written. @throws ApiError if there is something that is not an item.
     [[nodiscard]] std::optional<Item> LookForTarget(const ItemPath& path) const;
     [[nodiscard]] Item Require(const ItemPath& path) const;

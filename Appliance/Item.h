@@ -69,7 +69,7 @@ struct Item
     ItemTime modified = {};
     std::uint32_t attributes = 0;
     std::string revision = {};
-    std::int64_t stamp = 0; ///< the file's own time: it shows whether the file was changed without the appliance.
+    std::string stamp = {}; ///< of the file: it shows whether the file was changed without the appliance.
 };
 
 /// The values of an item that a client sets; a missing one is unchanged, or gets its default.

@@ -16,6 +16,8 @@ namespace ApplianceParts
 
 /// The records in memory, and a file with a line of JSON for each change, `{PATH:VALUES,...}`, where null removes a record. A process that
 /// is killed leaves at most one incomplete line, which the next one skips. Opening rewrites the file as one line. Callers must hold a lock.
+///
+/// Each change of the records comes with a function that makes the change of the files: if one of both fails, neither has happened.
 class ItemJournal
 {
 public:
@@ -40,17 +42,17 @@ public:
     }
 
     /// Records an item, and gives it a revision that no item has had before.
-    void Set(Item& item)
+    void Set(Item& item, const std::function<void()>& change)
     {
         item.revision = RandomHex(16);
-        Change(JsonObject({{item.path.c_str(), ToRecord(item)}}));
+        Change(JsonObject({{item.path.c_str(), ToRecord(item)}}), change);
     }
 
     /// Removes the records of the item and all below it.
-    void Remove(const std::string& path) { Change(Removal(path)); }
+    void Remove(const std::string& path, const std::function<void()>& change) { Change(Removal(path), change); }
 
     /// Moves the records of the item and all below it; the target's records are removed.
-    void Move(const std::string& from, const std::string& to)
+    void Move(const std::string& from, const std::string& to, const std::function<void()>& change)
     {
         auto changes = Removal(to);
         for (const auto& path : Removal(from).getMemberNames())
@@ -58,7 +60,7 @@ public:
             changes[path] = Json::nullValue;
             changes[to + path.substr(from.size())] = ToRecord(m_records[path]);
         }
-        Change(changes);
+        Change(changes, change);
     }
 
 private:
@@ -70,8 +72,7 @@ private:
                            {"modified", FormatUtc(item.modified)},
                            {"attributes", item.attributes},
                            {"revision", item.revision},
-                           {"stamp", Json::Int64(item.stamp)},
-                           {"size", Json::UInt64(item.size)}});
+                           {"stamp", item.stamp}});
     }
 
     // The change that removes all that is recorded for an item and below it.
@@ -84,10 +85,10 @@ private:
         return changes;
     }
 
-    void Change(const Json::Value& changes)
+    void Change(const Json::Value& changes, const std::function<void()>& change)
     {
+        m_state.Append(kFile, changes, change);
         Apply(changes);
-        m_state.Append(kFile, changes);
     }
 
     void Apply(const Json::Value& changes)
@@ -97,12 +98,11 @@ private:
             const auto& record = changes[path];
             m_records.erase(path);
             if (record.isObject())
-                m_records[path] = {.size = record["size"].asUInt64(),
-                                   .created = ParseTime(record["created"].asString()).value_or(ItemTime()),
+                m_records[path] = {.created = ParseTime(record["created"].asString()).value_or(ItemTime()),
                                    .modified = ParseTime(record["modified"].asString()).value_or(ItemTime()),
                                    .attributes = record["attributes"].asUInt(),
                                    .revision = record["revision"].asString(),
-                                   .stamp = record["stamp"].asInt64()};
+                                   .stamp = record["stamp"].asString()};
         }
     }
 

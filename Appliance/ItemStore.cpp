@@ -16,10 +16,7 @@ using namespace std::chrono;
 
 using FileTime = fs::file_time_type;
 
-std::int64_t StampOf(FileTime time)
-{
-    return static_cast<std::int64_t>(time.time_since_epoch().count());
-}
+constexpr const char* kFolderStamp = "0";
 
 // How far the file clock is ahead of the system clock. Standard libraries differ in the epoch and in the functions that convert, but it is
 // always a whole number of hours.
@@ -40,19 +37,21 @@ void CheckRevision(const Item& item, const std::string& revision)
         throw ApiError(409, ErrorId::RevisionConflict, "the item has another revision", ToJson(item));
 }
 
-// A folder's own time changes with its content; a file's only with the file.
+// A folder's own time changes with its content; a file's only with the file. A time that the standard library cannot express, from 2262 on,
+// becomes its earliest. The size is -1 if there is nothing.
 Item Describe(const ItemPath& path, const fs::path& file, bool isFolder, const Item* record)
 {
-    const auto fileTime = fs::last_write_time(file);
-    const auto time = ItemTime(floor<ItemTime::duration>(fileTime.time_since_epoch()) - FileClockLead());
-    const auto attributes = isFolder ? kDirectoryAttribute : kNormalAttribute;
-    Item item = record != nullptr ? *record : Item{.created = time, .attributes = attributes};
-    const auto stamp = StampOf(fileTime);
-    const auto size = isFolder ? 0 : fs::file_size(file);
-    if (record == nullptr || (!isFolder && (record->stamp != stamp || record->size != size)))
+    std::error_code failed;
+    const auto time = ItemTime(floor<ItemTime::duration>(fs::last_write_time(file, failed).time_since_epoch()) - FileClockLead());
+    const auto size = isFolder && failed != std::errc::no_such_file_or_directory ? 0 : fs::file_size(file, failed);
+    const auto stamp = isFolder ? kFolderStamp : "f" + std::to_string(time.time_since_epoch().count()) + "-" + std::to_string(size);
+    // What is recorded of a file does not hold for a folder in its place, nor the reverse.
+    const bool isRecorded = record != nullptr && isFolder == (record->stamp == kFolderStamp);
+    Item item = isRecorded ? *record : Item{.created = time, .attributes = isFolder ? kDirectoryAttribute : kNormalAttribute};
+    if (item.stamp != stamp)
     {
         item.modified = time;
-        item.revision = isFolder ? "0" : "f" + std::to_string(stamp) + "-" + std::to_string(size);
+        item.revision = item.stamp = stamp;
     }
     item.path = path.Text();
     item.isFolder = isFolder;
@@ -68,11 +67,11 @@ void Apply(const ItemChanges& changes, Item& item)
     item.attributes = item.isFolder ? item.attributes | kDirectoryAttribute : item.attributes & ~kDirectoryAttribute;
 }
 
-// Leaves a file as it is if file systems may be unable to store the time.
+// Leaves a file as it is if file systems may be unable to store the time. A folder's time is its content's.
 void SetFileTime(const fs::path& file, ItemTime time)
 {
     std::error_code ignored;
-    if (time >= sys_days(year(1970) / January / 1) && time <= sys_days(year(2400) / January / 1))
+    if (fs::is_regular_file(file, ignored) && time >= sys_days(year(1970) / January / 1) && time < sys_days(year(2262) / January / 1))
         fs::last_write_time(file, FileTime(duration_cast<FileTime::duration>(time.time_since_epoch() + FileClockLead())), ignored);
 }
 
@@ -121,19 +120,26 @@ Item ItemStore::CreateFolder(const ItemPath& path)
 {
     const std::unique_lock lock(m_mutex);
     RequireFolder(path.Parent());
-    if (path.IsRoot() || !fs::create_directory(Locate(path)))
-        throw AlreadyExists(path);
-    return Record(path, Require(path), "create");
+    const auto now = Now();
+    const Item item{
+        .path = path.Text(), .isFolder = true, .created = now, .modified = now, .attributes = kDirectoryAttribute, .stamp = kFolderStamp};
+    return Record(item, "create", {}, [&] {
+        if (path.IsRoot() || !fs::create_directory(Locate(path)))
+            throw AlreadyExists(path);
+    });
 }
 
 Item ItemStore::SetAttributes(const ItemPath& path, const ItemChanges& changes)
 {
     const std::unique_lock lock(m_mutex);
     auto item = Require(path);
+    const auto file = Locate(path);
+    const auto before = Describe(path, file, item.isFolder, nullptr).modified;
     Apply(changes, item);
-    if (!item.isFolder)
-        SetFileTime(Locate(path), item.modified);
-    return Record(path, item, "update", item.path);
+    SetFileTime(file, item.modified); // shows what the file system makes of it
+    item.stamp = Describe(path, file, item.isFolder, nullptr).stamp;
+    SetFileTime(file, before);
+    return Record(item, "update", item.path, [&] { SetFileTime(file, item.modified); });
 }
 
 Item ItemStore::Move(const ItemPath& from, const ItemPath& to, bool mayOverwrite)
@@ -155,8 +161,7 @@ Item ItemStore::Move(const ItemPath& from, const ItemPath& to, bool mayOverwrite
         if (source.isFolder || target->isFolder)
             throw ApiError(409, ErrorId::WrongKind, "a folder is not overwritten, and overwrites nothing");
     }
-    System::Replace(Locate(from), Locate(to), m_state.NewTemporary());
-    m_journal.Move(from.Text(), to.Text());
+    m_journal.Move(from.Text(), to.Text(), [&] { System::Replace(Locate(from), Locate(to), m_state.NewTemporary()); });
     m_feed.Publish(from.Parent() == to.Parent() ? "update" : "move", from.Text(), to.Text());
     return Require(to);
 }
@@ -168,8 +173,7 @@ void ItemStore::Remove(const ItemPath& path, const std::string& revision)
     const auto item = Require(path);
     RequireMovable(path);
     CheckRevision(item, revision);
-    fs::rename(Locate(path), grave.Path());
-    m_journal.Remove(path.Text());
+    m_journal.Remove(path.Text(), [&] { fs::rename(Locate(path), grave.Path()); });
     m_feed.Publish("delete", path.Text());
 }
 
@@ -191,8 +195,8 @@ Item ItemStore::PutFile(const ItemPath& path, const fs::path& content, const Ite
     item.attributes = existing ? existing->attributes : item.attributes;
     Apply(changes, item);
     SetFileTime(content, item.modified);
-    System::Replace(content, Locate(path), m_state.NewTemporary());
-    return Record(path, item, "upload");
+    item.stamp = Describe(path, content, false, nullptr).stamp;
+    return Record(item, "upload", {}, [&] { System::Replace(content, Locate(path), m_state.NewTemporary()); });
 }
 
 // Links are not followed and not shown to clients, nor is the state folder, by any of the names that a file system has for it.
@@ -209,7 +213,8 @@ std::optional<Item> ItemStore::Look(const ItemPath& path, bool isInKnownFolder) 
     const auto status = path.IsRoot() ? fs::status(file) : fs::symlink_status(file);
     if (!fs::is_directory(status) && !fs::is_regular_file(status))
         return std::nullopt;
-    return Describe(path, file, fs::is_directory(status), m_journal.Find(path.Text()));
+    auto item = Describe(path, file, fs::is_directory(status), m_journal.Find(path.Text()));
+    return item.size == static_cast<std::uintmax_t>(-1) ? std::nullopt : std::optional(std::move(item)); // it has gone meanwhile
 }
 
 std::optional<Item> ItemStore::LookForTarget(const ItemPath& path) const
@@ -248,10 +253,9 @@ fs::path ItemStore::Locate(const ItemPath& path) const
     return file.make_preferred();
 }
 
-Item ItemStore::Record(const ItemPath& path, Item item, const std::string& action, const std::string& target)
+Item ItemStore::Record(Item item, const std::string& action, const std::string& target, const std::function<void()>& change)
 {
-    item.stamp = StampOf(fs::last_write_time(Locate(path)));
-    m_journal.Set(item);
+    m_journal.Set(item, change);
     m_feed.Publish(action, item.path, target);
     return item;
 }

@@ -54,8 +54,8 @@ private:
     void RequireFolder(const ItemPath& path) const;
     /// Refuses to delete, move or rename the root and the home folder.
     void RequireMovable(const ItemPath& path) const;
-    /// Records an item's values, and publishes the action.
-    Item Record(const ItemPath& path, Item item, const std::string& action, const std::string& target = {});
+    /// Makes a change, records the item's values, and publishes the action.
+    Item Record(Item item, const std::string& action, const std::string& target, const std::function<void()>& change);
 
     std::filesystem::path m_root;
     const StateFolder& m_state;

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <mutex>
 #include <random>
 #include <system_error>
@@ -56,17 +57,25 @@ public:
     void Write(std::string_view name, std::string_view content) const;
 
     /// Adds a line of JSON to a file. Callable from any thread.
+    /// @param change  made when the line is written. If it throws, the line is taken back.
     /// @throws std::system_error if the line cannot be written.
-    void Append(std::string_view name, const Json::Value& line) const
+    void Append(std::string_view name, const Json::Value& line, const std::function<void()>& change = {}) const
     {
         const std::lock_guard guard(m_mutex);
-        std::ofstream file(Path(name), std::ios::binary | std::ios::app);
-        if (file << JsonLine(line) << '\n' << std::flush)
-            return;
-        // A later line may find free space again, and must not continue this one.
-        file.clear();
-        file << '\n';
-        throw std::system_error(std::make_error_code(std::errc::no_space_on_device), "cannot write to " + std::string(name));
+        const auto path = Path(name);
+        const auto size = std::filesystem::exists(path) ? std::filesystem::file_size(path) : 0;
+        try
+        {
+            if (!(std::ofstream(path, std::ios::binary | std::ios::app) << JsonLine(line) << '\n' << std::flush))
+                throw std::system_error(std::make_error_code(std::errc::no_space_on_device), "cannot write to " + std::string(name));
+            if (change)
+                change();
+        }
+        catch (...)
+        {
+            std::filesystem::resize_file(path, size);
+            throw;
+        }
     }
 
 private:

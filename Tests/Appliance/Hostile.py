@@ -39,7 +39,8 @@ class Server:
         return [self.program, "--root", str(self.root)]
 
     def start(self):
-        self.process = subprocess.Popen(self.command(), stdout=subprocess.PIPE, text=True)
+        # It ignores SIGXFSZ, as Python does.
+        self.process = subprocess.Popen(self.command(), stdout=subprocess.PIPE, text=True, restore_signals=False)
         for line in self.process.stdout:
             if line.startswith("listening on "):
                 self.port = int(line.rsplit(":", 1)[1])

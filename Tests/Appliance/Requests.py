@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import re
+import resource
 import ssl
 import subprocess
 import sys
@@ -43,6 +44,7 @@ class Server(Hostile.Server):
         """@return the status that it ends with; 0 under Wine, which ends a process like SIGKILL."""
         self.process.terminate()
         status = self.process.wait(timeout=60)
+        self.printed = "" if self.process.stdout.closed else self.process.stdout.read()
         self.process.stdout.close()
         return 0 if PROGRAM[-1].endswith(".exe") else status
 
@@ -152,6 +154,40 @@ class SampleServer(unittest.TestCase):
         self.assertEqual(json.loads(refused)["errorId"], "1077")
         self.assertEqual(self.server.error(f"DELETE /folders/home/f?revision={first['revision']}"), "1077")
         self.assertEqual(outside.read_bytes(), b"changed outside")
+
+    def test_what_others_do_in_the_folder_shows(self):
+        self.assertEqual(self.server.upload("/home/f", b"content"), 200)
+        revision = self.server.item("/home/f")["revision"]
+        outside = self.server.root / "home" / "f"
+        outside.unlink()
+        outside.mkdir()
+        self.assertEqual(self.server.item("/home/f")["attributes"], 16)
+        self.assertEqual(self.server.error(f"DELETE /folders/home/f?revision={revision}"), "1077")
+        self.assertEqual(self.server.upload("/home/late", b"content"), 200)
+        late = self.server.root / "home" / "late"
+        self.expect([("POST /folders/home/late", "operation=update&modification_time=2300-01-01T00:00:00Z", 200)])
+        self.assertGreater(late.stat().st_mtime, 0)
+        os.utime(late, (10**10, 10**10))
+        self.expect([("GET /folders/home?type=all", "", 200)])
+
+    @unittest.skipIf("exe" in str(sys.argv[1:2]), "no limits on Windows")
+    def test_a_full_disk_takes_no_change_or_a_whole_one(self):
+        journal = self.server.root / ".quendra-appliance" / "items.jsonl"
+        self.expect([("POST /folders/home", "operation=create&name=" + name, 200) for name in "ab"])
+        self.assertEqual(self.server.upload("/home/f", b"content"), 200)
+        before = self.server.json("GET /folders/home?type=all")
+        resource.prlimit(self.server.process.pid, resource.RLIMIT_FSIZE, (journal.stat().st_size + 5, resource.RLIM_INFINITY))
+        self.expect([("POST /folders/home", "operation=create&name=c", 507), ("POST /folders/home/a", "operation=update&path=c", 507),
+                     ("POST /folders/home/f", "operation=update&modification_time=2020-03-02T10:20:30Z", 507),
+                     ("DELETE /folders/home/b", "", 507)])
+        self.assertEqual(self.server.upload("/home/f", b"changed"), 507)
+        self.assertEqual((self.server.json("GET /folders/home?type=all"), self.server.content("/home/f")), (before, b"content"))
+        resource.prlimit(self.server.process.pid, resource.RLIMIT_FSIZE, (resource.RLIM_INFINITY, resource.RLIM_INFINITY))
+        self.expect([("POST /folders/home/f", "operation=update&attributes=33", 200)])
+        item = self.server.item("/home/f")
+        self.server.stop()
+        self.server.start()
+        self.assertEqual(self.server.item("/home/f"), item)
 
     def test_ranges_end_where_the_file_ends(self):
         content = bytes(index * 7 % 251 for index in range(200_000))

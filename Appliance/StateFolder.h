@@ -5,11 +5,14 @@
 
 #include "JsonText.h"
 
+#include <boost/interprocess/sync/file_lock.hpp>
+
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <mutex>
 #include <random>
+#include <stdexcept>
 #include <system_error>
 
 namespace ApplianceParts
@@ -32,13 +35,20 @@ public:
     static constexpr std::string_view kName = ".quendra-appliance";
 
     /// Creates the root and the state folder if they do not exist.
+    /// @throws std::runtime_error if another process uses them.
     explicit StateFolder(const std::filesystem::path& root) : m_folder(root / kName)
     {
         std::filesystem::create_directories(m_folder / "resume");
+        std::ofstream(Path(kLock)).close();
+        m_lock = boost::interprocess::file_lock(Path(kLock).c_str());
+        if (!m_lock.try_lock())
+            throw std::runtime_error("another process serves this root");
         std::filesystem::permissions(m_folder, std::filesystem::perms::owner_all);
-        // Temporary files of an earlier process.
-        std::filesystem::remove_all(m_folder / kTemporary);
         std::filesystem::create_directory(m_folder / kTemporary);
+        // Temporary files of an earlier process. Those that cannot be removed, such as a write-protected folder with content, stay.
+        std::error_code ignored;
+        for (const auto& entry : std::filesystem::directory_iterator(m_folder / kTemporary))
+            std::filesystem::remove_all(entry.path(), ignored);
     }
 
     /// The path of a file or folder of the state. "resume" is a folder for uploads in chunks.
@@ -47,9 +57,13 @@ public:
     /// An unused path, in a folder that the next process empties.
     [[nodiscard]] std::filesystem::path NewTemporary() const { return m_folder / kTemporary / RandomHex(32); }
 
+    /// @return nothing if there is no such file.
+    /// @throws std::runtime_error if it cannot be read.
     [[nodiscard]] std::optional<std::string> Read(std::string_view name) const
     {
         std::ifstream file(Path(name), std::ios::binary);
+        if (!file && std::filesystem::exists(Path(name)))
+            throw std::runtime_error("cannot read " + std::string(name) + " in the state folder");
         return file ? std::optional(std::string(std::istreambuf_iterator(file), {})) : std::nullopt;
     }
 
@@ -80,9 +94,11 @@ public:
 
 private:
     static constexpr const char* kTemporary = "temporary";
+    static constexpr const char* kLock = "lock";
 
     const std::filesystem::path m_folder;
-    mutable std::mutex m_mutex; ///< one line at a time.
+    boost::interprocess::file_lock m_lock; ///< free when the process has ended, however it did.
+    mutable std::mutex m_mutex;            ///< one line at a time.
 };
 
 /// The path of a temporary file or folder. What is there is removed when it is no longer used.

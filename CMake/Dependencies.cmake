@@ -2,7 +2,7 @@
 # suppressed.
 #
 #     quendra_jsoncpp   JSON
-#     quendra_boost     Boost.Beast and Boost.Asio (the sample server and the tests), header only
+#     quendra_boost     Boost.Asio, Beast and Interprocess (the sample server and the tests), header only
 #     quendra_cli11     command lines, header only
 
 find_package(Threads REQUIRED)

@@ -293,6 +293,28 @@ class SampleServer(unittest.TestCase):
             process.terminate()
         self.assertEqual(process.returncode, 0)
 
+    def test_a_start_spares_what_it_cannot_use(self):
+        state = self.server.root / ".quendra-appliance"
+        second = subprocess.run(self.server.command(), capture_output=True, text=True, timeout=10, check=False)
+        self.assertEqual((second.returncode, "another process serves this root" in second.stderr), (1, True), second.stderr)
+        self.server.stop()
+        protected = state / "temporary" / "protected"
+        protected.mkdir()
+        (protected / "f").touch()
+        protected.chmod(0o555)
+        self.server.start()
+        self.server.stop()
+        if protected.exists():
+            protected.chmod(0o755)
+        if PROGRAM[-1].endswith(".exe"):
+            return  # Wine takes a link to itself for nothing
+        os.replace(state / "items.jsonl", state / "kept")
+        os.symlink("items.jsonl", state / "items.jsonl")
+        refused = subprocess.run(self.server.command(), capture_output=True, text=True, timeout=10, check=False)
+        self.assertEqual((refused.returncode, (state / "items.jsonl").is_symlink()), (1, True), refused.stderr)
+        os.replace(state / "kept", state / "items.jsonl")
+        self.server.start()
+
     def test_a_broken_chunk_leaves_no_more_than_was_announced(self):
         head = (f"POST {Hostile.API}/resume/upload{UPLOAD} HTTP/1.1\r\nCookie: session_token={self.server.token}\r\nqd_start: true\r\n"
                 "qd_file_size: 10\r\nqd_offset: 0\r\nqd_block_size: 5\r\nContent-Type: multipart/form-data; boundary=B\r\n"

@@ -52,17 +52,20 @@ public:
     }
 
     /// Waits until there is an action for the session, and takes all that are there.
-    /// @param isWanted  called before the actions are taken: if it returns false, they stay for the session's next request.
+    /// @param isWanted  called during the wait and before the actions are taken: if it returns false, they stay for the session's next
+    ///                  request.
     /// @return an array; empty after the time limit, if `isWanted` returns false, or if no actions are kept for the session any more.
     [[nodiscard]] Json::Value Take(const std::string& token, std::chrono::milliseconds timeout, const std::function<bool()>& isWanted)
     {
         Json::Value taken(Json::arrayValue);
         std::unique_lock lock(m_mutex);
         auto queue = m_queues.end();
-        m_changed.wait_for(lock, timeout, [&] {
+        const auto isReady = [&] {
             queue = m_queues.find(token); // again each time: queues may have been added or removed during the wait
             return m_isStopped || queue == m_queues.end() || !queue->second.empty();
-        });
+        };
+        for (auto left = timeout; left.count() > 0 && !m_changed.wait_for(lock, kLookUp, isReady) && isWanted(); left -= kLookUp)
+            ;
         if (m_isStopped || queue == m_queues.end() || !isWanted())
             return taken;
         for (auto& action : queue->second)
@@ -81,6 +84,7 @@ public:
 
 private:
     static constexpr std::size_t kMostActions = 10'000;
+    static constexpr std::chrono::milliseconds kLookUp{1000};
 
     std::mutex m_mutex;
     std::condition_variable m_changed;

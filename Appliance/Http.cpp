@@ -14,6 +14,7 @@ namespace
 {
 
 constexpr std::size_t kLargestForm = 4 * 1024 * 1024;
+constexpr std::size_t kMostFields = 10'000;
 
 std::string DecodeField(std::string_view encoded)
 {
@@ -98,8 +99,9 @@ Fields ParseFields(std::string_view text)
         const auto pair = TakeUpTo(text, "&");
         auto value = pair;
         const auto name = TakeUpTo(value, "=");
-        if (!pair.empty())
-            fields.emplace(DecodeField(name), DecodeField(value));
+        fields.emplace(DecodeField(name), DecodeField(value));
+        if (fields.size() > kMostFields)
+            throw Malformed("a query or form has too many fields");
     }
     return fields;
 }

@@ -155,7 +155,8 @@ private:
         message.set(Field::date, FormatHttpDate(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now())));
         if (reply.content || !reply.text.empty())
             message.set(Field::content_type, reply.content ? "application/octet-stream" : "application/json");
-        message.content_length(reply.Length());
+        if (reply.status != 204) // which has no body
+            message.content_length(reply.Length());
         message.keep_alive(keepsConnection);
         boost::beast::http::response_serializer<boost::beast::http::buffer_body> serializer(message);
         auto left = isHeadOnly ? 0 : reply.Length();

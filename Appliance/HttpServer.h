@@ -19,7 +19,7 @@ using ConnectionServer = std::function<void(Socket&)>;
 [[nodiscard]] ConnectionServer ServeTls(const Options& options, RequestHandler handler, FaultChooser chooseFault);
 
 /// Listens on 127.0.0.1 and serves on its own threads, with TLS if the options name a certificate. If there are as many connections as the
-/// options allow, a new one replaces the one that has waited longest for its client.
+/// options allow, a new one replaces the one that has waited longest for its client or for changes.
 /// @param port     0: any free port; receives the port.
 /// @param handler  called on the connection's own thread; may block without delaying other connections.
 /// @param chooseFault  names the faults to play; empty: none.

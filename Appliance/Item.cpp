@@ -47,6 +47,10 @@ ItemPath ItemPath::FromUrl(std::string_view encoded)
 
 ItemPath ItemPath::FromText(std::string_view text)
 {
+    // Longer than any file system allows. Each name costs a copy of the path before it.
+    constexpr std::size_t kLongestPath = 32 * 1024;
+    if (text.size() > kLongestPath)
+        throw ApiError(400, ErrorId::NameNotAllowed, "the path is too long");
     ItemPath path;
     while (!text.empty())
         if (const auto name = TakeUpTo(text, "/"); !name.empty())

@@ -47,7 +47,7 @@ public:
         if (m_options.needsDeviceToken && (device.isNull() || !IsSame(deviceToken, device.asString())))
             throw ApiError(401, ErrorId::DeviceNotRegistered, "the device is not registered, or its device token is wrong");
         auto& sessions = m_saved["sessions"];
-        if (Json::Value oldest; sessions.size() == kMostSessions && sessions.removeIndex(0, &oldest))
+        if (Json::Value oldest; sessions.size() == kMost && sessions.removeIndex(0, &oldest))
             m_feed.Close(oldest["token"].asString());
         const auto& added = sessions.append(JsonObject({{"token", RandomHex(kTokenDigits)}, {"user", user}, {"device_id", deviceId}}));
         Save();
@@ -71,9 +71,12 @@ public:
     {
         CheckUser(user);
         const std::lock_guard guard(m_mutex);
-        auto& deviceToken = m_saved["devices"][deviceId];
-        if (!deviceToken.isNull())
+        auto& devices = m_saved["devices"];
+        if (devices.isMember(deviceId))
             return std::nullopt;
+        if (deviceId.size() > kMost || devices.size() >= kMost)
+            throw ApiError(403, ErrorId::DeviceNotRegistered, "the device's id is too long, or there are too many devices");
+        auto& deviceToken = devices[deviceId];
         deviceToken = RandomHex(kTokenDigits);
         Save();
         return deviceToken.asString();
@@ -108,7 +111,7 @@ public:
 
 private:
     static constexpr const char* kFile = "sessions.json";
-    static constexpr std::size_t kMostSessions = 1000;
+    static constexpr std::size_t kMost = 1000; ///< sessions, devices, and bytes of a device's id.
     static constexpr std::size_t kTokenDigits = 32;
 
     // Takes constant time, so that its duration does not reveal the secret.

@@ -61,8 +61,13 @@ public:
         m_deadline = m_stepBegan + time;
     }
 
-    /// Whether the client is still connected and has sent nothing more: it waits for the reply.
-    [[nodiscard]] bool IsClientWaiting() { return !WaitFor(m_socket, System::Wait::Readable, std::chrono::milliseconds(0)); }
+    /// Whether the client is still connected and has sent nothing more: it waits for the reply. From here on this counts as waiting for
+    /// the client, too.
+    [[nodiscard]] bool IsClientWaiting()
+    {
+        m_waitingSince = m_stepBegan;
+        return !m_isAborted && !WaitFor(m_socket, System::Wait::Readable, std::chrono::milliseconds(0));
+    }
 
     /// Waits, without reading, until the client ends the connection, the server ends it, or the time is over.
     void WaitForEnd(Clock::duration time)

@@ -115,7 +115,10 @@ class SampleServer(unittest.TestCase):
         self.expect(CASES["malformed"])
         field = '--{B}\r\nContent-Disposition: form-data; name="v"\r\n\r\n'
         self.expect([("POST /sessions", "a" * 5_000_000, 413), ("POST /folders/home/f", "--{B}\r\n" + "h" * 40_000, 400),
-                     ("POST /folders/home/f", field + "v" * 100_000 + "\r\n--{B}--\r\n", 400)])
+                     ("POST /folders/home/f", field + "v" * 100_000 + "\r\n--{B}--\r\n", 400),
+                     ("POST /folders/home", "operation=move&path=" + "a/" * 2_000_000, 400),
+                     ("POST /sessions", "user_id=demo&password=demo" + "&a" * 10_000, 400),
+                     ("POST /registrations", "user_id=demo&device_id=" + "x" * 1001, 403)])
         for kind in ("multipart/form-data", "multipart/form-data; boundary=b"):
             self.assertEqual(self.server.put("/home/f", b"x", headers={"Content-Type": kind})[0], 400)
         refused = json.loads(self.server.put(UPLOAD, b"x", api="/resume/upload")[1])
@@ -259,7 +262,19 @@ class SampleServer(unittest.TestCase):
         self.server.token = reader
         self.assertEqual(self.server.json("GET /notifs")["contents"][0]["m"], "/x")
 
-        # Many that wait hold up nobody.
+        # Many that wait hold up nobody, also where they have all places or have hung up.
+        for hangs_up in (False, True):
+            connections = [Hostile.socket.create_connection(("127.0.0.1", self.server.port)) for _ in range(500)]
+            for each in connections:
+                each.sendall(f"GET {Hostile.API}/notifs HTTP/1.1\r\nCookie: session_token={reader}\r\n\r\n".encode())
+            begun = time.monotonic()
+            for each in connections if hangs_up else []:
+                each.close()
+            self.expect([("GET /folders", "", 200)])
+            self.assertLess(time.monotonic() - begun, 20)
+            for each in connections:
+                each.close()
+
         def wait():
             try:
                 self.server.request("GET /notifs")

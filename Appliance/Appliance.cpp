@@ -2,6 +2,9 @@
 
 #include "HttpServer.h"
 
+#include "Eventing/EventLine.h"
+
+#include <algorithm>
 #include <ostream>
 #include <syncstream>
 
@@ -40,9 +43,15 @@ std::string Appliance::Url() const
 Reply Appliance::Answer(const Request& request)
 {
     Reply reply = Handle(m_services, request);
-    if (m_services.options.logsRequests)
-        std::osyncstream(m_services.output) << request.method << ' ' << request.path << " -> " << reply.status << ", " << reply.Length()
-                                            << " bytes" << std::endl;
+    if (!m_services.options.logsRequests)
+        return reply;
+    // In API 1.0 paths hold session tokens, of 32 hexadecimal digits.
+    std::string path = Eventing::EscapeLine(request.path);
+    for (auto at = path.find('/'); at != std::string::npos; at = path.find('/', at + 1))
+        if (std::min(path.size(), path.find_first_not_of("0123456789abcdef", at + 1)) == at + 33)
+            path.replace(at + 1, 32, "TOKEN");
+    std::osyncstream(m_services.output) << request.method << ' ' << path << " -> " << reply.status << ", " << reply.Length() << " bytes"
+                                        << std::endl;
     return reply;
 }
 

@@ -34,15 +34,6 @@ CLI::Option* AddFile(CLI::App& app, const std::string& name, std::filesystem::pa
     return app.add_option_function<std::string>(name, take, description)->type_name("FILE");
 }
 
-void TakeUser(Options& options, const std::string& text)
-{
-    const auto colon = text.find(':');
-    if (colon == std::string::npos || colon == 0)
-        throw CLI::ValidationError("--user", "a user is given as NAME:PASSWORD");
-    options.user = text.substr(0, colon);
-    options.password = text.substr(colon + 1);
-}
-
 } // namespace
 
 std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std::ostream& output, std::ostream& errors, int& exitStatus)
@@ -50,13 +41,22 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
     Options options;
     std::string mode = "legacy";
     std::filesystem::path faults;
-    const auto takeUser = [&options](const std::string& text) { TakeUser(options, text); };
+    // Only in decimal: the parser would take 010 for 8.
+    const auto takePort = [&options](const std::string& text) { options.port = static_cast<int>(ReadNumber(text, "--port")); };
+    const auto takeSeed = [&options](const std::string& text) { options.faultSeed = ReadNumber(text, "--seed"); };
+    const auto takeUser = [&options](const std::string& text) {
+        const auto colon = text.find(':');
+        if (colon == std::string::npos || colon == 0)
+            throw CLI::ValidationError("--user", "a user is given as NAME:PASSWORD");
+        options.user = text.substr(0, colon);
+        options.password = text.substr(colon + 1);
+    };
 
     CLI::App app("A sample server that keeps its items in a folder: for trying things out and for tests, not for production.",
                  "quendra-appliance");
     app.get_formatter()->label("REQUIRED", "(required)");
     AddFile(app, "--root", options.root, "The folder that holds the items; made where it does not exist")->required()->type_name("FOLDER");
-    app.add_option("--port", options.port, "The port of 127.0.0.1 to listen on; default: any free one")
+    app.add_option_function<std::string>("--port", takePort, "The port of 127.0.0.1 to listen on; default: any free one")
         ->check(CLI::Range(0, 65535).description(""))
         ->type_name("N");
     app.add_option_function<std::string>("--user", takeUser, "The one user and the password; default: demo:demo")
@@ -73,7 +73,7 @@ std::optional<Options> ParseCommandLine(std::vector<std::string> arguments, std:
         ->type_name("VERSION,");
     app.add_flag("--log", options.logsRequests, "Print a line for each request");
     auto* const plan = AddFile(app, "--faults", faults, "The plan (JSON) of faults to play; each is printed as it is played");
-    app.add_option("--seed", options.faultSeed, "Chooses the faults; default: 1")->type_name("N")->needs(plan);
+    app.add_option_function<std::string>("--seed", takeSeed, "Chooses the faults; default: 1")->type_name("N")->needs(plan);
 
     try
     {

@@ -1,6 +1,8 @@
 #include "JsonText.h"
 #include "Routes.h"
 
+#include "Eventing/EventLine.h"
+
 #include <ostream>
 #include <syncstream>
 
@@ -47,7 +49,8 @@ Reply LogIn(const Call& call)
 Reply Mail(const Call& call, const Fields& form, const std::string& deviceToken)
 {
     std::osyncstream(call.services.output) << "mail to " << Require(form, "user_id") << ": the device token of \""
-                                           << Find(form, "device_name").value_or("") << "\" is " << deviceToken << std::endl;
+                                           << Eventing::EscapeLine(Find(form, "device_name").value_or("")) << "\" is " << deviceToken
+                                           << std::endl;
     return {.status = 204};
 }
 

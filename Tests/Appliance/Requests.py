@@ -347,6 +347,21 @@ class SampleServer(unittest.TestCase):
         self.assertEqual(self.server.ask("GET", "/endpoints")[0], 200)
         self.assertAlmostEqual(time.monotonic() - begun, 0.6, delta=0.2)  # the reply is shorter than a block
 
+    def test_the_log_holds_no_token_and_no_forged_line(self):
+        self.server.stop()
+        self.server.arguments = ["--log"]
+        self.server.start()
+        for path in (f"/api/{self.server.token}/folders/home", "/%s/1.0/x" % "\x9b"):
+            self.server.statuses(f"GET {path} HTTP/1.1\r\n\r\n".encode("latin-1"))
+        connection = self.server.connect()
+        connection.request("POST", Hostile.API + "/registrations", "user_id=demo&device_id=d&device_name=%0Aforged%1B")
+        reply = connection.getresponse()
+        self.assertEqual((reply.status, reply.getheader("Content-Length")), (204, None), "a 204 has no length")
+        connection.close()
+        self.server.stop()
+        self.assertIn("GET /api/TOKEN/folders/home -> 200", self.server.printed)
+        self.assertIn('"\\nforged\\x1B"', self.server.printed)
+
     def test_arguments_are_checked_one_by_one(self):
         for arguments, status, message in CASES["arguments"]:
             if message:

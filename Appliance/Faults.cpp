@@ -115,12 +115,16 @@ Pieces ReadPieces(const Json::Value& value, const std::string& place)
         return all;
     }
     const PlanObject piece(value, place, {"hex", "repeat", "times", "wait"});
+    const bool isRepeated = piece.Has("repeat") && piece.Has("times");
+    piece.Demand(isRepeated ? value.size() == 2 : value.size() == 1 && (piece.Has("hex") || piece.Has("wait")),
+                 "needs 'hex', 'wait', or 'repeat' and 'times'");
     if (piece.Has("hex"))
         return {{.bytes = BytesOfHex(piece)}};
     if (piece.Has("wait"))
         return {{.wait = piece.Milliseconds("wait")}};
-    piece.Demand(piece.Has("repeat") && piece.Has("times"), "needs 'hex', 'wait', or 'repeat' and 'times'");
+    piece.Demand(piece.Number("times") >> 30 == 0, "repeats more than 2^30 times");
     const Pieces repeated = ReadPieces(piece["repeat"], piece.Place("repeat"));
+    piece.Demand(std::ranges::all_of(repeated, [](const auto& each) { return each.wait.count() == 0; }), "cannot repeat a 'wait'");
     piece.Demand(LengthOf(repeated) <= kLongestRepeated, "repeats more than a mebibyte");
     std::string bytes;
     for (const auto& [wait, part, times] : repeated)
@@ -134,9 +138,10 @@ Pieces ReadReply(const PlanObject& fault)
 {
     Pieces body = fault.Has("body") ? ReadPieces(fault["body"], fault.Place("body")) : Pieces();
     std::string head = "HTTP/1.1 " + std::to_string(fault.Number("status", 200)) + " Status\r\n";
+    fault.Demand(!fault.Has("headers") || fault["headers"].isArray(), "needs a list of texts as its 'headers'");
     for (const Json::Value& line : fault["headers"])
     {
-        fault.Demand(line.isString(), "needs texts as its 'headers'");
+        fault.Demand(line.isString(), "needs a list of texts as its 'headers'");
         head += line.asString() + "\r\n";
     }
     head += "Content-Length: " + std::to_string(LengthOf(body)) + "\r\n\r\n";
@@ -196,7 +201,7 @@ std::vector<Json::Value> Expand(const Json::Value& fault)
 {
     for (const char* const name : {"status", "cut", "corrupt", "then"})
     {
-        if (!fault.isObject() || !fault[name].isArray())
+        if (!fault.isObject() || !fault[name].isArray() || fault[name].empty())
             continue;
         std::vector<Json::Value> all;
         for (const Json::Value& each : fault[name])
@@ -234,6 +239,7 @@ private:
 } // namespace
 
 FaultPlan ReadFaultPlan(const std::string& text)
+try
 {
     Json::Value root;
     std::string errors;
@@ -260,6 +266,10 @@ FaultPlan ReadFaultPlan(const std::string& text)
             result.faults.push_back(std::make_shared<const Fault>(ReadFault(each, place)));
     }
     return result;
+}
+catch (const Json::Exception& error) // too deep
+{
+    throw std::runtime_error("the plan is no JSON: " + std::string(error.what()));
 }
 
 FaultPlan ReadFaultPlanFile(const std::filesystem::path& path)

@@ -16,6 +16,7 @@ TEST(FaultPlanTest, WhatIsWrongIsToldWithItsPlace)
                               const std::string plan = given[0].isString() ? given[0].asString() : JsonLine(given[0]);
                               return std::to_string(ReadFaultPlan(plan).faults.size()) + " faults";
                           }}});
+    EXPECT_THROW((void)ReadFaultPlan(std::string(2000, '[')), std::runtime_error);
 }
 
 TEST(FaultPlanTest, TheSeedChooses)

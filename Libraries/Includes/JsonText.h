@@ -17,13 +17,16 @@
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     builder["emitUTF8"] = true;
+    builder["commentStyle"] = "None"; // a comment would end the line
     return Json::writeString(builder, value);
 }
 
 /// @return the object that the text holds; nothing if it is not a JSON object.
 [[nodiscard]] inline std::optional<Json::Value> ParseJsonObject(std::string_view text)
 {
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    Json::CharReaderBuilder builder;
+    builder["failIfExtra"] = true;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value value;
     const bool isObject = reader->parse(text.data(), text.data() + text.size(), &value, nullptr) && value.isObject();
     return isObject ? std::optional(std::move(value)) : std::nullopt;

@@ -139,6 +139,7 @@ else
     client=(build/linux/bin/quendra)
 fi
 
+unset "${!QUENDRA_@}" # the caller's
 QUENDRA_SESSION=$(as_client_path "$work/session")
 export QUENDRA_SESSION
 

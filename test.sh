@@ -51,6 +51,7 @@ run_ctest() {
     grep -vE '^ *[0-9]+/[0-9]+ Test .* Passed |^ *Start +[0-9]+: |^Test project ' "$log" | tail -n 400
     local counts
     counts=$(sed -nE 's/^[0-9]+% tests passed, ([0-9]+) tests failed out of ([0-9]+)$/\1 \2/p' "$log")
+    [ -n "$counts" ] || { echo "ctest did not come to its end: $log" && return 1; }
     failed=$((failed + ${counts% *}))
     passed=$((passed + ${counts#* } - ${counts% *}))
     return "$result"
@@ -76,7 +77,9 @@ step_tidy() {
     # clang-tidy reads the compile commands of a Clang build, which need not be built.
     local folders='(Appliance|Client|Eventing|Libraries|Platform|QuendraHttp)'
     quiet "$logs/linux-asan-configure.log" cmake --preset linux-asan &&
-        quiet "$logs/tidy.log" run-clang-tidy -quiet -j "$jobs" -p build/linux-asan "$PWD/$folders/.*\\.cpp\$"
+        quiet "$logs/tidy.log" run-clang-tidy -quiet -j "$jobs" -p build/linux-asan "$PWD/$folders/.*\\.cpp\$" || return 1
+    # A pattern that matches nothing is no failure for it.
+    [ "$(grep -c '^clang-tidy' "$logs/tidy.log")" -ge 100 ] || { echo 'clang-tidy has not read the sources' && return 1; }
 }
 step_windows() {
     local prefix=$PWD/build/windows/wineprefix

@@ -28,7 +28,7 @@ TEST(FaultPlanTest, TheSeedChooses)
                                        seed, [&lines](const std::string& line) { lines.push_back(line); });
         for (int round = 0; round < 50; ++round)
             for (const FaultOccasion& occasion : {FaultOccasion{}, {"GET", "/"}, {"GET", "/a/x/b"}})
-                EXPECT_TRUE(choose(occasion) || true);
+                static_cast<void>(choose(occasion));
         return lines;
     };
     const auto lines = play(7);

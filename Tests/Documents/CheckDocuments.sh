@@ -44,7 +44,7 @@ check 'Docs/Tracing.md: the events' "$(events)" \
     "$(sed -nE 's/^\| [a-z]+ \| ([0-9]+) \| ([0-9]+) \| ([0-9]+) \| ([0-9]+) \| (0x[0-9]+) \|$/\1 \2 \3 \4 \5/p' Docs/Tracing.md)"
 
 for document in README.md CONTRIBUTING.md CHANGELOG.md Docs/*.md; do
-    missing=$(grep -oE '\]\([^)#:]+\)' "$document" | tr -d ']()' | sort -u |
+    missing=$(grep -oE '\]\([^)#:]+[)#]' "$document" | tr -d '])(#' | sort -u |
         while read -r link; do [ -e "$(dirname "$document")/$link" ] || echo "$link"; done)
     check "$document: links" '' "$missing"
 done

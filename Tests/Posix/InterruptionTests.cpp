@@ -142,12 +142,12 @@ TEST(PosixInterruption, SpareABodyThatLeavesSlowly)
         connection.ReadHead();
         // Less than the timeout each, more in all, and long after the client's system has taken the whole body.
         for (std::size_t taken = 0; taken < kLength; taken += kLength / 20)
-            if (!Gate().Wait(50ms))
+            if (!Gate().Wait(100ms))
                 connection.Skip(kLength / 20);
         connection.Send(HttpReply(200, ""));
     });
     const HttpClient client(slow.Port());
-    ASSERT_NE(FALSE, WinHttpSetTimeouts(client.session.get(), 0, 0, 400, 400));
+    ASSERT_NE(FALSE, WinHttpSetTimeouts(client.session.get(), 0, 0, 1000, 1000));
     EXPECT_EQ("200", Exchange(client.Open(L"POST").get(), std::string(kLength, 'x')));
 }
 } // namespace

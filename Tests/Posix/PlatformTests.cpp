@@ -143,7 +143,7 @@ TEST(PosixFiles, FailWithTheirErrorValuesAndLeaveNothingOpen)
         {L"", GENERIC_READ, OPEN_EXISTING, ERROR_PATH_NOT_FOUND},
         {above, GENERIC_READ, OPEN_EXISTING, ERROR_ACCESS_DENIED},
         {above, GENERIC_WRITE, CREATE_ALWAYS, ERROR_ACCESS_DENIED},
-        {secret, GENERIC_READ, OPEN_EXISTING, ::geteuid() == 0 ? ERROR_SUCCESS : ERROR_ACCESS_DENIED},
+        {secret, GENERIC_READ, OPEN_EXISTING, ERROR_ACCESS_DENIED},
         {above + std::wstring(300, L'x'), GENERIC_READ, OPEN_EXISTING, ERROR_FILENAME_EXCED_RANGE},
         {above + static_cast<wchar_t>(0xD800), GENERIC_WRITE, CREATE_ALWAYS, ERROR_INVALID_NAME},
         {file, GENERIC_READ, 99, ERROR_INVALID_PARAMETER},
@@ -156,9 +156,12 @@ TEST(PosixFiles, FailWithTheirErrorValuesAndLeaveNothingOpen)
     };
     for (const auto& [path, access, disposition, error] : cases)
     {
+        const uid_t user = ::geteuid();
+        ASSERT_EQ(0, ::seteuid(path == secret && user == 0 ? 65534 : user)); // root may read it
         const HANDLE handle = Open(path, access, disposition);
         EXPECT_EQ(error, ErrorOfCall(handle != INVALID_HANDLE_VALUE));
         CloseHandle(handle);
+        ASSERT_EQ(0, ::seteuid(user));
     }
     EXPECT_EQ(before, descriptors());
 

@@ -315,18 +315,21 @@ TEST(PosixWinHttpConnections, AreNotUsedTwiceForWhatTheServerMayHaveTaken)
 
 TEST(PosixWinHttpConnections, AreNotUsedOnceSomethingHasComeUnasked)
 {
-    RawServer server([](RawConnection& connection) {
+    std::atomic<int> late = 0;
+    RawServer server([&late](RawConnection& connection) {
         connection.ReadRequest();
         connection.Send(HttpReply(200, "own"));
         Gate().Wait(std::chrono::milliseconds(20)); // else it is in the same segment, which curl sees by itself
         connection.Send(HttpReply(408, "late"));
+        ++late;
         connection.Hold();
     });
     const HttpClient client(server.Port());
     for (const wchar_t* const verb : {L"GET", L"POST", L"GET"})
     {
         EXPECT_EQ("200 own", Exchange(client.Open(verb).get()));
-        Gate().Wait(std::chrono::milliseconds(100));
+        for (const int before = static_cast<int>(server.ConnectionCount()); late < before;)
+            Gate().Wait(std::chrono::milliseconds(1));
     }
     EXPECT_EQ(3U, server.ConnectionCount());
 }

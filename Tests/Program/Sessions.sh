@@ -80,6 +80,8 @@ if on linux; then
     run 1 version
     warns 'session.json cannot be read'
     rmdir "$session"
+    (unset QUENDRA_SESSION && XDG_CONFIG_HOME=$work/own QUENDRA_PASSWORD=$password run 0 login demo --server "$url")
+    [ -s "$work/own/quendra/session.json" ] || complain 'the session is not in its usual place'
 fi
 
 # A reply that the library reads and this program does not: nothing of it shows, for the token is in it.

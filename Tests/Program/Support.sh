@@ -56,6 +56,8 @@ collect() { # expected status
     out=$(<"$work/out")
     err=$(<"$work/err")
     [ "$status" = "$1" ] || complain "the exit status is not $1"
+    # Wine ends a program that crashes with 0.
+    [[ $err != *'wine: Unhandled'* ]] || complain 'the client has crashed'
 }
 
 # run STATUS ARGUMENT...: runs the client to its end, with the file $input as its standard input.

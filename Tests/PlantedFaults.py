@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plants faults in the library, one at a time, and shows which of them no test notices, and which tests alone notice one.
+"""Plants faults in the library and the programs, one at a time, and shows which of them no test notices, and which tests alone notice one.
 
     Tests/PlantedFaults.py [--count N] [--seed S] [--only FOLDER] [--without REGEX]
 
@@ -19,7 +19,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 CLONE = ROOT / "build" / "planted"
-FOLDERS = ["QuendraHttp", "Libraries", "Eventing", "Platform/Posix"]
+FOLDERS = ["QuendraHttp", "Libraries", "Eventing", "Platform/Posix", "Client", "Appliance"]
 SUBSTITUTES = [(" == ", " != "), (" != ", " == "), (" && ", " || "), (" \\|\\| ", " && "), (" < (?=\\w)", " <= "), (" <= ", " < "),
                (" > (?=\\w)", " >= "), (" >= ", " > "), ("\\btrue\\b", "false"), ("\\bfalse\\b", "true"), (" \\+ 1\\b", ""), (" - 1\\b", ""),
                (" \\+= ", " -= "), ("\\b0\\b", "1"), ("\\b1\\b", "2")]
@@ -49,7 +49,7 @@ def choose(count, seed, only):
     chance = random.Random(seed)
     all_faults = []
     for folder in FOLDERS:
-        for file in sorted((CLONE / folder).rglob("*.cpp")):
+        for file in sorted((CLONE / folder).rglob("*.[ch]*")):
             name = str(file.relative_to(CLONE))
             if "/Windows/" in name or not name.startswith(only):
                 continue

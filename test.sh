@@ -6,7 +6,8 @@
 #
 #     format      clang-format finds nothing to change
 #     linux       GCC: build and all tests, the layout of the interfaces, the exports, the packages, the documents, the reference
-#     asan        Clang with AddressSanitizer and UndefinedBehaviorSanitizer: build, and all tests but the slow ones, the packages and the documents
+#     asan        Clang with AddressSanitizer and UndefinedBehaviorSanitizer: build, and all tests but the slow ones, the packages and the
+#                 documents
 #     tidy        clang-tidy finds nothing
 #     guard       instructions and system calls of fixed work are as recorded
 #     tsan        Clang with ThreadSanitizer: build, and the same tests as asan

@@ -42,12 +42,13 @@ public:
     {
         if (user != m_options.user || !IsSame(password, m_options.password))
             throw ApiError(401, ErrorId::LoginRefused, "the user or the password is wrong");
+        CheckDeviceId(deviceId);
         const std::lock_guard guard(m_mutex);
         const auto& device = std::as_const(m_saved)["devices"][deviceId];
         if (m_options.needsDeviceToken && (device.isNull() || !IsSame(deviceToken, device.asString())))
             throw ApiError(401, ErrorId::DeviceNotRegistered, "the device is not registered, or its device token is wrong");
         auto& sessions = m_saved["sessions"];
-        if (Json::Value oldest; sessions.size() == kMost && sessions.removeIndex(0, &oldest))
+        if (Json::Value oldest; sessions.size() == kMostSessions && sessions.removeIndex(0, &oldest))
             m_feed.Close(oldest["token"].asString());
         const auto& added = sessions.append(JsonObject({{"token", RandomHex(kTokenDigits)}, {"user", user}, {"device_id", deviceId}}));
         Save();
@@ -70,12 +71,13 @@ public:
     [[nodiscard]] std::optional<std::string> Register(const std::string& user, const std::string& deviceId)
     {
         CheckUser(user);
+        CheckDeviceId(deviceId);
         const std::lock_guard guard(m_mutex);
         auto& devices = m_saved["devices"];
         if (devices.isMember(deviceId))
             return std::nullopt;
-        if (deviceId.size() > kMost || devices.size() >= kMost)
-            throw ApiError(403, ErrorId::DeviceNotRegistered, "the device's id is too long, or there are too many devices");
+        if (devices.size() >= kMostDevices)
+            throw ApiError(403, ErrorId::DeviceNotRegistered, "there are too many devices");
         auto& deviceToken = devices[deviceId];
         deviceToken = RandomHex(kTokenDigits);
         Save();
@@ -111,8 +113,17 @@ public:
 
 private:
     static constexpr const char* kFile = "sessions.json";
-    static constexpr std::size_t kMost = 1000; ///< sessions, devices, and bytes of a device's id.
+    static constexpr std::size_t kMostSessions = 1000;
+    static constexpr std::size_t kMostDevices = 1000;
+    static constexpr std::size_t kLongestDeviceId = 1000; ///< bytes.
     static constexpr std::size_t kTokenDigits = 32;
+
+    // Sessions and devices are saved with their device's id.
+    static void CheckDeviceId(const std::string& deviceId)
+    {
+        if (deviceId.size() > kLongestDeviceId)
+            throw ApiError(403, ErrorId::DeviceNotRegistered, "the device's id is too long");
+    }
 
     // Takes constant time, so that its duration does not reveal the secret.
     static bool IsSame(const std::string& left, const std::string& right)

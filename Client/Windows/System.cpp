@@ -292,8 +292,8 @@ std::string ShellWord(std::string_view text)
     const std::string printable = Printable(text);
     if (!printable.empty() && printable.find_first_not_of(kPlain) == std::string::npos)
         return printable;
-    // No quoting protects these in both cmd and PowerShell, which takes curved quotation marks for straight ones: the command then names
-    // nothing, but runs nothing else either.
+    // No quoting protects these in both cmd and PowerShell, which takes curved quotation marks for straight ones. With a "?" in their place
+    // the advised command fails, but cannot run another one.
     constexpr std::wstring_view kUnsafe = L"\"%$`\u201C\u201D\u201E";
     std::wstring quoted = ToWide(printable);
     std::ranges::replace_if(

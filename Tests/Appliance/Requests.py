@@ -118,6 +118,7 @@ class SampleServer(unittest.TestCase):
                      ("POST /folders/home/f", field + "v" * 100_000 + "\r\n--{B}--\r\n", 400),
                      ("POST /folders/home", "operation=move&path=" + "a/" * 2_000_000, 400),
                      ("POST /sessions", "user_id=demo&password=demo" + "&a" * 10_000, 400),
+                     ("POST /sessions", "user_id=demo&password=demo&device_id=" + "x" * 1001, 403),
                      ("POST /registrations", "user_id=demo&device_id=" + "x" * 1001, 403)])
         for kind in ("multipart/form-data", "multipart/form-data; boundary=b"):
             self.assertEqual(self.server.put("/home/f", b"x", headers={"Content-Type": kind})[0], 400)
